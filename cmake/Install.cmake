@@ -1,0 +1,23 @@
+# make install: library, headers under include/quorvane/, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS quorvane_static quorvane_shared EXPORT QuorvaneTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES quorvane.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvane)
+foreach(dir IN LISTS QUORVANE_SUBSYSTEMS)
+  install(DIRECTORY ${dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvane/${dir} FILES_MATCHING PATTERN "*.h")
+endforeach()
+
+install(EXPORT QuorvaneTargets NAMESPACE Quorvane:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
+configure_package_config_file(cmake/QuorvaneConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
+
+configure_file(cmake/quorvane.pc.in ${CMAKE_CURRENT_BINARY_DIR}/quorvane.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quorvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

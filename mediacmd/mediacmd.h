@@ -1,0 +1,2 @@
+// Public headers of the mediacmd subsystem in one include.
+#pragma once

@@ -1,0 +1,2 @@
+// Public headers of the metadata subsystem in one include.
+#pragma once

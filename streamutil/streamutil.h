@@ -1,0 +1,2 @@
+// Public headers of the streamutil subsystem in one include.
+#pragma once

@@ -1,0 +1,2 @@
+// Public headers of the syntax subsystem in one include.
+#pragma once

@@ -1,0 +1,66 @@
+// Helpers shared by the test areas.
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/zrlog.h"
+
+namespace qtest {
+
+// Captures every library log line while alive (restores the default sink afterwards).
+class LogCapture {
+ public:
+  struct Line {
+    int kind;
+    uint32_t severity;
+    std::string text;
+  };
+  LogCapture();
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+  const std::vector<Line>& lines() const { return lines_; }
+  // True when some captured line's text equals `text` exactly.
+  bool contains(const std::string& text) const;
+  void clear() { lines_.clear(); }
+
+ private:
+  static void sink(void* user, int kind, uint32_t severity, uint32_t a, uint32_t b, const char* text);
+  std::vector<Line> lines_;
+};
+
+// A fresh empty directory under the system temp dir, removed (recursively) on destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+struct CommandResult {
+  int exitCode = -1;
+  std::string out;  // stdout
+  std::string err;  // stderr
+};
+// Runs a shell command line (sh -c), capturing stdout and stderr.
+CommandResult runCommand(const std::string& commandLine);
+// Runs the quorvane tool with the given argument string (already shell-quoted as needed).
+CommandResult runTool(const std::string& args);
+// Single-quotes text for sh.
+std::string shellQuote(const std::string& text);
+
+// Whole-file helpers.
+std::vector<uint8_t> readBytes(const std::string& path);
+void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes);
+std::string samplePath(const std::string& name);
+// True when the named program is on PATH (ffmpeg, ffprobe, x264, x265).
+bool haveProgram(const std::string& name);
+
+}  // namespace qtest

@@ -1,0 +1,2 @@
+// Public headers of the video subsystem in one include.
+#pragma once
