@@ -84,3 +84,38 @@ bool haveProgram(const std::string& name) {
 }
 
 }  // namespace qtest
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <gtest/gtest.h>
+
+namespace qtest {
+
+std::string encodedStream(const std::string& name, const std::string& ffmpegArgs) {
+  namespace fs = std::filesystem;
+  fs::path dir = fs::path(QUORVANE_BINARY_DIR) / "test-streams";
+  fs::create_directories(dir);
+  fs::path target = dir / name;
+  // One maker at a time per cache; the others wait and then find the file.
+  int lockFd = ::open((dir / ".lock").c_str(), O_CREAT | O_RDWR, 0644);
+  if (lockFd >= 0) ::flock(lockFd, LOCK_EX);
+  std::string result;
+  if (fs::exists(target) && fs::file_size(target) > 0) {
+    result = target.string();
+  } else {
+    fs::path partial = target;
+    partial += ".partial";
+    auto r = runCommand("ffmpeg -nostdin -y -v error " + ffmpegArgs + " " + shellQuote(partial.string()));
+    if (r.exitCode == 0 && fs::exists(partial) && fs::file_size(partial) > 0) {
+      fs::rename(partial, target);
+      result = target.string();
+    } else {
+      ADD_FAILURE() << "ffmpeg could not make " << name << ": " << r.err;
+    }
+  }
+  if (lockFd >= 0) ::close(lockFd);
+  return result;
+}
+
+}  // namespace qtest

@@ -64,3 +64,15 @@ std::string samplePath(const std::string& name);
 bool haveProgram(const std::string& name);
 
 }  // namespace qtest
+
+namespace qtest {
+
+// Path of an elementary stream made by ffmpeg on first use and cached under the build tree
+// (safe when several test processes ask at once). `name` is the cache file name (its extension
+// picks the output muxer unless ffmpegArgs says otherwise, e.g. "-f hevc"); ffmpegArgs are the
+// arguments between "ffmpeg -y -v error" and the output path, for example
+//   "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 10 -c:v libx265 -f hevc".
+// Fails the calling test (and returns "") when ffmpeg is missing or fails.
+std::string encodedStream(const std::string& name, const std::string& ffmpegArgs);
+
+}  // namespace qtest
