@@ -11,6 +11,7 @@ struct SubCommand {
 int cmdTc(int argc, char** argv);
 int cmdCmd(int argc, char** argv);
 int cmdFormat(int argc, char** argv);
+int cmdConfig(int argc, char** argv);
 int cmdMeta(int argc, char** argv);
 int cmdProject(int argc, char** argv);
 int cmdParams(int argc, char** argv);

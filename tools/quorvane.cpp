@@ -11,6 +11,7 @@ constexpr SubCommand kCommands[] = {
     {"tc", "convert frame counts to SMPTE timecode text and back", cmdTc},
     {"cmd", "build, convert and dump media commands (XML, JSON)", cmdCmd},
     {"format", "decode a signal-format word or derive one from raster and rate", cmdFormat},
+    {"config", "read and write values of the configuration store", cmdConfig},
     {"meta", "show and edit the metadata record in the configuration store", cmdMeta},
     {"project", "print or create a project file", cmdProject},
     {"params", "print the parameter sets of an H.264 or HEVC stream", cmdParams},
