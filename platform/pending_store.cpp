@@ -1,35 +1,13 @@
 // Temporary placeholders for platform services under construction. Every function here fails
 // cleanly; each is removed from this file as its real implementation lands.
 #include "platform/zrcfg.h"
-#include "platform/zrfile.h"
 #include "platform/zrfourcc.h"
-
-#include <initializer_list>
 
 ZRCFGHANDLE zrCFGOpen(const char*) { return ZR_CFG_INVALID; }
 int zrCFGClose(ZRCFGHANDLE, int) { return ZR_CFG_ERROR; }
 int zrCFGValueDword(ZRCFGHANDLE, const char*, const char*, uint32_t*, int) { return ZR_CFG_ERROR; }
 int zrCFGValueString(ZRCFGHANDLE, const char*, const char*, char*, uint32_t*, int) { return ZR_CFG_ERROR; }
 int zrCFGDeleteValue(ZRCFGHANDLE, const char*, const char*) { return ZR_CFG_ERROR; }
-
-ZRHANDLE zrOSCreateFile(const char*, uint32_t, uint32_t, uint32_t, uint32_t) { return ZR_INVALID_HANDLE; }
-int zrOSReadFile(ZRHANDLE, void*, uint32_t, uint32_t*) { return 0; }
-int zrOSWriteFile(ZRHANDLE, const void*, uint32_t, uint32_t*) { return 0; }
-int64_t zrOSSeek(ZRHANDLE, int64_t, uint32_t) { return -1; }
-int zrOSCloseFile(ZRHANDLE) { return 0; }
-uint32_t zrOSGetFileSize(ZRHANDLE, uint32_t*) { return 0xFFFFFFFFu; }
-int zrOSGetFileSizeEx(ZRHANDLE, int64_t*) { return 0; }
-int zrOSFileExists(const char*) { return 0; }
-void zrOSSplitPath(const char*, char* drive, char* dir, char* fname, char* ext) {
-  for (char* p : {drive, dir, fname, ext})
-    if (p) *p = '\0';
-}
-void zrOSMakePath(char* path, const char*, const char*, const char*, const char*) {
-  if (path) *path = '\0';
-}
-uint32_t zrOSGetLastError(void) { return 0; }
-uint32_t zrOSGetMs(void) { return 0; }
-void zrOSSleep(uint32_t) {}
 
 int fccIsHEVC(uint32_t) { return 0; }
 int fccIsh264(uint32_t) { return 0; }
