@@ -1,2 +1,5 @@
 // Public headers of the streamutil subsystem in one include.
 #pragma once
+#include "streamutil/dframe.h"
+#include "streamutil/captions.h"
+#include "streamutil/typenames.h"

@@ -1,0 +1,57 @@
+// Closed captions (CEA-608 carried in CEA-708 cc_data) put into coded frames as ATSC A/53
+// user data: a registered user-data SEI (ITU-T T.35, country 0xB5, provider 0x0031, "GA94",
+// user_data_type_code 3) in H.264 and HEVC, a picture user-data block in MPEG-2.
+//
+// Caption packet. The writers take the caption bytes of a frame from a packet laid out as an
+// SDI ancillary packet of SMPTE ST 334 carrying a caption distribution packet (CDP):
+//
+//   0..3   host bytes (source line, flags); not read by the writers
+//   4      DID 0x61        5  SDID 0x01
+//   6      data count: caption bytes + 7 (the CDP bytes from cdp_length to the last triplet)
+//   7..8   cdp_identifier 0x96 0x69       9  cdp_length
+//   10     cdp_frame_rate (high nibble) and 0xF
+//   11     flags: 0x80 time_code_present, 0x40 ccdata_present, 0x01 reserved ... (SMPTE ST 334-2)
+//   12..13 cdp_hdr_sequence_cntr
+//   14     ccdata_id 0x72 (behind a 5-byte time_code_section when time_code_present is set)
+//   15     marker bits 111 and cc_count
+//   16..   cc_count triplets: (marker 11111, cc_valid, cc_type), cc_data_1, cc_data_2
+//   then   cdp_footer: 0x74, the sequence counter again, packet_checksum
+#pragma once
+#include <cstdint>
+
+#include "streamutil/dframe.h"
+
+extern "C" {
+
+// Result codes of the caption writers besides 0 and -1.
+constexpr int KLX_CC_NO_ROOM = -102;
+
+// Offsets in the caption packet that the writers rely on.
+constexpr uint32_t CC_PACKET_DATA_COUNT = 6;
+constexpr uint32_t CC_PACKET_TRIPLETS = 16;
+// The data count counts 7 header bytes besides the caption bytes.
+constexpr uint32_t CC_PACKET_COUNT_BIAS = 7;
+
+// Checks a caption packet before any writer copies from it: 0 when the sizes it announces fit
+// in `length` bytes, -1 (rejected) for a null packet, a packet shorter than its fixed header
+// (16 bytes), a data count below 7, or caption bytes that would run past the packet's end.
+int copy_zrccCheck608708(const uint8_t* packet, uint32_t length);
+
+// CDP frame-rate codes (SMPTE ST 334-2).
+enum CdpFrameRate : uint32_t {
+  CDP_RATE_23_976 = 1,
+  CDP_RATE_24 = 2,
+  CDP_RATE_25 = 3,
+  CDP_RATE_29_97 = 4,
+  CDP_RATE_30 = 5,
+  CDP_RATE_50 = 6,
+  CDP_RATE_59_94 = 7,
+  CDP_RATE_60 = 8,
+};
+
+// Builds a caption packet around `ccCount` cc_data triplets (3 bytes each) into `out`.
+// Returns the packet length (20 + 3 × ccCount), or 0 when ccCount is above 31 or `capacity`
+// is too small (nothing is written then).
+uint32_t klxutilMakeCaptionPacket(uint8_t* out, uint32_t capacity, const uint8_t* triplets, uint32_t ccCount,
+                                  uint32_t cdpFrameRate, uint16_t sequence);
+}
