@@ -1,0 +1,302 @@
+// Timecode translation: every frame of a day of every type against an independent odometer,
+// known anchors, every format word the library passes, parsing and refusals.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "platform/tcxlat.h"
+
+namespace {
+
+struct TypeCase {
+  const char* name;
+  uint32_t type;
+  uint32_t fps;
+  uint32_t dropped;         // frame numbers skipped per minute (not every tenth)
+  uint32_t expectedPerDay;  // frames in 24 hours, worked out by hand
+};
+
+const TypeCase kTypes[] = {
+    {"film", TC_FILM, 24, 0, 2073600},      {"ndf30", TC_NDF30, 30, 0, 2592000},
+    {"df2997", TC_DF2997, 30, 2, 2589408},  {"pal", TC_PAL, 25, 0, 2160000},
+    {"fps50", TC_50, 50, 0, 4320000},       {"df5994", TC_DF5994, 60, 4, 5178816},
+    {"fps60", TC_60, 60, 0, 5184000},       {"fps2398", TC_2398, 24, 0, 2073600},
+    {"alias132", 132, 24, 0, 2073600},
+};
+
+// A timecode reader's odometer: advances one frame at a time and skips the dropped numbers.
+// It shares no arithmetic with the library's division-based conversion.
+struct Odometer {
+  uint32_t fps, dropped;
+  uint8_t h = 0, m = 0, s = 0, f = 0;
+  void step() {
+    if (++f < fps) return;
+    f = 0;
+    if (++s < 60) return;
+    s = 0;
+    if (++m == 60) {
+      m = 0;
+      ++h;
+    }
+    if (m % 10 != 0) f = static_cast<uint8_t>(dropped);
+  }
+};
+
+class EveryFrameOfADay : public testing::TestWithParam<TypeCase> {};
+
+TEST_P(EveryFrameOfADay, MatchesOdometerAndRoundTrips) {
+  const TypeCase& t = GetParam();
+  Odometer odo{t.fps, t.dropped};
+  uint32_t frame = 0;
+  char text[16];
+  uint8_t digits[4];
+  // Plain comparisons in the loop: gtest assertions per frame would dominate the run time.
+  for (; odo.h < 24; odo.step(), ++frame) {
+    const uint8_t expected[4] = {odo.h, odo.m, odo.s, odo.f};
+    if (tc2String(frame, t.type | TCF_DIGITS, digits, sizeof digits) != 0 || std::memcmp(digits, expected, 4) != 0)
+      FAIL() << "frame " << frame << " gave " << +digits[0] << ":" << +digits[1] << ":" << +digits[2] << ":"
+             << +digits[3] << ", odometer " << +odo.h << ":" << +odo.m << ":" << +odo.s << ":" << +odo.f;
+    uint32_t back = ~0u;
+    if (tc2String(frame, t.type | TCF_FULL_TEXT, text, sizeof text) != 0 ||
+        tc2Frame(text, t.type | TCF_TEXT, &back) != 0 || back != frame)
+      FAIL() << "frame " << frame << " wrote '" << text << "' which read back as " << back;
+  }
+  EXPECT_EQ(frame, t.expectedPerDay);
+  // One day on, the count wraps to midnight unless told not to.
+  ASSERT_EQ(tc2String(frame, t.type | TCF_FULL_TEXT, text, sizeof text), 0);
+  EXPECT_STREQ(text, t.dropped ? "00:00:00;00" : "00:00:00:00");
+  ASSERT_EQ(tc2String(frame, t.type | TCF_FULL_TEXT | TCF_NO_WRAP, text, sizeof text), 0);
+  EXPECT_STREQ(text, t.dropped ? "24:00:00;00" : "24:00:00:00");
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, EveryFrameOfADay, testing::ValuesIn(kTypes),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// The count a format word reads back for frames: wrapped at a day unless told not to.
+uint32_t readBack(uint32_t frames, uint32_t format) {
+  if (format & TCF_NO_WRAP) return frames;
+  for (const auto& t : kTypes)
+    if (t.type == (format & TCF_TYPE_MASK)) return frames % t.expectedPerDay;
+  return frames;  // plain counts
+}
+
+struct TextCase {
+  uint32_t frames;
+  uint32_t format;
+  const char* text;
+};
+
+TEST(Tc2String, Anchors) {
+  const TextCase cases[] = {
+      {107892, TC_DF2997 | TCF_FULL_TEXT, "01:00:00;00"},
+      {17982, TC_DF2997 | TCF_FULL_TEXT, "00:10:00;00"},
+      {1800, TC_DF2997 | TCF_FULL_TEXT, "00:01:00;02"},
+      {1799, TC_DF2997 | TCF_FULL_TEXT, "00:00:59;29"},
+      {3598, TC_DF2997 | TCF_FULL_TEXT, "00:02:00;02"},
+      {3600, TC_DF5994 | TCF_FULL_TEXT, "00:01:00;04"},
+      {35964, TC_DF5994 | TCF_FULL_TEXT, "00:10:00;00"},
+      {215784, TC_DF5994 | TCF_FULL_TEXT, "01:00:00;00"},
+      {90000, TC_PAL | TCF_FULL_TEXT, "01:00:00:00"},
+      {86399, TC_FILM | TCF_FULL_TEXT, "00:59:59:23"},
+      {86400, 132 | TCF_FULL_TEXT, "01:00:00:00"},
+      {179999, TC_50 | TCF_FULL_TEXT, "00:59:59:49"},
+      {216059, TC_60 | TCF_FULL_TEXT, "01:00:00:59"},
+      {2160000 + 25, TC_PAL | TCF_FULL_TEXT, "00:00:01:00"},  // wraps at 24 hours
+      {2160000 + 25, TC_PAL | TCF_FULL_TEXT | TCF_NO_WRAP, "24:00:01:00"},
+      // Service-setting values: 60 fps, never wrapped, so the whole 32-bit range survives.
+      {5184000, 0xB2140, "24:00:00:00"},
+      {0xFFFFFFFFu, 0xB2140, "19884:06:28:15"},
+      // Trace text: all fields, leading field unpadded, ':' throughout.
+      {1800, TC_DF2997 | TCF_DEBUG_TEXT, "0:01:00:02"},
+      {90, 0x10102, "0:00:03:00"},
+      {3600 * 30 * 11, 0x10102, "11:00:00:00"},
+      // Compact forms: leading zero fields left out down to seconds:frames.
+      {0, TC_PAL | TCF_TEXT, "0:00"},
+      {137, TC_PAL | TCF_TEXT, "5:12"},
+      {137, TC_PAL | TCF_TEXT | TCF_PAD, "05:12"},
+      {1500, TC_PAL | TCF_TEXT, "1:00:00"},
+      {90000, TC_PAL | TCF_TEXT, "1:00:00:00"},
+      {1800, TC_DF2997 | TCF_TEXT | TCF_DROP_MARK, "1:00;02"},
+      {1800, TC_DF2997, "1:00:02"},  // neither TEXT nor DIGITS: text
+      // Plain frame counts are decimal, whatever the flags.
+      {12345, TC_FRAMES | TCF_FULL_TEXT, "12345"},
+      {0xFFFFFFFFu, TC_FRAMES | TCF_TEXT, "4294967295"},
+      {0, TC_FRAMES, "0"},
+  };
+  for (const auto& c : cases) {
+    char text[32];
+    std::memset(text, 'x', sizeof text);
+    ASSERT_EQ(tc2String(c.frames, c.format, text, sizeof text), 0) << std::hex << c.format << " " << std::dec << c.frames;
+    EXPECT_STREQ(text, c.text) << std::hex << c.format << " " << std::dec << c.frames;
+    // Whatever is written reads back with the same word.
+    uint32_t back = 0;
+    ASSERT_EQ(tc2Frame(text, c.format, &back), 0) << c.text;
+    EXPECT_EQ(back, readBack(c.frames, c.format)) << c.text;
+  }
+}
+
+TEST(Tc2String, SeiDigitWords) {
+  struct Case {
+    uint32_t frames;
+    uint32_t format;
+    uint8_t h, m, s, f;
+  };
+  const Case cases[] = {
+      {86400 + 47, 0x401, 1, 0, 1, 23}, {108000, 0x402, 1, 0, 0, 0},  {107892, 0x404, 1, 0, 0, 0},
+      {1800, 0x404, 0, 1, 0, 2},        {90000 * 23 + 24, 0x408, 23, 0, 0, 24},
+      {180049, 0x410, 1, 0, 0, 49},     {3600, 0x420, 0, 1, 0, 4},    {216059, 0x440, 1, 0, 0, 59},
+      {2160000, 0x408, 0, 0, 0, 0},  // wraps
+  };
+  for (const auto& c : cases) {
+    uint32_t slot = 1;  // callers preset the slot; every byte must be replaced
+    ASSERT_EQ(tc2String(c.frames, c.format, &slot, sizeof slot), 0) << std::hex << c.format;
+    uint8_t b[4];
+    std::memcpy(b, &slot, 4);
+    EXPECT_EQ(b[0], c.h) << std::hex << c.format << std::dec << " " << c.frames;
+    EXPECT_EQ(b[1], c.m) << std::hex << c.format << std::dec << " " << c.frames;
+    EXPECT_EQ(b[2], c.s) << std::hex << c.format << std::dec << " " << c.frames;
+    EXPECT_EQ(b[3], c.f) << std::hex << c.format << std::dec << " " << c.frames;
+    uint32_t back = 0;
+    ASSERT_EQ(tc2Frame(reinterpret_cast<const char*>(b), c.format, &back), 0);
+    EXPECT_EQ(back, readBack(c.frames, c.format));
+  }
+}
+
+TEST(Tc2String, Refusals) {
+  struct Case {
+    uint32_t frames;
+    uint32_t format;
+    size_t size;
+  };
+  const Case cases[] = {
+      {0, 3 | TCF_FULL_TEXT, 31},                  // unknown type
+      {0, 255 | TCF_FULL_TEXT, 31},                // 255 is the writer's business, not ours
+      {0, TC_PAL | TCF_FULL_TEXT | 0x800, 31},     // unknown option bit
+      {0, TC_PAL | TCF_TEXT | TCF_DIGITS, 31},     // contradictory forms
+      {0, TC_PAL | TCF_FULL_TEXT, 11},             // "00:00:00:00" needs 12
+      {0, TC_FRAMES, 1},                           // "0" needs 2
+      {0, TC_FRAMES | TCF_DIGITS, 4},              // a plain count has no fields
+      {0, TC_PAL | TCF_DIGITS, 3},                 // four bytes needed
+      {0xFFFFFFFFu, TC_PAL | TCF_DIGITS | TCF_NO_WRAP, 4},  // hours past 255
+  };
+  for (const auto& c : cases) {
+    char out[32];
+    std::memset(out, 'x', sizeof out);
+    EXPECT_EQ(tc2String(c.frames, c.format, out, c.size), -1) << std::hex << c.format;
+    if (c.format & TCF_DIGITS)
+      EXPECT_EQ(std::string(out, 4), "xxxx") << "digits untouched on failure";
+    else
+      EXPECT_EQ(out[0], '\0') << "text left empty on failure";
+    EXPECT_EQ(out[c.size], 'x') << "wrote past the buffer";
+  }
+  EXPECT_EQ(tc2String(0, TC_PAL | TCF_FULL_TEXT, nullptr, 32), -1);
+  char exact[12];
+  EXPECT_EQ(tc2String(0, TC_PAL | TCF_FULL_TEXT, exact, sizeof exact), 0);  // exactly enough
+}
+
+struct ParseCase {
+  const char* text;
+  uint32_t type;
+  int64_t frames;  // -1: refused
+};
+
+TEST(Tc2Frame, AcceptsAndRefuses) {
+  const ParseCase cases[] = {
+      {"01:00:00;00", TC_DF2997 | TCF_TEXT, 107892},
+      {"01:00:00:00", TC_DF2997 | TCF_TEXT, 107892},
+      {"01.00.00.00", TC_DF2997, 107892},
+      {"01;00;00;00", TC_DF2997, 107892},
+      {"  01:00:00;00\t", TC_DF2997, 107892},
+      {"00:01:00;02", TC_DF2997, 1800},
+      {"00:01:00;00", TC_DF2997, -1},  // dropped frame numbers
+      {"00:01:00;01", TC_DF2997, -1},
+      {"00:10:00;00", TC_DF2997, 17982},
+      {"00:10:00;01", TC_DF2997, 17983},
+      {"00:01:00;03", TC_DF5994, -1},
+      {"00:01:00;04", TC_DF5994, 3600},
+      {"00:01:01;00", TC_DF5994, 3656},
+      {"00:01:00:00", TC_NDF30, 1800},  // nothing is dropped without drop-frame
+      {"00:00:00:24", TC_PAL, 24},
+      {"00:00:00:25", TC_PAL, -1},
+      {"00:00:00:29", TC_NDF30, 29},
+      {"00:00:00:30", TC_NDF30, -1},
+      {"00:00:00:59", TC_60, 59},
+      {"00:00:00:24", TC_2398, -1},
+      {"00:00:00:24", 132, -1},
+      {"00:60:00:00", TC_PAL, -1},
+      {"00:00:60:00", TC_PAL, -1},
+      {"23:59:59:24", TC_PAL, 2159999},
+      {"24:00:00:00", TC_PAL, -1},
+      {"24:00:00:00", TC_PAL | TCF_NO_WRAP, 2160000},
+      {"5:12", TC_PAL, 137},
+      {"05:12", TC_PAL, 137},
+      {"1:00:00", TC_PAL, 1500},
+      {"19884:06:28:15", 0xB2140, 0xFFFFFFFFu},
+      {"19884:06:28:16", 0xB2140, -1},  // one past 32 bits
+      {"99999999:00:00:00", TC_60 | TCF_NO_WRAP, -1},
+      {"12345", TC_FRAMES | TCF_TEXT, 12345},
+      {" 4294967295 ", TC_FRAMES, 0xFFFFFFFFu},
+      {"4294967296", TC_FRAMES, -1},
+      {"01:00", TC_FRAMES, -1},
+      {"", TC_PAL, -1},
+      {"  ", TC_PAL, -1},
+      {"1", TC_PAL, -1},
+      {":", TC_PAL, -1},
+      {"01:00:00:0", TC_PAL, -1},
+      {"01:00:00:000", TC_PAL, -1},
+      {"1:2:3:4", TC_PAL, -1},
+      {"01:00:00:00:00", TC_PAL, -1},
+      {"01-00-00-00", TC_PAL, -1},
+      {"01:00:00:00x", TC_PAL, -1},
+      {"a1:00:00:00", TC_PAL, -1},
+      {"01::00:00", TC_PAL, -1},
+      {"+1:00:00:00", TC_PAL, -1},
+      {"-1:00", TC_PAL, -1},
+      {"01:00:00:00;", TC_PAL, -1},
+      {"01 :00:00:00", TC_PAL, -1},
+      {"01:00:00:00", 3, -1},
+      {"01:00:00:00", 255, -1},
+      {"01:00:00:00", TC_PAL | 0x800, -1},
+      {"00000000001:00:00:00", TC_PAL | TCF_NO_WRAP, -1},
+  };
+  for (const auto& c : cases) {
+    uint32_t frames = 0xDEADBEEF;
+    const int rc = tc2Frame(c.text, c.type, &frames);
+    if (c.frames < 0) {
+      EXPECT_EQ(rc, -1) << "'" << c.text << "' type " << c.type << " gave " << frames;
+      EXPECT_EQ(frames, 0xDEADBEEF) << "output touched on failure";
+    } else {
+      EXPECT_EQ(rc, 0) << "'" << c.text << "' type " << c.type;
+      EXPECT_EQ(frames, static_cast<uint32_t>(c.frames)) << "'" << c.text << "'";
+    }
+  }
+  uint32_t frames = 0;
+  EXPECT_EQ(tc2Frame(nullptr, TC_PAL, &frames), -1);
+  EXPECT_EQ(tc2Frame("00:00:00:00", TC_PAL, nullptr), -1);
+  const uint8_t dropped[4] = {0, 1, 0, 1};  // digits form refuses dropped numbers as well
+  EXPECT_EQ(tc2Frame(reinterpret_cast<const char*>(dropped), TC_DF2997 | TCF_DIGITS, &frames), -1);
+}
+
+// Every text form, wrapped or not, reads back to the count it came from (modulo a day).
+TEST(Tc2Frame, RandomCountsRoundTripInEveryForm) {
+  std::mt19937 rng(12);
+  const uint32_t forms[] = {TCF_FULL_TEXT, TCF_DEBUG_TEXT, TCF_TEXT, TCF_TEXT | TCF_PAD, TCF_TEXT | TCF_DROP_MARK, 0};
+  for (const auto& t : kTypes) {
+    for (int i = 0; i < 4000; ++i) {
+      const uint32_t frames = i < 2 ? (i ? 0xFFFFFFFFu : 0u) : static_cast<uint32_t>(rng());
+      for (uint32_t form : forms)
+        for (uint32_t wrap : {0u, TCF_NO_WRAP}) {
+          const uint32_t word = t.type | form | wrap;
+          char text[32];
+          ASSERT_EQ(tc2String(frames, word, text, sizeof text), 0) << std::hex << word;
+          uint32_t back = 0;
+          ASSERT_EQ(tc2Frame(text, word, &back), 0) << text << " " << std::hex << word;
+          ASSERT_EQ(back, readBack(frames, word)) << text << " " << std::hex << word;
+        }
+    }
+  }
+}
+
+}  // namespace
