@@ -1,0 +1,181 @@
+// The get/set and flag vocabularies: shape, exhaustive round trips, first-match rules.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "mediacmd/mediacmd.h"
+
+namespace {
+
+std::string upper(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return s;
+}
+
+template <size_t N>
+const char* firstNameFor(const MCMDXLAT (&table)[N], uint32_t code) {
+  auto it = std::find_if(std::begin(table), std::end(table), [&](const MCMDXLAT& r) { return r.code == code; });
+  return it == std::end(table) ? nullptr : it->name;
+}
+
+TEST(MediaCmdTables, ShapeOfTheExportedTables) {
+  EXPECT_EQ(sizeof mcmdGSXlat / sizeof mcmdGSXlat[0], 460u);
+  EXPECT_EQ(sizeof mcmdGSStringXlat / sizeof mcmdGSStringXlat[0], 460u);
+  EXPECT_EQ(sizeof mcmdFLAGXlat / sizeof mcmdFLAGXlat[0], 36u);
+  for (const MCMDXLAT& row : mcmdGSStringXlat) {
+    EXPECT_EQ(row.code, 0u);
+    EXPECT_EQ(row.name, nullptr);
+  }
+  size_t longest = 0;
+  for (const auto* table : {&mcmdGSXlat[0], &mcmdFLAGXlat[0]}) {
+    size_t rows = table == mcmdGSXlat ? 460 : 36;
+    std::set<std::string> names;
+    for (size_t i = 0; i < rows; ++i) {
+      std::string name = table[i].name;
+      longest = std::max(longest, name.size());
+      EXPECT_TRUE(names.insert(name).second) << "duplicate name " << name;
+      for (char c : name) EXPECT_FALSE(std::isupper(static_cast<unsigned char>(c))) << name;
+    }
+  }
+  EXPECT_EQ(longest, MCMD_NAME_MAX - 1u);
+  // Every flag row is a single bit, and the 32 bits are all named.
+  uint32_t all = 0;
+  for (const MCMDXLAT& row : mcmdFLAGXlat) {
+    EXPECT_EQ(__builtin_popcount(row.code), 1) << row.name;
+    all |= row.code;
+  }
+  EXPECT_EQ(all, 0xFFFFFFFFu);
+}
+
+// Rows whose place in the table matters, and a sample from every group.
+TEST(MediaCmdTables, RowsThatPinTheTableOrder) {
+  struct Row {
+    size_t index;
+    uint32_t code;
+    const char* name;
+  };
+  const Row rows[] = {
+      {0, 0x1, "tc"},
+      {34, 0x23, "getfileextents"},
+      {35, 0x5A, "getnextclip"},
+      {293, 0xBB8, "userdata0"},
+      {309, 0x2774, "eventlog"},
+      {339, 0xEA60, "klxversion"},
+      {384, 0x10000, "channelsexist"},
+      {459, 0x7FFF0003, "installsystem"},
+  };
+  for (const Row& r : rows) {
+    EXPECT_EQ(mcmdGSXlat[r.index].code, r.code) << r.name;
+    EXPECT_STREQ(mcmdGSXlat[r.index].name, r.name);
+  }
+  auto indexOf = [](const char* name) {
+    for (size_t i = 0; i < 460; ++i)
+      if (!std::strcmp(mcmdGSXlat[i].name, name)) return i;
+    return size_t(999);
+  };
+  EXPECT_LT(indexOf("channelname"), indexOf("vidinputvalid"));            // 0x41E before 0x404
+  EXPECT_LT(indexOf("proxyfilesize"), indexOf("proxyfilecompressiontype"));  // 0xC365 before 0xC35F
+  EXPECT_GT(indexOf("proxyfiledirectory"), indexOf("proxymultiratestreams"));  // 0xC361 after 0xC363
+  EXPECT_EQ(mcmdFLAGXlat[1].code, 0x40000000u);
+  EXPECT_STREQ(mcmdFLAGXlat[1].name, "overridedeferred");
+  EXPECT_STREQ(mcmdFLAGXlat[34].name, "ignore");
+}
+
+// Every name of both tables, in three spellings, back to its code; every code to the first name.
+TEST(MediaCmdTables, ExhaustiveRoundTrips) {
+  for (const MCMDXLAT& row : mcmdGSXlat) {
+    unsigned code = 0;
+    ASSERT_EQ(gsFromString(row.name, &code), 0) << row.name;
+    EXPECT_EQ(code, row.code);
+    ASSERT_EQ(gsFromString(upper(row.name).c_str(), &code), 0) << row.name;
+    EXPECT_EQ(code, row.code);
+    char name[MCMD_NAME_MAX];
+    ASSERT_EQ(gsToString(static_cast<int>(row.code), name), 0);
+    EXPECT_STREQ(name, firstNameFor(mcmdGSXlat, row.code));
+    EXPECT_EQ(gsFromString((std::string(row.name) + "x").c_str(), nullptr), -1);
+  }
+  for (const MCMDXLAT& row : mcmdFLAGXlat) {
+    unsigned flag = 0;
+    ASSERT_EQ(cfFromString(upper(row.name).c_str(), &flag), 0) << row.name;
+    EXPECT_EQ(flag, row.code);
+    char name[MCMD_NAME_MAX];
+    ASSERT_EQ(cfToString(static_cast<int>(row.code), name), 0);
+    EXPECT_STREQ(name, firstNameFor(mcmdFLAGXlat, row.code));
+  }
+}
+
+TEST(MediaCmdTables, SharedCodesTurnIntoTheFirstName) {
+  struct Pair {
+    bool flags;
+    uint32_t code;
+    const char* first;
+    const char* second;
+  };
+  const Pair pairs[] = {
+      {false, 0x4E23, "sysdroppedframes", "droppedframes"},
+      {false, 0xC35F, "proxyfilecompressiontype", "proxycompressiontype"},
+      {false, 0xC360, "proxyfiledatarate", "proxydatarate"},
+      {true, 0x4000, "copy", "noclipfiles"},
+      {true, 0x8000, "convert", "notcspaces"},
+      {true, 0x8000000, "secondfield", "usenextfield"},
+      {true, 0x40000000, "overridedeferred", "ignore"},
+  };
+  for (const Pair& p : pairs) {
+    char name[MCMD_NAME_MAX] = {};
+    unsigned a = 0, b = 0;
+    if (p.flags) {
+      EXPECT_EQ(cfToString(static_cast<int>(p.code), name), 0);
+      EXPECT_EQ(cfFromString(p.first, &a), 0);
+      EXPECT_EQ(cfFromString(p.second, &b), 0);
+    } else {
+      EXPECT_EQ(gsToString(static_cast<int>(p.code), name), 0);
+      EXPECT_EQ(gsFromString(p.first, &a), 0);
+      EXPECT_EQ(gsFromString(p.second, &b), 0);
+    }
+    EXPECT_STREQ(name, p.first);
+    EXPECT_EQ(a, p.code);
+    EXPECT_EQ(b, p.code);
+  }
+}
+
+TEST(MediaCmdTables, MissesLeaveTheCallersDataAlone) {
+  struct Miss {
+    const char* what;
+    int result;
+  };
+  char name[MCMD_NAME_MAX];
+  std::strcpy(name, "untouched");
+  unsigned code = 77;
+  const Miss misses[] = {
+      {"gs code 0x24", gsToString(0x24, name)},
+      {"gs code 0", gsToString(0, name)},
+      {"flag combination 0x3", cfToString(0x3, name)},
+      {"flag 0", cfToString(0, name)},
+      {"prefix t", gsFromString("t", &code)},
+      {"empty name", gsFromString("", &code)},
+      {"null name", gsFromString(nullptr, &code)},
+      {"flag prefix use", cfFromString("use", &code)},
+      {"name with trailing blank", cfFromString("loop ", &code)},
+      {"checked form, buffer one short", gsToStringN(0x9, name, 5)},
+      {"checked flag form, buffer one short", cfToStringN(0x1, name, 8)},
+  };
+  for (const Miss& m : misses) EXPECT_EQ(m.result, -1) << m.what;
+  EXPECT_STREQ(name, "untouched");
+  EXPECT_EQ(code, 77u);
+
+  EXPECT_EQ(gsToString(0x9, name), 0);
+  EXPECT_STREQ(name, "start");
+  EXPECT_EQ(gsToStringN(0x9, name, 6), 0);
+  EXPECT_STREQ(name, "start");
+  EXPECT_EQ(gsFromString("TC", &code), 0);
+  EXPECT_EQ(code, 0x1u);
+  EXPECT_EQ(gsFromString("videoinputprefferedscantype", &code), 0);
+  EXPECT_EQ(code, 0x418u);
+  EXPECT_EQ(gsToString(0x9, nullptr), 0);  // found, nothing copied
+}
+
+}  // namespace
