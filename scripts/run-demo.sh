@@ -6,3 +6,12 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 samples="$here/samples"
 step() { echo; echo "\$ quorvane $*"; "$tool" "$@"; }
 step --help
+step tc --help
+# Drop-frame counting: one hour at 29.97 is 107892 frames, ten minutes 17982; frame 1800 is the
+# first of minute one, whose numbers 00 and 01 are skipped.
+step tc --type 29.97df 107892 17982 1800
+step tc --type 25 01:00:00:00
+step tc --type 59.94df 00:01:00:04 215784
+step tc --type 24 --no-wrap 2073624
+step tc --type 29.97df --json 00:10:00\;00
+echo; echo "bundled samples in $samples:"; ls "$samples"

@@ -1,0 +1,122 @@
+// quorvane tc from the outside: conversions both ways, JSON, help and one-line errors.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace {
+
+struct CliCase {
+  const char* args;
+  int exitCode;
+  const char* out;  // exact stdout
+  const char* err;  // start of stderr ("" = must be empty)
+};
+
+TEST(TcCli, ConversionsAndErrors) {
+  const CliCase cases[] = {
+      {"--type 29.97df 107892", 0, "01:00:00;00\n", ""},
+      {"--type 25 01:00:00:00", 0, "90000\n", ""},
+      {"--type pal 01:00:00:00", 0, "90000\n", ""},
+      {"--type 29.97df 17982 1800 00:01:00\\;02", 0, "00:10:00;00\n00:01:00;02\n1800\n", ""},
+      {"--type 59.94df 215784", 0, "01:00:00;00\n", ""},
+      {"--type 24 86399", 0, "00:59:59:23\n", ""},
+      {"--type film 00:00:01:00", 0, "24\n", ""},
+      {"--type 23.98 86400", 0, "01:00:00:00\n", ""},
+      {"--type 50 00:00:00:49", 0, "49\n", ""},
+      {"--type 60 216059", 0, "01:00:00:59\n", ""},
+      {"--type 30 108000", 0, "01:00:00:00\n", ""},
+      {"108000", 0, "01:00:00:00\n", ""},  // 30 by default
+      {"--type frames 12345", 0, "12345\n", ""},
+      {"--type 25 2160025", 0, "00:00:01:00\n", ""},
+      {"--type 25 --no-wrap 2160025", 0, "24:00:01:00\n", ""},
+      {"--type 25 --no-wrap 24:00:01:00", 0, "2160025\n", ""},
+      {"--type 25 5:12", 0, "137\n", ""},
+      {"--format 0x10100 --type 29.97df 1800", 0, "0:01:00:02\n", ""},
+      {"--format 0x404 107892", 0, "1 0 0 0\n", ""},
+      {"--format 0x420 3600", 0, "0 1 0 4\n", ""},
+      {"--format 0xB2140 4294967295", 0, "19884:06:28:15\n", ""},
+      {"--type 29.97df 00:01:00:00", 1, "", "quorvane tc: '00:01:00:00' is not a valid 29.97df timecode\n"},
+      {"--type 25 00:00:00:25", 1, "", "quorvane tc: '00:00:00:25' is not a valid 25 timecode\n"},
+      {"--type 25 24:00:00:00", 1, "", "quorvane tc: '24:00:00:00' is not a valid 25 timecode\n"},
+      {"--type 25 1:2:3:4", 1, "", "quorvane tc: "},
+      {"--type 25 banana", 1, "", "quorvane tc: 'banana' is not a valid 25 timecode\n"},
+      {"--type 25 4294967296", 1, "", "quorvane tc: frame count '4294967296' does not fit 32 bits\n"},
+      {"--type 29.98 1", 2, "", "quorvane tc: unknown type '29.98'"},
+      {"--type", 2, "", "quorvane tc: "},
+      {"--format 0x800 1", 2, "", "quorvane tc: format word 0x800 has an unknown type or option bit (see --help)\n"},
+      {"--format 0x403 1", 2, "", "quorvane tc: format word 0x403 has"},
+      {"--format 0x80440 4294967295", 1, "", "quorvane tc: cannot render 4294967295 as 60"},  // hours > 255
+      {"--format zz 1", 2, "", "quorvane tc: bad format word 'zz'\n"},
+      {"--bogus 1", 2, "", "quorvane tc: "},
+      {"", 2, "", "quorvane tc: give a frame count or a timecode (see --help)\n"},
+  };
+  for (const auto& c : cases) {
+    const auto r = qtest::runTool(std::string("tc ") + c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << c.args << "\n" << r.err;
+    EXPECT_EQ(r.out, c.out) << c.args;
+    if (*c.err) {
+      EXPECT_EQ(r.err.rfind(c.err, 0), 0u) << c.args << " stderr: " << r.err;
+    } else {
+      EXPECT_EQ(r.err, "") << c.args;
+    }
+    if (c.exitCode) {
+      EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
+    }
+  }
+}
+
+TEST(TcCli, HelpNamesEveryType) {
+  const auto r = qtest::runTool("tc --help");
+  ASSERT_EQ(r.exitCode, 0);
+  for (const char* name : {"frames", "24", "film", "23.98", "25", "pal", "29.97df", "30", "50", "59.94df", "60", "--json"})
+    EXPECT_NE(r.out.find(name), std::string::npos) << name;
+}
+
+TEST(TcCli, JsonCarriesBothForms) {
+  const auto r = qtest::runTool("tc --type 59.94df --json 3600 00:01:00:04");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "{\"type\":\"59.94df\",\"format\":205088,\"results\":["
+            "{\"input\":\"3600\",\"frames\":3600,\"timecode\":\"00:01:00;04\"},"
+            "{\"input\":\"00:01:00:04\",\"frames\":3600,\"timecode\":\"00:01:00;04\"}]}\n");
+  const auto digits = qtest::runTool("tc --format 0x404 --json 1800");
+  ASSERT_EQ(digits.exitCode, 0) << digits.err;
+  EXPECT_NE(digits.out.find("\"digits\":[0,1,0,2]"), std::string::npos) << digits.out;
+}
+
+// Random counts out through the tool and back in: the tool must give back every count.
+TEST(TcCli, RandomCountsRoundTripThroughTheTool) {
+  std::mt19937 rng(5);
+  const struct {
+    const char* name;
+    uint32_t perDay;
+  } types[] = {{"24", 2073600}, {"23.98", 2073600}, {"25", 2160000}, {"29.97df", 2589408},
+               {"30", 2592000}, {"50", 4320000},    {"59.94df", 5178816}, {"60", 5184000}};
+  for (const auto& t : types) {
+    std::vector<uint32_t> counts;
+    std::string args = std::string("tc --type ") + t.name;
+    for (int i = 0; i < 40; ++i) {
+      counts.push_back(static_cast<uint32_t>(rng() % t.perDay));
+      args += " " + std::to_string(counts.back());
+    }
+    const auto out = qtest::runTool(args);
+    ASSERT_EQ(out.exitCode, 0) << out.err;
+    std::string back = std::string("tc --type ") + t.name;
+    std::istringstream lines(out.out);
+    for (std::string line; std::getline(lines, line);) back += " " + qtest::shellQuote(line);
+    const auto in = qtest::runTool(back);
+    ASSERT_EQ(in.exitCode, 0) << in.err;
+    std::istringstream numbers(in.out);
+    for (uint32_t expected : counts) {
+      uint32_t got = 0;
+      ASSERT_TRUE(numbers >> got) << t.name;
+      EXPECT_EQ(got, expected) << t.name;
+    }
+  }
+}
+
+}  // namespace
