@@ -3,3 +3,4 @@
 #include "streamutil/dframe.h"
 #include "streamutil/captions.h"
 #include "streamutil/typenames.h"
+#include "streamutil/zr_bitstream.h"

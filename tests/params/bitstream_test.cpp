@@ -1,0 +1,341 @@
+// zr_bitstream: the documented edge cases, and a property check of every reader against a
+// plain bit-by-bit model of the definition (the library reads whole bytes where it can).
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "streamutil/zr_bitstream.h"
+
+namespace {
+
+zr_bitstream over(std::vector<uint8_t>& bytes, uint64_t lengthBits, int64_t size = -1) {
+  return zr_bitstream{bytes.data(), size < 0 ? static_cast<int64_t>(bytes.size()) : size, lengthBits, 0};
+}
+
+// Bits of a "0101..." string packed MSB first (zero padded, plus one spare byte).
+std::vector<uint8_t> packBits(const std::string& bits) {
+  std::vector<uint8_t> out(bits.size() / 8 + 2, 0);
+  for (size_t i = 0; i < bits.size(); ++i)
+    if (bits[i] == '1') out[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
+  return out;
+}
+
+std::string written(const zr_bitstream& s) {
+  std::string out;
+  for (uint64_t p = 0; p < s.position; ++p) out += ((s.buffer[p / 8] >> (7 - p % 8)) & 1) ? '1' : '0';
+  return out;
+}
+
+// ---- The reference model: the reader's definition transcribed one bit at a time. -----------
+struct Model {
+  const std::vector<uint8_t>* bytes;
+  uint64_t length, position = 0;
+  uint32_t bit() {
+    uint64_t p = position++;
+    if (length < p) return 0xFFFFFFFFu;
+    return ((*bytes)[p / 8] >> (7 - p % 8)) & 1u;
+  }
+  uint32_t bits(int n) {
+    uint32_t v = 0;
+    for (int k = 0; k < n; ++k) v |= bit() << ((n - 1 - k) & 31);
+    return v;
+  }
+  uint64_t bits64(int n) {
+    uint64_t v = 0;
+    for (int k = 0; k < n; ++k) v |= uint64_t{bit()} << ((n - 1 - k) & 63);
+    return v;
+  }
+  uint32_t peek(int offset) {
+    uint64_t p = position + offset;
+    return p >= length ? 1u : (((*bytes)[p / 8] >> (7 - p % 8)) & 1u);
+  }
+  uint32_t ue() {
+    uint32_t z = 0;
+    for (;;) {
+      if (bit() != 0) break;
+      if (position >= length) break;
+      ++z;
+    }
+    uint32_t pow = z < 32 ? (1u << z) : 0u;
+    return pow + bits(static_cast<int>(z)) - 1u;
+  }
+};
+
+TEST(BitReader, PastTheEndQuirks) {
+  std::vector<uint8_t> data = {0x00, 0xA5, 0x00};
+  zr_bitstream s = over(data, 8);
+  s.position = 8;
+  EXPECT_EQ(ReadBit(&s), 1u) << "a read at position == length fetches the top bit of the next byte";
+  EXPECT_EQ(s.position, 9u);
+  EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu);
+  EXPECT_EQ(s.position, 10u);
+
+  s.position = 8;
+  EXPECT_EQ(PeekBit(&s, 0), 1u);  // peek includes equality
+  data[1] = 0x00;
+  EXPECT_EQ(PeekBit(&s, 0), 1u);
+  s.position = 7;
+  EXPECT_EQ(PeekBit(&s, 0), 0u);
+  EXPECT_EQ(PeekBits(&s, 4), 0x7u) << "bits past the end peek as ones";
+  EXPECT_EQ(s.position, 7u);
+
+  for (int n : {0, -3}) {
+    s.position = 3;
+    EXPECT_EQ(ReadBits(&s, n), 0u);
+    EXPECT_EQ(ReadBits64(&s, n), 0u);
+    EXPECT_EQ(PeekBits(&s, n), 0u);
+    EXPECT_EQ(s.position, 3u);
+  }
+  // Ones from the first past-the-end bit upwards.
+  std::vector<uint8_t> zeros(4, 0);
+  zr_bitstream z = over(zeros, 4);
+  EXPECT_EQ(ReadBits(&z, 8), 0xFFFFFFFFu);  // bits 0..4 data (4 is the quirk bit), 5..7 past the end
+  z.position = 0;
+  EXPECT_EQ(ReadBits64(&z, 8), 0x3FFFFFFFFull) << "the past-the-end value is limited to 32 bits, then shifted";
+  EXPECT_TRUE(IsEndOfStream(&z));
+}
+
+TEST(BitReader, SizeBoundsEveryAccess) {
+  // length claims more than the buffer holds: reads past `size` behave as past the end.
+  std::vector<uint8_t> one = {0xFF};
+  zr_bitstream s = over(one, 64, 1);
+  EXPECT_EQ(ReadBits(&s, 8), 0xFFu);
+  EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu);
+  EXPECT_EQ(PeekBit(&s, 0), 1u);
+  s.position = 0;
+  WriteBits(&s, 16, 0x1234);  // second byte is outside: dropped
+  EXPECT_EQ(one[0], 0x12);
+  EXPECT_EQ(s.position, 16u);
+}
+
+TEST(ExpGolomb, ReadsKnownCodes) {
+  struct Case {
+    const char* bits;
+    uint32_t ue;
+  } cases[] = {{"1", 0}, {"010", 1}, {"011", 2}, {"00100", 3}, {"00111", 6}, {"0001000", 7},
+               {"00000000111111111", 510}};
+  for (auto& c : cases) {
+    std::string bits = c.bits;
+    auto bytes = packBits(bits);
+    zr_bitstream s = over(bytes, bits.size());
+    EXPECT_EQ(ReadExponentialGolombCode(&s), c.ue) << c.bits;
+    EXPECT_EQ(s.position, bits.size()) << c.bits;
+  }
+  struct Signed {
+    const char* bits;
+    int32_t se;
+  } signedCases[] = {{"1", 0}, {"010", 1}, {"011", -1}, {"00100", 2}, {"00101", -2}};
+  for (auto& c : signedCases) {
+    std::string bits = c.bits;
+    auto bytes = packBits(bits);
+    zr_bitstream s = over(bytes, bits.size());
+    EXPECT_EQ(ReadExponentialGolombCodeSigned(&s), c.se) << c.bits;
+  }
+}
+
+TEST(ExpGolomb, WritesKnownCodesWithTheKeptQuirks) {
+  struct Case {
+    bool isSigned;
+    int64_t value;
+    std::string bits;
+  } cases[] = {
+      {false, 0, "1"},
+      {false, 6, "00111"},
+      {false, 0xFFFE, std::string(15, '0') + "1" + std::string(15, '1')},
+      {true, 0, "1"},
+      {true, -1, "011"},
+      {true, 1, "00101"},   // code number 4, not 1
+      {true, 2, "00111"},   // code number 6
+      {true, -2, "00101"},  // code number 4
+      // 48 extra bits: 65 zeros then the 32 bits of 0x1000001.
+      {false, 0x1000000, std::string(65, '0') + "00000001000000000000000000000001"},
+  };
+  for (auto& c : cases) {
+    std::vector<uint8_t> buf(32, 0xAA);
+    zr_bitstream s = over(buf, 256);
+    if (c.isSigned)
+      WriteExponentialGolombCodeSigned(&s, static_cast<int32_t>(c.value));
+    else
+      WriteExponentialGolombCode(&s, static_cast<uint32_t>(c.value));
+    EXPECT_EQ(written(s), c.bits) << c.value;
+  }
+  // Positive signed values come back as -(v + 1).
+  for (int32_t v : {1, 5, 1000}) {
+    std::vector<uint8_t> buf(16, 0);
+    zr_bitstream s = over(buf, 128);
+    WriteExponentialGolombCodeSigned(&s, v);
+    s.length = s.position;
+    s.position = 0;
+    EXPECT_EQ(ReadExponentialGolombCodeSigned(&s), -(v + 1));
+  }
+}
+
+TEST(ExpGolomb, LengthAndLog2Tables) {
+  const std::pair<uint32_t, int32_t> lengths[] = {{0, 1}, {1, 3}, {2, 3}, {3, 5}, {127, 15}, {128, 15}, {255, 17}, {256, 1}};
+  for (auto [v, len] : lengths) EXPECT_EQ(LengthExponentialGolombCode(v), len) << v;
+  for (uint32_t v = 0; v < 256; ++v) {  // cross-check against the writer for the whole low byte
+    std::vector<uint8_t> buf(8, 0);
+    zr_bitstream s = over(buf, 64);
+    WriteExponentialGolombCode(&s, v);
+    EXPECT_EQ(LengthExponentialGolombCode(v), static_cast<int32_t>(s.position)) << v;
+  }
+  const std::pair<int32_t, int32_t> logs[] = {{-5, 0}, {0, 0}, {1, 0}, {2, 1}, {3, 2}, {4, 2}, {5, 3}, {6, 3}, {8, 3}, {9, 4}, {0x40000000, 30}, {0x7FFFFFFF, 31}};
+  for (auto [x, l] : logs) EXPECT_EQ(zrintlog2(x), l) << x;
+  for (int i = 0; i < 256; ++i) {
+    int bits = 0;
+    for (int v = i; v; v >>= 1) ++bits;
+    EXPECT_EQ(len_table_mini[i], i == 0 ? 1 : bits) << i;
+  }
+}
+
+TEST(CodedNumber, SumsFFBytes) {
+  struct Case {
+    std::vector<uint8_t> bytes;
+    uint32_t value;
+    uint64_t consumed;
+  } cases[] = {{{0x05}, 5, 8}, {{0xFF, 0xFF, 0x05}, 515, 24}, {{0xFF, 0x00}, 255, 16}, {{0xFE}, 254, 8}};
+  for (auto& c : cases) {
+    auto bytes = c.bytes;
+    zr_bitstream s = over(bytes, bytes.size() * 8);
+    EXPECT_EQ(ReadCodedNumber(&s), c.value);
+    EXPECT_EQ(s.position, c.consumed);
+  }
+}
+
+TEST(Writer, BitsAndSkip) {
+  std::vector<uint8_t> buf(16, 0xFF);
+  zr_bitstream s = over(buf, 128);
+  WriteBit(&s, 2);  // only the lowest bit counts
+  WriteBits(&s, 1, 3);
+  WriteBits(&s, 0, 5);
+  WriteBits(&s, 6, 0x2A);
+  WriteBits64(&s, 40, 0x12345678ABull);
+  WriteBits(&s, 36, 0xFFFFFFFFu);  // wider than the value: leading zeros
+  EXPECT_EQ(written(s), "01" "101010" "0001001000110100010101100111100010101011" "0000" + std::string(32, '1'));
+  SkipBits(&s, -4);
+  EXPECT_EQ(s.position, 80u);
+}
+
+TEST(ScalingList, DeltasUseTheStandardMapping) {
+  struct Case {
+    std::vector<int32_t> list;
+    int32_t useDefault;
+    std::string bits;
+  } cases[] = {
+      {{0, 1, -1, 2}, 0, "1" "010" "011" "00100"},
+      {{7, 7, 7}, 1, "111"},
+      {{}, 0, ""},
+  };
+  for (auto& c : cases) {
+    std::vector<uint8_t> buf(16, 0);
+    zr_bitstream s = over(buf, 128);
+    write_scaling_list(&s, c.list.data(), static_cast<int32_t>(c.list.size()), c.useDefault);
+    EXPECT_EQ(written(s), c.bits);
+  }
+}
+
+TEST(H264Hrd, EightEntryLimitAndRoundTrip) {
+  // cpb_cnt_minus1 = 9 with ten entries: only eight are read, then the length fields misread.
+  std::vector<uint8_t> buf(64, 0);
+  zr_bitstream w = over(buf, 512);
+  WriteExponentialGolombCode(&w, 9);
+  WriteBits(&w, 4, 3);
+  WriteBits(&w, 4, 5);
+  for (uint32_t i = 0; i < 10; ++i) {
+    WriteExponentialGolombCode(&w, 100 + i);
+    WriteExponentialGolombCode(&w, 200 + i);
+    WriteBit(&w, i & 1);
+  }
+  uint64_t entriesEnd = w.position;
+  hdr_parameters hrd{};
+  zr_bitstream r = over(buf, w.position + 20);
+  read_hrd_parameters(&hrd, &r);
+  EXPECT_EQ(hrd.cpb_cnt_minus1, 7);
+  EXPECT_EQ(hrd.bit_rate_scale, 3);
+  EXPECT_EQ(hrd.cpb_size_scale, 5);
+  for (int i = 0; i < 8; ++i) {
+    EXPECT_EQ(hrd.cpb[i].bit_rate_value_minus1, 100 + i);
+    EXPECT_EQ(hrd.cpb[i].cpb_size_value_minus1, 200 + i);
+    EXPECT_EQ(hrd.cpb[i].cbr_flag, i & 1);
+  }
+  EXPECT_LT(r.position, entriesEnd + 20) << "the ninth entry was taken as the length fields";
+
+  hdr_parameters in{2, 1, 2, {{10, 20, 1}, {11, 21, 0}, {12, 22, 1}}, 23, 22, 21, 24};
+  std::vector<uint8_t> out(64, 0);
+  zr_bitstream ws = over(out, 512);
+  write_hrd_parameters(&in, &ws);
+  hdr_parameters back{};
+  zr_bitstream rs = over(out, ws.position);
+  read_hrd_parameters(&back, &rs);
+  EXPECT_EQ(rs.position, ws.position);
+  EXPECT_EQ(0, std::memcmp(&in, &back, sizeof in));
+}
+
+// ---- Property: every reader equals the bit-by-bit model on random data and positions. -------
+TEST(BitReaderProperty, MatchesBitByBitModel) {
+  std::mt19937 rng(1234);
+  for (int round = 0; round < 3000; ++round) {
+    size_t bytes = 1 + rng() % 24;
+    std::vector<uint8_t> data(bytes + 1);
+    // Sparse ones make long Exp-Golomb prefixes likely.
+    for (auto& b : data) b = (rng() % 3 == 0) ? static_cast<uint8_t>(rng()) : static_cast<uint8_t>(rng() % 4 == 0);
+    uint64_t length = rng() % (bytes * 8 + 1);
+    zr_bitstream s{data.data(), static_cast<int64_t>(data.size()), length, 0};
+    Model m{&data, length};
+    for (int op = 0; op < 12; ++op) {
+      int kind = static_cast<int>(rng() % 6);
+      int n = static_cast<int>(rng() % 40) - 2;
+      if (m.position > length + 16) break;  // keep inside the buffer for the model
+      switch (kind) {
+        case 0: ASSERT_EQ(ReadBit(&s), m.bit()); break;
+        case 1: ASSERT_EQ(ReadBits(&s, n), n < 1 ? 0u : m.bits(n)) << "n=" << n; break;
+        case 2: ASSERT_EQ(ReadBits64(&s, n + 24), n + 24 < 1 ? 0u : m.bits64(n + 24)) << "n=" << n; break;
+        case 3: ASSERT_EQ(ReadExponentialGolombCode(&s), m.ue()); break;
+        case 4: {
+          uint32_t expect = 0;
+          for (int k = 0; k < n; ++k) expect |= m.peek(k) << ((n - 1 - k) & 31);
+          ASSERT_EQ(PeekBits(&s, n), expect) << "n=" << n;
+          break;
+        }
+        case 5: ASSERT_EQ(PeekBit(&s, n), m.peek(n)); break;
+      }
+      ASSERT_EQ(s.position, m.position) << "round " << round << " op " << op << " kind " << kind;
+    }
+  }
+}
+
+TEST(BitWriterProperty, UnsignedAndSignedRoundTrip) {
+  std::mt19937 rng(99);
+  for (int round = 0; round < 500; ++round) {
+    std::vector<uint8_t> buf(256, 0x5A);  // dirty buffer: the writer must clear the bits it sets
+    zr_bitstream w{buf.data(), static_cast<int64_t>(buf.size()), 2048, 0};
+    std::vector<uint32_t> values;
+    std::vector<int32_t> signedValues;
+    std::vector<std::pair<int, uint32_t>> raw;
+    for (int i = 0; i < 20; ++i) {
+      uint32_t v = rng() >> (rng() % 32);
+      if (v >= 0xFFFFFE) v &= 0xFFFFF;  // below the 48-bit quirk the code is standard
+      values.push_back(v);
+      int32_t sv = -static_cast<int32_t>(rng() % 100000);  // values <= 0 round-trip
+      signedValues.push_back(sv);
+      int n = 1 + static_cast<int>(rng() % 32);
+      uint32_t r = static_cast<uint32_t>(rng()) & (n == 32 ? 0xFFFFFFFFu : ((1u << n) - 1));
+      raw.emplace_back(n, r);
+      WriteExponentialGolombCode(&w, v);
+      WriteExponentialGolombCodeSigned(&w, sv);
+      WriteBits(&w, n, r);
+    }
+    zr_bitstream r{buf.data(), static_cast<int64_t>(buf.size()), w.position, 0};
+    for (int i = 0; i < 20; ++i) {
+      ASSERT_EQ(ReadExponentialGolombCode(&r), values[i]);
+      ASSERT_EQ(ReadExponentialGolombCodeSigned(&r), signedValues[i]);
+      ASSERT_EQ(ReadBits(&r, raw[i].first), raw[i].second);
+    }
+    ASSERT_EQ(r.position, w.position);
+  }
+}
+
+}  // namespace
