@@ -19,5 +19,10 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfigVersi
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
 
+# The .pc file finds its prefix from its own location, so `cmake --install --prefix DIR` and
+# DESTDIR staging give a correct file without reconfiguring.
+file(RELATIVE_PATH QUORVANE_PC_TO_PREFIX
+  ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" QUORVANE_PC_TO_PREFIX "${QUORVANE_PC_TO_PREFIX}")
 configure_file(cmake/quorvane.pc.in ${CMAKE_CURRENT_BINARY_DIR}/quorvane.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quorvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
