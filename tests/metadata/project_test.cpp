@@ -1,0 +1,257 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "metadata/zrprojecttoxml.h"
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qtest::TempDir;
+
+std::string readText(const std::string& path) {
+  auto bytes = qtest::readBytes(path);
+  return std::string(bytes.begin(), bytes.end());
+}
+void writeText(const std::string& path, const std::string& text) {
+  qtest::writeBytes(path, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
+std::string clipPath(CZRProjectToXML& p) {
+  char out[ZR_PROJECT_PATH_SIZE];
+  p.GetClipFile(out);
+  return out;
+}
+std::string edlPath(CZRProjectToXML& p) {
+  char out[ZR_PROJECT_PATH_SIZE];
+  p.GetEDLName(out);
+  return out;
+}
+
+// Texts that stress attribute encoding: quotes, markup characters, tabs, runs of spaces,
+// line breaks, UTF-8.
+const std::string kClipText =
+    "000 crlf\r\n001  clip one\t\"quoted\" <tag> & 'apos'\n002  two  spaces   three\n\tindented\nÜnïcode ✓\n";
+const std::string kEdlText = "TITLE: cut\nFCM: NON-DROP FRAME\n001  AX  V  C  01:00:00:00 01:00:10:00\n";
+
+// Makes a project in `dir` naming clips.txt and cut.edl there, and saves it as project.xml.
+std::string makeProject(const TempDir& dir) {
+  writeText(dir.file("clips.txt"), kClipText);
+  writeText(dir.file("cut.edl"), kEdlText);
+  CZRProjectToXML p;
+  EXPECT_EQ(p.SetXMLName(dir.file("project.xml").c_str()), 0);
+  EXPECT_EQ(p.SetClipFile(dir.file("clips.txt").c_str()), 0);
+  EXPECT_EQ(p.SetEDLName(dir.file("cut.edl").c_str()), 0);
+  EXPECT_EQ(p.SetConfigString("Operator", "A. Smith & \"crew\""), 0);
+  EXPECT_EQ(p.SetConfigDWORD("Channels", 8), 0);
+  EXPECT_TRUE(p.SaveXMLFile());
+  return dir.file("project.xml");
+}
+
+TEST(Project, SavedFileHasTheDocumentedShape) {
+  TempDir dir;
+  std::string text = readText(makeProject(dir));
+  size_t decl = text.find("<?xml version=\"1.0\"");
+  size_t clip = text.find("<ClipList FileName=\"" + dir.file("clips.txt") + "\"");
+  size_t edl = text.find("<EdlList EdlName=\"" + dir.file("cut.edl") + "\"");
+  size_t settings = text.find("<Settings ");
+  ASSERT_NE(decl, std::string::npos) << text;
+  ASSERT_NE(clip, std::string::npos) << text;
+  ASSERT_NE(edl, std::string::npos) << text;
+  ASSERT_NE(settings, std::string::npos) << text;
+  EXPECT_LT(decl, clip);
+  EXPECT_LT(clip, edl);
+  EXPECT_LT(edl, settings);
+  EXPECT_NE(text.find("Channels=\"8\""), std::string::npos) << text;
+  EXPECT_EQ(text.find("encoding="), std::string::npos) << text;
+}
+
+TEST(Project, LoadRestoresNamesSettingsAndEmbeddedText) {
+  TempDir dir;
+  std::string path = makeProject(dir);
+  CZRProjectToXML p;
+  ASSERT_TRUE(p.LoadXMLFile(path.c_str()));
+  char name[ZR_PROJECT_PATH_SIZE];
+  p.GetXMLName(name);
+  EXPECT_EQ(std::string(name), path);
+  EXPECT_EQ(clipPath(p), dir.file("clips.txt"));  // present at its stored path: used unchanged
+  EXPECT_EQ(edlPath(p), dir.file("cut.edl"));
+  EXPECT_EQ(p.GetDataLength(true), kClipText.size());
+  EXPECT_EQ(p.GetDataLength(false), kEdlText.size());
+  char value[ZR_PROJECT_PATH_SIZE];
+  p.GetConfigString("Operator", value);
+  EXPECT_STREQ(value, "A. Smith & \"crew\"");
+  EXPECT_EQ(p.GetConfigDWORD("Channels"), 8u);
+  EXPECT_EQ(p.GetConfigCount(), 2);
+}
+
+// A project copied alone into another directory brings its files back next to itself, byte
+// for byte, and leaves files already there alone.
+TEST(Project, CopiedProjectRecreatesMissingFilesButNeverOverwrites) {
+  struct Case {
+    const char* label;
+    bool removeOriginals;     // the stored absolute paths no longer exist
+    const char* clipAlready;  // text of a clips.txt already in the new directory (null: none)
+    const char* expectedClipDir;  // "old" or "new"
+  };
+  const Case cases[] = {
+      {"originals still present", false, nullptr, "old"},
+      {"originals gone", true, nullptr, "new"},
+      {"originals gone, a clips.txt already there", true, "someone else's list\n", "new"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.label);
+    TempDir oldDir, newDir;
+    std::string project = makeProject(oldDir);
+    fs::copy_file(project, newDir.file("project.xml"));
+    if (c.removeOriginals) {
+      fs::remove(oldDir.file("clips.txt"));
+      fs::remove(oldDir.file("cut.edl"));
+    }
+    if (c.clipAlready) writeText(newDir.file("clips.txt"), c.clipAlready);
+
+    CZRProjectToXML p;
+    ASSERT_TRUE(p.LoadXMLFile(newDir.file("project.xml").c_str()));
+    const TempDir& expectedDir = std::string(c.expectedClipDir) == "old" ? oldDir : newDir;
+    EXPECT_EQ(clipPath(p), expectedDir.file("clips.txt"));
+    EXPECT_EQ(edlPath(p), expectedDir.file("cut.edl"));
+    EXPECT_EQ(readText(clipPath(p)), c.clipAlready ? c.clipAlready : kClipText);
+    EXPECT_EQ(readText(edlPath(p)), kEdlText);
+    if (!c.removeOriginals) {
+      EXPECT_FALSE(fs::exists(newDir.file("clips.txt")));
+      EXPECT_FALSE(fs::exists(newDir.file("cut.edl")));
+    }
+  }
+}
+
+// Hand-written projects: which files a load makes, and where.
+TEST(Project, RecreationFollowsTheElementsPresent) {
+  struct Case {
+    const char* label;
+    const char* xml;  // %D is replaced by a directory that does not exist
+    std::vector<std::pair<const char*, const char*>> expectedFiles;  // name in the project dir, text
+    std::vector<const char*> absentFiles;
+  };
+  const Case cases[] = {
+      {"both lists", "<ClipList FileName=\"%D/a.txt\" Data=\"A\" /><EdlList EdlName=\"%D/b.edl\" Data=\"B\" />",
+       {{"a.txt", "A"}, {"b.edl", "B"}}, {}},
+      {"no clip list: the EDL is not looked at", "<EdlList EdlName=\"%D/b.edl\" Data=\"B\" />", {}, {"b.edl"}},
+      {"empty data makes no file", "<ClipList FileName=\"%D/a.txt\" Data=\"\" />", {}, {"a.txt"}},
+      {"no data makes no file", "<ClipList FileName=\"%D/a.txt\" /><EdlList EdlName=\"%D/b.edl\" Data=\"B\" />",
+       {{"b.edl", "B"}}, {"a.txt"}},
+      {"Windows path", "<ClipList FileName=\"C:\\old\\win.txt\" Data=\"W\" />", {{"win.txt", "W"}}, {}},
+      {"a climbing path lands in the project dir", "<ClipList FileName=\"%D/../../escape.txt\" Data=\"E\" />",
+       {{"escape.txt", "E"}}, {}},
+      {"encoded line breaks", "<ClipList FileName=\"%D/n.txt\" Data=\"1&#x0A;2&#x0A;\" />", {{"n.txt", "1\n2\n"}}, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.label);
+    TempDir dir;
+    std::string xml = c.xml;
+    for (size_t at; (at = xml.find("%D")) != std::string::npos;) xml.replace(at, 2, dir.file("gone/deeper"));
+    writeText(dir.file("p.xml"), "<?xml version=\"1.0\" ?>\n" + xml + "\n");
+    CZRProjectToXML p;
+    EXPECT_TRUE(p.LoadXMLFile(dir.file("p.xml").c_str()));
+    for (auto& [name, text] : c.expectedFiles) EXPECT_EQ(readText(dir.file(name)), text) << name;
+    for (const char* name : c.absentFiles) EXPECT_FALSE(fs::exists(dir.file(name))) << name;
+    EXPECT_FALSE(fs::exists(dir.file("gone")));
+  }
+}
+
+TEST(Project, MissingSettingsLeaveOutputsAlone) {
+  TempDir dir;
+  CZRProjectToXML p;
+  ASSERT_TRUE(p.LoadXMLFile(makeProject(dir).c_str()));
+  EXPECT_EQ(p.GetConfigDWORD("NoSuchSetting"), 0u);
+  char out[ZR_PROJECT_PATH_SIZE] = "untouched";
+  EXPECT_EQ(p.GetConfigString("NoSuchSetting", out), 0);
+  EXPECT_STREQ(out, "untouched");
+  EXPECT_EQ(p.GetConfigString("Operator", nullptr), 0);
+  char small[4] = "abc";
+  EXPECT_EQ(p.GetConfigString("Operator", small, sizeof small), -1);
+  EXPECT_STREQ(small, "abc");
+  EXPECT_EQ(p.GetClipFile(small, sizeof small), -1);
+  EXPECT_STREQ(small, "abc");
+}
+
+TEST(Project, SettingNamesMustBeXmlNames) {
+  CZRProjectToXML p;
+  for (const char* bad : {"", "two words", "1st", "a\"b", "<x>", "a=b"}) EXPECT_EQ(p.SetConfigString(bad, "v"), -1) << bad;
+  EXPECT_EQ(p.SetConfigString(nullptr, "v"), -1);
+  EXPECT_EQ(p.SetConfigString("ok", nullptr), -1);
+  for (const char* good : {"a", "_x", "Mode-2", "ns:item", "v1.2"}) EXPECT_EQ(p.SetConfigString(good, "v"), 0) << good;
+  EXPECT_EQ(p.GetConfigCount(), 5);
+}
+
+TEST(Project, PathsAreCutToTheBuffer) {
+  CZRProjectToXML p;
+  std::string longPath(5000, 'p');
+  p.SetXMLName(longPath.c_str());
+  char out[ZR_PROJECT_PATH_SIZE];
+  p.GetXMLName(out);
+  EXPECT_EQ(std::string(out), longPath.substr(0, ZR_PROJECT_PATH_SIZE - 1));
+}
+
+// Setting a file that cannot be read keeps its name but drops any text of a previous file.
+TEST(Project, UnreadableListFileDropsStaleText) {
+  TempDir dir;
+  writeText(dir.file("first.txt"), "first list\n");
+  CZRProjectToXML p;
+  p.SetXMLName(dir.file("p.xml").c_str());
+  p.SetClipFile(dir.file("first.txt").c_str());
+  EXPECT_EQ(p.GetDataLength(true), 11u);
+  EXPECT_EQ(p.SetClipFile(dir.file("missing.txt").c_str()), 0);
+  EXPECT_EQ(clipPath(p), dir.file("missing.txt"));
+  EXPECT_EQ(p.GetDataLength(true), 0u);
+}
+
+TEST(Project, BadFilesFailToLoadAndTheObjectStaysUsable) {
+  TempDir dir;
+  writeText(dir.file("garbage.xml"), "<ClipList FileName=\"x\" Data=\"unterminated");
+  writeText(dir.file("empty.xml"), "");
+  for (const std::string& path : {dir.file("missing.xml"), dir.file("garbage.xml"), dir.file("empty.xml")}) {
+    CZRProjectToXML p;
+    EXPECT_FALSE(p.LoadXMLFile(path.c_str())) << path;
+    EXPECT_EQ(p.SetConfigDWORD("After", 3), 0);
+    EXPECT_EQ(p.GetConfigDWORD("After"), 3u);
+  }
+  CZRProjectToXML p;
+  EXPECT_FALSE(p.LoadXMLFile(nullptr));
+}
+
+// Property: any set of settings (numbers over the whole 32-bit range, texts of any printable
+// characters) survives a save and a load in a fresh object.
+TEST(Project, RandomSettingsRoundTrip) {
+  std::mt19937 rng(20261122);
+  TempDir dir;
+  for (int round = 0; round < 20; ++round) {
+    std::vector<std::pair<std::string, uint32_t>> numbers;
+    std::vector<std::pair<std::string, std::string>> texts;
+    CZRProjectToXML out;
+    out.SetXMLName(dir.file("r.xml").c_str());
+    for (int i = 0; i < 10; ++i) {
+      numbers.emplace_back("n" + std::to_string(i), static_cast<uint32_t>(rng()));
+      ASSERT_EQ(out.SetConfigDWORD(numbers.back().first.c_str(), numbers.back().second), 0);
+      std::string text;
+      for (int k = rng() % 40; k > 0; --k) text += static_cast<char>(' ' + rng() % 95);
+      texts.emplace_back("t" + std::to_string(i), text);
+      ASSERT_EQ(out.SetConfigString(texts.back().first.c_str(), text.c_str()), 0);
+    }
+    ASSERT_TRUE(out.SaveXMLFile());
+    CZRProjectToXML in;
+    ASSERT_TRUE(in.LoadXMLFile(dir.file("r.xml").c_str()));
+    for (auto& [name, value] : numbers) EXPECT_EQ(in.GetConfigDWORD(name.c_str()), value) << name;
+    for (auto& [name, value] : texts) {
+      char got[ZR_PROJECT_PATH_SIZE] = "";
+      in.GetConfigString(name.c_str(), got);
+      EXPECT_EQ(std::string(got), value) << name;
+    }
+  }
+}
+
+}  // namespace
