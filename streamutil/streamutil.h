@@ -4,3 +4,4 @@
 #include "streamutil/captions.h"
 #include "streamutil/typenames.h"
 #include "streamutil/zr_bitstream.h"
+#include "streamutil/framing.h"

@@ -1,0 +1,248 @@
+// NAL unit search and NAL <-> RBSP conversion: the documented edge cases, then agreement with
+// the byte-by-byte reference loops on random and mutated buffers.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "reference_framing.h"
+#include "syntax/nal_framing.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// An exactly sized heap copy, so that AddressSanitizer sees any read past its end.
+std::unique_ptr<uint8_t[]> exactCopy(const Bytes& bytes) {
+  auto copy = std::make_unique<uint8_t[]>(bytes.size() ? bytes.size() : 1);
+  std::copy(bytes.begin(), bytes.end(), copy.get());
+  return copy;
+}
+
+ref::Found runFind(int (*find)(const uint8_t*, int, int*, int*), const Bytes& bytes) {
+  auto buf = exactCopy(bytes);
+  int start = -7, end = -7;
+  int result = find(buf.get(), static_cast<int>(bytes.size()), &start, &end);
+  return {result, start, end};
+}
+
+struct FindCase {
+  const char* name;
+  Bytes input;
+  ref::Found expected;
+};
+
+TEST(FindNalUnit, EdgeCases) {
+  const FindCase cases[] = {
+      {"three bytes are one unit", {0x00, 0x00, 0x01}, {3, 0, 3}},
+      {"00 00 00 01 alone is the whole buffer", {0x00, 0x00, 0x00, 0x01}, {4, 0, 4}},
+      {"last unit runs to the end", {0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB}, {3, 3, 6}},
+      {"unit ends at the next start code", {0x00, 0x00, 0x00, 0x01, 0x67, 0xAA, 0x00, 0x00, 0x01, 0x68}, {2, 4, 6}},
+      {"no start code", {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77}, {0, 0, 0}},
+      {"empty buffer", {}, {0, 0, 0}},
+      {"size 5 tests only position 0", {0xAA, 0x00, 0x00, 0x01, 0x65}, {0, 0, 0}},
+      {"start found at the last tested position", {0xAA, 0x00, 0x00, 0x01, 0x65, 0x66}, {2, 4, 6}},
+      {"four-byte code ends the unit at its first zero",
+       {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x01, 0x41}, {2, 3, 5}},
+      {"trailing zeros stay in the unit", {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0xBB}, {6, 3, 9}},
+      {"extra zero before a four-byte code stays in the unit",
+       {0x00, 0x00, 0x01, 0x65, 0x00, 0x00, 0x00, 0x00, 0x01, 0x41}, {2, 3, 5}},
+      {"three-byte code in the last three bytes does not end the unit",
+       {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x01}, {5, 3, 8}},
+      {"empty unit between two codes", {0x00, 0x00, 0x01, 0x00, 0x00, 0x01, 0x41, 0x42}, {0, 3, 3}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(runFind(find_nal_unit, c.input), c.expected);
+    EXPECT_EQ(ref::findNalUnit(c.input.data(), static_cast<int>(c.input.size())), c.expected);
+  }
+}
+
+TEST(FindNalUnit4Only, EdgeCases) {
+  const FindCase cases[] = {
+      {"inner 00 00 01 does not end the unit",
+       {0x00, 0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x01, 0x41, 0xBB, 0xCC}, {-1, 4, 12}},
+      {"inner 00 00 00 ends the unit",
+       {0x00, 0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x01, 0x41, 0xBB}, {2, 4, 6}},
+      {"unterminated unit", {0x00, 0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB, 0xCC}, {-1, 4, 8}},
+      {"three-byte code does not start a unit", {0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB, 0xCC}, {0, 0, 0}},
+      {"size 5 tests only position 0", {0xAA, 0x00, 0x00, 0x00, 0x01}, {0, 0, 0}},
+      {"00 00 00 01 alone is the whole buffer", {0x00, 0x00, 0x00, 0x01}, {4, 0, 4}},
+      {"short buffer is one unit", {0x01, 0x02}, {2, 0, 2}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(runFind(find_nal_unit_4only, c.input), c.expected);
+    EXPECT_EQ(ref::findNalUnit4Only(c.input.data(), static_cast<int>(c.input.size())), c.expected);
+  }
+}
+
+ref::Converted runNalToRbsp(const Bytes& nal, int capacity) {
+  auto in = exactCopy(nal);
+  auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
+  int nalSize = static_cast<int>(nal.size());
+  int rbspSize = capacity;
+  int result = nal_to_rbsp(in.get(), &nalSize, out.get(), &rbspSize);
+  Bytes written;
+  if (result >= 0) written.assign(out.get(), out.get() + rbspSize);
+  return {result, nalSize, rbspSize, written};
+}
+
+ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) {
+  auto in = exactCopy(rbsp);
+  auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
+  int rbspSize = static_cast<int>(rbsp.size());
+  int nalSize = capacity;
+  int result = rbsp_to_nal(in.get(), &rbspSize, out.get(), &nalSize);
+  Bytes written;
+  if (result >= 0) written.assign(out.get(), out.get() + std::min(nalSize, std::max(capacity, 0)));
+  return {result, rbspSize, nalSize, written};
+}
+
+struct ConvertCase {
+  const char* name;
+  Bytes input;
+  int capacity;
+  int result;
+  Bytes output;
+};
+
+TEST(NalToRbsp, EdgeCases) {
+  const ConvertCase cases[] = {
+      {"03 after two zeros is removed", {0x65, 0x00, 0x00, 0x03, 0x01}, 16, 3, {0x00, 0x00, 0x01}},
+      {"03 followed by a byte above 03 is forbidden", {0x65, 0x00, 0x00, 0x03, 0x04}, 16, -1, {}},
+      {"trailing 03 is dropped", {0x65, 0x00, 0x00, 0x03}, 16, 2, {0x00, 0x00}},
+      {"header byte only", {0x65}, 16, 0, {}},
+      {"00 00 00 inside is tolerated", {0x65, 0x00, 0x00, 0x00, 0x03, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
+      {"00 00 02 at the end stops before it", {0x65, 0xAA, 0x00, 0x00, 0x02}, 16, 3, {0xAA, 0x00, 0x00}},
+      {"no room", {0x65, 0x11, 0x22, 0x33}, 2, -1, {}},
+      {"exactly enough room", {0x65, 0x11, 0x22, 0x33}, 3, 3, {0x11, 0x22, 0x33}},
+      {"HEVC second header byte comes first", {0x40, 0x01, 0x0C, 0x01}, 8, 3, {0x01, 0x0C, 0x01}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ref::Converted got = runNalToRbsp(c.input, c.capacity);
+    EXPECT_EQ(got.result, c.result);
+    if (c.result >= 0) {
+      EXPECT_EQ(got.out, c.output);
+    }
+    EXPECT_EQ(got, ref::nalToRbsp(c.input.data(), static_cast<int>(c.input.size()), c.capacity));
+  }
+}
+
+TEST(RbspToNal, EdgeCases) {
+  const ConvertCase cases[] = {
+      {"00 00 01 gets an 03", {0x00, 0x00, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
+      {"empty RBSP is the header byte", {}, 16, 1, {0x00}},
+      {"zero run", {0x00, 0x00, 0x00, 0x00, 0x00}, 16, 8, {0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x03, 0x00}},
+      {"no site", {0x11, 0x00, 0x22, 0x00}, 16, 5, {0x00, 0x11, 0x00, 0x22, 0x00}},
+      {"no room for the 03", {0x00, 0x00, 0x01}, 3, -1, {}},
+      {"no room for the byte behind the 03", {0x00, 0x00, 0x01}, 4, -1, {}},
+      {"exactly enough room", {0x00, 0x00, 0x01}, 5, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ref::Converted got = runRbspToNal(c.input, c.capacity);
+    EXPECT_EQ(got.result, c.result);
+    if (c.result >= 0) {
+      EXPECT_EQ(got.out, c.output);
+    }
+    EXPECT_EQ(got, ref::rbspToNal(c.input.data(), static_cast<int>(c.input.size()), c.capacity));
+  }
+}
+
+// Random buffers rich in the bytes that matter (00, 01, 02, 03) and in start codes, of every
+// length from 0 up, so that the word-parallel paths meet every alignment and tail.
+Bytes randomBuffer(std::mt19937& rng, size_t size) {
+  static const uint8_t kAlphabet[] = {0x00, 0x00, 0x00, 0x01, 0x02, 0x03, 0x04, 0x65, 0xFF, 0x80};
+  Bytes bytes(size);
+  std::uniform_int_distribution<int> pick(0, sizeof(kAlphabet) - 1);
+  std::uniform_int_distribution<int> any(0, 255);
+  std::uniform_int_distribution<int> mode(0, 3);
+  int style = mode(rng);
+  for (auto& b : bytes) b = style == 0 ? static_cast<uint8_t>(any(rng)) : kAlphabet[pick(rng)];
+  // Sparse variant: mostly non-zero data with an occasional start code or escape site.
+  if (style == 3) {
+    for (auto& b : bytes) b = static_cast<uint8_t>(0x10 + any(rng) % 0xE0);
+    std::uniform_int_distribution<size_t> where(0, size ? size - 1 : 0);
+    for (int k = 0; k < 3 && size > 4; k++) {
+      size_t at = where(rng) % (size - 3);
+      bytes[at] = 0;
+      bytes[at + 1] = 0;
+      bytes[at + 2] = static_cast<uint8_t>(any(rng) % 4);
+    }
+  }
+  return bytes;
+}
+
+TEST(NalFraming, AgreesWithReferenceOnRandomBuffers) {
+  std::mt19937 rng(20240611);
+  for (int round = 0; round < 6000; round++) {
+    size_t size = round < 200 ? static_cast<size_t>(round % 100) : rng() % 300;
+    Bytes bytes = randomBuffer(rng, size);
+    const int n = static_cast<int>(size);
+    SCOPED_TRACE(::testing::Message() << "round " << round << " size " << size);
+    ASSERT_EQ(runFind(find_nal_unit, bytes), ref::findNalUnit(bytes.data(), n));
+    ASSERT_EQ(runFind(find_nal_unit_4only, bytes), ref::findNalUnit4Only(bytes.data(), n));
+    int capacity = static_cast<int>(rng() % (size * 2 + 2));
+    ASSERT_EQ(runNalToRbsp(bytes, capacity), ref::nalToRbsp(bytes.data(), n, capacity));
+    ASSERT_EQ(runRbspToNal(bytes, capacity), ref::rbspToNal(bytes.data(), n, capacity));
+    int roomy = n * 2 + 2;
+    ASSERT_EQ(runNalToRbsp(bytes, roomy), ref::nalToRbsp(bytes.data(), n, roomy));
+    ASSERT_EQ(runRbspToNal(bytes, roomy), ref::rbspToNal(bytes.data(), n, roomy));
+  }
+}
+
+// Whatever an RBSP holds, escaping then unescaping gives it back: the two passes are inverses.
+TEST(NalFraming, EscapeThenUnescapeIsIdentity) {
+  std::mt19937 rng(7);
+  for (int round = 0; round < 2000; round++) {
+    Bytes rbsp = randomBuffer(rng, rng() % 200);
+    // An RBSP ends with rbsp_stop_one_bit, never with a zero byte.
+    rbsp.push_back(0x80);
+    ref::Converted nal = runRbspToNal(rbsp, static_cast<int>(rbsp.size() * 2 + 2));
+    ASSERT_GT(nal.result, 0);
+    nal.out[0] = 0x65;  // a header byte in the reserved slot
+    ref::Converted back = runNalToRbsp(nal.out, static_cast<int>(nal.out.size()));
+    ASSERT_EQ(back.result, static_cast<int>(rbsp.size()));
+    ASSERT_EQ(back.out, rbsp);
+    ASSERT_EQ(back.inSize, static_cast<int>(nal.out.size()));
+  }
+}
+
+// Walking a buffer unit by unit with find_nal_unit visits every start code once, whatever the
+// mixture of three- and four-byte codes, and the units cover the buffer.
+TEST(FindNalUnit, WalksEveryUnitOfAStream) {
+  std::mt19937 rng(99);
+  for (int round = 0; round < 300; round++) {
+    Bytes stream;
+    std::vector<Bytes> units;
+    int count = 1 + static_cast<int>(rng() % 8);
+    for (int u = 0; u < count; u++) {
+      Bytes unit = randomBuffer(rng, 1 + rng() % 60);
+      unit[0] = 0x40 | static_cast<uint8_t>(rng() % 0x3F);  // never zero
+      // Make the payload free of start-code emulation the way an encoder does.
+      ref::Converted escaped = ref::rbspToNal(unit.data() + 1, static_cast<int>(unit.size() - 1), 4096);
+      escaped.out[0] = unit[0];
+      if (escaped.out.back() == 0) escaped.out.push_back(0x80);
+      units.push_back(escaped.out);
+      if (rng() % 2) stream.push_back(0);
+      stream.insert(stream.end(), {0x00, 0x00, 0x01});
+      stream.insert(stream.end(), escaped.out.begin(), escaped.out.end());
+    }
+    std::vector<Bytes> found;
+    size_t offset = 0;
+    while (offset < stream.size()) {
+      int start, end;
+      int length = find_nal_unit(stream.data() + offset, static_cast<int>(stream.size() - offset), &start, &end);
+      if (length <= 0) break;
+      found.emplace_back(stream.begin() + offset + start, stream.begin() + offset + end);
+      offset += end;
+    }
+    ASSERT_EQ(found, units) << "round " << round;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+// Byte-by-byte reference loops for the start-code scans and the emulation-prevention passes,
+// written straight from their definitions: one position at a time, no skipping. The library's
+// word-parallel versions must agree with them on every input. A byte outside the buffer never
+// matches (the definitions test the first end position before any bound check; the library
+// keeps every read inside the caller's buffer).
+#pragma once
+#include <cstdint>
+#include <ostream>
+#include <vector>
+
+namespace ref {
+
+struct Bytes {
+  const uint8_t* p;
+  int64_t size;
+  // Byte i, or -1 outside the buffer (matches no pattern byte).
+  int at(int64_t i) const { return i >= 0 && i < size ? p[i] : -1; }
+  bool is3(int64_t i) const { return at(i) == 0 && at(i + 1) == 0 && at(i + 2) == 1; }
+  bool is4(int64_t i) const { return at(i) == 0 && at(i + 1) == 0 && at(i + 2) == 0 && at(i + 3) == 1; }
+  bool isZero3(int64_t i) const { return at(i) == 0 && at(i + 1) == 0 && at(i + 2) == 0; }
+};
+
+struct Found {
+  int result, start, end;
+  bool operator==(const Found&) const = default;
+};
+inline std::ostream& operator<<(std::ostream& os, const Found& f) {
+  return os << "{result " << f.result << ", start " << f.start << ", end " << f.end << "}";
+}
+
+inline Found findNalUnit(const uint8_t* buf, int size) {
+  Bytes b{buf, size};
+  if (size < 4) return {size, 0, size};
+  int i = 0;
+  int start;
+  for (;;) {
+    if (b.is3(i)) {
+      start = i + 3;
+      break;
+    }
+    if (b.is4(i)) {
+      start = i + 4;
+      break;
+    }
+    i++;
+    if (!(i + 4 < size)) return {0, 0, 0};
+  }
+  if (start >= size) return {size, 0, size};
+  int j = start;
+  bool found = b.is3(j) || b.is4(j);
+  while (!found) {
+    j++;
+    if (!(j + 3 < size)) break;
+    found = b.is3(j) || b.is4(j);
+  }
+  if (found) return {j - start, start, j};
+  return {size - start, start, size};
+}
+
+inline Found findNalUnit4Only(const uint8_t* buf, int size) {
+  Bytes b{buf, size};
+  if (size < 4) return {size, 0, size};
+  int i = 0;
+  while (!b.is4(i)) {
+    i++;
+    if (!(i + 4 < size)) return {0, 0, 0};
+  }
+  int start = i + 4;
+  if (start >= size) return {size, 0, size};
+  int j = start;
+  bool found = b.isZero3(j);
+  while (!found) {
+    j++;
+    if (!(j + 3 < size)) break;
+    found = b.isZero3(j);
+  }
+  if (found) return {j - start, start, j};
+  return {-1, start, size};
+}
+
+struct Converted {
+  int result;
+  int inSize;   // in/out size after the call
+  int outSize;  // in/out size after the call
+  std::vector<uint8_t> out;  // the bytes written (only compared on success)
+  bool operator==(const Converted&) const = default;
+};
+inline std::ostream& operator<<(std::ostream& os, const Converted& c) {
+  os << "{result " << c.result << ", in " << c.inSize << ", out " << c.outSize << ", bytes";
+  for (uint8_t b : c.out) os << ' ' << std::hex << int{b} << std::dec;
+  return os << "}";
+}
+
+inline Converted nalToRbsp(const uint8_t* nal, int nalSize, int capacity) {
+  std::vector<uint8_t> rbsp;
+  if (nalSize < 2) return {0, 1, 0, {}};
+  int i = 1, j = 0, zeros = 0;
+  while (i < nalSize) {
+    uint8_t b = nal[i];
+    if (zeros == 2 && b == 3) {
+      if (i == nalSize - 1) break;
+      if (nal[i + 1] > 3) return {-1, nalSize, capacity, {}};
+      i++;
+      zeros = 0;
+      b = nal[i];
+    } else if (zeros == 2 && b <= 2) {
+      if (i == nalSize - 1) break;
+    }
+    if (j >= capacity) return {-1, nalSize, capacity, {}};
+    rbsp.push_back(b);
+    zeros = b == 0 ? zeros + 1 : 0;
+    i++;
+    j++;
+  }
+  return {j, i, j, rbsp};
+}
+
+// The byte that follows an inserted 03 is written only when it fits (the library refuses
+// rather than write past the capacity).
+inline Converted rbspToNal(const uint8_t* rbsp, int rbspSize, int capacity) {
+  std::vector<uint8_t> nal;
+  if (capacity > 0) nal.push_back(0);
+  if (rbspSize < 1) return {1, rbspSize, 1, nal};
+  int j = 1, zeros = 0;
+  for (int i = 0; i < rbspSize; i++) {
+    if (j >= capacity) return {-1, rbspSize, capacity, {}};
+    uint8_t b = rbsp[i];
+    if (zeros == 2 && b <= 3) {
+      nal.push_back(3);
+      j++;
+      zeros = 0;
+      if (j >= capacity) return {-1, rbspSize, capacity, {}};
+    }
+    nal.push_back(b);
+    j++;
+    zeros = b == 0 ? zeros + 1 : 0;
+  }
+  return {j, rbspSize, j, nal};
+}
+
+}  // namespace ref
