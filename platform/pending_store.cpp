@@ -1,13 +1,6 @@
 // Temporary placeholders for platform services under construction. Every function here fails
 // cleanly; each is removed from this file as its real implementation lands.
-#include "platform/zrcfg.h"
 #include "platform/zrfourcc.h"
-
-ZRCFGHANDLE zrCFGOpen(const char*) { return ZR_CFG_INVALID; }
-int zrCFGClose(ZRCFGHANDLE, int) { return ZR_CFG_ERROR; }
-int zrCFGValueDword(ZRCFGHANDLE, const char*, const char*, uint32_t*, int) { return ZR_CFG_ERROR; }
-int zrCFGValueString(ZRCFGHANDLE, const char*, const char*, char*, uint32_t*, int) { return ZR_CFG_ERROR; }
-int zrCFGDeleteValue(ZRCFGHANDLE, const char*, const char*) { return ZR_CFG_ERROR; }
 
 int fccIsHEVC(uint32_t) { return 0; }
 int fccIsh264(uint32_t) { return 0; }

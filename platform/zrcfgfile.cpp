@@ -1,0 +1,310 @@
+// One configuration store file: a parsed copy kept in line with the disk, and writes that can
+// neither lose another process's values nor leave a half-written file behind.
+//
+// Readers take no lock: the file is only ever replaced by rename(2), so a reader sees the old
+// file or the new one, never a mixture. Writers serialise on flock(2) of "<file>.lock" (a
+// separate file, because the store file itself is replaced on every write) and re-read the
+// file under that lock before applying their change.
+#include "platform/zrcfgfile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/zrcfg.h"
+#include "platform/zrlog.h"
+
+namespace zrcfg {
+namespace {
+
+constexpr int kLockTimeoutMs = 10000;
+constexpr const char* kDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
+
+// Reads the whole file; a missing file reads as empty. False (errno set) on any other failure.
+bool readWhole(const std::string& path, std::string* bytes) {
+  bytes->clear();
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return errno == ENOENT;
+  char chunk[16384];
+  for (;;) {
+    const ssize_t n = ::read(fd, chunk, sizeof chunk);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      const int error = errno;
+      close(fd);
+      errno = error;
+      return n == 0;
+    }
+    bytes->append(chunk, static_cast<size_t>(n));
+  }
+}
+
+bool writeAll(int fd, const std::string& text) {
+  size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t n = write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+bool isBlank(const std::string& bytes) { return bytes.find_first_not_of(" \t\r\n") == std::string::npos; }
+
+std::string parentOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+void makeDirectories(const std::string& dir) {
+  for (size_t i = 1; i <= dir.size(); ++i)
+    if (i == dir.size() || dir[i] == '/') mkdir(dir.substr(0, i).c_str(), 0777);
+}
+
+// Where writes go: the file a symbolic link points at, so that the link survives.
+std::string resolveTarget(const std::string& path) {
+  char* real = realpath(path.c_str(), nullptr);
+  if (real == nullptr) return path;
+  std::string resolved(real);
+  std::free(real);
+  return resolved;
+}
+
+void syncDirectory(const std::string& dir) {
+  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return;
+  fsync(fd);
+  close(fd);
+}
+
+// The exclusive writer lock of one store, released when it goes out of scope (or the process dies).
+class WriterLock {
+ public:
+  ~WriterLock() {
+    if (fd_ >= 0) close(fd_);
+  }
+  bool acquire(const std::string& lockPath) {
+    fd_ = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (fd_ < 0) return false;
+    for (int waited = 0; flock(fd_, LOCK_EX | LOCK_NB) != 0; waited += 2) {
+      if (errno != EWOULDBLOCK && errno != EINTR) return false;
+      if (waited >= kLockTimeoutMs) {
+        errno = ETIMEDOUT;
+        return false;
+      }
+      usleep(2000);
+    }
+    return true;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+// Length of the well-formed UTF-8 sequence (RFC 3629) starting at s[i] that may stand unescaped
+// in the file, or 0.
+size_t utf8Run(std::string_view s, size_t i) {
+  const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+  const unsigned char lead = byte(i);
+  size_t len;
+  uint32_t cp;
+  if (lead >= 0xC2 && lead <= 0xDF) len = 2, cp = lead & 0x1Fu;
+  else if (lead >= 0xE0 && lead <= 0xEF) len = 3, cp = lead & 0x0Fu;
+  else if (lead >= 0xF0 && lead <= 0xF4) len = 4, cp = lead & 0x07u;
+  else return 0;
+  if (i + len > s.size()) return 0;
+  for (size_t k = 1; k < len; ++k) {
+    if ((byte(i + k) & 0xC0u) != 0x80u) return 0;
+    cp = (cp << 6) | (byte(i + k) & 0x3Fu);
+  }
+  static constexpr uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (cp < kSmallest[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+  if (cp == 0xFEFF || cp == 0xFFFE || cp == 0xFFFF) return 0;
+  return len;
+}
+
+int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
+}  // namespace
+
+std::string escapeText(std::string_view raw) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  out.reserve(raw.size());
+  for (size_t i = 0; i < raw.size();) {
+    const unsigned char c = static_cast<unsigned char>(raw[i]);
+    if (c >= 0x20 && c < 0x7F && c != '%' && c != '&') {
+      out += static_cast<char>(c);
+      ++i;
+    } else if (const size_t run = c >= 0x80 ? utf8Run(raw, i) : 0) {
+      out.append(raw.substr(i, run));
+      i += run;
+    } else {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+      ++i;
+    }
+  }
+  return out;
+}
+
+std::string unescapeText(std::string_view stored) {
+  std::string out;
+  out.reserve(stored.size());
+  for (size_t i = 0; i < stored.size(); ++i) {
+    const int hi = stored[i] == '%' && i + 2 < stored.size() ? hexValue(stored[i + 1]) : -1;
+    const int lo = hi >= 0 ? hexValue(stored[i + 2]) : -1;
+    if (lo >= 0) {
+      out += static_cast<char>(hi << 4 | lo);
+      i += 2;
+    } else {
+      out += stored[i];
+    }
+  }
+  return out;
+}
+
+std::string printStore(const TiXmlDocument& doc) {
+  std::string text = kDeclaration;
+  if (const TiXmlElement* root = doc.RootElement()) {
+    TiXmlPrinter printer;
+    printer.SetIndent("  ");
+    printer.SetLineBreak("\n");
+    root->Accept(&printer);
+    text += printer.Str();
+  }
+  return text;
+}
+
+StoreFile::StoreFile(std::string path, bool createParent) : path_(std::move(path)), createParent_(createParent) {}
+
+bool StoreFile::refresh() {
+  std::string bytes;
+  if (!readWhole(path_, &bytes)) {
+    ErrOut("Configuration store \"%s\" cannot be read: %s\n", path_.c_str(), std::strerror(errno));
+    return false;
+  }
+  if (loaded_ && bytes == bytes_) return true;
+  bytes_ = std::move(bytes);
+  loaded_ = true;
+  corrupt_ = false;
+  doc_ = TiXmlDocument();
+  if (isBlank(bytes_)) return true;  // an empty (e.g. freshly touched) file is an empty store
+
+  TiXmlDocument parsed;
+  const char* problem = nullptr;
+  int line = 0;
+  if (bytes_.find('\0') != std::string::npos) {
+    problem = "it holds a NUL byte";
+  } else {
+    parsed.Parse(bytes_.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    const TiXmlElement* root = parsed.RootElement();
+    if (parsed.Error()) {
+      problem = parsed.ErrorDesc();
+      line = parsed.ErrorRow();
+    } else if (root == nullptr || std::strcmp(root->Value(), kRootElement) != 0) {
+      problem = "its root element is not QuorvaneConfig";
+    }
+  }
+  if (problem != nullptr) {
+    corrupt_ = true;
+    ErrOut("Configuration store \"%s\" is corrupt (%s, line %d); reading it as empty\n", path_.c_str(), problem, line);
+    return true;
+  }
+  doc_ = parsed;
+  return true;
+}
+
+bool StoreFile::keepCorruptCopy(const std::string& target) {
+  for (int n = 0; n < 1000; ++n) {
+    const std::string bad = target + ".bad" + (n ? std::to_string(n) : std::string());
+    bool kept = link(target.c_str(), bad.c_str()) == 0;
+    if (!kept && errno != EEXIST) {  // no hard links here: write a copy of what we read
+      const int fd = open(bad.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+      if (fd < 0 && errno == EEXIST) continue;
+      kept = fd >= 0 && writeAll(fd, bytes_) && fsync(fd) == 0;
+      if (fd >= 0) close(fd);
+    }
+    if (kept) {
+      ErrOut("Configuration store \"%s\": the corrupt file is kept as \"%s\"\n", path_.c_str(), bad.c_str());
+      return true;
+    }
+    if (errno != EEXIST) break;
+  }
+  ErrOut("Configuration store \"%s\": cannot keep a copy of the corrupt file, so it is not replaced\n", path_.c_str());
+  return false;
+}
+
+bool StoreFile::commit(const std::string& text) {
+  const std::string target = resolveTarget(path_);
+  if (corrupt_ && !keepCorruptCopy(target)) return false;
+  const std::string temporary = target + ".tmp";
+  const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) {
+    ErrOut("Configuration store \"%s\" cannot be written: %s\n", path_.c_str(), std::strerror(errno));
+    return false;
+  }
+  struct stat old;
+  if (stat(target.c_str(), &old) == 0) fchmod(fd, old.st_mode & 07777);  // keep the file's permissions
+  const bool written = writeAll(fd, text) && fsync(fd) == 0;
+  const int error = errno;
+  close(fd);
+  if (!written || rename(temporary.c_str(), target.c_str()) != 0) {
+    ErrOut("Configuration store \"%s\" cannot be written: %s\n", path_.c_str(), std::strerror(written ? errno : error));
+    unlink(temporary.c_str());
+    return false;
+  }
+  syncDirectory(parentOf(target));
+  bytes_ = text;
+  corrupt_ = false;
+  return true;
+}
+
+int StoreFile::read(const std::function<int(const TiXmlDocument&)>& view) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (!refresh()) return ZR_CFG_ERROR;
+  return view(doc_);
+}
+
+int StoreFile::update(const std::function<int(TiXmlDocument&)>& edit) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  const std::string target = resolveTarget(path_);
+  if (createParent_) makeDirectories(parentOf(target));
+  WriterLock lock;
+  if (!lock.acquire(target + ".lock")) {
+    ErrOut("Configuration store \"%s\" cannot be locked: %s\n", path_.c_str(), std::strerror(errno));
+    return ZR_CFG_ERROR;
+  }
+  if (!refresh()) return ZR_CFG_ERROR;
+  TiXmlDocument work = doc_;  // edit a copy, so a failed write leaves the cache matching the disk
+  const int result = edit(work);
+  if (result != ZR_CFG_OK) return result;
+  const std::string text = printStore(work);
+  if (!corrupt_ && text == bytes_) return ZR_CFG_OK;  // nothing changed: no write
+  // Never write a file that would not read back as written.
+  TiXmlDocument check;
+  check.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
+  if (check.Error() || printStore(check) != text) {
+    ErrOut("Configuration store \"%s\": the change cannot be stored faithfully and is refused\n", path_.c_str());
+    return ZR_CFG_ERROR;
+  }
+  if (!commit(text)) return ZR_CFG_ERROR;
+  doc_ = work;
+  return ZR_CFG_OK;
+}
+
+}  // namespace zrcfg

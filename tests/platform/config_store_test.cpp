@@ -1,0 +1,589 @@
+// The configuration store: values, sizes, names, handles, the system store, and the promises
+// about never losing data (merging concurrent writers, surviving killed writers, keeping corrupt
+// files aside). Files are checked independently by parsing them with TinyXML directly.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <tinyxml.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/zrcfg.h"
+#include "support/test_support.h"
+
+namespace {
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+void spit(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+std::optional<std::string> getString(ZRCFGHANDLE h, const char* key, const char* name) {
+  uint32_t size = 0;
+  if (zrCFGValueString(h, key, name, nullptr, &size, 0) != ZR_CFG_OK) return std::nullopt;
+  std::string buf(size + 1, '\0');
+  size = static_cast<uint32_t>(buf.size());
+  if (zrCFGValueString(h, key, name, buf.data(), &size, 0) != ZR_CFG_OK) return std::nullopt;
+  return std::string(buf.c_str());
+}
+int setString(ZRCFGHANDLE h, const char* key, const char* name, const std::string& text) {
+  uint32_t size = static_cast<uint32_t>(text.size() + 1);
+  return zrCFGValueString(h, key, name, const_cast<char*>(text.c_str()), &size, 1);
+}
+std::optional<uint32_t> getDword(ZRCFGHANDLE h, const char* key, const char* name) {
+  uint32_t v = 0;
+  if (zrCFGValueDword(h, key, name, &v, 0) != ZR_CFG_OK) return std::nullopt;
+  return v;
+}
+int setDword(ZRCFGHANDLE h, const char* key, const char* name, uint32_t v) { return zrCFGValueDword(h, key, name, &v, 1); }
+
+// An independent reading of a store file: the "data" attribute of a value, found by walking
+// the XML with TinyXML.
+std::optional<std::string> dataInFile(const std::string& path, const std::vector<std::string>& keys, const std::string& name) {
+  TiXmlDocument doc;
+  const std::string text = slurp(path);
+  doc.Parse(text.c_str());
+  if (doc.Error() || !doc.RootElement()) return std::nullopt;
+  const TiXmlElement* e = doc.RootElement();
+  for (const auto& k : keys) {
+    const TiXmlElement* next = nullptr;
+    for (const TiXmlElement* c = e->FirstChildElement("Key"); c; c = c->NextSiblingElement("Key"))
+      if (c->Attribute("name") && k == c->Attribute("name")) next = c;
+    if (!next) return std::nullopt;
+    e = next;
+  }
+  for (const TiXmlElement* v = e->FirstChildElement("Value"); v; v = v->NextSiblingElement("Value"))
+    if (v->Attribute("name") && name == v->Attribute("name")) return std::string(v->Attribute("data") ? v->Attribute("data") : "");
+  return std::nullopt;
+}
+
+// Opens a store file for the life of the object.
+struct Store {
+  explicit Store(const std::string& path) : handle(zrCFGOpen(path.c_str())) {}
+  ~Store() { zrCFGClose(handle, 1); }
+  ZRCFGHANDLE handle;
+};
+
+class EnvVar {
+ public:
+  EnvVar(const char* name, const char* value) : name_(name) {
+    if (const char* old = getenv(name)) old_ = old;
+    value ? setenv(name, value, 1) : unsetenv(name);
+  }
+  ~EnvVar() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+TEST(ConfigStore, ValuesSurviveAReopenByteForByte) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("store.xml");
+  const std::vector<std::string> texts = {
+      "plain",         "  two  spaces and trailing  ", "line\nbreak\r\nand\ttab", "<markup attr=\"x\">&amp;'",
+      "UTF-8: Čeština ✓", std::string("\x01\x02\x1f\x7f", 4), "\xff\xfe invalid utf-8 \xc3",
+      std::string(70000, 'L')};
+  const uint32_t dwords[] = {0, 1, 65520, 0x80000000u, 0xFFFFFFFFu};
+  {
+    Store s(path);
+    ASSERT_NE(s.handle, ZR_CFG_INVALID);
+    for (size_t i = 0; i < texts.size(); ++i)
+      ASSERT_EQ(setString(s.handle, "Quorvane\\Texts", ("t" + std::to_string(i)).c_str(), texts[i]), ZR_CFG_OK);
+    for (uint32_t d : dwords) ASSERT_EQ(setDword(s.handle, "Quorvane\\Numbers", std::to_string(d).c_str(), d), ZR_CFG_OK);
+  }
+  Store again(path);
+  for (size_t i = 0; i < texts.size(); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(getString(again.handle, "Quorvane\\Texts", ("t" + std::to_string(i)).c_str()), texts[i]);
+  }
+  for (uint32_t d : dwords) {
+    EXPECT_EQ(getDword(again.handle, "Quorvane\\Numbers", std::to_string(d).c_str()), d);
+    EXPECT_EQ(dataInFile(path, {"Quorvane", "Numbers"}, std::to_string(d)), std::to_string(d));
+  }
+  EXPECT_EQ(dataInFile(path, {"Quorvane", "Texts"}, "t1"), texts[1]);
+  EXPECT_EQ(dataInFile(path, {"Quorvane", "Texts"}, "t4"), texts[4]);  // UTF-8 stays readable in the file
+}
+
+void appendUtf8(std::string& s, uint32_t cp) {
+  if (cp < 0x80) {
+    s += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    s += static_cast<char>(0xC0 | cp >> 6);
+    s += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    s += static_cast<char>(0xE0 | cp >> 12);
+    s += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
+    s += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    s += static_cast<char>(0xF0 | cp >> 18);
+    s += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
+    s += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
+    s += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+}
+
+TEST(ConfigStore, RandomNamesAndTextsRoundTripThroughTheFile) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("random.xml");
+  std::mt19937 rng(11);
+  // Half are arbitrary bytes (but NUL), half well-formed UTF-8 from every plane (surrogates
+  // included, which are not well-formed and must be escaped).
+  std::vector<std::string> texts(60), names(60);
+  for (size_t i = 0; i < texts.size(); ++i) {
+    for (std::string* s : {&texts[i], &names[i]}) {
+      const size_t length = rng() % 40;
+      for (size_t k = 0; k < length; ++k) {
+        if (i % 2) appendUtf8(*s, 1 + rng() % 0x10FFFF);
+        else *s += static_cast<char>(1 + rng() % 255);
+      }
+    }
+    names[i] += "#" + std::to_string(i);  // distinct whatever the case
+  }
+  {
+    Store s(path);
+    for (size_t i = 0; i < texts.size(); ++i) ASSERT_EQ(setString(s.handle, "R", names[i].c_str(), texts[i]), ZR_CFG_OK) << i;
+  }
+  Store again(path);
+  for (size_t i = 0; i < texts.size(); ++i) {
+    EXPECT_EQ(getString(again.handle, "R", names[i].c_str()), texts[i]) << i;
+    char name[1024];
+    uint32_t size = sizeof name;
+    ASSERT_EQ(zrCFGEnumValue(again.handle, "R", static_cast<uint32_t>(i), name, &size, nullptr), ZR_CFG_OK);
+    EXPECT_EQ(std::string(name), names[i]);  // names come back as written, in writing order
+  }
+}
+
+TEST(ConfigStore, StringReadsReportSizesLikeTheRegistry) {
+  qtest::TempDir dir;
+  Store s(dir.file("sizes.xml"));
+  ASSERT_EQ(setString(s.handle, "K", "abc", "abc"), ZR_CFG_OK);
+  ASSERT_EQ(setString(s.handle, "K", "empty", ""), ZR_CFG_OK);
+  struct Case {
+    const char* name;
+    bool withBuffer;
+    uint32_t bufferSize;
+    int result;
+    uint32_t sizeAfter;
+    const char* bufferAfter;  // "#####" = untouched
+  };
+  const Case cases[] = {
+      {"abc", false, 0, ZR_CFG_OK, 4, "#####"},        {"abc", true, 2, ZR_CFG_MORE_DATA, 4, "#####"},
+      {"abc", true, 3, ZR_CFG_MORE_DATA, 4, "#####"},  {"abc", true, 4, ZR_CFG_OK, 4, "abc"},
+      {"abc", true, 5, ZR_CFG_OK, 4, "abc"},           {"empty", false, 77, ZR_CFG_OK, 0, "#####"},
+      {"empty", true, 5, ZR_CFG_OK, 0, ""},            {"missing", false, 9, ZR_CFG_NOT_FOUND, 9, "#####"},
+      {"missing", true, 5, ZR_CFG_NOT_FOUND, 5, "#####"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + " " + std::to_string(c.bufferSize));
+    char buffer[6] = "#####";
+    uint32_t size = c.bufferSize;
+    EXPECT_EQ(zrCFGValueString(s.handle, "K", c.name, c.withBuffer ? buffer : nullptr, &size, 0), c.result);
+    EXPECT_EQ(size, c.sizeAfter);
+    EXPECT_STREQ(buffer, c.bufferAfter);
+  }
+  // A write stores at most *size bytes, up to the NUL.
+  uint32_t size = 3;
+  char text[] = "abcdef";
+  ASSERT_EQ(zrCFGValueString(s.handle, "K", "cut", text, &size, 1), ZR_CFG_OK);
+  EXPECT_EQ(getString(s.handle, "K", "cut"), "abc");
+  ASSERT_EQ(zrCFGValueString(s.handle, "K", "whole", text, nullptr, 1), ZR_CFG_OK);
+  EXPECT_EQ(getString(s.handle, "K", "whole"), "abcdef");
+  EXPECT_EQ(zrCFGValueString(s.handle, "K", "x", nullptr, &size, 1), ZR_CFG_ERROR);
+  EXPECT_EQ(zrCFGValueString(s.handle, "K", "abc", nullptr, nullptr, 0), ZR_CFG_ERROR);
+}
+
+TEST(ConfigStore, NamesAndPathsMatchLikeRegistryNames) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("names.xml");
+  Store s(path);
+  ASSERT_EQ(setDword(s.handle, "Quorvane\\MetaData", "XMLDisable", 7), ZR_CFG_OK);
+  struct Case {
+    const char* key;
+    const char* name;
+    bool found;
+  };
+  const Case cases[] = {
+      {"Quorvane\\MetaData", "XMLDisable", true},   {"QUORVANE\\metadata", "xmldisable", true},
+      {"\\Quorvane\\\\MetaData\\", "XMLDisable", true}, {"Quorvane", "XMLDisable", false},
+      {"Quorvane\\MetaData\\Default", "XMLDisable", false}, {"Quorvane\\MetaDat", "XMLDisable", false},
+      {"Quorvane\\MetaData", "XMLDisabl", false},   {"Quorvane/MetaData", "XMLDisable", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.key) + " " + c.name);
+    EXPECT_EQ(getDword(s.handle, c.key, c.name).has_value(), c.found);
+  }
+  // Writing through another spelling updates the one value and keeps its first spelling.
+  ASSERT_EQ(setDword(s.handle, "quorvane\\METADATA", "xmldisable", 8), ZR_CFG_OK);
+  EXPECT_EQ(dataInFile(path, {"Quorvane", "MetaData"}, "XMLDisable"), "8");
+  // The unnamed value and the root key.
+  ASSERT_EQ(setString(s.handle, nullptr, nullptr, "root default"), ZR_CFG_OK);
+  EXPECT_EQ(getString(s.handle, "", ""), "root default");
+}
+
+TEST(ConfigStore, TypesDeletionAndExistenceTests) {
+  qtest::TempDir dir;
+  Store s(dir.file("types.xml"));
+  ASSERT_EQ(setDword(s.handle, "K", "num", 5), ZR_CFG_OK);
+  ASSERT_EQ(setString(s.handle, "K", "text", "5"), ZR_CFG_OK);
+  ASSERT_EQ(setString(s.handle, "K", "keep", "me"), ZR_CFG_OK);
+  uint32_t size = 0;
+  EXPECT_EQ(zrCFGValueDword(s.handle, "K", "num", nullptr, 0), ZR_CFG_OK);
+  EXPECT_EQ(zrCFGValueDword(s.handle, "K", "text", nullptr, 0), ZR_CFG_OK);
+  EXPECT_EQ(zrCFGValueDword(s.handle, "K", "none", nullptr, 0), ZR_CFG_NOT_FOUND);
+  EXPECT_EQ(zrCFGValueDword(s.handle, "K", "num", nullptr, 1), ZR_CFG_ERROR);
+  EXPECT_FALSE(getDword(s.handle, "K", "text"));  // no silent conversion between types
+  EXPECT_EQ(zrCFGValueString(s.handle, "K", "num", nullptr, &size, 0), ZR_CFG_ERROR);
+  // A write of the other type replaces the value.
+  ASSERT_EQ(setString(s.handle, "K", "num", "now text"), ZR_CFG_OK);
+  EXPECT_EQ(getString(s.handle, "K", "num"), "now text");
+
+  EXPECT_EQ(zrCFGDeleteValue(s.handle, "K", "num"), ZR_CFG_OK);
+  EXPECT_EQ(zrCFGDeleteValue(s.handle, "K", "num"), ZR_CFG_NOT_FOUND);
+  EXPECT_EQ(zrCFGDeleteValue(s.handle, "No\\Such\\Key", "num"), ZR_CFG_NOT_FOUND);
+  EXPECT_EQ(zrCFGValueDword(s.handle, "K", "num", nullptr, 0), ZR_CFG_NOT_FOUND);
+  EXPECT_EQ(getString(s.handle, "K", "keep"), "me");
+}
+
+TEST(ConfigStore, HandlesAreCheckedAndOpenIsStrictAboutPaths) {
+  qtest::TempDir dir;
+  EXPECT_EQ(zrCFGOpen(nullptr), ZR_CFG_INVALID);
+  EXPECT_EQ(zrCFGOpen(""), ZR_CFG_INVALID);
+  EXPECT_EQ(zrCFGOpen(dir.path().c_str()), ZR_CFG_INVALID);
+  EXPECT_EQ(zrCFGOpen(dir.file("missing/dir/x.xml").c_str()), ZR_CFG_INVALID);
+  // A missing file opens as an empty store and is only created by a write.
+  const std::string path = dir.file("later.xml");
+  ZRCFGHANDLE h = zrCFGOpen(path.c_str());
+  ASSERT_NE(h, ZR_CFG_INVALID);
+  EXPECT_FALSE(getDword(h, "K", "v"));
+  struct stat st;
+  EXPECT_NE(stat(path.c_str(), &st), 0);
+  ASSERT_EQ(setDword(h, "K", "v", 1), ZR_CFG_OK);
+  EXPECT_EQ(stat(path.c_str(), &st), 0);
+  EXPECT_EQ(zrCFGClose(h, 0), ZR_CFG_OK);
+  EXPECT_EQ(zrCFGClose(h, 0), ZR_CFG_ERROR);
+  for (ZRCFGHANDLE bad : {h, ZR_CFG_INVALID, ZRCFGHANDLE{987654}}) {
+    uint32_t v = 0, size = 0;
+    EXPECT_EQ(zrCFGValueDword(bad, "K", "v", &v, 0), ZR_CFG_ERROR);
+    EXPECT_EQ(zrCFGValueDword(bad, "K", "v", &v, 1), ZR_CFG_ERROR);
+    EXPECT_EQ(zrCFGValueString(bad, "K", "v", nullptr, &size, 0), ZR_CFG_ERROR);
+    EXPECT_EQ(zrCFGDeleteValue(bad, "K", "v"), ZR_CFG_ERROR);
+    EXPECT_EQ(zrCFGEnumValue(bad, "K", 0, nullptr, &size, nullptr), ZR_CFG_ERROR);
+  }
+}
+
+TEST(ConfigStore, RelativePathsAreFixedAtOpen) {
+  qtest::TempDir dir;
+  char* old = getcwd(nullptr, 0);
+  ASSERT_EQ(chdir(dir.path().c_str()), 0);
+  ZRCFGHANDLE h = zrCFGOpen("UserMetadata.xml");
+  ASSERT_EQ(chdir(old), 0);
+  free(old);
+  ASSERT_NE(h, ZR_CFG_INVALID);
+  ASSERT_EQ(setString(h, "Quorvane\\MetaData\\Default", "Title", "Reel one"), ZR_CFG_OK);
+  zrCFGClose(h, 1);
+  EXPECT_EQ(dataInFile(dir.file("UserMetadata.xml"), {"Quorvane", "MetaData", "Default"}, "Title"), "Reel one");
+}
+
+TEST(ConfigStore, SystemStoreFollowsTheEnvironment) {
+  qtest::TempDir dir;
+  struct Case {
+    const char* quorvaneConfig;  // relative to the temp dir, or null
+    const char* xdg;
+    const char* home;
+    const char* expectedFile;
+  };
+  const Case cases[] = {
+      {"explicit.xml", "xdg", "home", "explicit.xml"},
+      {nullptr, "xdg", "home", "xdg/quorvane/config.xml"},
+      {nullptr, nullptr, "home", "home/.config/quorvane/config.xml"},
+      {"", "", "home", "home/.config/quorvane/config.xml"},
+  };
+  uint32_t n = 100;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.expectedFile);
+    auto inDir = [&](const char* p) { return p ? (*p ? dir.file(p) : std::string()) : std::string(); };
+    const std::string qc = inDir(c.quorvaneConfig), xdg = inDir(c.xdg), home = inDir(c.home);
+    EnvVar e1("QUORVANE_CONFIG", c.quorvaneConfig ? qc.c_str() : nullptr);
+    EnvVar e2("XDG_CONFIG_HOME", c.xdg ? xdg.c_str() : nullptr);
+    EnvVar e3("HOME", home.c_str());
+    ASSERT_EQ(setDword(ZR_CFG_SYSTEM, "Quorvane\\Advanced", "ForceVideoRangeMatrix", ++n), ZR_CFG_OK);
+    EXPECT_EQ(dataInFile(dir.file(c.expectedFile), {"Quorvane", "Advanced"}, "ForceVideoRangeMatrix"), std::to_string(n));
+    char path[4096];
+    uint32_t size = sizeof path;
+    ASSERT_EQ(zrCFGGetPath(ZR_CFG_SYSTEM, path, &size), ZR_CFG_OK);
+    EXPECT_EQ(std::string(path), dir.file(c.expectedFile));
+    EXPECT_EQ(zrCFGClose(ZR_CFG_SYSTEM, 1), ZR_CFG_OK);  // stays usable
+    EXPECT_EQ(getDword(ZR_CFG_SYSTEM, "Quorvane\\Advanced", "ForceVideoRangeMatrix"), n);
+  }
+}
+
+TEST(ConfigStore, EnumerationListsValuesAndKeysInOrder) {
+  qtest::TempDir dir;
+  Store s(dir.file("enum.xml"));
+  ASSERT_EQ(setDword(s.handle, "A", "one", 1), ZR_CFG_OK);
+  ASSERT_EQ(setString(s.handle, "A", "two", "2"), ZR_CFG_OK);
+  ASSERT_EQ(setDword(s.handle, "A\\Sub1", "x", 1), ZR_CFG_OK);
+  ASSERT_EQ(setDword(s.handle, "A\\Sub2", "x", 1), ZR_CFG_OK);
+  struct Expect {
+    const char* name;
+    uint32_t type;
+  };
+  const Expect values[] = {{"one", ZR_CFG_TYPE_DWORD}, {"two", ZR_CFG_TYPE_STRING}};
+  for (uint32_t i = 0; i < 2; ++i) {
+    char name[8];
+    uint32_t size = sizeof name, type = 99;
+    ASSERT_EQ(zrCFGEnumValue(s.handle, "A", i, name, &size, &type), ZR_CFG_OK);
+    EXPECT_STREQ(name, values[i].name);
+    EXPECT_EQ(size, std::strlen(values[i].name) + 1);
+    EXPECT_EQ(type, values[i].type);
+    size = 2;
+    EXPECT_EQ(zrCFGEnumValue(s.handle, "A", i, name, &size, &type), ZR_CFG_MORE_DATA);
+    EXPECT_EQ(size, 4u);
+  }
+  uint32_t size = 8;
+  char name[8];
+  EXPECT_EQ(zrCFGEnumValue(s.handle, "A", 2, name, &size, nullptr), ZR_CFG_NO_MORE_ITEMS);
+  EXPECT_EQ(zrCFGEnumValue(s.handle, "B", 0, name, &size, nullptr), ZR_CFG_NOT_FOUND);
+  const char* keys[] = {"Sub1", "Sub2"};
+  for (uint32_t i = 0; i < 2; ++i) {
+    size = sizeof name;
+    ASSERT_EQ(zrCFGEnumKey(s.handle, "a", i, name, &size), ZR_CFG_OK);
+    EXPECT_STREQ(name, keys[i]);
+  }
+  size = sizeof name;
+  EXPECT_EQ(zrCFGEnumKey(s.handle, "A", 2, name, &size), ZR_CFG_NO_MORE_ITEMS);
+  ASSERT_EQ(zrCFGEnumKey(s.handle, "", 0, name, &size), ZR_CFG_OK);
+  EXPECT_STREQ(name, "A");
+  Store empty(dir.file("none.xml"));
+  EXPECT_EQ(zrCFGEnumKey(empty.handle, "", 0, name, &size), ZR_CFG_NO_MORE_ITEMS);
+}
+
+// ---- what is on disk ----
+
+TEST(ConfigStore, UnknownContentSymlinksAndPermissionsSurviveAWrite) {
+  qtest::TempDir dir;
+  const std::string real = dir.file("real.xml");
+  spit(real,
+       "<?xml version=\"1.0\" ?>\n<QuorvaneConfig>\n"
+       "  <Key name=\"K\"><Value name=\"future\" type=\"qword\" data=\"123456789012\" /></Key>\n"
+       "  <Extension kind=\"later\">kept</Extension>\n</QuorvaneConfig>\n");
+  chmod(real.c_str(), 0600);
+  const std::string link = dir.file("link.xml");
+  ASSERT_EQ(symlink(real.c_str(), link.c_str()), 0);
+  Store s(link);
+  uint32_t type = 99, size = 16;
+  char name[16];
+  ASSERT_EQ(zrCFGEnumValue(s.handle, "K", 0, name, &size, &type), ZR_CFG_OK);
+  EXPECT_EQ(type, ZR_CFG_TYPE_NONE);
+  EXPECT_FALSE(getDword(s.handle, "K", "future"));
+  ASSERT_EQ(setDword(s.handle, "K", "now", 1), ZR_CFG_OK);
+  const std::string text = slurp(real);
+  EXPECT_NE(text.find("<Extension kind=\"later\">kept</Extension>"), std::string::npos) << text;
+  EXPECT_EQ(dataInFile(real, {"K"}, "future"), "123456789012");
+  EXPECT_EQ(dataInFile(real, {"K"}, "now"), "1");
+  struct stat st;
+  ASSERT_EQ(lstat(link.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  ASSERT_EQ(stat(real.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+TEST(ConfigStore, RewritingAnUnchangedValueLeavesTheFileAlone) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("same.xml");
+  Store s(path);
+  ASSERT_EQ(setString(s.handle, "K", "v", "same"), ZR_CFG_OK);
+  struct stat before, after;
+  ASSERT_EQ(stat(path.c_str(), &before), 0);
+  ASSERT_EQ(setString(s.handle, "K", "v", "same"), ZR_CFG_OK);
+  ASSERT_EQ(stat(path.c_str(), &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);  // a write would have renamed a new file into place
+  ASSERT_EQ(setString(s.handle, "K", "v", "different"), ZR_CFG_OK);
+  ASSERT_EQ(stat(path.c_str(), &after), 0);
+  EXPECT_EQ(getString(s.handle, "K", "v"), "different");
+}
+
+TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
+  struct Case {
+    const char* name;
+    std::string contents;
+    bool corrupt;
+  };
+  const Case cases[] = {
+      {"truncated", "<?xml version=\"1.0\" ?>\n<QuorvaneConfig>\n  <Key name=\"K\">\n    <Value name=", true},
+      {"not xml", "this is not a store\n", true},
+      {"foreign root", "<Settings><Key name=\"K\" /></Settings>", true},
+      {"NUL inside", std::string("<QuorvaneConfig />\0junk", 23), true},
+      {"empty file", "", false},
+      {"blank file", " \n\t\n", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    qtest::TempDir dir;
+    const std::string path = dir.file("UserMetadata.xml");
+    spit(path, c.contents);
+    qtest::LogCapture log;
+    Store s(path);
+    EXPECT_FALSE(getString(s.handle, "K", "v"));  // read as empty
+    EXPECT_FALSE(getString(s.handle, "K", "v"));  // and reported once, not on every read
+    const std::string report = "Configuration store \"" + path + "\" is corrupt";
+    size_t reports = 0;
+    for (const auto& line : log.lines()) reports += line.text.rfind(report, 0) == 0 && line.kind == 0;
+    EXPECT_EQ(reports, c.corrupt ? 1u : 0u);
+    ASSERT_EQ(setString(s.handle, "K", "v", "fresh"), ZR_CFG_OK);
+    EXPECT_EQ(dataInFile(path, {"K"}, "v"), "fresh");
+    struct stat st;
+    EXPECT_EQ(stat((path + ".bad").c_str(), &st) == 0, c.corrupt);
+    if (c.corrupt) {
+      EXPECT_EQ(slurp(path + ".bad"), c.contents);
+      EXPECT_TRUE(log.contains("Configuration store \"" + path + "\": the corrupt file is kept as \"" + path + ".bad\"\n"));
+      // A second corruption does not overwrite the first copy.
+      spit(path, "garbage two");
+      ASSERT_EQ(setString(s.handle, "K", "v", "fresher"), ZR_CFG_OK);
+      EXPECT_EQ(slurp(path + ".bad"), c.contents);
+      EXPECT_EQ(slurp(path + ".bad1"), "garbage two");
+      EXPECT_EQ(getString(s.handle, "K", "v"), "fresher");
+    }
+  }
+}
+
+TEST(ConfigStore, ALeftoverTemporaryFileFromACrashIsHarmless) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("crashed.xml");
+  {
+    Store s(path);
+    ASSERT_EQ(setString(s.handle, "K", "v", "before"), ZR_CFG_OK);
+  }
+  spit(path + ".tmp", "<QuorvaneConfig><Key name=\"K\"><Value name=\"v\" type=\"string\" da");
+  Store s(path);
+  EXPECT_EQ(getString(s.handle, "K", "v"), "before");
+  ASSERT_EQ(setString(s.handle, "K", "w", "after"), ZR_CFG_OK);
+  EXPECT_EQ(dataInFile(path, {"K"}, "v"), "before");
+  EXPECT_EQ(dataInFile(path, {"K"}, "w"), "after");
+}
+
+// ---- several processes ----
+
+// Runs body in a child process and returns its pid; the child never returns into the test.
+template <class Body>
+pid_t spawn(Body body) {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(body());
+  return pid;
+}
+int exitCodeOf(pid_t pid) {
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(ConfigStore, AHandleSeesWhatAnotherProcessWrote) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("shared.xml");
+  Store mine(path);
+  for (uint32_t round = 1; round <= 5; ++round) {
+    ASSERT_EQ(setDword(mine.handle, "K", "mine", round), ZR_CFG_OK);
+    const pid_t child = spawn([&] {
+      const ZRCFGHANDLE h = zrCFGOpen(path.c_str());
+      // Same size file each round: only the contents tell the versions apart.
+      return setDword(h, "K", "theirs", round) == ZR_CFG_OK && getDword(h, "K", "mine") == round ? 0 : 1;
+    });
+    ASSERT_EQ(exitCodeOf(child), 0);
+    EXPECT_EQ(getDword(mine.handle, "K", "theirs"), round);
+  }
+}
+
+TEST(ConfigStore, TwoProcessesWritingAtOnceBothKeepTheirValues) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("busy.xml");
+  constexpr int kValues = 40;
+  int go[2];
+  ASSERT_EQ(pipe(go), 0);
+  auto writer = [&](const char* prefix) {
+    return spawn([&, prefix] {
+      close(go[1]);
+      char start;
+      if (read(go[0], &start, 1) != 0) return 3;  // wait for the starting gun (the pipe closing)
+      const ZRCFGHANDLE h = zrCFGOpen(path.c_str());
+      for (int i = 0; i < kValues; ++i) {
+        const std::string name = prefix + std::to_string(i);
+        if (setString(h, "Quorvane\\Busy", name.c_str(), name + " from " + prefix) != ZR_CFG_OK) return 1;
+        if (setDword(h, "Quorvane\\Busy", "last", static_cast<uint32_t>(i)) != ZR_CFG_OK) return 2;
+      }
+      return 0;
+    });
+  };
+  const pid_t a = writer("a"), b = writer("b");
+  close(go[0]);
+  close(go[1]);
+  EXPECT_EQ(exitCodeOf(a), 0);
+  EXPECT_EQ(exitCodeOf(b), 0);
+  Store s(path);
+  for (const char* prefix : {"a", "b"})
+    for (int i = 0; i < kValues; ++i) {
+      const std::string name = prefix + std::to_string(i);
+      EXPECT_EQ(dataInFile(path, {"Quorvane", "Busy"}, name), name + " from " + prefix);
+    }
+  EXPECT_EQ(getDword(s.handle, "Quorvane\\Busy", "last"), uint32_t{kValues - 1});
+}
+
+TEST(ConfigStore, KillingAWriterMidWriteLeavesTheOldOrTheNewFile) {
+  qtest::TempDir dir;
+  const std::string path = dir.file("killed.xml");
+  // The payload names its counter and is big enough that the kill often lands mid-write.
+  auto payload = [](uint32_t counter) { return std::to_string(counter) + ":" + std::string(200000 + counter % 7, 'a' + counter % 26); };
+  {
+    Store s(path);
+    ASSERT_EQ(setString(s.handle, "K", "payload", payload(0)), ZR_CFG_OK);
+  }
+  std::mt19937 rng(5);
+  uint32_t counter = 0;
+  for (int round = 0; round < 20; ++round) {
+    int acks[2];
+    ASSERT_EQ(pipe(acks), 0);
+    const uint32_t first = counter + 1;
+    const pid_t child = spawn([&] {
+      close(acks[0]);
+      const ZRCFGHANDLE h = zrCFGOpen(path.c_str());
+      for (uint32_t c = first;; ++c) {
+        if (setString(h, "K", "payload", payload(c)) != ZR_CFG_OK) return 1;
+        if (write(acks[1], &c, sizeof c) != sizeof c) return 2;
+      }
+    });
+    close(acks[1]);
+    usleep(1000 + rng() % 30000);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    uint32_t acked = counter, c = 0;
+    while (read(acks[0], &c, sizeof c) == sizeof c) acked = c;
+    close(acks[0]);
+
+    SCOPED_TRACE(round);
+    const auto onDisk = dataInFile(path, {"K"}, "payload");  // the file always parses...
+    ASSERT_TRUE(onDisk.has_value()) << "round " << round;
+    const uint32_t stored = static_cast<uint32_t>(std::stoul(*onDisk));
+    EXPECT_TRUE(stored == acked || stored == acked + 1) << stored << " vs acked " << acked;  // ...old or new
+    EXPECT_EQ(*onDisk, payload(stored));
+    counter = stored;
+  }
+  // No corruption was ever seen, and the dead writers' lock is free.
+  qtest::LogCapture log;
+  Store s(path);
+  ASSERT_EQ(setDword(s.handle, "K", "after", 1), ZR_CFG_OK);
+  EXPECT_TRUE(log.lines().empty());
+  struct stat st;
+  EXPECT_NE(stat((path + ".bad").c_str(), &st), 0);
+}
+
+}  // namespace
