@@ -30,9 +30,11 @@ done
 cmake -S "$example" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
   -DCMAKE_CXX_FLAGS="$flags -Wall -Wextra -Werror" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
 cmake --build "$work/cmake" >/dev/null
-ldd "$work/cmake/quorvane_host" | grep -q "$prefix/lib/libquorvane.so" \
-  || fail "quorvane_host does not load the installed shared library"
-ldd "$work/cmake/quorvane_host_static" | grep -q libquorvane && fail "quorvane_host_static loads libquorvane.so"
+# (ldd output is captured first: grep -q closing the pipe early would fail it under pipefail.)
+deps=$(ldd "$work/cmake/quorvane_host")
+[[ $deps == *"$prefix/lib/libquorvane.so"* ]] || fail "quorvane_host does not load the installed shared library"
+deps=$(ldd "$work/cmake/quorvane_host_static")
+[[ $deps != *libquorvane* ]] || fail "quorvane_host_static loads libquorvane.so"
 check_run "$work/cmake/quorvane_host"
 check_run "$work/cmake/quorvane_host_static"
 
