@@ -169,6 +169,15 @@ void setValue(TiXmlDocument& doc, const char* keyPath, const char* name, const c
   value->SetAttribute("data", zrcfg::escapeText(data));
 }
 
+// The edit that stores one value; it owns copies of its arguments (a batch replays it later).
+zrcfg::StoreFile::Edit setter(const char* keyPath, const char* name, const char* type, std::string data) {
+  return [key = std::string(keyPath ? keyPath : ""), valueName = std::string(name ? name : ""), type,
+          data = std::move(data)](TiXmlDocument& doc) {
+    setValue(doc, key.c_str(), valueName.c_str(), type, data);
+    return ZR_CFG_OK;
+  };
+}
+
 // Copies text into a caller's buffer by the sizing rules of the string reads.
 int copyOut(const std::string& text, char* buffer, uint32_t* size) {
   if (text.size() >= UINT32_MAX) return ZR_CFG_ERROR;
@@ -228,24 +237,39 @@ ZRCFGHANDLE zrCFGOpen(const char* path) {
   }
 }
 
-int zrCFGClose(ZRCFGHANDLE store, int) {
-  if (store == ZR_CFG_SYSTEM) return ZR_CFG_OK;
-  Handles& h = handles();
-  std::lock_guard<std::mutex> guard(h.mutex);
-  return h.open.erase(store) ? ZR_CFG_OK : ZR_CFG_ERROR;
+int zrCFGClose(ZRCFGHANDLE store, int flush) {
+  return guarded([&] {
+    const auto file = storeOf(store);
+    if (!file) return ZR_CFG_ERROR;
+    const int result = file->endAllBatches(flush != 0);
+    if (store != ZR_CFG_SYSTEM) {
+      Handles& h = handles();
+      std::lock_guard<std::mutex> guard(h.mutex);
+      h.open.erase(store);
+    }
+    return result;
+  });
+}
+
+int zrCFGBeginBatch(ZRCFGHANDLE store) {
+  return guarded([&] {
+    const auto file = storeOf(store);
+    return file ? file->beginBatch() : ZR_CFG_ERROR;
+  });
+}
+
+int zrCFGEndBatch(ZRCFGHANDLE store, int commit) {
+  return guarded([&] {
+    const auto file = storeOf(store);
+    return file ? file->endBatch(commit != 0) : ZR_CFG_ERROR;
+  });
 }
 
 int zrCFGValueDword(ZRCFGHANDLE store, const char* keyPath, const char* name, uint32_t* value, int write) {
   return guarded([&] {
     const auto file = storeOf(store);
     if (!file || (write && value == nullptr)) return ZR_CFG_ERROR;
-    if (write) {
-      const std::string data = std::to_string(*value);
-      return file->update([&](TiXmlDocument& doc) {
-        setValue(doc, keyPath, name, kTypeDword, data);
-        return ZR_CFG_OK;
-      });
-    }
+    if (write) return file->update(setter(keyPath, name, kTypeDword, std::to_string(*value)));
     return file->read([&](const TiXmlDocument& doc) {
       const TiXmlElement* v = findValue(doc, keyPath, name);
       if (v == nullptr) return ZR_CFG_NOT_FOUND;
@@ -265,11 +289,7 @@ int zrCFGValueString(ZRCFGHANDLE store, const char* keyPath, const char* name, c
     if (write) {
       if (buffer == nullptr) return ZR_CFG_ERROR;
       const size_t limit = size ? *size : SIZE_MAX;
-      const std::string text(buffer, strnlen(buffer, limit));
-      return file->update([&](TiXmlDocument& doc) {
-        setValue(doc, keyPath, name, kTypeString, text);
-        return ZR_CFG_OK;
-      });
+      return file->update(setter(keyPath, name, kTypeString, std::string(buffer, strnlen(buffer, limit))));
     }
     if (size == nullptr) return ZR_CFG_ERROR;
     return file->read([&](const TiXmlDocument& doc) {
@@ -285,11 +305,11 @@ int zrCFGDeleteValue(ZRCFGHANDLE store, const char* keyPath, const char* name) {
   return guarded([&] {
     const auto file = storeOf(store);
     if (!file) return ZR_CFG_ERROR;
-    return file->update([&](TiXmlDocument& doc) {
-      const TiXmlElement* v = findValue(doc, keyPath, name);
+    return file->update([key = std::string(keyPath ? keyPath : ""), valueName = std::string(name ? name : "")](TiXmlDocument& doc) {
+      const TiXmlElement* v = findValue(doc, key.c_str(), valueName.c_str());
       if (v == nullptr) return ZR_CFG_NOT_FOUND;
-      TiXmlNode* parent = const_cast<TiXmlElement*>(v)->Parent();
-      parent->RemoveChild(const_cast<TiXmlElement*>(v));
+      TiXmlElement* found = const_cast<TiXmlElement*>(v);
+      found->Parent()->RemoveChild(found);
       return ZR_CFG_OK;
     });
   });

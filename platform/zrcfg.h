@@ -43,13 +43,26 @@ typedef intptr_t ZRCFGHANDLE;
 #define ZR_CFG_TYPE_STRING 1u  // REG_SZ
 #define ZR_CFG_TYPE_DWORD  4u  // REG_DWORD
 
+// A handle that is told of a batch of writes (zrCFGBeginBatch) applies them to its own view at
+// once and puts them in the file together at zrCFGEndBatch, as one transaction: one lock, one
+// re-read, one write. While a batch is open the handle reads the file as it was when the batch
+// began, plus the batch's own writes.
+
 // Opens the XML file at path as a store; ZR_CFG_INVALID on failure (null or empty path, a
 // directory, a missing parent directory). A missing file opens as an empty store and is
 // created by the first write. A relative path is made absolute against the current directory.
 ZRCFGHANDLE zrCFGOpen(const char* path);
-// Closes a store opened by zrCFGOpen. Writes are never held back (each one is on disk when its
-// call returns), so flush has nothing left to do. The system handle may be passed and stays open.
+// Closes a store opened by zrCFGOpen. Outside a batch every write is on disk when its call
+// returns, so there is nothing to flush; an open batch is written (flush != 0) or dropped
+// (flush == 0). The system handle may be passed: its batch is ended the same way and it stays open.
 int zrCFGClose(ZRCFGHANDLE store, int flush);
+
+// Batches nest; the outermost zrCFGEndBatch writes (commit != 0) or drops (commit == 0) every
+// write made since the outermost zrCFGBeginBatch. Writes from other processes and handles made
+// meanwhile are kept: the batch is replayed on the file as it is at the end. A process that dies
+// inside a batch loses that batch and nothing else. ZR_CFG_ERROR for an end without a begin.
+int zrCFGBeginBatch(ZRCFGHANDLE store);
+int zrCFGEndBatch(ZRCFGHANDLE store, int commit);
 
 // DWORD value: write != 0 stores *value, else reads into *value.
 // A read with value == null only tests that the value exists, of either type (0 or ZR_CFG_NOT_FOUND).

@@ -276,12 +276,54 @@ bool StoreFile::commit(const std::string& text) {
 
 int StoreFile::read(const std::function<int(const TiXmlDocument&)>& view) {
   std::lock_guard<std::mutex> guard(mutex_);
-  if (!refresh()) return ZR_CFG_ERROR;
+  if (batchDepth_ == 0 && !refresh()) return ZR_CFG_ERROR;
   return view(doc_);
 }
 
-int StoreFile::update(const std::function<int(TiXmlDocument&)>& edit) {
+int StoreFile::update(Edit edit) {
   std::lock_guard<std::mutex> guard(mutex_);
+  if (batchDepth_ > 0) {
+    // The batch sees the file as it was when the batch began, plus its own edits.
+    const int result = edit(doc_);
+    if (result == ZR_CFG_OK) pending_.push_back(std::move(edit));
+    return result;
+  }
+  return transact(edit);
+}
+
+int StoreFile::beginBatch() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (batchDepth_++ == 0 && !refresh()) {
+    batchDepth_ = 0;
+    return ZR_CFG_ERROR;
+  }
+  return ZR_CFG_OK;
+}
+
+int StoreFile::endBatch(bool commitEdits) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (batchDepth_ == 0) return ZR_CFG_ERROR;
+  if (--batchDepth_ > 0) return ZR_CFG_OK;
+  std::vector<Edit> edits = std::move(pending_);
+  pending_.clear();
+  loaded_ = false;  // doc_ holds the batch's view: read the file afresh
+  if (!commitEdits || edits.empty()) return ZR_CFG_OK;
+  return transact([&](TiXmlDocument& doc) {
+    for (const Edit& e : edits) e(doc);  // a delete whose value has gone meanwhile is no loss
+    return ZR_CFG_OK;
+  });
+}
+
+int StoreFile::endAllBatches(bool commitEdits) {
+  {
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (batchDepth_ == 0) return ZR_CFG_OK;
+    batchDepth_ = 1;
+  }
+  return endBatch(commitEdits);
+}
+
+int StoreFile::transact(const std::function<int(TiXmlDocument&)>& edits) {
   const std::string target = resolveTarget(path_);
   if (createParent_) makeDirectories(parentOf(target));
   WriterLock lock;
@@ -291,7 +333,7 @@ int StoreFile::update(const std::function<int(TiXmlDocument&)>& edit) {
   }
   if (!refresh()) return ZR_CFG_ERROR;
   TiXmlDocument work = doc_;  // edit a copy, so a failed write leaves the cache matching the disk
-  const int result = edit(work);
+  const int result = edits(work);
   if (result != ZR_CFG_OK) return result;
   const std::string text = printStore(work);
   if (!corrupt_ && text == bytes_) return ZR_CFG_OK;  // nothing changed: no write

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zrcfg {
 
@@ -24,13 +25,26 @@ class StoreFile {
   // Runs view on a copy that matches the file on disk. ZR_CFG_ERROR when the file cannot be read.
   int read(const std::function<int(const TiXmlDocument&)>& view);
 
+  // An edit of the document; it must own what it refers to, as a batch replays it later.
+  // Returns ZR_CFG_OK when it changed the document as asked.
+  using Edit = std::function<int(TiXmlDocument&)>;
+
   // Under the store's lock: re-reads the file, runs edit on it, and when edit returns ZR_CFG_OK
   // and the document's text changed, writes the result (temporary file, fsync, rename).
   // Returns edit's result, or ZR_CFG_ERROR when the file cannot be locked, read or written.
-  int update(const std::function<int(TiXmlDocument&)>& edit);
+  // Inside a batch the edit is applied to this handle's view only and kept for endBatch.
+  int update(Edit edit);
+
+  // Batches nest; the outermost endBatch writes every kept edit in one transaction (replaying
+  // them on the file as it is then), or drops them when commit is false.
+  int beginBatch();
+  int endBatch(bool commit);
+  // Ends every open batch at once (a handle being closed); ZR_CFG_OK when none was open.
+  int endAllBatches(bool commit);
 
  private:
   bool refresh();  // brings doc_ in line with the disk; false when the file cannot be read
+  int transact(const std::function<int(TiXmlDocument&)>& edits);  // lock, re-read, edit, write
   bool commit(const std::string& text);
   bool keepCorruptCopy(const std::string& target);
 
@@ -41,6 +55,8 @@ class StoreFile {
   std::string bytes_;     // the file's bytes as last read or written
   bool corrupt_ = false;  // bytes_ did not parse: doc_ is empty, bytes_ is kept aside on the next write
   TiXmlDocument doc_;
+  int batchDepth_ = 0;
+  std::vector<Edit> pending_;  // edits of the open batch
 };
 
 // The document text a store file holds for doc (declaration, indented elements).

@@ -473,6 +473,52 @@ TEST(ConfigStore, ALeftoverTemporaryFileFromACrashIsHarmless) {
   EXPECT_EQ(dataInFile(path, {"K"}, "w"), "after");
 }
 
+TEST(ConfigStore, BatchesReachTheFileTogetherOrNotAtAll) {
+  struct Case {
+    const char* name;
+    int nesting;
+    bool viaClose;  // end the batch by closing the handle
+    bool commit;
+  };
+  const Case cases[] = {{"commit", 1, false, true},       {"drop", 1, false, false}, {"nested commit", 3, false, true},
+                        {"close with flush", 2, true, true}, {"close without flush", 1, true, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    qtest::TempDir dir;
+    const std::string path = dir.file("batch.xml");
+    Store other(path);
+    ASSERT_EQ(setString(other.handle, "K", "gone", "to be deleted"), ZR_CFG_OK);
+    const std::string before = slurp(path);
+    ZRCFGHANDLE h = zrCFGOpen(path.c_str());
+    for (int i = 0; i < c.nesting; ++i) ASSERT_EQ(zrCFGBeginBatch(h), ZR_CFG_OK);
+    for (uint32_t i = 0; i < 30; ++i) ASSERT_EQ(setDword(h, "K", ("v" + std::to_string(i)).c_str(), i), ZR_CFG_OK);
+    ASSERT_EQ(zrCFGDeleteValue(h, "K", "gone"), ZR_CFG_OK);
+    EXPECT_EQ(getDword(h, "K", "v7"), 7u);  // the batch sees its own writes...
+    EXPECT_FALSE(getString(h, "K", "gone"));
+    EXPECT_FALSE(getDword(other.handle, "K", "v7"));  // ...nobody else does yet
+    ASSERT_EQ(setString(other.handle, "K", "meanwhile", "kept"), ZR_CFG_OK);
+    for (int i = 1; i < c.nesting && !c.viaClose; ++i) {
+      ASSERT_EQ(zrCFGEndBatch(h, 1), ZR_CFG_OK);
+      EXPECT_FALSE(dataInFile(path, {"K"}, "v7"));  // inner ends write nothing
+    }
+    if (c.viaClose) {
+      ASSERT_EQ(zrCFGClose(h, c.commit), ZR_CFG_OK);
+    } else {
+      ASSERT_EQ(zrCFGEndBatch(h, c.commit), ZR_CFG_OK);
+      EXPECT_EQ(zrCFGEndBatch(h, 1), ZR_CFG_ERROR);  // no batch open any more
+    }
+    for (uint32_t i = 0; i < 30; ++i)
+      EXPECT_EQ(dataInFile(path, {"K"}, "v" + std::to_string(i)), c.commit ? std::optional(std::to_string(i)) : std::nullopt);
+    EXPECT_EQ(dataInFile(path, {"K"}, "gone").has_value(), !c.commit);
+    EXPECT_EQ(dataInFile(path, {"K"}, "meanwhile"), "kept");  // merged, not overwritten
+    if (!c.viaClose) {
+      EXPECT_EQ(getDword(h, "K", "v7").has_value(), c.commit);  // a dropped batch is forgotten
+      EXPECT_EQ(getString(h, "K", "meanwhile"), "kept");
+      zrCFGClose(h, 1);
+    }
+  }
+}
+
 // ---- several processes ----
 
 // Runs body in a child process and returns its pid; the child never returns into the test.
