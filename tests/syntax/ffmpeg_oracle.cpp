@@ -1,0 +1,128 @@
+// ffmpeg/ffprobe as oracles: see ffmpeg_oracle.h.
+#include "ffmpeg_oracle.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "support/test_support.h"
+
+namespace oracle {
+
+namespace {
+
+// "[trace_headers @ 0x...] 16          last_payload_type_byte      00000101 = 5" -> name, value.
+bool parseTraceField(const std::string& line, std::string& name, long& value) {
+  const std::string tag = "[trace_headers @ ";
+  if (line.rfind(tag, 0) != 0) return false;
+  size_t close = line.find("] ");
+  if (close == std::string::npos) return false;
+  std::istringstream fields(line.substr(close + 2));
+  std::string bitPosition, bits, equals;
+  std::string valueText;
+  if (!(fields >> bitPosition >> name >> bits >> equals >> valueText) || equals != "=") return false;
+  if (bitPosition.empty() || !isdigit(static_cast<unsigned char>(bitPosition[0]))) return false;
+  try {
+    value = std::stol(valueText);
+  } catch (...) {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::vector<TracedUnit> traceUnits(const std::string& path) {
+  auto r = qtest::runCommand("ffmpeg -nostdin -v verbose -i " + qtest::shellQuote(path) +
+                             " -c copy -bsf:v trace_headers -f null - 2>&1");
+  EXPECT_EQ(r.exitCode, 0) << r.out;
+  std::vector<TracedUnit> units;
+  bool inPackets = false;
+  int pendingType = 0, pendingSize = 0;
+  bool typeDone = false;
+  std::istringstream lines(r.out);
+  std::string line;
+  while (std::getline(lines, line)) {
+    // ffmpeg's progress line may share a line with the next log line.
+    size_t tag = line.find("[trace_headers @ ");
+    if (tag == std::string::npos) continue;
+    line = line.substr(tag);
+    if (line.find("] Packet: ") != std::string::npos) inPackets = true;
+    std::string name;
+    long value;
+    if (!inPackets || !parseTraceField(line, name, value)) continue;
+    if (name == "forbidden_zero_bit") {
+      units.emplace_back();
+      units.back().forbiddenZeroBit = static_cast<int>(value);
+      continue;
+    }
+    if (units.empty()) continue;
+    TracedUnit& u = units.back();
+    if (name == "nal_ref_idc") u.nalRefIdc = static_cast<int>(value);
+    if (name == "nal_unit_type") u.nalUnitType = static_cast<int>(value);
+    if (name == "nuh_layer_id") u.nuhLayerId = static_cast<int>(value);
+    if (name == "nuh_temporal_id_plus1") u.temporalId = static_cast<int>(value) - 1;
+    // FF bytes of payloadType and payloadSize are both traced as "ff_byte".
+    if (name == "ff_byte") (typeDone ? pendingSize : pendingType) += 255;
+    if (name == "last_payload_type_byte") {
+      pendingType += static_cast<int>(value);
+      typeDone = true;
+    }
+    if (name == "last_payload_size_byte") {
+      u.seis.push_back({pendingType, pendingSize + static_cast<int>(value)});
+      pendingType = pendingSize = 0;
+      typeDone = false;
+    }
+  }
+  return units;
+}
+
+std::vector<Range> packetRanges(const std::string& path) {
+  auto r = qtest::runCommand("ffprobe -v error -show_packets -show_entries packet=pos,size -of compact=p=0 " +
+                             qtest::shellQuote(path));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  std::vector<Range> ranges;
+  std::istringstream lines(r.out);
+  std::string line;
+  while (std::getline(lines, line)) {
+    Range range;
+    std::istringstream items(line);
+    std::string item;
+    while (std::getline(items, item, '|')) {
+      if (item.rfind("size=", 0) == 0) range.size = std::stoull(item.substr(5));
+      if (item.rfind("pos=", 0) == 0) range.pos = std::stoull(item.substr(4));
+    }
+    if (range.size) ranges.push_back(range);
+  }
+  return ranges;
+}
+
+std::vector<std::vector<uint8_t>> mp4Samples(const std::string& path, const std::string& scratchDir) {
+  const std::string mp4 = scratchDir + "/remux.mp4";
+  const std::string data = scratchDir + "/samples.bin";
+  auto r = qtest::runCommand("ffmpeg -nostdin -y -v error -i " + qtest::shellQuote(path) + " -c copy " +
+                             qtest::shellQuote(mp4) + " && ffmpeg -nostdin -y -v error -i " + qtest::shellQuote(mp4) +
+                             " -map 0:v -c copy -f data " + qtest::shellQuote(data));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  auto sizes = qtest::runCommand("ffprobe -v error -show_packets -show_entries packet=size -of csv=p=0 " +
+                                 qtest::shellQuote(mp4));
+  std::vector<uint8_t> bytes = qtest::readBytes(data);
+  std::vector<std::vector<uint8_t>> samples;
+  std::istringstream lines(sizes.out);
+  std::string line;
+  size_t offset = 0;
+  while (std::getline(lines, line)) {
+    if (line.empty()) continue;
+    size_t size = std::stoull(line);
+    if (offset + size > bytes.size()) {
+      ADD_FAILURE() << "sample sizes overrun the sample data";
+      break;
+    }
+    samples.emplace_back(bytes.begin() + offset, bytes.begin() + offset + size);
+    offset += size;
+  }
+  EXPECT_EQ(offset, bytes.size());
+  return samples;
+}
+
+}  // namespace oracle

@@ -1,0 +1,285 @@
+// The syntax layer and the framing converters on real x264/x265 streams, checked against what
+// ffmpeg reads from the same streams: trace_headers for unit headers and SEI messages, the MP4
+// muxer for the length-prefixed form of each packet.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "ffmpeg_oracle.h"
+#include "reference_framing.h"
+#include "streamutil/framing.h"
+#include "support/test_support.h"
+#include "syntax/syntax.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Stream {
+  const char* name;
+  const char* ffmpegArgs;
+  bool hevc;
+};
+void PrintTo(const Stream& s, std::ostream* os) { *os << s.name; }
+
+#define QV_SOURCE "-f lavfi -i testsrc2=size=320x240:rate=25 "
+const Stream kStreams[] = {
+    {"syntax_x264_slices.h264", QV_SOURCE "-frames:v 6 -c:v libx264 -x264-params slices=3:aud=1 -f h264", false},
+    {"syntax_x264_bframes.h264", QV_SOURCE "-frames:v 8 -c:v libx264 -bf 2 -f h264", false},
+    {"syntax_x265_sei.hevc",
+     QV_SOURCE "-frames:v 12 -c:v libx265 -x265-params "
+               "'log-level=error:bframes=3:b-pyramid=1:temporal-layers=1:hash=1:info=1:"
+               "master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1):max-cll=1000,400' "
+               "-f hevc",
+     true},
+    {"syntax_x265_slices.hevc",
+     QV_SOURCE "-frames:v 6 -c:v libx265 -x265-params log-level=error:slices=2:aud=1:repeat-headers=1 -f hevc", true},
+};
+#undef QV_SOURCE
+
+// The units of a length-prefixed sample, read by the test itself.
+std::vector<Bytes> unitsOfSample(const Bytes& sample) {
+  std::vector<Bytes> units;
+  size_t p = 0;
+  while (p + 4 <= sample.size()) {
+    size_t length = (size_t{sample[p]} << 24) | (size_t{sample[p + 1]} << 16) | (size_t{sample[p + 2]} << 8) | sample[p + 3];
+    if (p + 4 + length > sample.size()) break;
+    units.emplace_back(sample.begin() + p + 4, sample.begin() + p + 4 + length);
+    p += 4 + length;
+  }
+  EXPECT_EQ(p, sample.size());
+  return units;
+}
+
+class RealStream : public ::testing::TestWithParam<Stream> {
+ protected:
+  void SetUp() override {
+    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
+    path_ = qtest::encodedStream(GetParam().name, GetParam().ffmpegArgs);
+    ASSERT_FALSE(path_.empty());
+    bytes_ = qtest::readBytes(path_);
+    ASSERT_FALSE(bytes_.empty());
+  }
+  std::string path_;
+  Bytes bytes_;
+};
+
+// Per packet: Annex B -> length-prefixed equals ffmpeg's MP4 sample; the checked form needs
+// exactly one spare byte per three-byte start code; and back to Annex B gives the packet with
+// only its three-byte start codes widened.
+TEST_P(RealStream, FramingMatchesMp4SamplesAndRoundTrips) {
+  qtest::TempDir scratch;
+  auto packets = oracle::packetRanges(path_);
+  auto samples = oracle::mp4Samples(path_, scratch.path());
+  ASSERT_FALSE(packets.empty());
+  ASSERT_EQ(packets.size(), samples.size());
+  int threeByteCodes = 0, fourByteCodes = 0;
+  for (size_t k = 0; k < packets.size(); k++) {
+    SCOPED_TRACE(::testing::Message() << "packet " << k);
+    ASSERT_LE(packets[k].pos + packets[k].size, bytes_.size());
+    const Bytes frame(bytes_.begin() + packets[k].pos, bytes_.begin() + packets[k].pos + packets[k].size);
+    const auto units = unitsOfSample(samples[k]);
+
+    // The packet is ffmpeg's units, each behind a start code of three or four bytes.
+    Bytes widened;
+    size_t p = 0;
+    uint32_t growth = 0;
+    for (const auto& unit : units) {
+      if (frame.size() >= p + 4 && frame[p] == 0 && frame[p + 1] == 0 && frame[p + 2] == 0 && frame[p + 3] == 1) {
+        p += 4;
+        fourByteCodes++;
+      } else {
+        ASSERT_TRUE(frame.size() >= p + 3 && frame[p] == 0 && frame[p + 1] == 0 && frame[p + 2] == 1);
+        p += 3;
+        growth++;
+        threeByteCodes++;
+      }
+      ASSERT_TRUE(std::equal(unit.begin(), unit.end(), frame.begin() + p));
+      p += unit.size();
+      widened.insert(widened.end(), {0x00, 0x00, 0x00, 0x01});
+      widened.insert(widened.end(), unit.begin(), unit.end());
+    }
+    ASSERT_EQ(p, frame.size());
+    const auto size = static_cast<uint32_t>(frame.size());
+
+    Bytes buf = frame;
+    buf.resize(frame.size() + growth + 16, 0xEE);
+    EXPECT_EQ(klxUtilh264MarkerToSizeResult(buf.data(), size), size + growth);
+    uint32_t newSize = 0;
+    if (growth > 0) {
+      EXPECT_EQ(klxUtilh264MarkerToSizeChecked(buf.data(), size, size + growth - 1, &newSize), -1);
+      EXPECT_TRUE(std::equal(frame.begin(), frame.end(), buf.begin())) << "refused conversion left the frame";
+    }
+    ASSERT_EQ(klxUtilh264MarkerToSizeChecked(buf.data(), size, size + growth, &newSize), 0);
+    ASSERT_EQ(newSize, size + growth);
+    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + newSize), samples[k]);
+    EXPECT_EQ(buf[newSize], 0xEE);
+
+    // The unchecked call does the same.
+    Bytes again = frame;
+    again.resize(frame.size() + growth);
+    EXPECT_EQ(klxUtilh264MarkerToSize(again.data(), size), size + growth);
+    EXPECT_EQ(again, samples[k]);
+
+    // Converting a length-prefixed frame again changes nothing.
+    EXPECT_EQ(klxUtilh264MarkerToSize(again.data(), newSize), newSize);
+    EXPECT_EQ(again, samples[k]);
+
+    EXPECT_EQ(klxUtilh264SizeToMarker(buf.data(), newSize), newSize);
+    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + newSize), widened);
+    if (growth == 0) {
+      EXPECT_EQ(Bytes(buf.begin(), buf.begin() + newSize), frame);
+    }
+  }
+  // The sample matrix must exercise both start-code lengths somewhere.
+  RecordProperty("three_byte_codes", threeByteCodes);
+  EXPECT_GT(fourByteCodes, 0);
+}
+
+// Unit lookup on the MP4 samples: the first unit of each header byte is found where ffmpeg's
+// sample has it, and the last prefix SEI of an HEVC sample is the one reported.
+TEST_P(RealStream, LookupFindsUnitsOfMp4Samples) {
+  qtest::TempDir scratch;
+  auto samples = oracle::mp4Samples(path_, scratch.path());
+  ASSERT_FALSE(samples.empty());
+  for (size_t k = 0; k < samples.size(); k++) {
+    SCOPED_TRACE(::testing::Message() << "sample " << k);
+    Bytes sample = samples[k];
+    const auto units = unitsOfSample(sample);
+    std::map<uint8_t, std::pair<size_t, size_t>> firstByHeader;  // header -> offset, length
+    size_t offset = 0;
+    long lastSei = -1;
+    size_t lastSeiLength = 0;
+    for (const auto& unit : units) {
+      firstByHeader.emplace(unit[0], std::make_pair(offset, unit.size() + 4));
+      if (unit[0] == 0x4E) {
+        lastSei = static_cast<long>(offset + 5);
+        lastSeiLength = unit.size() - 1;
+      }
+      offset += 4 + unit.size();
+    }
+    for (const auto& [header, where] : firstByHeader) {
+      uint8_t* found = nullptr;
+      uint32_t length = 0;
+      EXPECT_EQ(klxUtilFindSpecificNAL(sample.data(), static_cast<uint32_t>(sample.size()), 0, header, &found, &length),
+                1)
+          << "header " << int{header};
+      EXPECT_EQ(found, sample.data() + where.first);
+      EXPECT_EQ(length, where.second);
+    }
+    if (GetParam().hevc) {
+      uint8_t *sei = nullptr, *rpu = nullptr;
+      uint32_t seiLength = 0, rpuLength = 0;
+      int result = klxUtilFindDolbyVisionMetadata(sample.data(), static_cast<uint32_t>(sample.size()), 0, &sei,
+                                                  &seiLength, &rpu, &rpuLength);
+      EXPECT_EQ(result, lastSei >= 0 ? 1 : 0);
+      EXPECT_EQ(sei, lastSei >= 0 ? sample.data() + lastSei : nullptr);
+      EXPECT_EQ(seiLength, lastSeiLength);
+      EXPECT_EQ(rpu, nullptr);
+    }
+  }
+}
+
+// Walking the stream with find_nal_unit and reading each unit gives the headers and SEI
+// messages that ffmpeg's trace_headers reads.
+TEST_P(RealStream, UnitWalkMatchesTraceHeaders) {
+  auto traced = oracle::traceUnits(path_);
+  ASSERT_FALSE(traced.empty());
+  h264_stream_t* h = h264_new();
+  ASSERT_NE(h, nullptr);
+  std::vector<oracle::TracedUnit> ours;
+  size_t offset = 0;
+  while (offset < bytes_.size()) {
+    int start = 0, end = 0;
+    const int remaining = static_cast<int>(bytes_.size() - offset);
+    int length = find_nal_unit(bytes_.data() + offset, remaining, &start, &end);
+    ASSERT_EQ(ref::Found({length, start, end}), ref::findNalUnit(bytes_.data() + offset, remaining));
+    if (length <= 0) break;
+    const uint8_t* unit = bytes_.data() + offset + start;
+    oracle::TracedUnit u;
+    if (GetParam().hevc) {
+      ASSERT_EQ(read_nal_unit_hevc(h, unit, length), length);
+      u.forbiddenZeroBit = h->nal->forbidden_zero_bit;
+      u.nalUnitType = h->nal->nal_unit_type;
+      u.nuhLayerId = h->nal->nuh_layer_id;
+      u.temporalId = h->nal->temporal_id;
+      if (u.nalUnitType == kHevcNalPrefixSei) {
+        EXPECT_EQ(h->nal->parsed, h->sei);
+        for (int i = 0; i < h->num_seis; i++) u.seis.push_back({h->seis[i]->payloadType, h->seis[i]->payloadSize});
+      }
+    } else {
+      ASSERT_EQ(peek_nal_unit(h, unit, length), unit[0] & 0x1F);
+      u.forbiddenZeroBit = h->nal->forbidden_zero_bit;
+      u.nalRefIdc = h->nal->nal_ref_idc;
+      u.nalUnitType = h->nal->nal_unit_type;
+    }
+    ours.push_back(u);
+    offset += static_cast<size_t>(end);
+  }
+  h264_free(h);
+
+  // What the layer is asked to report: prefix SEI messages only, and (kept rule) a later message
+  // whose payloadType byte has its top bit set reads as the stop bit and ends the list. For H.264
+  // the SEI messages are not read by this layer.
+  bool sawTemporalLayer = false, sawSei = false;
+  for (auto& t : traced) {
+    if (!GetParam().hevc || t.nalUnitType != kHevcNalPrefixSei) {
+      t.seis.clear();
+      continue;
+    }
+    sawSei = true;
+    auto cut = std::find_if(t.seis.begin() + (t.seis.empty() ? 0 : 1), t.seis.end(),
+                            [](const oracle::SeiMessage& m) { return m.payloadType >= 128; });
+    t.seis.erase(cut, t.seis.end());
+  }
+  for (const auto& t : traced) sawTemporalLayer = sawTemporalLayer || t.temporalId > 0;
+  ASSERT_EQ(ours.size(), traced.size());
+  for (size_t i = 0; i < ours.size(); i++) {
+    EXPECT_EQ(ours[i], traced[i]) << "unit " << i << " type " << traced[i].nalUnitType;
+  }
+  if (std::string(GetParam().name) == "syntax_x265_sei.hevc") {
+    EXPECT_TRUE(sawSei && sawTemporalLayer) << "the sample should carry prefix SEI and temporal layers";
+  }
+}
+
+// Every real unit: the fast NAL -> RBSP -> NAL passes agree with the reference loops.
+TEST_P(RealStream, RealUnitsAgreeWithReferenceConversions) {
+  size_t offset = 0;
+  int units = 0;
+  while (offset < bytes_.size()) {
+    int start = 0, end = 0;
+    int length = find_nal_unit(bytes_.data() + offset, static_cast<int>(bytes_.size() - offset), &start, &end);
+    if (length <= 0) break;
+    const uint8_t* unit = bytes_.data() + offset + start;
+    Bytes rbsp(static_cast<size_t>(length));
+    int nalSize = length, rbspSize = length;
+    int got = nal_to_rbsp(unit, &nalSize, rbsp.data(), &rbspSize);
+    ref::Converted want = ref::nalToRbsp(unit, length, length);
+    ASSERT_EQ(got, want.result);
+    ASSERT_EQ(Bytes(rbsp.begin(), rbsp.begin() + rbspSize), want.out);
+    Bytes nal(static_cast<size_t>(length) * 2 + 2);
+    int capacity = static_cast<int>(nal.size());
+    int written = rbsp_to_nal(rbsp.data(), &rbspSize, nal.data(), &capacity);
+    ref::Converted back = ref::rbspToNal(rbsp.data(), rbspSize, static_cast<int>(nal.size()));
+    ASSERT_EQ(written, back.result);
+    ASSERT_EQ(Bytes(nal.begin(), nal.begin() + written), back.out);
+    // An encoder's unit is already escaped: escaping its RBSP again restores it.
+    if (nalSize == length) {
+      EXPECT_EQ(written, length);
+      EXPECT_TRUE(std::equal(nal.begin() + 1, nal.begin() + written, unit + 1));
+    }
+    offset += static_cast<size_t>(end);
+    units++;
+  }
+  EXPECT_GT(units, 5);
+}
+
+INSTANTIATE_TEST_SUITE_P(X264AndX265, RealStream, ::testing::ValuesIn(kStreams),
+                         [](const ::testing::TestParamInfo<Stream>& info) {
+                           std::string name = info.param.name;
+                           std::replace_if(name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
+                           return name;
+                         });
+
+}  // namespace
