@@ -29,8 +29,10 @@ inline void bs_init(bs_t* b, uint8_t* buf, int64_t size) {
 
 // True when the cursor stands at or after `end` (nothing left to read).
 inline bool bs_eof(const bs_t* b) { return bs_address(b->p) >= bs_address(b->end); }
-// True when bits were read or written beyond `end`.
-inline bool bs_overrun(const bs_t* b) { return bs_address(b->p) > bs_address(b->end); }
+// True when bits were read or written beyond `end` (a whole byte, or part of the byte at `end`).
+inline bool bs_overrun(const bs_t* b) {
+  return bs_address(b->p) > bs_address(b->end) || (b->p == b->end && b->bits_left < 8);
+}
 // Bits consumed since `start`.
 inline int64_t bs_pos(const bs_t* b) {
   return static_cast<int64_t>(bs_address(b->p) - bs_address(b->start)) * 8 + (8 - b->bits_left);

@@ -1,0 +1,146 @@
+// quorvane nal / reframe / inspect on real streams, checked against ffmpeg's reading of them.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "ffmpeg_oracle.h"
+#include "support/test_support.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+const char* const kX264 = "syntax_x264_slices.h264";
+const char* const kX264Args =
+    "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 6 -c:v libx264 -x264-params slices=3:aud=1 -f h264";
+const char* const kX265 = "syntax_x265_slices.hevc";
+const char* const kX265Args =
+    "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 6 -c:v libx265 -x265-params "
+    "log-level=error:slices=2:aud=1:repeat-headers=1 -f hevc";
+
+class Cli : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
+  }
+};
+
+struct ListedUnit {
+  long offset, size, startCode, type;
+};
+
+std::vector<ListedUnit> parseNalListing(const std::string& text) {
+  std::vector<ListedUnit> units;
+  std::istringstream lines(text);
+  std::string line;
+  std::getline(lines, line);  // heading
+  while (std::getline(lines, line)) {
+    ListedUnit u;
+    if (std::sscanf(line.c_str(), "%ld %ld %ld %ld", &u.offset, &u.size, &u.startCode, &u.type) == 4) units.push_back(u);
+  }
+  return units;
+}
+
+// Every unit that trace_headers reads, with the same type, at an offset where the file holds a
+// start code of the listed length.
+TEST_F(Cli, NalListsTheUnitsFfmpegReads) {
+  for (auto [name, makeArgs] : {std::pair{kX264, kX264Args}, std::pair{kX265, kX265Args}}) {
+    SCOPED_TRACE(name);
+    std::string path = qtest::encodedStream(name, makeArgs);
+    auto r = qtest::runTool("nal " + qtest::shellQuote(path));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto listed = parseNalListing(r.out);
+    auto traced = oracle::traceUnits(path);
+    Bytes bytes = qtest::readBytes(path);
+    ASSERT_EQ(listed.size(), traced.size());
+    for (size_t i = 0; i < listed.size(); i++) {
+      EXPECT_EQ(listed[i].type, traced[i].nalUnitType) << "unit " << i;
+      const long at = listed[i].offset;
+      ASSERT_LE(static_cast<size_t>(at + listed[i].startCode + listed[i].size), bytes.size());
+      EXPECT_EQ(bytes[at + listed[i].startCode - 1], 0x01);
+      EXPECT_EQ(bytes[at], 0x00);
+    }
+  }
+}
+
+// --to length gives the samples of ffmpeg's MP4 remux; --to annexb gives back the input with
+// four-byte start codes throughout.
+TEST_F(Cli, ReframeMatchesMp4AndRoundTrips) {
+  std::string path = qtest::encodedStream(kX264, kX264Args);
+  qtest::TempDir dir;
+  auto samples = oracle::mp4Samples(path, dir.path());
+  Bytes expected;
+  Bytes widened;
+  for (const auto& s : samples) {
+    expected.insert(expected.end(), s.begin(), s.end());
+    for (size_t p = 0; p + 4 <= s.size();) {
+      size_t n = (size_t{s[p]} << 24) | (size_t{s[p + 1]} << 16) | (size_t{s[p + 2]} << 8) | s[p + 3];
+      widened.insert(widened.end(), {0, 0, 0, 1});
+      widened.insert(widened.end(), s.begin() + p + 4, s.begin() + p + 4 + n);
+      p += 4 + n;
+    }
+  }
+  auto r = qtest::runTool("reframe --to length --json " + qtest::shellQuote(path) + " " + qtest::shellQuote(dir.file("a.len")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("\"frames\":" + std::to_string(samples.size())), std::string::npos) << r.out;
+  EXPECT_EQ(qtest::readBytes(dir.file("a.len")), expected);
+
+  r = qtest::runTool("reframe --to annexb " + qtest::shellQuote(dir.file("a.len")) + " " + qtest::shellQuote(dir.file("b.264")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(qtest::readBytes(dir.file("b.264")), widened);
+}
+
+TEST_F(Cli, BadInputFailsWithOneLine) {
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("noise.bin"), Bytes{0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0x11});
+  qtest::writeBytes(dir.file("cut.len"), Bytes{0x00, 0x00, 0x00, 0x02, 0x09, 0xF0, 0x00, 0x00, 0x00, 0x09, 0x41});
+  struct Case {
+    std::string args;
+    int exitCode;
+    std::string message;
+  } cases[] = {
+      {"nal", 2, "quorvane nal: expected one FILE (see quorvane nal --help)\n"},
+      {"nal " + dir.file("missing"), 1, "quorvane nal: cannot read " + dir.file("missing") + ": No such file or directory\n"},
+      {"nal " + dir.file("noise.bin"), 1, "quorvane nal: " + dir.file("noise.bin") + ": no start code found\n"},
+      {"reframe a b", 2, "quorvane reframe: --to length|annexb is required (see quorvane reframe --help)\n"},
+      {"reframe --to mp4 a b", 2, "quorvane reframe: --to takes length or annexb, not 'mp4'\n"},
+      {"reframe --to length " + dir.file("noise.bin") + " " + dir.file("o"), 1,
+       "quorvane reframe: " + dir.file("noise.bin") + ": not an Annex B stream (no start code at offset 0)\n"},
+      {"reframe --to annexb " + dir.file("cut.len") + " " + dir.file("o"), 1,
+       "quorvane reframe: " + dir.file("cut.len") + ": not a length-prefixed stream (bad length at offset 6)\n"},
+      {"inspect " + dir.file("noise.bin"), 1,
+       "quorvane inspect: " + dir.file("noise.bin") + ": no start codes or length prefixes found\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args);
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode);
+    EXPECT_EQ(r.err, c.message);
+  }
+}
+
+// The codec is recognised and the frame count is the number of packets ffprobe finds.
+TEST_F(Cli, InspectSummarisesBundledSamples) {
+  struct Case {
+    const char* sample;
+    const char* codec;
+  } cases[] = {
+      {"h264_160x90_25fps.264", "h264"},
+      {"h264_160x90_2997_aud_hrd.264", "h264"},
+      {"hevc_main_160x90_25fps.hevc", "hevc"},
+      {"hevc_main_160x90_2997_bframes.hevc", "hevc"},
+      {"hevc_main10_320x180_5994.hevc", "hevc"},
+      {"mpeg2_160x90_2997.m2v", "mpeg2"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.sample);
+    const std::string path = qtest::samplePath(c.sample);
+    auto r = qtest::runTool("inspect --json " + qtest::shellQuote(path));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find(std::string("\"codec\":\"") + c.codec + "\""), std::string::npos) << r.out;
+    auto packets = oracle::packetRanges(path);
+    EXPECT_NE(r.out.find("\"frames\":" + std::to_string(packets.size()) + ","), std::string::npos) << r.out;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,219 @@
+// The stream context's records and the small helpers of the syntax layer.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "syntax/syntax.h"
+
+namespace {
+
+TEST(StreamContext, NewContextHoldsZeroedRecords) {
+  h264_stream_t* h = h264_new();
+  ASSERT_NE(h, nullptr);
+  EXPECT_EQ(h->sps, h->sps_table[0]);
+  EXPECT_EQ(h->pps, h->pps_table[0]);
+  EXPECT_EQ(h->sei, nullptr);
+  EXPECT_EQ(h->seis, nullptr);
+  EXPECT_EQ(h->num_seis, 0);
+  EXPECT_EQ(h->slice_data, nullptr);
+  ASSERT_NE(h->nal, nullptr);
+  ASSERT_NE(h->aud, nullptr);
+  ASSERT_NE(h->sh, nullptr);
+  EXPECT_EQ(h->aud->primary_pic_type, 0);
+  // Every table entry is its own record.
+  for (int i = 0; i < kH264MaxSps; i++) {
+    ASSERT_NE(h->sps_table[i], nullptr);
+    EXPECT_EQ(h->sps_table[i]->level_idc, 0);
+    for (int j = 0; j < i; j++) ASSERT_NE(h->sps_table[i], h->sps_table[j]);
+  }
+  for (int i = 0; i < kH264MaxPps; i++) {
+    ASSERT_NE(h->pps_table[i], nullptr);
+    if (i > 0) {
+      ASSERT_NE(h->pps_table[i], h->pps_table[i - 1]);
+    }
+  }
+  for (uint8_t b : h->reserved) EXPECT_EQ(b, 0);
+  h264_free(h);
+  h264_free(nullptr);
+}
+
+TEST(StreamContext, SeiAndAvccRecords) {
+  sei_t* s = sei_new();
+  ASSERT_NE(s, nullptr);
+  EXPECT_EQ(s->payloadType, 0);
+  EXPECT_EQ(s->data, nullptr);
+  s->data = static_cast<uint8_t*>(std::malloc(8));
+  sei_free(s);  // frees data too (AddressSanitizer reports a leak otherwise)
+  sei_free(nullptr);
+
+  h264_stream_t* h = h264_new();
+  avcc_t* avcc = avcc_new();
+  ASSERT_NE(avcc, nullptr);
+  EXPECT_EQ(avcc->sps_table, nullptr);
+  avcc->numOfSequenceParameterSets = 1;
+  avcc->sps_table = static_cast<sps_t**>(std::calloc(1, sizeof(sps_t*)));
+  avcc->sps_table[0] = h->sps_table[0];  // borrowed from the context
+  avcc_free(avcc);
+  h->sps_table[0]->level_idc = 40;  // still alive
+  h264_free(h);
+  avcc_free(nullptr);
+}
+
+TEST(PeekNalUnit, AcceptsAndRejectsHeaders) {
+  struct Case {
+    int byte;  // -1: empty buffer
+    int result;
+    int refIdc, type;
+  } cases[] = {
+      {0x06, 6, 0, 6},   {0x26, -1, 1, 6},  {0x67, 7, 3, 7},  {0x65, 5, 3, 5},   {0x05, -1, 0, 5},
+      {0x09, 9, 0, 9},   {0x29, -1, 1, 9},  {0x2A, -1, 1, 10}, {0x0B, 11, 0, 11}, {0x6C, -1, 3, 12},
+      {0x70, -1, 3, 16}, {0x72, -1, 3, 18}, {0x73, 19, 3, 19}, {0x74, 20, 3, 20}, {0x75, -1, 3, 21},
+      {0x60, -1, 3, 0},  {0xE7, -1, 3, 7},  {0x01, 1, 0, 1},   {-1, -1, 0, 0},
+  };
+  h264_stream_t* h = h264_new();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.byte);
+    uint8_t b = static_cast<uint8_t>(c.byte);
+    EXPECT_EQ(peek_nal_unit(h, &b, c.byte < 0 ? 0 : 1), c.result);
+    EXPECT_EQ(h->nal->nal_ref_idc, c.refIdc);
+    EXPECT_EQ(h->nal->nal_unit_type, c.type);
+    EXPECT_EQ(h->nal->forbidden_zero_bit, c.byte >= 0x80 ? 1 : 0);
+  }
+  h264_free(h);
+}
+
+TEST(SmallHelpers, IntLog2AndSliceType) {
+  // Against the definition: the smallest n with 2^n >= x.
+  for (int x = -3; x < 5000; x++) {
+    int n = 0;
+    while (x > 0 && (int64_t{1} << n) < x) n++;
+    ASSERT_EQ(intlog2(x), n) << x;
+  }
+  EXPECT_EQ(intlog2(INT32_MAX), 31);
+  const int sliceCases[][3] = {{0, 0, 1}, {5, 0, 1}, {0, 5, 1}, {7, 2, 1}, {2, 7, 1}, {9, 9, 1},
+                               {1, 6, 1}, {1, 2, 0}, {6, 2, 0}, {10, 0, 0}, {10, 5, 0}, {10, 10, 1}, {4, 9, 1}};
+  for (const auto& c : sliceCases) EXPECT_EQ(is_slice_type(c[0], c[1]), c[2]) << c[0] << " " << c[1];
+}
+
+TEST(BitCursor, ReadsPastTheEndAsZeroAndWritesAreDropped) {
+  uint8_t bytes[2] = {0xA5, 0xFF};
+  bs_t b;
+  bs_init(&b, bytes, 1);
+  EXPECT_EQ(bs_read_u(&b, 8), 0xA5u);
+  EXPECT_FALSE(bs_overrun(&b));
+  EXPECT_EQ(bs_read_u(&b, 4), 0u);  // bytes[1] is not the cursor's
+  EXPECT_TRUE(bs_overrun(&b));
+  EXPECT_EQ(bs_pos(&b), 12);
+
+  uint8_t out[3] = {0x00, 0x00, 0x77};
+  bs_init(&b, out, 2);
+  bs_write_u(&b, 12, 0xABC);
+  bs_write_u(&b, 4, 0xF);
+  EXPECT_FALSE(bs_overrun(&b));
+  bs_write_u(&b, 8, 0x11);  // past the end: dropped, position advances
+  EXPECT_TRUE(bs_overrun(&b));
+  EXPECT_EQ(out[0], 0xAB);
+  EXPECT_EQ(out[1], 0xCF);
+  EXPECT_EQ(out[2], 0x77);
+
+  // Writing clears the bit before setting it.
+  uint8_t ones = 0xFF;
+  bs_init(&b, &ones, 1);
+  bs_write_u(&b, 3, 0x2);
+  EXPECT_EQ(ones, 0x5F);
+}
+
+TEST(BitCursor, ExpGolombRoundTripsOnRandomValues) {
+  std::mt19937 rng(3);
+  std::vector<uint32_t> values = {0, 1, 2, 3, 254, 255, 256, 65535, 0x7FFFFFFE, 0xFFFFFFFE};
+  for (int i = 0; i < 500; i++) values.push_back(rng() >> (rng() % 32));
+  std::vector<uint8_t> buf(values.size() * 9 + 8);
+  bs_t w;
+  bs_init(&w, buf.data(), static_cast<int64_t>(buf.size()));
+  for (uint32_t v : values) {
+    bs_write_ue(&w, v);
+    bs_write_se(&w, static_cast<int32_t>(v / 2) * ((v & 1) ? -1 : 1));
+  }
+  ASSERT_FALSE(bs_overrun(&w));
+  bs_t r;
+  bs_init(&r, buf.data(), static_cast<int64_t>(buf.size()));
+  for (uint32_t v : values) {
+    ASSERT_EQ(bs_read_ue(&r), v);
+    ASSERT_EQ(bs_read_se(&r), static_cast<int32_t>(v / 2) * ((v & 1) ? -1 : 1));
+  }
+  EXPECT_EQ(bs_pos(&r), bs_pos(&w));
+}
+
+TEST(MoreRbspData, StopsAtTheNextOneBit) {
+  struct Case {
+    std::vector<uint8_t> bytes;
+    int skipBits;
+    int expected;
+  } cases[] = {
+      {{0x80}, 0, 0},       // the stop bit
+      {{0x40}, 0, 1},       // a zero bit first
+      {{0x05, 0x80}, 0, 1}, // payload type 5: top bit 0
+      {{0x89, 0x80}, 0, 0}, // payload type 137 reads as a stop bit
+      {{0xFF}, 8, 0},       // at the end
+      {{0x00, 0x00}, 0, 1}, // trailing zero bytes are not examined
+      {{0xA0}, 1, 1},
+      {{0xA0}, 2, 0},
+  };
+  h264_stream_t* h = h264_new();
+  for (const auto& c : cases) {
+    bs_t b;
+    std::vector<uint8_t> bytes = c.bytes;
+    bs_init(&b, bytes.data(), static_cast<int64_t>(bytes.size()));
+    bs_skip_u(&b, c.skipBits);
+    EXPECT_EQ(more_rbsp_data(h, &b), c.expected);
+  }
+  h264_free(h);
+}
+
+// write_sei_payload writes the current message's bytes; what read_sei_rbsp then reads back from
+// a complete sei_message() is the same message.
+TEST(SeiPayload, WriteThenReadBack) {
+  h264_stream_t* h = h264_new();
+  sei_t* s = sei_new();
+  s->payloadType = 300;
+  s->payloadSize = 260;
+  s->data = static_cast<uint8_t*>(std::malloc(260));
+  for (int i = 0; i < 260; i++) s->data[i] = static_cast<uint8_t>(i * 7);
+  h->sei = s;
+
+  std::vector<uint8_t> rbsp(300, 0xEE);
+  bs_t b;
+  bs_init(&b, rbsp.data(), static_cast<int64_t>(rbsp.size()));
+  bs_write_u8(&b, 0xFF);  // payloadType 300 = 255 + 45
+  bs_write_u8(&b, 45);
+  bs_write_u8(&b, 0xFF);  // payloadSize 260 = 255 + 5
+  bs_write_u8(&b, 5);
+  write_sei_payload(h, &b, 999, 1);  // the two numbers are not used
+  bs_write_u8(&b, 0x80);             // rbsp_trailing_bits
+  const int64_t written = bs_pos(&b) / 8;
+  ASSERT_EQ(written, 4 + 260 + 1);
+  h->sei = nullptr;
+
+  bs_t r;
+  bs_init(&r, rbsp.data(), written);
+  read_sei_rbsp(h, &r);
+  ASSERT_EQ(h->num_seis, 1);
+  EXPECT_EQ(h->sei, h->seis[0]);
+  EXPECT_EQ(h->sei->payloadType, 300);
+  ASSERT_EQ(h->sei->payloadSize, 260);
+  EXPECT_EQ(std::memcmp(h->sei->data, s->data, 260), 0);
+  EXPECT_FALSE(bs_overrun(&r));
+
+  // A count of 0 writes nothing.
+  s->payloadSize = 0;
+  h->sei = s;
+  bs_init(&b, rbsp.data(), 4);
+  write_sei_payload(h, &b, 0, 0);
+  EXPECT_EQ(bs_pos(&b), 0);
+  sei_free(s);
+  h264_free(h);
+}
+
+}  // namespace
