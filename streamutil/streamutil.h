@@ -5,3 +5,4 @@
 #include "streamutil/typenames.h"
 #include "streamutil/zr_bitstream.h"
 #include "streamutil/framing.h"
+#include "streamutil/parameter_sets.h"

@@ -1,0 +1,6 @@
+// Parameter sets and configuration records: the bit reader/writer, HEVC and AVC parameter
+// sets, hvcC and dvvC records.
+#pragma once
+#include "streamutil/zr_bitstream.h"
+#include "streamutil/param_elements.h"
+#include "streamutil/hevc_params.h"

@@ -1,0 +1,111 @@
+// Internal: the directions of a syntax description. Each parameter-set structure is written
+// once as a template over an Io; SyntaxReader fills the record from a zr_bitstream,
+// SyntaxWriter writes the record, and SyntaxLister reports each element present (name and
+// value, in bitstream order) for printing. Reading and writing cannot drift apart.
+//
+// Descriptions name their elements with the QV_ macros, which pass the field expression's text
+// as the element name ("p.sub_layer_level_idc[i]" is reported as "sub_layer_level_idc").
+#pragma once
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
+#include "streamutil/zr_bitstream.h"
+
+#define QV_U(n, field) io.u(n, field, #field)
+#define QV_U64(n, field) io.u64(n, field, #field)
+#define QV_FLAG(field) io.flag(field, #field)
+#define QV_UE(field) io.ue(field, #field)
+#define QV_SE(field) io.se(field, #field)
+
+namespace syntax_io {
+
+// How a writer codes se(v): the HEVC writers use WriteExponentialGolombCodeSigned (positive
+// values take code number 2v + 2); the AVC writers use ITU-T H.264 9.1.1 (2v - 1).
+enum class SignedCode { kLibraryMapping, kStandardMapping };
+
+struct SyntaxReader {
+  static constexpr bool kReading = true;
+  static constexpr bool kWriting = false;
+  zr_bitstream* s;
+
+  void u(int n, int32_t& field, const char*) { field = static_cast<int32_t>(ReadBits(s, n)); }
+  void u(int n, uint32_t& field, const char*) { field = ReadBits(s, n); }
+  void u64(int n, uint64_t& field, const char*) { field = ReadBits64(s, n); }
+  void flag(int32_t& field, const char*) { field = static_cast<int32_t>(ReadBit(s)); }
+  void ue(int32_t& field, const char*) { field = static_cast<int32_t>(ReadExponentialGolombCode(s)); }
+  void se(int32_t& field, const char*) { field = ReadExponentialGolombCodeSigned(s); }
+  // A field the writer emits with a fixed value; the reader returns what was there.
+  uint32_t fixed(int n, uint32_t) { return ReadBits(s, n); }
+  uint32_t fixedUe(uint32_t) { return ReadExponentialGolombCode(s); }
+  // False once the data is exhausted: loops driven by coded counts stop there.
+  bool more() const { return s->position <= s->length; }
+};
+
+template <SignedCode kSigned>
+struct SyntaxWriter {
+  static constexpr bool kReading = false;
+  static constexpr bool kWriting = true;
+  zr_bitstream* s;
+
+  void u(int n, int32_t& field, const char*) { WriteBits(s, n, static_cast<uint32_t>(field)); }
+  void u(int n, uint32_t& field, const char*) { WriteBits(s, n, field); }
+  void u64(int n, uint64_t& field, const char*) { WriteBits64(s, n, field); }
+  void flag(int32_t& field, const char*) { WriteBit(s, static_cast<uint32_t>(field)); }
+  void ue(int32_t& field, const char*) { WriteExponentialGolombCode(s, static_cast<uint32_t>(field)); }
+  void se(int32_t& field, const char*) {
+    if constexpr (kSigned == SignedCode::kLibraryMapping) {
+      WriteExponentialGolombCodeSigned(s, field);
+    } else {
+      uint32_t v = static_cast<uint32_t>(field);
+      WriteExponentialGolombCode(s, field <= 0 ? (0u - 2u * v) : (2u * v - 1u));
+    }
+  }
+  uint32_t fixed(int n, uint32_t value) {
+    WriteBits(s, n, value);
+    return value;
+  }
+  uint32_t fixedUe(uint32_t value) {
+    WriteExponentialGolombCode(s, value);
+    return value;
+  }
+  bool more() const { return true; }
+};
+
+// Element name from the field expression: the member after the last '.', without subscripts.
+inline std::string_view elementName(const char* expression) {
+  std::string_view text(expression);
+  size_t dot = text.find_last_of('.');
+  if (dot != std::string_view::npos) text.remove_prefix(dot + 1);
+  size_t bracket = text.find('[');
+  if (bracket != std::string_view::npos) text = text.substr(0, bracket);
+  return text;
+}
+
+// Reports every element present in a decoded record, in bitstream order, through a callback
+// `sink(name, value, bits)` (bits = 0 for ue(v)/se(v)). Fixed and reserved fields are not reported.
+template <class Sink>
+struct SyntaxLister {
+  static constexpr bool kReading = false;
+  static constexpr bool kWriting = false;
+  Sink& sink;
+  zr_bitstream* s = nullptr;  // unused: listing reads nothing
+
+  void u(int n, int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, n); }
+  void u(int n, uint32_t& field, const char* name) { sink(elementName(name), int64_t{field}, n); }
+  void u64(int n, uint64_t& field, const char* name) { sink(elementName(name), static_cast<int64_t>(field), n); }
+  void flag(int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 1); }
+  void ue(int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 0); }
+  void se(int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 0); }
+  uint32_t fixed(int, uint32_t value) { return value; }
+  uint32_t fixedUe(uint32_t value) { return value; }
+  bool more() const { return true; }
+};
+
+// Loop count for a coded count kept in an array of `capacity` entries.
+inline int32_t bounded(int32_t coded, int32_t capacity) { return std::clamp(coded, 0, capacity); }
+
+// u(v) widths taken from the stream are limited to 32 bits.
+inline int widthOf(int32_t coded) { return std::clamp(coded, 0, 32); }
+
+}  // namespace syntax_io

@@ -1,0 +1,104 @@
+#include "params/params_support.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "support/test_support.h"
+
+namespace ptest {
+
+std::vector<Bytes> splitAnnexB(const Bytes& s) {
+  std::vector<Bytes> units;
+  size_t i = 0, start = SIZE_MAX;
+  auto finish = [&](size_t end) {
+    if (start == SIZE_MAX) return;
+    while (end > start && s[end - 1] == 0) --end;
+    if (end > start) units.emplace_back(s.begin() + static_cast<long>(start), s.begin() + static_cast<long>(end));
+  };
+  while (i + 2 < s.size()) {
+    if (s[i] == 0 && s[i + 1] == 0 && s[i + 2] == 1) {
+      finish(i);
+      i += 3;
+      start = i;
+    } else {
+      ++i;
+    }
+  }
+  finish(s.size());
+  return units;
+}
+
+namespace {
+std::string baseName(const std::string& name) {
+  size_t bracket = name.find('[');
+  return bracket == std::string::npos ? name : name.substr(0, bracket);
+}
+}  // namespace
+
+std::vector<TracedUnit> traceHeaders(const std::string& path) {
+  auto r = qtest::runCommand("ffmpeg -nostdin -hide_banner -v info -i " + qtest::shellQuote(path) +
+                             " -c copy -bsf:v trace_headers -f null - 2>&1");
+  std::vector<TracedUnit> units;
+  std::istringstream lines(r.out + r.err);
+  std::string line;
+  while (std::getline(lines, line)) {
+    size_t tag = line.find("[trace_headers @ ");
+    if (tag == std::string::npos) continue;
+    size_t close = line.find("] ", tag);
+    if (close == std::string::npos) continue;
+    std::string rest = line.substr(close + 2);
+    std::istringstream words(rest);
+    std::string first;
+    words >> first;
+    bool isElement = !first.empty() && std::isdigit(static_cast<unsigned char>(first[0]));
+    if (!isElement) {
+      units.push_back({rest, {}});
+      continue;
+    }
+    std::string name;
+    words >> name;
+    size_t eq = rest.rfind("= ");
+    if (eq == std::string::npos || units.empty()) continue;
+    units.back().elements[baseName(name)].push_back(std::stoll(rest.substr(eq + 2)));
+  }
+  return units;
+}
+
+const TracedUnit* firstOfKind(const std::vector<TracedUnit>& units, const std::string& kind) {
+  for (const auto& u : units)
+    if (u.kind == kind) return &u;
+  return nullptr;
+}
+
+void ElementCollector::sink(void* user, const char* name, int64_t value, int32_t) {
+  auto& e = static_cast<ElementCollector*>(user)->elements;
+  std::string n = name;
+  // Our records keep some flag groups as one value; spread them the way the syntax codes them.
+  if (n == "general_profile_compatibility_flags" || n == "sub_layer_profile_compatibility_flags") {
+    std::string flag = n.substr(0, n.size() - 1);
+    for (int j = 31; j >= 0; --j) e[flag].push_back((value >> j) & 1);
+    return;
+  }
+  if (n == "general_constraint_indicator_flags") {
+    const char* flags[] = {"general_progressive_source_flag", "general_interlaced_source_flag",
+                           "general_non_packed_constraint_flag", "general_frame_only_constraint_flag"};
+    for (int k = 0; k < 4; ++k) e[flags[k]].push_back((value >> (47 - k)) & 1);
+    e["general_inbld_flag"].push_back(value & 1);
+    return;
+  }
+  e[n].push_back(value);
+}
+
+int compareElements(const ElementValues& ours, const ElementValues& theirs, const std::string& context) {
+  int compared = 0;
+  for (const auto& [name, values] : ours) {
+    auto it = theirs.find(name);
+    if (it == theirs.end()) continue;
+    ++compared;
+    EXPECT_EQ(values, it->second) << context << ": element " << name;
+  }
+  return compared;
+}
+
+}  // namespace ptest

@@ -1,0 +1,38 @@
+// Helpers of the parameter-set tests: splitting Annex B streams, and the syntax elements that
+// ffmpeg's trace_headers bitstream filter reports for a stream (the independent parser).
+#pragma once
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace ptest {
+
+using Bytes = std::vector<uint8_t>;
+
+// NAL units of an Annex B byte stream, without start codes or trailing zero bytes.
+std::vector<Bytes> splitAnnexB(const Bytes& stream);
+
+// Name (subscripts dropped) -> values in bitstream order.
+using ElementValues = std::map<std::string, std::vector<int64_t>>;
+
+struct TracedUnit {
+  std::string kind;  // "Video Parameter Set", "Sequence Parameter Set", "Picture Parameter Set", ...
+  ElementValues elements;
+};
+// Every header unit ffmpeg's trace_headers prints for the stream file (extradata included).
+std::vector<TracedUnit> traceHeaders(const std::string& path);
+// The first traced unit of the given kind, or null.
+const TracedUnit* firstOfKind(const std::vector<TracedUnit>& units, const std::string& kind);
+
+// Collects the elements our lister reports (klxutilList_...), under the same naming.
+struct ElementCollector {
+  ElementValues elements;
+  static void sink(void* user, const char* name, int64_t value, int32_t bits);
+};
+
+// Compares every element name present in both; returns the number of names compared and adds
+// a test failure for each difference.
+int compareElements(const ElementValues& ours, const ElementValues& theirs, const std::string& context);
+
+}  // namespace ptest
