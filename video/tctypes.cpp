@@ -65,8 +65,6 @@ const TypeTiming& timingOf(uint32_t tctype) {
   return kDefaultTiming;
 }
 
-// Rendering flags for a full timecode text in vidConvertTC.
-constexpr uint32_t kFullTextFlags = 0x32100;
 constexpr size_t kTextSize = 64;
 
 uint32_t canonicalType(uint32_t tctype) { return tctype == (TC_2398 | TC_DF2997) ? TC_2398 : tctype; }
@@ -96,12 +94,15 @@ extern "C" int vidConvertTC(uint32_t* frames, uint32_t toType, uint32_t rate, ui
   if (!frames || scale == 0) return -1;
   uint32_t from = vidGetTCType(static_cast<double>(rate) / scale);
   if (canonicalType(from) == canonicalType(toType)) return 0;
+  // A plain frame count has no fields to carry over: the count stays as it is.
+  if (toType == TC_FRAMES) return 0;
   char text[kTextSize];
   std::memset(text, 0, sizeof text);
-  if (tc2String(*frames, from | kFullTextFlags, text, sizeof text) != 0) return -1;
+  if (tc2String(*frames, from | TCF_FULL_TEXT, text, sizeof text) != 0) return -1;
   uint32_t converted = 0;
   if (tc2Frame(text, toType, &converted) != 0) return -1;
-  // 59.94 and 60 timecode numbers frame pairs: the count read back is in pairs.
+  // Counts taken from 59.94 and 60 timecode come back doubled; the hosts that store these
+  // counts expect exactly that.
   if (from == TC_DF5994 || from == TC_60) converted *= 2;
   *frames = converted;
   return 0;

@@ -44,8 +44,9 @@ double vidTCMsPerFrameD(uint32_t tctype);
 int vidTCMsPerFrame(uint32_t tctype);
 
 // Re-counts *frames from the timecode type of rate/scale into toType so that the timecode
-// reads the same. 0 (also when nothing needs converting), -1 for a null pointer, a zero scale
-// or a timecode that does not exist in toType (*frames is then unchanged).
+// reads the same (a count from 59.94 or 60 comes back doubled). 0 (also when nothing needs
+// converting, and for toType 0, a plain count), -1 for a null pointer, a zero scale or a
+// timecode that does not exist in toType (*frames is then unchanged).
 int vidConvertTC(uint32_t* frames, uint32_t toType, uint32_t rate, uint32_t scale);
 
 }  // extern "C"

@@ -1,0 +1,199 @@
+// Timecode types: of words and rates, their timing, and re-counting between types.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <random>
+
+#include "platform/tcxlat.h"
+#include "video/video.h"
+
+namespace {
+
+uint32_t typeOr2(const std::map<uint32_t, uint32_t>& m, uint32_t code) {
+  auto it = m.find(code);
+  return it == m.end() ? 2u : it->second;
+}
+
+TEST(TimecodeType, OfEveryRateCode) {
+  const std::map<uint32_t, uint32_t> kBase = {
+      {14, 4}, {29, 4}, {59, 4}, {119, 4}, {23, 128}, {47, 128}, {71, 128},
+      {24, 1}, {48, 1}, {72, 1}, {25, 8},  {50, 8},   {100, 8},
+  };
+  const std::map<uint32_t, uint32_t> kFps = {
+      {14, 4},  {23, 128}, {24, 1},   {25, 8},   {29, 4},  {47, 128}, {48, 1},
+      {50, 16}, {59, 32},  {60, 64},  {71, 128}, {72, 1},  {100, 8},  {119, 4},
+  };
+  for (uint32_t code = 0; code < 512; ++code) {
+    uint32_t word = 0x2380B200 | code;
+    EXPECT_EQ(vidGetTCTypeSignalFormat(word), typeOr2(kBase, code)) << code;
+    EXPECT_EQ(vidGetFPSTCTypeSignalFormat(word), typeOr2(kFps, code)) << code;
+  }
+}
+
+TEST(TimecodeType, OfFloatingRates) {
+  const std::pair<double, uint32_t> kCases[] = {
+      {12, 2},      {14.985, 4}, {15, 2},    {20, 2},    {23.976, 128}, {24, 1},     {24.9, 1},
+      {25, 8},      {27, 2},     {29.97, 4}, {30, 2},    {35, 2},       {47.952, 128}, {48, 1},
+      {48.7, 1},    {49.5, 2},   {50, 16},   {55, 16},   {59.94, 32},   {60, 64},    {65, 2},
+      {71.928, 128}, {72, 1},    {90, 2},    {100, 8},   {119.88, 4},   {120, 2},    {150, 2},
+      {std::nan(""), 2},
+  };
+  for (const auto& [fps, type] : kCases) EXPECT_EQ(vidGetTCType(fps), type) << fps;
+}
+
+// The timecode type of a rate and the rate pair it snaps to always agree.
+TEST(TimecodeType, AgreesWithTheSnappedRatePair) {
+  const std::map<std::pair<uint32_t, uint32_t>, uint32_t> kTypeOfPair = {
+      {{24000, 1001}, 128}, {{24, 1}, 1},  {{25, 1}, 8},          {{30000, 1001}, 4}, {{30, 1}, 2},
+      {{48, 1}, 1},         {{50, 1}, 16}, {{60000, 1001}, 32},   {{60, 1}, 64},
+  };
+  for (double fps = 0; fps < 200; fps += 0.0071) {
+    uint32_t rate = 0, scale = 0;
+    bool exact = vidRateScaled(fps, &rate, &scale) == 0;
+    uint32_t expected = exact ? kTypeOfPair.at({rate, scale}) : 2;
+    ASSERT_EQ(vidGetTCType(fps), expected) << fps;
+  }
+}
+
+TEST(TimecodeType, RatesAndDurations) {
+  struct Case {
+    uint32_t type;
+    double fps, ms;
+    int msRounded;
+  };
+  const Case kCases[] = {
+      {1, 24, 41.666666666666664, 42},
+      {2, 30, 33.36666666666667, 33},  // 30 NDF lasts a 29.97 frame: kept
+      {4, 30000.0 / 1001, 33.36666666666667, 33},
+      {8, 25, 40, 40},
+      {16, 50, 20, 20},
+      {32, 60000.0 / 1001, 16.68333333333333, 17},
+      {64, 60, 16.66666666666667, 17},
+      {128, 24000.0 / 1001, 41.708333333333336, 42},
+      {132, 24000.0 / 1001, 41.708333333333336, 42},
+      {0, 30000.0 / 1001, 33.36666666666667, 33},
+      {0x108, 25, 40, 40},  // only the low byte counts
+  };
+  for (const auto& c : kCases) {
+    EXPECT_DOUBLE_EQ(vidTCFramesPerSecD(c.type), c.fps) << c.type;
+    EXPECT_DOUBLE_EQ(vidTCMsPerFrameD(c.type), c.ms) << c.type;
+    EXPECT_EQ(vidTCMsPerFrame(c.type), c.msRounded) << c.type;
+  }
+  // Every type but 2 lasts exactly one frame of its own rate.
+  for (uint32_t type = 0; type < 256; ++type) {
+    if (type == 2) continue;
+    EXPECT_NEAR(vidTCMsPerFrameD(type) * vidTCFramesPerSecD(type), 1000.0, 1e-9) << type;
+  }
+}
+
+// ---- Re-counting between types --------------------------------------------------------------
+
+struct TypeRate {
+  uint32_t nominal;  // frames per second of the fields
+  uint32_t drop;     // frame numbers dropped per minute (drop-frame types)
+};
+// SMPTE ST 12-1 counting of each type, stated independently of the library.
+const std::map<uint32_t, TypeRate> kCounting = {
+    {1, {24, 0}},  {2, {30, 0}},  {4, {30, 2}},  {8, {25, 0}},   {16, {50, 0}},
+    {32, {60, 4}}, {64, {60, 0}}, {128, {24, 0}}, {132, {24, 0}},
+};
+
+struct Fields {
+  unsigned h, m, s, f;
+};
+
+bool readFields(const char* text, Fields& out) {
+  char sep = 0;
+  return std::sscanf(text, "%u:%u:%u%c%u", &out.h, &out.m, &out.s, &sep, &out.f) == 5 && (sep == ':' || sep == ';');
+}
+
+// Frame count of fields in a type; false when the fields do not exist there.
+bool fieldsToFrames(const Fields& t, uint32_t type, uint32_t& frames) {
+  const TypeRate& c = kCounting.at(type);
+  if (t.f >= c.nominal) return false;
+  if (c.drop && t.s == 0 && t.m % 10 != 0 && t.f < c.drop) return false;
+  uint64_t minutes = 60ull * t.h + t.m;
+  uint64_t count = (3600ull * t.h + 60ull * t.m + t.s) * c.nominal + t.f - c.drop * (minutes - minutes / 10);
+  frames = static_cast<uint32_t>(count);
+  return true;
+}
+
+struct Source {
+  uint32_t rate, scale, type;
+};
+const Source kSources[] = {
+    {24, 1, 1},  {30, 1, 2},  {30000, 1001, 4},  {25, 1, 8},
+    {50, 1, 16}, {60000, 1001, 32}, {60, 1, 64}, {24000, 1001, 128},
+};
+const uint32_t kTargets[] = {0, 1, 2, 4, 8, 16, 32, 64, 128, 132};
+
+uint32_t canonical(uint32_t type) { return type == 132 ? 128 : type; }
+
+TEST(ConvertTC, BetweenEveryPairOfTypes) {
+  std::mt19937 rng(12);
+  int converted = 0, refused = 0;
+  for (const auto& src : kSources) {
+    ASSERT_EQ(vidGetTCType(double(src.rate) / src.scale), src.type);
+    const TypeRate& counting = kCounting.at(src.type);
+    uint32_t day = 86400u * counting.nominal - 86400u / 60 * 9 / 10 * counting.drop;
+    std::uniform_int_distribution<uint32_t> anyFrame(0, day - 1);
+    for (uint32_t to : kTargets) {
+      for (int i = 0; i < 400; ++i) {
+        uint32_t start = i < 4 ? uint32_t(i) * 1799 : anyFrame(rng);
+        char text[32] = {};
+        ASSERT_EQ(tc2String(start, src.type | TCF_FULL_TEXT, text, sizeof text), 0);
+        Fields fields{};
+        ASSERT_TRUE(readFields(text, fields)) << text;
+
+        uint32_t frames = start;
+        int result = vidConvertTC(&frames, to, src.rate, src.scale);
+        uint32_t expected = 0;
+        SCOPED_TRACE(testing::Message() << text << " type " << src.type << " -> " << to);
+        if (canonical(to) == canonical(src.type) || to == 0) {
+          EXPECT_EQ(result, 0);
+          EXPECT_EQ(frames, start);
+        } else if (fieldsToFrames(fields, to, expected)) {
+          if (src.type == 32 || src.type == 64) expected *= 2;  // kept doubling of 59.94/60 sources
+          EXPECT_EQ(result, 0);
+          EXPECT_EQ(frames, expected);
+          ++converted;
+        } else {
+          EXPECT_EQ(result, -1);
+          EXPECT_EQ(frames, start);
+          ++refused;
+        }
+      }
+    }
+  }
+  EXPECT_GT(converted, 10000);
+  EXPECT_GT(refused, 1000);
+}
+
+TEST(ConvertTC, KnownTimecodes) {
+  struct Case {
+    uint32_t rate, scale, frames, to, expected;
+  };
+  const Case kCases[] = {
+      {30000, 1001, 107892, 8, 90000},    // 01:00:00;00
+      {30000, 1001, 107892, 2, 108000},
+      {30000, 1001, 107892, 64, 216000},
+      {25, 1, 90000, 4, 107892},
+      {30000, 1001, 1800, 8, 1502},       // 00:01:00;02
+      {24000, 1001, 86400, 1, 86400},     // 23.98 and 24 share their fields
+      {60, 1, 216000, 8, 180000},         // 01:00:00:00 at 60 -> 90000 at 25, doubled
+      {60000, 1001, 3600, 16, 6008},      // 00:01:00;04 -> 00:01:00:04 at 50 = 3004, doubled
+  };
+  for (const auto& c : kCases) {
+    uint32_t frames = c.frames;
+    EXPECT_EQ(vidConvertTC(&frames, c.to, c.rate, c.scale), 0);
+    EXPECT_EQ(frames, c.expected) << c.frames << " -> type " << c.to;
+  }
+  uint32_t frames = 5;
+  EXPECT_EQ(vidConvertTC(nullptr, 8, 25, 1), -1);
+  EXPECT_EQ(vidConvertTC(&frames, 8, 25, 0), -1);
+  EXPECT_EQ(frames, 5u);
+}
+
+}  // namespace
