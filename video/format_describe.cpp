@@ -196,7 +196,7 @@ void writeText(uint32_t format, char* text) {
 }
 
 // ---- The video sub-record ---------------------------------------------------------------------
-enum class Scan { kKeep, kProgressive, kInterlaced };
+enum class Scan { kProgressive, kInterlaced };
 struct VideoFamily {
   uint32_t family;
   RateCodes rates;
@@ -280,8 +280,10 @@ extern "C" int vidSignalFormatToKLXVid(uint32_t format, KLXVIDEO* video) {
     video->Height = height;
     video->XOffset = 0;
     video->YOffset = family->yOffset;
-    video->Flags &= ~kScanFlags;
-    if (family->scan == Scan::kInterlaced) video->Flags |= KLXVID_INTERLACED;
+    if (family->scan == Scan::kInterlaced)
+      video->Flags |= KLXVID_INTERLACED;
+    else
+      video->Flags &= ~kScanFlags;
   } else {
     // Other words describe their picture by the tokens alone (so the 8K words read 4096
     // lines here) and keep whatever offsets the record had.
