@@ -1,0 +1,74 @@
+// quorvane format: decoding words and deriving them from the command line.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace {
+
+class FormatCli : public testing::Test {
+ protected:
+  // The matrix lookup reads (and may write) the configuration store: keep it in a temp file.
+  void SetUp() override { setenv("QUORVANE_CONFIG", dir_.file("config.xml").c_str(), 1); }
+  void TearDown() override { unsetenv("QUORVANE_CONFIG"); }
+  qtest::TempDir dir_;
+};
+
+TEST_F(FormatCli, DecodesAWord) {
+  auto r = qtest::runTool("format 0x1380B21D");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  for (const char* line : {"word        0x1380B21D\n", "text        \"1920x1080i@29.97\"\n",
+                           "raster      1920x1080 (field 1920x540)\n", "scan        interlaced\n",
+                           "rate        30000/1001 (29.970 fps, 33 ms per frame)\n",
+                           "timecode    drop-frame (4)\n", "aspect      16:9\n", "matrix      4 (BT.709 full range)\n"})
+    EXPECT_NE(r.out.find(line), std::string::npos) << line << "\nin:\n" << r.out;
+}
+
+TEST_F(FormatCli, DerivesAndReportsJson) {
+  struct Case {
+    const char* args;
+    const char* expected;
+  };
+  const Case kCases[] = {
+      {"format 1920x1080 30000/1001 --psf --json", "\"word\":\"0x2380B21D\""},
+      {"format 1920x1080 23.976 --json", "\"text\":\"1920x1080psf@23.98\""},
+      {"format 1920x1080 25 --json", "\"word\":\"0x1380B219\""},
+      {"format 1920x1080 25 --psf --json", "\"word\":\"0x2380B219\""},
+      {"format 720x576 12.5 --json", "\"rate\":null"},
+      {"format 3840x2160 60000/1001 --video-range --json", "\"matrix\":7"},
+      {"format 720x486 29.97 --json", "\"text\":\"NTSC-CCIR601\""},
+      {"format 7680x4320 50 --json", "\"height\":4320"},
+  };
+  for (const auto& c : kCases) {
+    auto r = qtest::runTool(c.args);
+    ASSERT_EQ(r.exitCode, 0) << c.args << ": " << r.err;
+    EXPECT_NE(r.out.find(c.expected), std::string::npos) << c.args << " -> " << r.out;
+    EXPECT_EQ(r.out.front(), '{');
+  }
+}
+
+TEST_F(FormatCli, RefusesBadInputWithOneLine) {
+  struct Case {
+    const char* args;
+    int exitCode;
+  };
+  const Case kCases[] = {
+      {"format", 2},           {"format 1920x1080", 2}, {"format zz", 2},
+      {"format 19x 25", 2},    {"format 1920x1080 0/0", 2}, {"format 1920x1080 29.9.7", 2},
+      {"format 0xF0000000", 1}, {"format 100x100 25", 1},   {"format 0x2380B21D --psf", 2},
+      {"format --bogus 0x2380B21D", 2},
+  };
+  for (const auto& c : kCases) {
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
+    EXPECT_EQ(r.err.rfind("quorvane format: ", 0), 0u) << c.args << ": " << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << c.args << ": " << r.err;
+  }
+  auto help = qtest::runTool("format --help");
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_NE(help.out.find("usage: quorvane format"), std::string::npos);
+}
+
+}  // namespace
