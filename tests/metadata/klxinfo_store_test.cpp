@@ -1,0 +1,237 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "klxinfo_record.h"
+#include "metadata/klxinfo.h"
+#include "platform/zrcfg.h"
+#include "store_env.h"
+
+namespace {
+
+using qtest::InfoRecord;
+using qtest::StoreEnvironment;
+
+const char* kKey = KLXINFO_DEFAULT_KEY;
+
+std::string storedText(ZRCFGHANDLE store, const char* name) {
+  char buffer[4096] = "";
+  uint32_t size = sizeof buffer;
+  int result = zrCFGValueString(store, kKey, name, buffer, &size, 0);
+  return result == ZR_CFG_OK ? buffer : "<" + std::to_string(result) + ">";
+}
+bool hasValue(ZRCFGHANDLE store, const char* name) { return zrCFGValueDword(store, kKey, name, nullptr, 0) == ZR_CFG_OK; }
+void putText(ZRCFGHANDLE store, const char* name, const std::string& text) {
+  uint32_t size = static_cast<uint32_t>(text.size() + 1);
+  ASSERT_EQ(zrCFGValueString(store, kKey, name, const_cast<char*>(text.c_str()), &size, 1), ZR_CFG_OK);
+}
+void putDword(ZRCFGHANDLE store, const char* name, uint32_t value) {
+  ASSERT_EQ(zrCFGValueDword(store, kKey, name, &value, 1), ZR_CFG_OK);
+}
+void enableReading() {
+  uint32_t zero = 0;
+  ASSERT_EQ(zrCFGValueDword(ZR_CFG_SYSTEM, KLXINFO_SWITCH_KEY, KLXINFO_SWITCH_NAME, &zero, 1), ZR_CFG_OK);
+}
+
+std::string randomText(std::mt19937& rng) {
+  static const std::string pieces[] = {"a", "Z", " ", "  ", "\t", "\n", "\"", "'", "<", ">", "&", "%", "%41",
+                                       "\\", "é", "✓", "0", "9", "=", "/"};
+  std::string text;
+  for (int n = 1 + rng() % 12; n > 0; --n) text += pieces[rng() % (sizeof pieces / sizeof pieces[0])];
+  return text;
+}
+
+// Property: a random record written to the store and read into a record holding other values
+// gives back every stored item that was set, keeps the reader's values where the writer had
+// none, and never touches the slots the store does not keep.
+TEST(KlxInfoStore, WriteThenReadRoundTripsEveryStoredItem) {
+  StoreEnvironment env;
+  std::mt19937 rng(316);
+  for (int round = 0; round < 2; ++round) {
+    InfoRecord written, read;
+    for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot) {
+      if (rng() % 3) written.setText(slot, randomText(rng));
+      read.setText(slot, "prior " + std::to_string(slot));
+    }
+    for (int slot = 0; slot < KLXINFO_NUMERIC_ITEMS; ++slot) {
+      written.rec.numeric[slot] = rng() % 3 ? static_cast<uint32_t>(rng()) : KLXINFO_NOT_SET;
+      read.rec.numeric[slot] = 1000 + slot;
+    }
+    written.rec.numeric[kxnTimeCode] = 0;  // zero is a value like any other
+    ASSERT_EQ(klxInfoWriteRegSet(ZR_CFG_SYSTEM, &written.rec), 0);
+    ASSERT_EQ(klxInfoReadRegSet(ZR_CFG_SYSTEM, &read.rec), 0);
+
+    for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot) {
+      SCOPED_TRACE("text slot " + std::to_string(slot));
+      if (slot == kxtVersionString) {
+        EXPECT_EQ(read.text(slot), "8.0.0.216");
+      } else if (!klxInfoTextItems[slot].stored || !written.rec.text[slot]) {
+        EXPECT_EQ(read.text(slot), "prior " + std::to_string(slot));
+      } else {
+        EXPECT_EQ(read.text(slot), written.text(slot));
+      }
+    }
+    for (int slot = 0; slot < KLXINFO_NUMERIC_ITEMS; ++slot) {
+      bool carried = klxInfoNumericItems[slot].stored && written.rec.numeric[slot] != KLXINFO_NOT_SET;
+      EXPECT_EQ(read.rec.numeric[slot], carried ? written.rec.numeric[slot] : 1000u + slot) << "numeric slot " << slot;
+    }
+  }
+}
+
+// What the store holds after a write, looked at with the store's own calls.
+TEST(KlxInfoStore, WriteStoresSetItemsAndDeletesTheRest) {
+  StoreEnvironment env;
+  putText(ZR_CFG_SYSTEM, "Title", "stale title");
+  putDword(ZR_CFG_SYSTEM, "Gamma1000", 2200);
+  InfoRecord r;
+  r.setText(kxtReel, "A001");
+  r.setText(kxtFileName, "/clips/never-stored.mov");
+  r.setText(kxtVersionString, "9.9");
+  r.rec.numeric[kxnAspectRatio] = 0;
+  r.rec.numeric[kxnVersionNumber] = 77;
+  ASSERT_EQ(klxInfoWriteRegSet(ZR_CFG_SYSTEM, &r.rec), 0);
+  EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Reel"), "A001");
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "Title"));      // null text: deleted
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "Gamma1000"));  // unset numeric: deleted
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "FileName"));
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "VersionString"));
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "VersionNumber"));
+  uint32_t value = 1;
+  EXPECT_EQ(zrCFGValueDword(ZR_CFG_SYSTEM, kKey, "AspectRatio", &value, 0), ZR_CFG_OK);
+  EXPECT_EQ(value, 0u);
+  EXPECT_EQ(zrCFGValueDword(ZR_CFG_SYSTEM, kKey, "TimeCode", &value, 0), ZR_CFG_OK);  // delete() sets it to 0
+  EXPECT_EQ(value, 0u);
+}
+
+// A key that is missing, empty or unreadable leaves the slot as the read rules say.
+TEST(KlxInfoStore, MissingEmptyAndUnreadableKeys) {
+  StoreEnvironment env;
+  putText(ZR_CFG_SYSTEM, "Title", "");                // present but empty
+  putDword(ZR_CFG_SYSTEM, "Reel", 5);                 // a number where text belongs
+  putText(ZR_CFG_SYSTEM, "TagNumber", "not a number");  // text where a number belongs
+  putDword(ZR_CFG_SYSTEM, "BlackPoint", 16);
+  InfoRecord r;
+  r.setText(kxtTitle, "kept title");
+  r.setText(kxtReel, "kept reel");
+  r.setText(kxtScene, "kept scene");  // no key at all
+  r.rec.numeric[kxnTagNumber] = 42;
+  r.rec.numeric[kxnWhitePoint] = 235;  // no key at all
+  ASSERT_EQ(klxInfoReadRegSet(ZR_CFG_SYSTEM, &r.rec), 0);
+  EXPECT_EQ(r.text(kxtTitle), "kept title");
+  EXPECT_EQ(r.text(kxtReel), "kept reel");
+  EXPECT_EQ(r.text(kxtScene), "kept scene");
+  EXPECT_EQ(r.rec.numeric[kxnTagNumber], 42u);
+  EXPECT_EQ(r.rec.numeric[kxnWhitePoint], 235u);
+  EXPECT_EQ(r.rec.numeric[kxnBlackPoint], 16u);
+  EXPECT_EQ(r.text(kxtVersionString), "8.0.0.216");
+}
+
+// The first read of a store without the switch value writes the record's items as defaults
+// instead of reading; once the switch exists, reads read.
+TEST(KlxInfoStore, FirstReadSeedsTheSystemStore) {
+  StoreEnvironment env;
+  putText(ZR_CFG_SYSTEM, "Title", "already there");
+  InfoRecord r;
+  r.setText(kxtTitle, "seed title");
+  r.rec.numeric[kxnFlags] = 3;
+  ASSERT_EQ(klxInfoReadReg(&r.rec, 1, 0), 0);
+  EXPECT_EQ(r.text(kxtTitle), "seed title");
+  EXPECT_EQ(r.text(kxtVersionString), "<null>");  // nothing was read
+  EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Title"), "seed title");
+  uint32_t flags = 0;
+  EXPECT_EQ(zrCFGValueDword(ZR_CFG_SYSTEM, kKey, "Flags", &flags, 0), ZR_CFG_OK);
+  EXPECT_EQ(flags, 3u);
+
+  enableReading();
+  putText(ZR_CFG_SYSTEM, "Title", "from the store");
+  ASSERT_EQ(klxInfoReadReg(&r.rec, 1, 0), 0);
+  EXPECT_EQ(r.text(kxtTitle), "from the store");
+  EXPECT_EQ(r.text(kxtVersionString), "8.0.0.216");
+}
+
+TEST(KlxInfoStore, UserFileOverridesTheSystemStore) {
+  struct Case {
+    const char* label;
+    bool userFile, fromSystem, fromUser;
+    const char* title;
+    const char* reel;
+  };
+  const Case cases[] = {
+      {"both, user file present", true, true, true, "user title", "system reel"},
+      {"both, no user file", false, true, true, "system title", "system reel"},
+      {"user file only", true, false, true, "user title", "reader reel"},
+      {"system only", true, true, false, "system title", "system reel"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.label);
+    StoreEnvironment env;
+    enableReading();
+    putText(ZR_CFG_SYSTEM, "Title", "system title");
+    putText(ZR_CFG_SYSTEM, "Reel", "system reel");
+    if (c.userFile) {
+      ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
+      ASSERT_NE(user, ZR_CFG_INVALID);
+      putText(user, "Title", "user title");
+      ASSERT_EQ(zrCFGClose(user, 1), ZR_CFG_OK);
+    }
+    InfoRecord r;
+    r.setText(kxtTitle, "reader title");
+    r.setText(kxtReel, "reader reel");
+    ASSERT_EQ(klxInfoReadReg(&r.rec, c.fromSystem, c.fromUser), 0);
+    EXPECT_EQ(r.text(kxtTitle), c.title);
+    EXPECT_EQ(r.text(kxtReel), c.reel);
+  }
+}
+
+TEST(KlxInfoStore, WritingNeverCreatesTheUserFile) {
+  StoreEnvironment env;
+  InfoRecord r;
+  r.setText(kxtTitle, "only in the system store");
+  ASSERT_EQ(klxInfoWriteReg(&r.rec, 1, 1), 0);
+  EXPECT_FALSE(std::filesystem::exists(env.userFile()));
+  EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Title"), "only in the system store");
+
+  ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
+  ASSERT_NE(user, ZR_CFG_INVALID);
+  putText(user, "Comments", "made by hand");
+  ASSERT_EQ(zrCFGClose(user, 1), ZR_CFG_OK);
+  r.setText(kxtTitle, "into both");
+  ASSERT_EQ(klxInfoWriteReg(&r.rec, 0, 1), 0);
+  user = zrCFGOpen(KLXINFO_USER_FILE);
+  EXPECT_EQ(storedText(user, "Title"), "into both");
+  EXPECT_FALSE(hasValue(user, "Comments"));  // the record had none: the whole set is written
+  zrCFGClose(user, 0);
+  EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Title"), "only in the system store");
+}
+
+// Metadata written by one process is read by another.
+TEST(KlxInfoStore, AnotherProcessReadsWhatOneWrote) {
+  StoreEnvironment env;
+  enableReading();
+  pid_t writer = fork();
+  if (writer == 0) {
+    KLXINFOREC rec{};
+    klxInfoDelete(&rec);
+    const char* title = "written by the other process";
+    rec.text[kxtTitle] = static_cast<char*>(ZRAlloc(strlen(title) + 1));
+    strcpy(rec.text[kxtTitle], title);
+    rec.numeric[kxnTimeCodeType] = 4;
+    rec.numeric[kxnTimeCode] = 107892;
+    _exit(klxInfoWriteReg(&rec, 1, 0) == 0 ? 0 : 1);
+  }
+  ASSERT_GT(writer, 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(writer, &status, 0), writer);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+  InfoRecord r;
+  ASSERT_EQ(klxInfoReadReg(&r.rec, 1, 1), 0);
+  EXPECT_EQ(r.text(kxtTitle), "written by the other process");
+  EXPECT_EQ(r.rec.numeric[kxnTimeCodeType], 4u);
+  EXPECT_EQ(r.rec.numeric[kxnTimeCode], 107892u);
+}
+
+}  // namespace
