@@ -3,3 +3,6 @@
 #pragma once
 #include "mediacmd/mediacmd_record.h"
 #include "mediacmd/mediacmd_tables.h"
+#include "mediacmd/mediacmd_xml.h"
+#include "mediacmd/mediacmd_json.h"
+#include "mediacmd/mediacmd_debug.h"

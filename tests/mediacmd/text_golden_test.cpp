@@ -1,0 +1,312 @@
+// Exact XML and JSON texts of a handful of commands, and the debug dump's lines.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "mediacmd/mediacmd.h"
+#include "support/test_support.h"
+
+namespace {
+
+std::string toXml(MEDIACMD& cmd, unsigned tcType) {
+  char* text = nullptr;
+  EXPECT_EQ(MediaCmdToXMLString(&text, &cmd, tcType), 0);
+  std::string out = text ? text : "";
+  EXPECT_EQ(MediaCmdFreeXMLString(&text), 0);
+  EXPECT_EQ(text, nullptr);
+  return out;
+}
+
+std::string toJson(MEDIACMD& cmd, unsigned tcType) {
+  char* text = nullptr;
+  EXPECT_EQ(MediaCmdToJSONString(&text, &cmd, tcType), 0);
+  std::string out = text ? text : "";
+  EXPECT_EQ(MediaCmdFreeJSONString(&text), 0);
+  EXPECT_EQ(text, nullptr);
+  return out;
+}
+
+const std::string kHead =
+    R"(<?xml version="1.0" encoding="iso-8859-1" ?><MediaCmd><!-- Brontal MEDIACMD xml structure version 1,0 -->)";
+
+struct Golden {
+  const char* name;
+  std::function<void(MEDIACMD&)> fill;
+  unsigned tcType;
+  std::string xml;  // after the declaration, root and comment
+  std::string json;
+};
+
+TEST(MediaCmdGolden, ExactTexts) {
+  const Golden goldens[] = {
+      {"fresh stop", [](MEDIACMD& c) { initMediaCmd(&c, ctStop); }, 4,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="-1" /><Cmd Value="0">Stop</Cmd>)"
+       R"(<Position Value="-1" TcType="drop-frame">16:01:25;11</Position></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":4294967295,"Cmd": {"Value":0,"String":"Stop",},)"
+       R"("Position": {"Value":-1,"TcType":"drop-frame","TcString":"16:01:25;11",},}})"},
+      // No "usespeed": the value says normal speed, the percentage comes from the unset speed
+      // (0x7FFFFFFF * 100 wraps to -100 in 32 bits, so 0 percent).
+      {"play without speed", [](MEDIACMD& c) { initMediaCmd(&c, ctPlay); c.Channel = 1; }, 4,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="1" /><Cmd Value="2">Play</Cmd>)"
+       R"(<Speed Value="65520">0</Speed><Position Value="-1" TcType="drop-frame">16:01:25;11</Position></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":1,"Cmd": {"Value":2,"String":"Play",},)"
+       R"("Speed": {"Value":65520,"String":"0",},"Position": {"Value":-1,"TcType":"drop-frame","TcString":"16:01:25;11",},}})"},
+      {"shuttle at half speed, frames", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctPlay);
+         c.Channel = 0;
+         c.CtrlFlags = cfUseSpeed | cfIsShuttle | cfDeferred | cfOverrideDeferred | cfUsePosition;
+         c.Speed = -32760;
+         c.Position = 1234;
+       }, 255,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="0" />)"
+       R"(<Cmd Value="2" Deferred="1" OverrideDeferred="1">Play</Cmd><Speed Value="-32760" IsShuttle="1">-50</Speed>)"
+       R"(<Position Value="1234" TcType="frames">1234</Position></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":0,"Cmd": {"Value":2,"String":"Play","Deferred":1,)"
+       R"("OverrideDeferred":1,},"Speed": {"Value":-32760,"String":"-50","IsShuttle":1,},)"
+       R"("Position": {"Value":1234,"TcType":"frames","TcString":"1234",},}})"},
+      // Aliases end at the first empty text: "Hidden" stays out.
+      {"get channel name with aliases", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctGetValue);
+         c.Channel = 2;
+         c.CtrlFlags = cfUseCmdAlt;
+         c.CmdAlt = gsChannelName;
+         std::memcpy(c.Payload, "Studio A\0Cam 1\0Cam 2\0\0Hidden\0", 30);
+       }, 8,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="2" /><Cmd Value="14">GetValue</Cmd>)"
+       R"(<CmdAlt Value="1054" /><Position Value="-1" TcType="pal">09:51:31:20</Position><channelalias>Studio A</channelalias>)"
+       R"(<channel1alias>Cam 1</channel1alias><channel2alias>Cam 2</channel2alias></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":2,"Cmd": {"Value":14,"String":"GetValue",},)"
+       R"("CmdAlt": {"Value":1054,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20",},)"
+       R"("channelalias":"Studio A","channel1alias":"Cam 1","channel2alias":"Cam 2",}})"},
+      {"metadata tag request", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctGetValue);
+         c.Channel = 0;
+         c.CtrlFlags = cfUseCmdAlt | cfUseClipID;
+         c.CmdAlt = gsMetabaseGetTag;
+         std::strcpy(c.ClipID, "CLIP0001");
+         std::memcpy(c.Payload, "Title\0\0" "2", 9);
+       }, 8,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="0" />)"
+       R"(<Cmd Value="14" UseClipID="1">GetValue</Cmd><CmdAlt Value="166" />)"
+       R"(<Position Value="-1" TcType="pal">09:51:31:20</Position><MetaTag>Title</MetaTag><MetaData /><PageRequest>2</PageRequest></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":0,"Cmd": {"Value":14,"String":"GetValue","UseClipID":1,},)"
+       R"("CmdAlt": {"Value":166,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20",},)"
+       R"("MetaTag":"Title","MetaData":"","PageRequest":"2",}})"},
+      {"command code 22 with presets, points and a file", [](MEDIACMD& c) {
+         initMediaCmd(&c, 22);
+         c.Channel = 3;
+         c.CtrlFlags = cfUseClipID | cfUseStart | cfUseEndOffset | cfTimeMs | cfUseCmdAlt | cfUsePresets | cfUseFrameCount;
+         c.CmdAlt = 1500;
+         c.Start = 90000;
+         c.End = 250;
+         c.VideoChannels = 1, c.AudioChannels = 3, c.InfoChannels = 0;
+         std::strcpy(c.ClipID, "AB&<");
+         std::strcpy(c.Payload, "D:\\clips\\a \"b\".mov");
+       }, 8,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="3" /><Cmd Value="22" UseClipID="1">Unknown</Cmd>)"
+       R"(<ctltimecode Value="1" TcType="pal">00:00:00:01</ctltimecode><ltctimecode Value="3" TcType="pal">00:00:00:03</ltctimecode>)"
+       R"(<vitctimecode Value="0" TcType="pal">00:00:00:00</vitctimecode><VideoChannels Value="1" /><AudioChannels Value="3" />)"
+       R"(<InfoChannels Value="0" /><CmdAlt Value="1500" TimeMs="1" />)"
+       R"(<Position Value="-1" TcType="pal" UsingFrameCount="1">09:51:31:20</Position>)"
+       R"(<Start Value="90000" TcType="pal" UsingFrameCount="1">01:00:00:00</Start>)"
+       R"(<End Value="250" TcType="pal" IsOffset="1" UsingFrameCount="1">00:00:10:00</End>)"
+       R"(<ClipID>AB&amp;&lt;</ClipID><FileName>D:\clips\a &quot;b&quot;.mov</FileName></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":3,"Cmd": {"Value":22,"String":"Unknown","UseClipID":1,},)"
+       R"("ctltimecode": {"Value":1,"TcType":"pal","TcString":"00:00:00:01",},)"
+       R"("ltctimecode": {"Value":3,"TcType":"pal","TcString":"00:00:00:03",},)"
+       R"("vitctimecode": {"Value":0,"TcType":"pal","TcString":"00:00:00:00",},"VideoChannels":1,"AudioChannels":3,"InfoChannels":0,)"
+       R"("CmdAlt": {"Value":1500,"TimeMs":1,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20","UsingFrameCount":1,},)"
+       R"("Start": {"Value":90000,"TcType":"pal","TcString":"01:00:00:00","UsingFrameCount":1,},)"
+       R"("End": {"Value":250,"TcType":"pal","TcString":"00:00:10:00","IsOffset":1,"UsingFrameCount":1,},)"
+       R"("ClipID":"AB&<","FileName":"D:\\clips\\a \"b\".mov",}})"},
+      // Service-setting codes keep their start as 60 fps text that does not wrap at 24 hours.
+      {"IP video settings and a service-setting start", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctSetValue);
+         c.CtrlFlags = cfUseCmdAlt | cfUseStart;
+         c.CmdAlt = gsIpVideoSettings;
+         c.Start = 5004;
+         c.End = 5005;
+         c.AudioChannels = 15;
+         std::memcpy(c.Payload, "239.1.1.1\0" "10.0.0.2\0" "eth0", 24);
+       }, 0,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="-1" /><Cmd Value="15">SetValue</Cmd>)"
+       R"(<CmdAlt Value="801" /><Position Value="-1" TcType="frames">-1</Position>)"
+       R"(<Start Value="5004" TcType="frames">5004</Start><destinationipaddress>239.1.1.1</destinationipaddress>)"
+       R"(<sourceipaddress>10.0.0.2</sourceipaddress><interfaceipaddress>eth0</interfaceipaddress>)"
+       R"(<Start Value="5004" /><End Value="5005" /><AudioChannels Value="15" /></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":4294967295,"Cmd": {"Value":15,"String":"SetValue",},)"
+       R"("CmdAlt": {"Value":801,},"Position": {"Value":-1,"TcType":"frames","TcString":"-1",},)"
+       R"("Start": {"Value":5004,"TcType":"frames","TcString":"5004",},"destinationipaddress":"239.1.1.1",)"
+       R"("sourceipaddress":"10.0.0.2","interfaceipaddress":"eth0","start":5004,"end":5005,"audiochannels":15,}})"},
+      {"frame data as hex", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctGetValue);
+         c.CtrlFlags = cfUseCmdAlt;
+         c.CmdAlt = gsFrameData;
+         std::memcpy(c.Payload, "\x03\0\0\0\x01\xAB\xFF", 7);
+       }, 4,
+       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="-1" /><Cmd Value="14">GetValue</Cmd>)"
+       R"(<CmdAlt Value="25" /><Position Value="-1" TcType="drop-frame">16:01:25;11</Position>)"
+       R"(<arbID Type="hex" length="3">01ABFF</arbID></MediaCmd>)",
+       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":4294967295,"Cmd": {"Value":14,"String":"GetValue",},)"
+       R"("CmdAlt": {"Value":25,},"Position": {"Value":-1,"TcType":"drop-frame","TcString":"16:01:25;11",},)"
+       R"("arbID": {"Type":"hex","length":3,"String":"01ABFF",},}})"},
+      {"metabase file name with a unique id", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctGetValue);
+         c.prev = 0x100000005;  // only the low 32 bits travel
+         c.CtrlFlags = cfUseCmdAlt;
+         c.CmdAlt = gsMetabaseFileName;
+         std::strcpy(c.ClipID, "C1");
+         std::strcpy(c.Payload, "u-77$clip$1.mxf");
+       }, 1,
+       R"(<prev Value="5" /><CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="-1" /><Cmd Value="14">GetValue</Cmd>)"
+       R"(<CmdAlt Value="162" /><Position Value="-1" TcType="film">06:16:10:15</Position>)"
+       R"(<ClipID>C1</ClipID><UniqueID>u-77</UniqueID><FileName>clip$1.mxf</FileName></MediaCmd>)",
+       R"({"MediaCmd" : {"prev":5,"CmdID":4196729344,"StructSize":4188,"Channel":4294967295,"Cmd": {"Value":14,"String":"GetValue",},)"
+       R"("CmdAlt": {"Value":162,},"Position": {"Value":-1,"TcType":"film","TcString":"06:16:10:15",},)"
+       R"("ClipID":"C1","UniqueID":"u-77","FileName":"clip$1.mxf",}})"},
+  };
+  for (const Golden& g : goldens) {
+    SCOPED_TRACE(g.name);
+    MEDIACMD cmd;
+    g.fill(cmd);
+    EXPECT_EQ(toXml(cmd, g.tcType), kHead + g.xml);
+    EXPECT_EQ(toJson(cmd, g.tcType), g.json);
+  }
+}
+
+TEST(MediaCmdGolden, TimecodeTypeNames) {
+  const struct {
+    unsigned type;
+    const char* name;
+  } types[] = {{0, "frames"},   {255, "frames"}, {1, "film"},       {2, "non-drop-frame"}, {4, "drop-frame"},
+               {8, "pal"},      {16, "50"},      {32, "59.94"},     {64, "60"},            {128, "film-drop"},
+               {132, "23.98"},  {3, "drop-frame"}, {1000, "drop-frame"}};
+  for (const auto& t : types) {
+    MEDIACMD cmd;
+    initMediaCmd(&cmd, ctStop);
+    std::string xml = toXml(cmd, t.type);
+    EXPECT_NE(xml.find(std::string("TcType=\"") + t.name + "\""), std::string::npos) << t.type << " " << xml;
+  }
+}
+
+// Point texts against SMPTE arithmetic done here for the non-drop types.
+TEST(MediaCmdGolden, PointTextsAreTimecodesOfTheValue) {
+  const struct {
+    unsigned type, fps;
+  } types[] = {{1, 24}, {2, 30}, {8, 25}, {16, 50}, {64, 60}, {128, 24}};
+  for (const auto& t : types) {
+    for (int32_t value : {0, 1, 59, 3599 * 25, 123456, 86400 * 24 - 1}) {
+      MEDIACMD cmd;
+      initMediaCmd(&cmd, ctStop);
+      cmd.Position = value;
+      uint32_t frames = static_cast<uint32_t>(value) % (86400u * t.fps);
+      char want[64];
+      std::snprintf(want, sizeof want, ">%02u:%02u:%02u:%02u</Position>", frames / t.fps / 3600, frames / t.fps / 60 % 60,
+                    frames / t.fps % 60, frames % t.fps);
+      EXPECT_NE(toXml(cmd, t.type).find(want), std::string::npos) << t.type << " " << value << " " << want;
+    }
+  }
+}
+
+struct DumpCase {
+  const char* name;
+  std::function<void(MEDIACMD&)> fill;
+  const char* line;  // nullptr: nothing is traced
+};
+
+TEST(MediaCmdDebugDump, Lines) {
+  const DumpCase cases[] = {
+      {"get state is not traced", [](MEDIACMD& c) { initMediaCmd(&c, ctGetState); }, nullptr},
+      {"set state is not traced", [](MEDIACMD& c) { initMediaCmd(&c, ctSetState); }, nullptr},
+      {"fresh stop", [](MEDIACMD& c) { initMediaCmd(&c, ctStop); }, "klx-Chan-1 ctStop "},
+      {"get value by name, no blank after it", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctGetValue);
+         c.Channel = 2;
+         c.CmdAlt = 0x9;
+       }, "klx-Chan2 ctGetValue(start)"},
+      {"get value of an unknown code", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctGetValue);
+         c.Channel = 2;
+         c.CmdAlt = 0x24;
+       }, "klx-Chan2 ctGetValue(36, 0x24) "},
+      {"code 22 adds no command", [](MEDIACMD& c) { initMediaCmd(&c, 22); c.Channel = 0; }, "klx-Chan0 "},
+      {"every piece", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctPlay);
+         c.Channel = 1;
+         c.CtrlFlags = cfDeferred | cfUseSpeed | cfUsePosition | cfUseStart | cfUseStartOffset | cfUseEnd | cfUseEndOffset |
+                       cfUseCmdAlt | cfUseClipID;
+         c.Speed = 32760;
+         c.Position = 10, c.Start = 20, c.End = 30, c.CmdAlt = 40;
+         c.VideoChannels = 1, c.AudioChannels = 2, c.InfoChannels = 4;
+         std::strcpy(c.ClipID, "CLIP");
+         std::strcpy(c.Payload, "a.mov");
+       },
+       "klx-Chan1 ctPlay Deferred UseSpeed (50) UsePosition (10) Use Start (20) UseStartOffset (20) UseEnd (30) "
+       "UseEndOffset (30) CmdAlt: (40) UsePresets: V(1)A(2)I(4) UseClipId: (CLIP)(a.mov) "},
+      // The unset speed prints its true 64-bit quotient.
+      {"unset speed", [](MEDIACMD& c) { initMediaCmd(&c, ctRecord); c.Channel = 0; c.CtrlFlags = cfUseSpeed; },
+       "klx-Chan0 ctRecord UseSpeed (3277600) "},
+      {"presets shown with the position flag, not the presets flag", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctPause);
+         c.Channel = 0;
+         c.CtrlFlags = cfUsePosition;
+         c.Position = 5;
+       }, "klx-Chan0 ctPause UsePosition (5) UsePresets: V(-1)A(-1)I(-1) "},
+      {"presets flag alone shows nothing", [](MEDIACMD& c) { initMediaCmd(&c, ctPause); c.Channel = 0; c.CtrlFlags = cfUsePresets; },
+       "klx-Chan0 ctPause "},
+      {"target time", [](MEDIACMD& c) { initMediaCmd(&c, ctEdit); c.Channel = 0; c.CtrlFlags = cfUseCmdAlt | cfTimeMs | cfTimeTarget; c.CmdAlt = 7; },
+       "klx-Chan0 ctEdit CmdTarget: (7) "},
+      {"house clock", [](MEDIACMD& c) { initMediaCmd(&c, ctSwitch); c.Channel = 0; c.CtrlFlags = cfUseCmdAlt | cfTimeMs | cfTimeHouseClock; c.CmdAlt = 7; },
+       "klx-Chan0 ctSwitch CmdHouse: (7) "},
+      {"time in ms", [](MEDIACMD& c) { initMediaCmd(&c, ctAbort); c.Channel = 0; c.CtrlFlags = cfUseCmdAlt | cfTimeMs; c.CmdAlt = 7; },
+       "klx-Chan0 ctAbort CmdTime: (7) "},
+      {"time flags without usecmdalt show nothing", [](MEDIACMD& c) { initMediaCmd(&c, ctAbort); c.Channel = 0; c.CtrlFlags = cfTimeMs; },
+       "klx-Chan0 ctAbort "},
+      {"payload filling the whole tail", [](MEDIACMD& c) {
+         initMediaCmd(&c, ctEject);
+         c.Channel = 0;
+         c.CtrlFlags = cfUseClipID;
+         std::memset(c.ClipID, 'C', sizeof c.ClipID);  // no terminator anywhere
+         std::memset(c.Payload, 'p', sizeof c.Payload);
+       }, nullptr},
+  };
+  for (const DumpCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    MEDIACMD cmd;
+    c.fill(cmd);
+    qtest::LogCapture log;
+    __dbgout_mediacmd(&cmd);
+    if (std::string(c.name) == "payload filling the whole tail") {
+      ASSERT_EQ(log.lines().size(), 1u);
+      EXPECT_EQ(log.lines()[0].text, "klx-Chan0 ctEject UseClipId: (" + std::string(9, 'C') + ")(" + std::string(4103, 'p') + ") ");
+      continue;
+    }
+    if (!c.line) {
+      EXPECT_TRUE(log.lines().empty());
+      continue;
+    }
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].kind, ZR_LOG_DEBUG);
+    EXPECT_EQ(log.lines()[0].text, c.line);
+  }
+  qtest::LogCapture log;
+  __dbgout_mediacmd(nullptr);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(MediaCmdDebugDump, TimecodeLines) {
+  const struct {
+    unsigned value, type;
+    const char* text;
+  } cases[] = {{108000, 0, "1:00:00:00"}, {90000, 8, "1:00:00:00"}, {25, 0x108, "0:00:01:00"}, {107892, 4, "1:00:00:00"}};
+  for (const auto& c : cases) {
+    qtest::LogCapture log;
+    __dbgout_tc(c.value, c.type);
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].text, c.text) << c.value << " " << c.type;
+  }
+}
+
+}  // namespace
