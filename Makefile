@@ -14,7 +14,7 @@ build-asan: deps
 	cmake --build $(ASAN_DIR) -j $(JOBS)
 
 build-release: deps
-	cmake -S . -B $(REL_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	cmake -S . -B $(REL_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORVANE_TESTS=OFF -DCMAKE_INSTALL_PREFIX=$(PREFIX)
 	cmake --build $(REL_DIR) -j $(JOBS)
 
 test: build-asan

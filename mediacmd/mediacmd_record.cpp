@@ -105,7 +105,12 @@ void copyMediaCmd(MEDIACMD* dst, const MEDIACMD* src, unsigned flagMask) {
   dst->CtrlFlags = (dst->CtrlFlags & ~kStartEndFlags) | (from & kStartEndFlags);
 
   if (from & cfUseClipID) {
-    std::strncpy(dst->ClipID, src->ClipID, MEDIACMD_CLIPID_SIZE - 1);
+    // strncpy of 8 characters: zero-filled after the text, the ninth byte left as it was.
+    bool ended = false;
+    for (size_t i = 0; i + 1 < MEDIACMD_CLIPID_SIZE; ++i) {
+      ended = ended || src->ClipID[i] == '\0';
+      dst->ClipID[i] = ended ? '\0' : src->ClipID[i];
+    }
     if (src->StructSize > MEDIACMD_PAYLOAD_OFFSET && dst->StructSize > MEDIACMD_PAYLOAD_OFFSET) {
       size_t srcRoom = src->StructSize - MEDIACMD_PAYLOAD_OFFSET;
       size_t dstRoom = dst->StructSize - MEDIACMD_PAYLOAD_OFFSET;

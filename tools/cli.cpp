@@ -172,7 +172,13 @@ std::string jsonEscape(std::string_view text) {
 void Json::separator(std::string_view key) {
   if (!first_.back()) out_ += ',';
   first_.back() = false;
-  if (!key.empty()) out_ += "\"" + jsonEscape(key) + "\":";
+  if (!key.empty()) quoted(key) += ':';
+}
+std::string& Json::quoted(std::string_view text) {
+  out_ += '"';
+  out_ += jsonEscape(text);
+  out_ += '"';
+  return out_;
 }
 Json& Json::beginObject(std::string_view key) {
   separator(key);
@@ -198,7 +204,7 @@ Json& Json::endArray() {
 }
 Json& Json::str(std::string_view key, std::string_view value) {
   separator(key);
-  out_ += "\"" + jsonEscape(value) + "\"";
+  quoted(value);
   return *this;
 }
 Json& Json::num(std::string_view key, int64_t value) {

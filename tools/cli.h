@@ -63,6 +63,7 @@ class Json {
 
  private:
   void separator(std::string_view key);
+  std::string& quoted(std::string_view text);
   std::string out_;
   std::vector<bool> first_{true};
 };
