@@ -4,7 +4,7 @@
 // zero byte in front of it is a four-byte code, otherwise a three-byte one. Because a start code
 // ends in 01, codes never overlap, so the same set of codes is found scanning forwards or
 // backwards. Widening the three-byte codes therefore takes two passes and no allocation: one
-// forward to count them, one backward that moves each unit up by the number of three-byte codes
+// forward to find them, one backward that moves each unit up by the number of three-byte codes
 // at or in front of it and writes its length in front of it.
 #include "streamutil/framing.h"
 
@@ -67,27 +67,58 @@ StartCode codeOfTriple(const uint8_t* buf, uint32_t t) {
 // The conversion scan looks at positions up to size - 4.
 bool scanned(StartCode code, uint32_t size) { return code.pos + 4 <= size; }
 
-uint32_t countThreeByteCodes(const uint8_t* buf, uint32_t size) {
-  uint32_t count = 0;
+// Start codes found by the forward pass. Most frames hold a few dozen units, so their codes are
+// remembered in a small fixed table on the stack; when a frame holds more, the backward pass
+// finds them again by scanning.
+struct CodeTable {
+  static constexpr uint32_t kCapacity = 512;
+  StartCode codes[kCapacity];
+  uint32_t count = 0;       // codes found
+  uint32_t threeByte = 0;   // of which three-byte codes
+  bool complete() const { return count <= kCapacity; }
+};
+
+void findCodes(const uint8_t* buf, uint32_t size, CodeTable* table) {
   const uint32_t limit = size - 2;  // size >= 4 here
   for (uint32_t from = 0; from < limit;) {
     auto t = static_cast<uint32_t>(findFirst<Third::kOne>(buf, from, limit));
     if (t >= limit) break;
     StartCode code = codeOfTriple(buf, t);
-    if (scanned(code, size) && code.length == 3) count++;
+    if (scanned(code, size)) {
+      if (table->count < CodeTable::kCapacity) table->codes[table->count] = code;
+      table->count++;
+      if (code.length == 3) table->threeByte++;
+    }
     from = t + 3;
   }
-  return count;
 }
 
 bool needsConversion(const uint8_t* buf, uint32_t size) {
   return size >= 4 && beginsWithStartCode(buf, size) && !isLengthPrefixedChain(buf, size);
 }
 
-// Backward pass over a frame that begins with a start code; `growth` three-byte codes in all.
-void convertToLengths(uint8_t* buf, uint32_t size, uint32_t growth) {
-  uint32_t shift = growth;
+// Writes the length field of the unit behind `code`, moving the unit up by `shift` first.
+void placeUnit(uint8_t* buf, StartCode code, uint32_t unitEnd, uint32_t shift) {
+  const uint32_t dataStart = code.pos + code.length;
+  const uint32_t dataLength = unitEnd - dataStart;
+  if (shift != 0) std::memmove(buf + dataStart + shift, buf + dataStart, dataLength);
+  writeBE32(buf + dataStart + shift - 4, dataLength);
+}
+
+// Backward pass over a frame that begins with a start code. Each unit moves up by the number of
+// three-byte codes at or in front of it.
+void convertToLengths(uint8_t* buf, uint32_t size, const CodeTable& table) {
+  uint32_t shift = table.threeByte;
   uint32_t unitEnd = size;
+  if (table.complete()) {
+    for (uint32_t k = table.count; k-- > 0;) {
+      const StartCode code = table.codes[k];
+      placeUnit(buf, code, unitEnd, shift);
+      if (code.length == 3) shift--;
+      unitEnd = code.pos;
+    }
+    return;
+  }
   auto limit = static_cast<uint32_t>(size - 2);
   for (;;) {
     auto t = static_cast<uint32_t>(findLast<Third::kOne>(buf, 0, limit));
@@ -97,10 +128,7 @@ void convertToLengths(uint8_t* buf, uint32_t size, uint32_t growth) {
       limit = t;
       continue;
     }
-    const uint32_t dataStart = code.pos + code.length;
-    const uint32_t dataLength = unitEnd - dataStart;
-    std::memmove(buf + dataStart + shift, buf + dataStart, dataLength);
-    writeBE32(buf + dataStart + shift - 4, dataLength);
+    placeUnit(buf, code, unitEnd, shift);
     if (code.length == 3) shift--;
     if (code.pos == 0) return;
     unitEnd = code.pos;
@@ -116,26 +144,30 @@ extern "C" {
 
 uint32_t klxUtilh264MarkerToSizeResult(const uint8_t* buf, uint32_t size) {
   if (buf == nullptr || !needsConversion(buf, size)) return size;
-  return size + countThreeByteCodes(buf, size);
+  CodeTable table;
+  findCodes(buf, size, &table);
+  return size + table.threeByte;
 }
 
 uint32_t klxUtilh264MarkerToSize(uint8_t* buf, uint32_t size) {
   if (buf == nullptr || !needsConversion(buf, size)) return size;
-  uint32_t growth = countThreeByteCodes(buf, size);
-  convertToLengths(buf, size, growth);
-  return size + growth;
+  CodeTable table;
+  findCodes(buf, size, &table);
+  convertToLengths(buf, size, table);
+  return size + table.threeByte;
 }
 
 int klxUtilh264MarkerToSizeChecked(uint8_t* buf, uint32_t size, uint32_t capacity, uint32_t* newSize) {
-  if (buf == nullptr || size > capacity) return -1;
-  if (!needsConversion(buf, size)) {
+  if ((buf == nullptr && size != 0) || size > capacity) return -1;
+  if (buf == nullptr || !needsConversion(buf, size)) {
     if (newSize) *newSize = size;
     return 0;
   }
-  uint64_t growth = countThreeByteCodes(buf, size);
-  if (uint64_t{size} + growth > capacity) return -1;
-  convertToLengths(buf, size, static_cast<uint32_t>(growth));
-  if (newSize) *newSize = size + static_cast<uint32_t>(growth);
+  CodeTable table;
+  findCodes(buf, size, &table);
+  if (uint64_t{size} + table.threeByte > capacity) return -1;
+  convertToLengths(buf, size, table);
+  if (newSize) *newSize = size + table.threeByte;
   return 0;
 }
 

@@ -138,4 +138,55 @@ inline Converted rbspToNal(const uint8_t* rbsp, int rbspSize, int capacity) {
   return {j, rbspSize, j, nal};
 }
 
+// Annex B -> length-prefixed the plain way: test the chain, then scan forwards one position at a
+// time, widening each three-byte code where it is found by moving the rest of the frame up.
+// `buf` must have the room.
+inline uint32_t markerToSize(std::vector<uint8_t>& buf, uint32_t size) {
+  auto be32 = [&](uint64_t at) {
+    return (uint32_t{buf[at]} << 24) | (uint32_t{buf[at + 1]} << 16) | (uint32_t{buf[at + 2]} << 8) | buf[at + 3];
+  };
+  auto is4 = [&](uint64_t i) { return buf[i] == 0 && buf[i + 1] == 0 && buf[i + 2] == 0 && buf[i + 3] == 1; };
+  auto is3 = [&](uint64_t i) { return buf[i] == 0 && buf[i + 1] == 0 && buf[i + 2] == 1; };
+  if (size < 4) return size;
+  if (!is3(0) && !is4(0)) return size;
+  uint64_t pos = 0;
+  bool chain = true;
+  while (size - pos >= 4) {
+    uint32_t length = be32(pos);
+    if (length == 0) {
+      chain = pos != 0;
+      break;
+    }
+    if (length > size - pos - 4 || (buf[pos + 4] & 0x80)) {
+      chain = false;
+      break;
+    }
+    pos += 4 + length;
+  }
+  for (uint64_t i = pos; chain && i < size; i++) chain = buf[i] == 0;
+  if (chain) return size;
+
+  auto put = [&](uint64_t at, uint64_t length) {
+    for (int k = 0; k < 4; k++) buf[at + k] = static_cast<uint8_t>(length >> (24 - 8 * k));
+  };
+  int64_t previous = -1;
+  uint64_t i = 0;
+  while (i + 4 <= size) {
+    if (!is4(i)) {
+      if (!is3(i)) {
+        i++;
+        continue;
+      }
+      for (uint64_t k = size; k > i; k--) buf[k] = buf[k - 1];
+      buf[i] = 0;
+      size++;
+    }
+    if (previous >= 0) put(static_cast<uint64_t>(previous), i - static_cast<uint64_t>(previous) - 4);
+    previous = static_cast<int64_t>(i);
+    i += 4;
+  }
+  put(static_cast<uint64_t>(previous), size - static_cast<uint64_t>(previous) - 4);
+  return size;
+}
+
 }  // namespace ref
