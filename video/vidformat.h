@@ -100,6 +100,7 @@ typedef struct KLXVIDEO {
   int32_t TotalHeight;
   uint32_t Flags;        // KLXVID_INTERLACED, KLXVID_SEGMENTED
 } KLXVIDEO;
+static_assert(sizeof(KLXVIDEO) == 36, "KLXVIDEO is shared with hosts: keep its layout");
 
 // ---- Functions ----------------------------------------------------------------------------
 // Pixels of a size token: -1 for a token outside 1..128 or one with no size.
