@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <string>
+#include <span>
 
 #include "video/vidformat.h"
 #include "video/vidrate.h"
@@ -120,8 +120,7 @@ constexpr RateText kFpsRateTexts[] = {
     {48, "48"},    {50, "50"}, {59, "59.94"}, {60, "60"},
 };
 
-template <size_t N>
-const char* rateText(const RateText (&table)[N], uint32_t code) {
+const char* rateText(std::span<const RateText> table, uint32_t code) {
   for (const auto& entry : table)
     if (entry.code == code) return entry.text;
   return nullptr;
@@ -149,22 +148,21 @@ constexpr FamilyText kFamilyTexts[] = {
 
 constexpr size_t kTextChars = 20;
 
-// The family text of format, or an empty string when it has none.
-std::string familyText(uint32_t format) {
+// Writes the family text of format into out (room for 48 bytes); false when it has none.
+bool familyText(uint32_t format, char* out, size_t outSize) {
   for (const auto& entry : kFamilyTexts) {
     if (entry.family != familyOf(format) || !entry.rates.has(rateCode(format))) continue;
-    bool fps = entry.form == TextForm::kFps;
+    const bool fps = entry.form == TextForm::kFps;
     const char* rate = fps ? rateText(kFpsRateTexts, rateCode(format)) : rateText(kRateTexts, rateCode(format));
-    if (!rate) return {};
-    std::string prefix = entry.prefix;
-    std::string tail = fps ? std::string(" ") + rate + "fps" : std::string("@") + rate;
-    if (prefix.size() + tail.size() > kTextChars) {
-      size_t psf = prefix.find("psf");
-      if (psf != std::string::npos) prefix.erase(psf, 1);
-    }
-    return prefix + tail;
+    if (!rate) return false;
+    const char* form = fps ? "%.*s%s %sfps" : "%.*s%s@%s";
+    const char* psf = std::strstr(entry.prefix, "psf");
+    int length = std::snprintf(out, outSize, form, 0, "", entry.prefix, rate);
+    if (length > static_cast<int>(kTextChars) && psf)
+      std::snprintf(out, outSize, form, static_cast<int>(psf - entry.prefix), entry.prefix, psf + 1, rate);
+    return true;
   }
-  return {};
+  return false;
 }
 
 char scanLetter(uint32_t format) {
@@ -182,16 +180,14 @@ void writeText(uint32_t format, char* text) {
       std::memcpy(text, entry.text, std::strlen(entry.text) + 1);
       return;
     }
-  std::string own = familyText(format);
-  if (own.empty()) {
+  char own[48];
+  if (!familyText(format, own, sizeof own)) {
     const char* rate = rateText(kRateTexts, rateCode(format));
-    char head[32];
-    std::snprintf(head, sizeof head, "%dx%d%c@", vidGetSizeFromToken(widthToken(format)),
-                  vidGetSizeFromToken(heightToken(format)), scanLetter(format));
-    own = std::string(head) + (rate ? rate : "Custom");
+    std::snprintf(own, sizeof own, "%dx%d%c@%s", vidGetSizeFromToken(widthToken(format)),
+                  vidGetSizeFromToken(heightToken(format)), scanLetter(format), rate ? rate : "Custom");
   }
-  // Every text fits: the longest ("-1x-1 @Custom" is short) stays within 20 characters.
-  std::memcpy(text, own.c_str(), std::min(own.size(), kTextChars) + 1);
+  // Every text fits in 20 characters (the longest generic one is "8192x4096P@119.88").
+  std::memcpy(text, own, std::min(std::strlen(own), kTextChars) + 1);
   text[kTextChars] = '\0';
 }
 
