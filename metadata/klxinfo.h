@@ -106,6 +106,10 @@ int klxInfoReadRegSet(ZRCFGHANDLE store, KLXINFOREC* record);
 // Writes every stored item: texts (null texts and unset numerics delete their keys).
 // Result 0 or the first store error.
 int klxInfoWriteRegSet(ZRCFGHANDLE store, KLXINFOREC* record);
+// Writes one item (a text slot, or KLXINFO_NUMERIC_FLAG + a numeric slot) by the rules of
+// klxInfoWriteRegSet, leaving every other key alone. Result 0, the store's error, or -1 for an
+// item the store does not keep.
+int klxInfoWriteRegItem(ZRCFGHANDLE store, const KLXINFOREC* record, int item);
 // fromSystem: reads the system store, or seeds it from the record when "XMLDisable" does not
 // exist yet. fromUserFile: then overrides from "UserMetadata.xml" when that file exists. Result 0.
 int klxInfoReadReg(KLXINFOREC* record, int fromSystem, int fromUserFile);

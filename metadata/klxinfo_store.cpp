@@ -66,12 +66,33 @@ int writeNumericItem(ZRCFGHANDLE store, const char* key, uint32_t value) {
   return zrCFGValueDword(store, KLXINFO_DEFAULT_KEY, key, &value, 1);
 }
 
+// Holds a store batch open for the life of a whole-record read or write: the record is read
+// from one consistent view of the file, and written in one transaction (one lock, one re-read,
+// one write) instead of one per item.
+class StoreBatch {
+ public:
+  explicit StoreBatch(ZRCFGHANDLE store) : store_(store), open_(zrCFGBeginBatch(store) == ZR_CFG_OK) {}
+  ~StoreBatch() { end(0); }
+  StoreBatch(const StoreBatch&) = delete;
+  StoreBatch& operator=(const StoreBatch&) = delete;
+  int end(int commit) {
+    if (!open_) return ZR_CFG_OK;
+    open_ = false;
+    return zrCFGEndBatch(store_, commit);
+  }
+
+ private:
+  ZRCFGHANDLE store_;
+  bool open_;
+};
+
 }  // namespace
 
 extern "C" {
 
 int klxInfoReadRegSet(ZRCFGHANDLE store, KLXINFOREC* record) {
   if (!record) return 0;
+  StoreBatch batch(store);
   for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot)
     if (klxInfoTextItems[slot].stored) readTextItem(store, klxInfoTextItems[slot].name, record->text[slot]);
   for (int slot = 0; slot < KLXINFO_NUMERIC_ITEMS; ++slot)
@@ -82,6 +103,7 @@ int klxInfoReadRegSet(ZRCFGHANDLE store, KLXINFOREC* record) {
 
 int klxInfoWriteRegSet(ZRCFGHANDLE store, KLXINFOREC* record) {
   if (!record) return -1;
+  StoreBatch batch(store);
   int firstError = ZR_CFG_OK;
   for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot)
     if (klxInfoTextItems[slot].stored)
@@ -89,7 +111,22 @@ int klxInfoWriteRegSet(ZRCFGHANDLE store, KLXINFOREC* record) {
   for (int slot = 0; slot < KLXINFO_NUMERIC_ITEMS; ++slot)
     if (klxInfoNumericItems[slot].stored)
       noteError(firstError, writeNumericItem(store, klxInfoNumericItems[slot].name, record->numeric[slot]));
+  noteError(firstError, batch.end(1));
   return firstError;
+}
+
+int klxInfoWriteRegItem(ZRCFGHANDLE store, const KLXINFOREC* record, int item) {
+  if (!record || item < 0) return -1;
+  int result;
+  if (item & KLXINFO_NUMERIC_FLAG) {
+    int slot = item - KLXINFO_NUMERIC_FLAG;
+    if (slot >= KLXINFO_NUMERIC_ITEMS || !klxInfoNumericItems[slot].stored) return -1;
+    result = writeNumericItem(store, klxInfoNumericItems[slot].name, record->numeric[slot]);
+  } else {
+    if (item >= KLXINFO_TEXT_ITEMS || !klxInfoTextItems[item].stored) return -1;
+    result = writeTextItem(store, klxInfoTextItems[item].name, record->text[item]);
+  }
+  return result == ZR_CFG_NOT_FOUND ? ZR_CFG_OK : result;
 }
 
 int klxInfoReadReg(KLXINFOREC* record, int fromSystem, int fromUserFile) {

@@ -177,7 +177,8 @@ std::optional<uint32_t> numericValue(int item, const std::string& text) {
   return type;
 }
 
-// Read-modify-write of one item in the system store or the user file.
+// Writes or deletes one item in the system store or the user file. Only that key is touched,
+// so changes other processes make meanwhile to other items are kept.
 int change(bool user, const std::string& name, const std::string* value) {
   int code = cli::kOk;
   int item = lookUp(name, &code);
@@ -187,28 +188,23 @@ int change(bool user, const std::string& name, const std::string* value) {
   if (user && !value && !zrOSFileExists(KLXINFO_USER_FILE))
     return cli::failWith(cli::kFailed, kCommand, "no %s in the current directory", KLXINFO_USER_FILE);
 
-  ZRCFGHANDLE store = user ? zrCFGOpen(KLXINFO_USER_FILE) : ZR_CFG_SYSTEM;
-  if (store == ZR_CFG_INVALID) return cli::failWith(cli::kFailed, kCommand, "cannot open %s", KLXINFO_USER_FILE);
-  Record r;
-  klxInfoReadRegSet(store, &r.rec);
+  Record r;  // nothing set: a null text or unset number deletes the key
   int slot = item & 0xFF;
-  if (item & KLXINFO_NUMERIC_FLAG) {
-    std::optional<uint32_t> number = value ? numericValue(item, *value) : std::optional<uint32_t>(KLXINFO_NOT_SET);
-    if (!number) {
-      if (user) zrCFGClose(store, 0);
+  if ((item & KLXINFO_NUMERIC_FLAG) && value) {
+    std::optional<uint32_t> number = numericValue(item, *value);
+    if (!number)
       return cli::fail(kCommand, "bad value '%s' for %s (a number%s)", value->c_str(), info.name,
                        isTimecodeTypeItem(item) ? " or a timecode type name" : "");
-    }
     r.rec.numeric[slot] = *number;
-  } else {
-    ZRFree(r.rec.text[slot]);
-    r.rec.text[slot] = nullptr;
-    if (value) {
-      r.rec.text[slot] = static_cast<char*>(ZRAlloc(value->size() + 4));
-      if (r.rec.text[slot]) memcpy(r.rec.text[slot], value->c_str(), value->size() + 1);
-    }
+  } else if (value) {
+    r.rec.text[slot] = static_cast<char*>(ZRAlloc(value->size() + 4));
+    if (!r.rec.text[slot]) return cli::failWith(cli::kFailed, kCommand, "out of memory");
+    memcpy(r.rec.text[slot], value->c_str(), value->size() + 1);
   }
-  int result = klxInfoWriteRegSet(store, &r.rec);
+
+  ZRCFGHANDLE store = user ? zrCFGOpen(KLXINFO_USER_FILE) : ZR_CFG_SYSTEM;
+  if (store == ZR_CFG_INVALID) return cli::failWith(cli::kFailed, kCommand, "cannot open %s", KLXINFO_USER_FILE);
+  int result = klxInfoWriteRegItem(store, &r.rec, item);
   int closed = zrCFGClose(store, 1);
   if (result != 0 || closed != 0)
     return cli::failWith(cli::kFailed, kCommand, "cannot write %s (store error %d)",

@@ -107,6 +107,43 @@ TEST(KlxInfoStore, WriteStoresSetItemsAndDeletesTheRest) {
   EXPECT_EQ(value, 0u);
 }
 
+// One item at a time: only its key changes, whatever the rest of the record holds.
+TEST(KlxInfoStore, WriteItemTouchesOnlyThatKey) {
+  StoreEnvironment env;
+  putText(ZR_CFG_SYSTEM, "Reel", "R9");
+  putDword(ZR_CFG_SYSTEM, "Flags", 5);
+  InfoRecord r;  // TimeCode 0, Reel absent, Flags unset: none of it may leak into the store
+  r.setText(kxtTitle, "one item");
+  struct Case {
+    int item;
+    int result;
+  };
+  const Case cases[] = {
+      {kxtTitle, 0},
+      {KLXINFO_NUMERIC_FLAG + kxnUserBits, 0},     // unset: deletes a key that is not there
+      {kxtFileName, -1},                           // never stored
+      {kxtVersionString, -1},
+      {KLXINFO_NUMERIC_FLAG + kxnVersionNumber, -1},
+      {KLXINFO_NUMERIC_FLAG + KLXINFO_NUMERIC_ITEMS, -1},
+      {KLXINFO_TEXT_ITEMS, -1},
+      {-1, -1},
+  };
+  for (const Case& c : cases) EXPECT_EQ(klxInfoWriteRegItem(ZR_CFG_SYSTEM, &r.rec, c.item), c.result) << c.item;
+  EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Title"), "one item");
+  EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Reel"), "R9");
+  EXPECT_TRUE(hasValue(ZR_CFG_SYSTEM, "Flags"));
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "TimeCode"));
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "FileName"));
+  EXPECT_EQ(klxInfoWriteRegItem(ZR_CFG_SYSTEM, nullptr, kxtTitle), -1);
+  r.setText(kxtReel, "");  // an empty text is still a text
+  ASSERT_EQ(klxInfoWriteRegItem(ZR_CFG_SYSTEM, &r.rec, kxtReel), 0);
+  EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Reel"), "");
+  ZRFree(r.rec.text[kxtReel]);
+  r.rec.text[kxtReel] = nullptr;
+  ASSERT_EQ(klxInfoWriteRegItem(ZR_CFG_SYSTEM, &r.rec, kxtReel), 0);
+  EXPECT_FALSE(hasValue(ZR_CFG_SYSTEM, "Reel"));
+}
+
 // A key that is missing, empty or unreadable leaves the slot as the read rules say.
 TEST(KlxInfoStore, MissingEmptyAndUnreadableKeys) {
   StoreEnvironment env;
