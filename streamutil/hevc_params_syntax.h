@@ -278,7 +278,7 @@ BodyResult vpsBody(Io& io, HEVC_VPS_DECODED& v) {
   QV_UE(v.vps_num_layer_sets_minus1);
   const uint32_t layerSets = static_cast<uint32_t>(v.vps_num_layer_sets_minus1);
   for (uint32_t i = 1; i <= layerSets && io.more(); ++i)
-    for (int32_t j = 0; j <= v.vps_max_layer_id; ++j) io.fixed(1, 1);  // layer_id_included_flag
+    for (int32_t j = 0; j <= bounded(v.vps_max_layer_id, 63); ++j) io.fixed(1, 1);  // layer_id_included_flag
   QV_FLAG(v.vps_timing_info_present_flag);
   if (v.vps_timing_info_present_flag) {
     QV_U(32, v.vps_num_units_in_tick);

@@ -69,7 +69,8 @@ struct SyntaxWriter {
     WriteExponentialGolombCode(s, value);
     return value;
   }
-  bool more() const { return true; }
+  // False once the working buffer is full: a hostile record cannot make a writer spin.
+  bool more() const { return s->position <= s->length; }
 };
 
 // Element name from the field expression: the member after the last '.', without subscripts.
@@ -99,7 +100,9 @@ struct SyntaxLister {
   void se(int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 0); }
   uint32_t fixed(int, uint32_t value) { return value; }
   uint32_t fixedUe(uint32_t value) { return value; }
-  bool more() const { return true; }
+  // A budget of loop steps, so a hostile record cannot make a listing spin.
+  uint64_t steps = 0;
+  bool more() { return ++steps < 100000; }
 };
 
 // Loop count for a coded count kept in an array of `capacity` entries.

@@ -41,19 +41,9 @@ const HevcStream kStreams[] = {
     {"odd_size_crop", "yuv420p", "", "100x58", kNone},
 };
 
-std::string makeStream(const HevcStream& s) {
-  std::string params = std::string("log-level=error") + (*s.x265Params ? ":" : "") + s.x265Params;
-  return qtest::encodedStream(std::string("params_") + s.name + ".hevc",
-                              std::string("-f lavfi -i testsrc2=size=") + s.size +
-                                  ":rate=25 -frames:v 3 -pix_fmt " + s.pixelFormat + " -c:v libx265 -x265-params " +
-                                  params + " -f hevc");
-}
+std::string makeStream(const HevcStream& s) { return ptest::x265Stream(s.name, s.pixelFormat, s.x265Params, s.size); }
 
-const Bytes* firstUnit(const std::vector<Bytes>& units, int type) {
-  for (const auto& u : units)
-    if (u.size() >= 2 && ((u[0] >> 1) & 0x3F) == type) return &u;
-  return nullptr;
-}
+const Bytes* firstUnit(const std::vector<Bytes>& units, int type) { return ptest::firstHevcUnit(units, type); }
 
 zr_bitstream over(const Bytes& b) {
   return zr_bitstream{const_cast<uint8_t*>(b.data()), static_cast<int64_t>(b.size()), b.size() * 8, 0};

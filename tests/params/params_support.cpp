@@ -8,6 +8,33 @@
 
 namespace ptest {
 
+std::string x265Stream(const std::string& name, const std::string& pixelFormat, const std::string& x265Params,
+                       const std::string& size) {
+  std::string params = "log-level=error" + (x265Params.empty() ? "" : ":" + x265Params);
+  return qtest::encodedStream("params_" + name + ".hevc", "-f lavfi -i testsrc2=size=" + size +
+                                                              ":rate=25 -frames:v 3 -pix_fmt " + pixelFormat +
+                                                              " -c:v libx265 -x265-params " + params + " -f hevc");
+}
+
+std::string x264Stream(const std::string& name, const std::string& pixelFormat, const std::string& profileAndParams,
+                       const std::string& size) {
+  return qtest::encodedStream("params_" + name + ".h264", "-f lavfi -i testsrc2=size=" + size +
+                                                              ":rate=25 -frames:v 3 -pix_fmt " + pixelFormat +
+                                                              " -c:v libx264 " + profileAndParams + " -f h264");
+}
+
+const Bytes* firstHevcUnit(const std::vector<Bytes>& units, int type) {
+  for (const auto& u : units)
+    if (u.size() >= 2 && ((u[0] >> 1) & 0x3F) == type) return &u;
+  return nullptr;
+}
+
+const Bytes* firstAvcUnit(const std::vector<Bytes>& units, int type) {
+  for (const auto& u : units)
+    if (!u.empty() && (u[0] & 0x1F) == type) return &u;
+  return nullptr;
+}
+
 std::vector<Bytes> splitAnnexB(const Bytes& s) {
   std::vector<Bytes> units;
   size_t i = 0, start = SIZE_MAX;
@@ -87,6 +114,7 @@ void ElementCollector::sink(void* user, const char* name, int64_t value, int32_t
     e["general_inbld_flag"].push_back(value & 1);
     return;
   }
+  if (n == "scaling_list_delta_coef") n = "scaling_list_delta_coeff";  // ffmpeg's spelling
   e[n].push_back(value);
 }
 

@@ -10,6 +10,17 @@ namespace ptest {
 
 using Bytes = std::vector<uint8_t>;
 
+// A small x265 stream (3 frames) cached under the build tree.
+std::string x265Stream(const std::string& name, const std::string& pixelFormat, const std::string& x265Params,
+                       const std::string& size);
+// A small x264 stream (3 frames) cached under the build tree.
+std::string x264Stream(const std::string& name, const std::string& pixelFormat, const std::string& profileAndParams,
+                       const std::string& size);
+
+// First unit of the HEVC (nal_unit_type) or H.264 (nal_unit_type) type, or null.
+const Bytes* firstHevcUnit(const std::vector<Bytes>& units, int type);
+const Bytes* firstAvcUnit(const std::vector<Bytes>& units, int type);
+
 // NAL units of an Annex B byte stream, without start codes or trailing zero bytes.
 std::vector<Bytes> splitAnnexB(const Bytes& stream);
 
