@@ -52,6 +52,8 @@ int32_t readSeiCount(bs_t* b) {
 
 extern "C" {
 
+FILE* h264_dbgfile = nullptr;
+
 h264_stream_t* h264_new(void) {
   auto* h = allocZeroed<h264_stream_t>();
   if (h == nullptr) return nullptr;

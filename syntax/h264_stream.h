@@ -2,6 +2,7 @@
 // message, access unit delimiter, AVC decoder configuration record.
 #pragma once
 #include <cstdint>
+#include <cstdio>
 
 #include "syntax/bs.h"
 
@@ -116,6 +117,9 @@ typedef struct {
   int32_t numOfPictureParameterSets;
   pps_t** pps_table;
 } avcc_t;
+
+// The layer's debug output stream (null: no debug output). Nothing in this layer writes to it.
+extern FILE* h264_dbgfile;
 
 // A new context with every record allocated and zero-filled, `sps`/`pps` at the first table
 // entries; null when memory runs out (nothing is leaked then).
