@@ -1,0 +1,86 @@
+// quorvane config: what the command writes the library reads, and the other way round.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/zrcfg.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::runTool;
+using qtest::shellQuote;
+
+TEST(ConfigCli, SetGetDeleteThroughTheCommandMatchTheLibrary) {
+  qtest::TempDir dir;
+  const std::string store = dir.file("UserMetadata.xml");
+  const std::string file = "--file " + shellQuote(store) + " ";
+  struct Case {
+    std::string args;
+    int exitCode;
+    std::string out;  // exact stdout
+    std::string err;  // exact stderr
+  };
+  const Case cases[] = {
+      {"set --dword 'Quorvane\\MetaData' XMLDisable 0x10", 0, "", ""},
+      {"get 'quorvane\\METADATA' xmldisable", 0, "16\n", ""},
+      {"set 'Quorvane\\MetaData\\Default' Title 'Reel \"one\"'", 0, "", ""},
+      {"get 'Quorvane\\MetaData\\Default' Title", 0, "Reel \"one\"\n", ""},
+      {"get --json 'Quorvane\\MetaData\\Default' Title", 0,
+       "{\"store\":\"" + store + "\",\"key\":\"Quorvane\\\\MetaData\\\\Default\",\"name\":\"Title\",\"type\":\"string\",\"value\":\"Reel \\\"one\\\"\"}\n", ""},
+      {"set 'Quorvane\\MetaData\\Default' Reel -- --dash", 0, "", ""},
+      {"list 'Quorvane\\MetaData'", 0, "[Quorvane\\MetaData]\n\"XMLDisable\"=dword:16\nDefault\\\n", ""},
+      {"list --json 'Quorvane\\MetaData'", 0,
+       "{\"store\":\"" + store + "\",\"key\":\"Quorvane\\\\MetaData\",\"values\":[{\"name\":\"XMLDisable\",\"type\":\"dword\",\"value\":16}],\"keys\":[{\"name\":\"Default\"}]}\n", ""},
+      {"list --recursive", 0,
+       "[\\]\n\n[Quorvane]\n\n[Quorvane\\MetaData]\n\"XMLDisable\"=dword:16\n\n[Quorvane\\MetaData\\Default]\n"
+       "\"Title\"=\"Reel \\\"one\\\"\"\n\"Reel\"=\"--dash\"\n", ""},
+      {"delete 'Quorvane\\MetaData' XMLDisable", 0, "", ""},
+      {"delete 'Quorvane\\MetaData' XMLDisable", 1, "", "quorvane config: no value 'XMLDisable' under 'Quorvane\\MetaData' in " + store + "\n"},
+      {"get 'Quorvane\\MetaData' XMLDisable", 1, "", "quorvane config: no value 'XMLDisable' under 'Quorvane\\MetaData' in " + store + "\n"},
+      {"list Nowhere", 1, "", "quorvane config: no key 'Nowhere' in " + store + "\n"},
+      {"set --dword K V 4294967296", 2, "", "quorvane config: '4294967296' is not a 32-bit number\n"},
+      {"set K V", 2, "", "quorvane config: set takes KEYPATH NAME VALUE (see --help)\n"},
+      {"get --dword K V", 2, "", "quorvane config: --dword goes with set\n"},
+      {"frob", 2, "", "quorvane config: unknown action 'frob' (get, set, delete, list, path)\n"},
+      {"path", 0, store + "\n", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args);
+    const auto r = runTool("config " + file + c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode);
+    EXPECT_EQ(r.out, c.out);
+    EXPECT_EQ(r.err, c.err);
+  }
+  // The library reads what the command wrote.
+  const ZRCFGHANDLE h = zrCFGOpen(store.c_str());
+  char text[32];
+  uint32_t size = sizeof text;
+  ASSERT_EQ(zrCFGValueString(h, "Quorvane\\MetaData\\Default", "Title", text, &size, 0), ZR_CFG_OK);
+  EXPECT_STREQ(text, "Reel \"one\"");
+  EXPECT_EQ(zrCFGValueDword(h, "Quorvane\\MetaData", "XMLDisable", nullptr, 0), ZR_CFG_NOT_FOUND);
+  zrCFGClose(h, 1);
+}
+
+TEST(ConfigCli, UsesTheSystemStoreNamedByTheEnvironment) {
+  qtest::TempDir dir;
+  const std::string store = dir.file("system.xml");
+  const std::string env = "QUORVANE_CONFIG=" + shellQuote(store) + " ";
+  auto r = qtest::runCommand(env + shellQuote(QUORVANE_TOOL) + " config set --dword 'Quorvane\\Advanced' ForceVideoRangeMatrix 1");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const char* old = getenv("QUORVANE_CONFIG");
+  const std::string saved = old ? old : "";
+  setenv("QUORVANE_CONFIG", store.c_str(), 1);
+  uint32_t v = 0;
+  EXPECT_EQ(zrCFGValueDword(ZR_CFG_SYSTEM, "Quorvane\\Advanced", "ForceVideoRangeMatrix", &v, 0), ZR_CFG_OK);
+  EXPECT_EQ(v, 1u);
+  old ? setenv("QUORVANE_CONFIG", saved.c_str(), 1) : unsetenv("QUORVANE_CONFIG");
+  r = runTool("config --help");
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_NE(r.out.find("usage: quorvane config get"), std::string::npos);
+  r = runTool("config get --file " + shellQuote(dir.file("no/such/dir.xml")) + " K V");
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.err, "quorvane config: cannot open store file '" + dir.file("no/such/dir.xml") + "'\n");
+}
+
+}  // namespace
