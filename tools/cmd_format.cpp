@@ -6,39 +6,39 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "format_verbs.h"
 #include "video/video.h"
 
 namespace {
 
 constexpr const char* kUsage =
     "usage: quorvane format [--video-range] [--json] WORD\n"
-    "       quorvane format [--psf] [--video-range] [--json] WIDTHxHEIGHT RATE\n\n"
+    "       quorvane format [--psf] [--video-range] [--json] WIDTHxHEIGHT RATE\n"
+    "       quorvane format rate [--json] RATE\n"
+    "       quorvane format tc [--json] FRAMES RATE TYPE\n"
+    "       quorvane format play [--from N] [--range FIRST:END] [--steps N] [--json] SPEED\n\n"
     "Decodes a signal-format word (decimal or 0x hex): raster, scan, rate pair, timecode type,\n"
     "aspect ratio, colour matrix and its 20-character text. Given a measured raster and rate\n"
     "instead, derives the word first and then decodes it.\n"
+    "  rate    how a rate is normalised and snapped, its timecode type and frame duration\n"
+    "  tc      re-counts FRAMES from the timecode type of RATE into TYPE (frames, film,\n"
+    "          non-drop-frame, drop-frame, pal, 50, 59.94, 60, film-drop) so that the\n"
+    "          timecode reads the same\n"
+    "  play    steps a transport at SPEED (1/4, -3/2, 0.5, 2; 1 = normal play) and prints\n"
+    "          each step's frame, fraction (1/65520 frame) and periods shown\n"
     "  RATE            a pair (30000/1001), a whole number (25) or a decimal (29.97, 23.976)\n"
     "  --psf           a 1080-line picture is progressive (at 23.98/24: not segmented frame)\n"
     "  --video-range   report the video-range colour matrix rather than the full-range one\n"
+    "  --from N        play: first frame (default 0)\n"
+    "  --range F:E     play: loop between frames F and E (E excluded)\n"
+    "  --steps N       play: number of steps (default 10, at most 100000)\n"
     "  --json          print one JSON object\n"
     "Examples: quorvane format 0x2380B21D\n"
-    "          quorvane format 1920x1080 30000/1001 --psf\n";
+    "          quorvane format 1920x1080 30000/1001 --psf\n"
+    "          quorvane format tc 107892 29.97 pal\n"
+    "          quorvane format play 1/4 --from 100 --range 0:200 --steps 8\n";
 
-constexpr const char* kCommand = "format";
-
-// Timecode type names as the command forms spell them.
-struct TypeName {
-  uint32_t type;
-  const char* name;
-};
-constexpr TypeName kTypeNames[] = {
-    {0, "frames"}, {1, "film"}, {2, "non-drop-frame"}, {4, "drop-frame"}, {8, "pal"},
-    {16, "50"},    {32, "59.94"}, {64, "60"},          {128, "film-drop"},
-};
-const char* typeName(uint32_t type) {
-  for (const auto& t : kTypeNames)
-    if (t.type == type) return t.name;
-  return "unknown";
-}
+using formatcli::kCommand;
 
 struct MatrixName {
   int code;
@@ -65,10 +65,6 @@ const char* scanName(uint32_t word) {
 struct Raster {
   int width = 0, height = 0;
 };
-struct Rate {
-  uint32_t rate = 0, scale = 1;
-};
-
 std::optional<Raster> parseRaster(const std::string& text) {
   size_t x = text.find_first_of("xX");
   if (x == std::string::npos) return std::nullopt;
@@ -76,30 +72,6 @@ std::optional<Raster> parseRaster(const std::string& text) {
   auto h = cli::parseInt(text.substr(x + 1));
   if (!w || !h || *w <= 0 || *w > 65535 || *h < -65535 || *h > 65535 || *h == 0) return std::nullopt;
   return Raster{static_cast<int>(*w), static_cast<int>(*h)};
-}
-
-// "30000/1001", "25" or "29.97" (kept exact as 2997/100).
-std::optional<Rate> parseRate(const std::string& text) {
-  size_t slash = text.find('/');
-  if (slash != std::string::npos) {
-    auto r = cli::parseU32(text.substr(0, slash));
-    auto s = cli::parseU32(text.substr(slash + 1));
-    if (!r || !s || *s == 0) return std::nullopt;
-    return Rate{*r, *s};
-  }
-  size_t dot = text.find('.');
-  std::string digits = dot == std::string::npos ? text : text.substr(0, dot) + text.substr(dot + 1);
-  size_t decimals = dot == std::string::npos ? 0 : text.size() - dot - 1;
-  if (decimals > 6 || digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos)
-    return std::nullopt;
-  uint64_t value = 0;
-  for (char c : digits) {
-    value = value * 10 + static_cast<uint64_t>(c - '0');
-    if (value > UINT32_MAX) return std::nullopt;
-  }
-  uint32_t scale = 1;
-  for (size_t i = 0; i < decimals; ++i) scale *= 10;
-  return Rate{static_cast<uint32_t>(value), scale};
 }
 
 struct Decoded {
@@ -152,7 +124,7 @@ void printText(const Decoded& d) {
     std::printf("rate        %u/%u (%.3f fps, %d ms per frame)\n", d.rate, d.scale, d.fps, d.msPerFrame);
   else
     std::printf("rate        unknown\n");
-  std::printf("timecode    %s (%u)\n", typeName(d.tcType), d.tcType);
+  std::printf("timecode    %s (%u)\n", formatcli::tcTypeName(d.tcType), d.tcType);
   std::printf("aspect      %s\n", aspectText(d.aspect).c_str());
   std::printf("matrix      %d (%s)\n", d.matrix, matrixName(d.matrix));
 }
@@ -168,7 +140,7 @@ void printJson(const Decoded& d, const std::optional<std::string>& derivedFrom) 
     out.num("rate", int64_t{d.rate}).num("scale", int64_t{d.scale}).num("fps", d.fps).num("msPerFrame", int64_t{d.msPerFrame});
   else
     out.null("rate").null("scale").null("fps").null("msPerFrame");
-  out.num("tcType", int64_t{d.tcType}).str("tcTypeName", typeName(d.tcType));
+  out.num("tcType", int64_t{d.tcType}).str("tcTypeName", formatcli::tcTypeName(d.tcType));
   if (d.aspect)
     out.str("aspect", aspectText(d.aspect));
   else
@@ -181,12 +153,23 @@ void printJson(const Decoded& d, const std::optional<std::string>& derivedFrom) 
 
 int cmdFormat(int argc, char** argv) {
   cli::Args args;
-  if (!args.parse(argc, argv, {}, {"json", "psf", "video-range"})) return cli::fail(kCommand, "%s", args.error().c_str());
+  if (!args.parse(argc, argv, {"from", "range", "steps"}, {"json", "psf", "video-range"}))
+    return cli::fail(kCommand, "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
     return cli::kOk;
   }
   const auto& pos = args.positional();
+  const std::string verb = pos.empty() ? "" : pos[0];
+  const bool playing = verb == "play";
+  for (const char* option : {"from", "range", "steps"})
+    if (args.has(option) && !playing) return cli::fail(kCommand, "--%s applies only to play", option);
+  const bool decoding = verb != "play" && verb != "rate" && verb != "tc";
+  for (const char* option : {"psf", "video-range"})
+    if (args.has(option) && !decoding) return cli::fail(kCommand, "--%s does not apply to %s", option, verb.c_str());
+  if (verb == "rate") return formatcli::runRate(args);
+  if (verb == "tc") return formatcli::runTc(args);
+  if (playing) return formatcli::runPlay(args);
   const uint32_t matrixFlags = args.has("video-range") ? VID_MATRIX_FLAG_VIDEO_RANGE : 0;
   uint32_t word = 0;
   std::optional<std::string> derivedFrom;
@@ -198,7 +181,7 @@ int cmdFormat(int argc, char** argv) {
   } else if (pos.size() == 2) {
     auto raster = parseRaster(pos[0]);
     if (!raster) return cli::fail(kCommand, "'%s' is not a raster (WIDTHxHEIGHT, e.g. 1920x1080)", pos[0].c_str());
-    auto rate = parseRate(pos[1]);
+    auto rate = formatcli::parseRate(pos[1]);
     if (!rate) return cli::fail(kCommand, "'%s' is not a rate (30000/1001, 25 or 29.97)", pos[1].c_str());
     word = vidGetSignalFormat(rate->rate, rate->scale, raster->width, raster->height, args.has("psf"));
     if (word == VID_FMT_INVALID)

@@ -71,4 +71,44 @@ TEST_F(FormatCli, RefusesBadInputWithOneLine) {
   EXPECT_NE(help.out.find("usage: quorvane format"), std::string::npos);
 }
 
+
+TEST_F(FormatCli, RateTimecodeAndPlayVerbs) {
+  struct Case {
+    const char* args;
+    const char* expected;
+  };
+  const Case kCases[] = {
+      {"format rate 29.97", "normalized  30000/1001\nsnapped     30000/1001 (exact)\ntimecode    drop-frame (4)\n"},
+      {"format rate 2400/100 --json", "\"normalized\":{\"rate\":24,\"scale\":1}"},
+      {"format rate 12.5 --json", "\"snapped\":{\"rate\":1250,\"scale\":100,\"exact\":false}"},
+      {"format tc 107892 29.97 pal", "from        107892 drop-frame 01:00:00;00\nto          90000 pal 01:00:00:00\n"},
+      {"format tc 90000 25 4 --json", "\"converted\":107892,\"toTimecode\":\"01:00:00;00\""},
+      {"format play 1/4 --from 199 --range 0:200 --steps 3",
+       "step  periods  frame  fraction\n1     2        0      0\n2     4        1      0\n3     4        2      0\n"},
+      {"format play -1/2 --from 1 --range 0:10 --steps 2 --json",
+       "\"steps\":[{\"periods\":2,\"frame\":0,\"fraction\":32760},{\"periods\":2,\"frame\":9,\"fraction\":32760}]"},
+  };
+  for (const auto& c : kCases) {
+    auto r = qtest::runTool(c.args);
+    ASSERT_EQ(r.exitCode, 0) << c.args << ": " << r.err;
+    EXPECT_NE(r.out.find(c.expected), std::string::npos) << c.args << " ->\n" << r.out;
+  }
+  struct Bad {
+    const char* args;
+    int exitCode;
+  };
+  const Bad kBad[] = {
+      {"format tc 27 30000/1001 pal", 1},  // 00:00:00;27 has no PAL frame 27
+      {"format tc 1 25 nosuch", 2},         {"format tc 1 25", 2},
+      {"format rate x", 2},                 {"format play 1/0", 2},
+      {"format play 1 --steps 0", 2},       {"format play 1 --range 5", 2},
+      {"format rate 25 --video-range", 2},  {"format 0x2380B21D --from 3", 2},
+  };
+  for (const auto& b : kBad) {
+    auto r = qtest::runTool(b.args);
+    EXPECT_EQ(r.exitCode, b.exitCode) << b.args;
+    EXPECT_EQ(r.err.rfind("quorvane format: ", 0), 0u) << b.args << ": " << r.err;
+  }
+}
+
 }  // namespace

@@ -1,0 +1,33 @@
+// quorvane format's verbs beyond decoding a word: rate pairs, timecode re-counting and
+// transport stepping. Shared parsing helpers for all of quorvane format.
+#pragma once
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "cli.h"
+
+namespace formatcli {
+
+struct RatePair {
+  uint32_t rate = 0;
+  uint32_t scale = 1;
+};
+// "30000/1001", "25" or a decimal kept exact ("29.97" -> 2997/100).
+std::optional<RatePair> parseRate(const std::string& text);
+
+// Timecode type names as the command forms spell them ("drop-frame", "pal", ...).
+const char* tcTypeName(uint32_t type);
+// A name or a number of a known type.
+std::optional<uint32_t> parseTcType(const std::string& text);
+
+// quorvane format rate RATE
+int runRate(const cli::Args& args);
+// quorvane format tc FRAMES RATE TYPE
+int runTc(const cli::Args& args);
+// quorvane format play SPEED [--from N] [--range A:B] [--steps N]
+int runPlay(const cli::Args& args);
+
+constexpr const char* kCommand = "format";
+
+}  // namespace formatcli
