@@ -18,10 +18,11 @@ constexpr uint32_t kMaxCcCount = 31;  // cc_count is five bits
 
 extern "C" int copy_zrccCheck608708(const uint8_t* packet, uint32_t length) {
   if (!packet || length < CC_PACKET_TRIPLETS) return -1;
-  const uint32_t dataCount = packet[CC_PACKET_DATA_COUNT];
-  if (dataCount < CC_PACKET_COUNT_BIAS) return -1;
-  const uint64_t captionEnd = uint64_t(CC_PACKET_TRIPLETS) + (dataCount - CC_PACKET_COUNT_BIAS);
-  return captionEnd <= length ? 0 : -1;
+  if (packet[CC_PACKET_DATA_COUNT] < CC_PACKET_COUNT_BIAS) return -1;
+  // The CDP announces its own length; 0 means a host that does not fill it in.
+  const uint32_t cdpLength = packet[CC_PACKET_CDP_LENGTH];
+  if (cdpLength && CC_PACKET_CDP_START + cdpLength > length) return -1;
+  return 0;
 }
 
 extern "C" uint32_t klxutilMakeCaptionPacket(uint8_t* out, uint32_t capacity, const uint8_t* triplets,
@@ -30,7 +31,7 @@ extern "C" uint32_t klxutilMakeCaptionPacket(uint8_t* out, uint32_t capacity, co
   const uint32_t captionBytes = ccCount * 3;
   const uint32_t length = CC_PACKET_TRIPLETS + captionBytes + kFooterBytes;
   if (capacity < length) return 0;
-  const uint32_t cdpStart = 7;
+  const uint32_t cdpStart = CC_PACKET_CDP_START;
   const uint32_t cdpLength = length - cdpStart;
   uint8_t* p = out;
   *p++ = 0, *p++ = 0, *p++ = 0, *p++ = 0;

@@ -28,13 +28,17 @@ constexpr int KLX_CC_NO_ROOM = -102;
 
 // Offsets in the caption packet that the writers rely on.
 constexpr uint32_t CC_PACKET_DATA_COUNT = 6;
+constexpr uint32_t CC_PACKET_CDP_START = 7;
+constexpr uint32_t CC_PACKET_CDP_LENGTH = 9;
 constexpr uint32_t CC_PACKET_TRIPLETS = 16;
 // The data count counts 7 header bytes besides the caption bytes.
 constexpr uint32_t CC_PACKET_COUNT_BIAS = 7;
 
 // Checks a caption packet before any writer copies from it: 0 when the sizes it announces fit
 // in `length` bytes, -1 (rejected) for a null packet, a packet shorter than its fixed header
-// (16 bytes), a data count below 7, or caption bytes that would run past the packet's end.
+// (16 bytes), a data count below 7, or a cdp_length (when not 0) running past the packet's
+// end. The caption byte count itself is not held against the length: each writer cuts what it
+// copies to the packet (H.264 and HEVC trim the count, MPEG-2 refuses).
 int copy_zrccCheck608708(const uint8_t* packet, uint32_t length);
 
 // CDP frame-rate codes (SMPTE ST 334-2).
@@ -54,4 +58,33 @@ enum CdpFrameRate : uint32_t {
 // is too small (nothing is written then).
 uint32_t klxutilMakeCaptionPacket(uint8_t* out, uint32_t capacity, const uint8_t* triplets, uint32_t ccCount,
                                   uint32_t cdpFrameRate, uint16_t sequence);
+
+// H.264: inserts the packet's caption triplets (at most 10) as a user-data SEI into the frame,
+// behind its SPS and PPS or in front of its first other unit. lengthPrefixed nonzero: the
+// frame's units carry 4-byte lengths; zero: start codes. Returns 0 (also for a packet length
+// of 0, frame untouched), -1 for a null frame, buffer or packet or a rejected packet, or
+// KLX_CC_NO_ROOM with "No Allocation for CC Data" logged when nBufferSize is below
+// nDataSize + caption bytes + 285.
+int klxutilAddAVCCaptions(DFRAME* frame, const uint8_t* packet, uint32_t packetLength, uint32_t lengthPrefixed);
+
+// MPEG-2: puts the frame's caption packet (pCaption, nCaptionSize) in front of the frame as a
+// "GA94" user-data block. cc_count is written without its flag bits, so process_cc_data_flag
+// reads 0. Returns 0, -1 for a null frame, a rejected packet or one whose announced caption
+// bytes run past its end, or KLX_CC_NO_ROOM (logged) when nBufferSize is below
+// nDataSize + packet length + 285.
+int klxutilAddMPEG2Captions(DFRAME* frame);
+
+// HEVC: writes the frame's caption packet as a prefix SEI unit (start-code form) to dst.
+// Returns the bytes written (at most 512), 0 for a packet shorter than 4 bytes (logged as
+// "No SEI CC data size is %d") or one the packet check rejects. `unused` is ignored.
+uint32_t klxUtilAddHevcCaptionsSEI(uint8_t* dst, const DFRAME* frame, uint32_t unused);
+// 0 and nothing written when `capacity` cannot take the unit.
+uint32_t klxUtilAddHevcCaptionsSEIChecked(uint8_t* dst, uint32_t capacity, const DFRAME* frame);
+
+// HEVC: inserts that unit in front of the first slice or prefix SEI of the frame (start-code
+// form) for which the buffer has room. Returns the bytes inserted, which the caller adds to
+// nDataSize; 0 when nothing was inserted. Moves nSecondPartOffset with the data when the
+// frame's flags have both DFRAME_TWO_PARTS and DFRAME_SECOND_PART_VALID and the unit lands in
+// front of the second part. `unused` is ignored.
+uint32_t klxUtilAddHevcCaptions(DFRAME* frame, uint32_t unused);
 }

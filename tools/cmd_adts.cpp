@@ -1,5 +1,106 @@
-// quorvane adts: placeholder until its capability lands.
+// quorvane adts: the ADTS headers of an AAC stream, and the AudioSpecificConfig they imply.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
 #include "cli.h"
 #include "commands.h"
+#include "streamutil/aac.h"
 
-int cmdAdts(int, char**) { return cli::failWith(cli::kFailed, "adts", "not available in this build yet"); }
+namespace {
+
+constexpr const char* kUsage =
+    "usage: quorvane adts FILE [--json]\n\n"
+    "Lists the ADTS frame headers of an AAC stream (ISO/IEC 13818-7): offset, frame length,\n"
+    "profile, sampling rate, channels, and prints the AudioSpecificConfig an MP4 file would carry\n"
+    "for the stream (from the first header). Stops with an error at the first byte that does not\n"
+    "start a header or a frame that runs past the end of the file.\n";
+
+constexpr uint32_t kSyncword = 0xFFF;
+constexpr uint32_t kHeaderBytes = 7;
+
+const char* profileName(uint32_t profile) {
+  static constexpr const char* kNames[] = {"Main", "LC", "SSR", "LTP"};
+  return kNames[profile & 3];
+}
+
+// Bytes of the AudioSpecificConfig for an ADTS header: object type = profile + 1.
+std::string audioSpecificConfigHex(const ADTS_HEADER& h) {
+  AAC_AUDIO_CONFIG config{h.profile + 1, h.sampling_frequency_index, 0, h.channel_configuration, 0, 0, 0};
+  uint8_t bytes[8] = {};
+  zr_bitstream s{bytes, sizeof bytes, sizeof bytes * 8, 0};
+  klxutilWriteAAC(&s, &config);
+  std::string hex;
+  char two[3];
+  for (uint64_t i = 0; i < (s.position + 7) / 8; ++i) {
+    std::snprintf(two, sizeof two, "%02x", bytes[i]);
+    hex += two;
+  }
+  return hex;
+}
+
+}  // namespace
+
+int cmdAdts(int argc, char** argv) {
+  cli::Args args;
+  if (!args.parse(argc, argv, {}, {"json"})) return cli::fail("adts", "%s", args.error().c_str());
+  if (args.has("help")) {
+    std::fputs(kUsage, stdout);
+    return cli::kOk;
+  }
+  if (args.positional().size() != 1) return cli::fail("adts", "give one AAC file (see quorvane adts --help)");
+  const std::string path = args.positional()[0];
+  auto file = cli::readFile(path);
+  if (!file) return cli::failWith(cli::kFailed, "adts", "cannot read %s: %s", path.c_str(), std::strerror(errno));
+  auto* data = reinterpret_cast<uint8_t*>(file->data());
+  const size_t size = file->size();
+
+  const bool json = args.has("json");
+  cli::Json out;
+  if (json) out.beginObject().str("file", path).beginArray("frames");
+  ADTS_HEADER first{};
+  size_t frames = 0;
+  for (size_t pos = 0; pos < size;) {
+    ADTS_HEADER h{};
+    if (size - pos < kHeaderBytes)
+      return cli::failWith(cli::kFailed, "adts", "%s: %zu stray bytes at offset %zu", path.c_str(), size - pos, pos);
+    // The reader takes the 16-bit check word when protection_absent is 1; give it room to.
+    uint8_t header[9] = {};
+    std::memcpy(header, data + pos, std::min<size_t>(sizeof header, size - pos));
+    zr_bitstream s{header, sizeof header, sizeof header * 8, 0};
+    klxutilReadADTS(&s, &h);
+    if (h.syncword != kSyncword)
+      return cli::failWith(cli::kFailed, "adts", "%s: no ADTS header at offset %zu", path.c_str(), pos);
+    if (h.aac_frame_length < kHeaderBytes || h.aac_frame_length > size - pos)
+      return cli::failWith(cli::kFailed, "adts", "%s: frame at offset %zu runs past the end (length %u)", path.c_str(), pos,
+                           h.aac_frame_length);
+    const uint32_t rate = klxutilAACFrequency(h.sampling_frequency_index);
+    if (!frames) first = h;
+    if (json) {
+      out.beginObject()
+          .num("offset", int64_t(pos))
+          .num("length", int64_t(h.aac_frame_length))
+          .str("profile", profileName(h.profile))
+          .num("sampleRate", int64_t(rate))
+          .num("channels", int64_t(h.channel_configuration))
+          .boolean("protectionAbsent", h.protection_absent == 1)
+          .num("rawDataBlocks", int64_t(h.number_of_raw_data_blocks_in_frame + 1))
+          .endObject();
+    } else {
+      std::printf("%8zu  length %5u  %s  %6u Hz  %u ch%s\n", pos, h.aac_frame_length, profileName(h.profile), rate,
+                  h.channel_configuration, h.protection_absent == 1 ? "" : "  crc");
+    }
+    ++frames;
+    pos += h.aac_frame_length;
+  }
+  if (!frames) return cli::failWith(cli::kFailed, "adts", "%s: empty file", path.c_str());
+  const std::string asc = audioSpecificConfigHex(first);
+  if (json) {
+    out.endArray().str("audioSpecificConfig", asc).endObject();
+    std::printf("%s\n", out.text().c_str());
+  } else {
+    std::printf("%zu frames; AudioSpecificConfig %s\n", frames, asc.c_str());
+  }
+  return cli::kOk;
+}

@@ -8,24 +8,27 @@
 
 namespace {
 
-TEST(CaptionPacketCheck, AcceptsExactlyThePacketsWhoseAnnouncedBytesFit) {
+TEST(CaptionPacketCheck, RejectsPacketsWhoseAnnouncedSizesDoNotFit) {
   struct Case {
     uint32_t length;
-    uint8_t dataCount;
+    uint8_t dataCount, cdpLength;
     int result;
   };
   const Case cases[] = {
-      {16, 7, 0},    // header only, no caption bytes
-      {15, 7, -1},   // shorter than the fixed header
-      {0, 7, -1},    {16, 6, -1},  // a count below its own bias
-      {16, 0, -1},   {22, 13, 0},  // 6 caption bytes exactly fit
-      {21, 13, -1},  // one byte short
-      {255 + 9, 255, 0}, {255 + 8, 255, -1},
+      {16, 7, 0, 0},     // header only, no caption bytes
+      {15, 7, 0, -1},    // shorter than the fixed header
+      {0, 7, 0, -1},     {16, 6, 0, -1},  // a data count below its own bias
+      {46, 47, 0, 0},    // more caption bytes than the packet holds: each writer cuts them
+      {26, 13, 19, 0},   // the CDP exactly fills the packet
+      {26, 13, 20, -1},  // the CDP runs one byte past it
+      {255, 7, 248, 0},  {255, 7, 249, -1},
   };
   for (const auto& c : cases) {
     std::vector<uint8_t> packet(std::max<uint32_t>(c.length, 16), 0);
     packet[CC_PACKET_DATA_COUNT] = c.dataCount;
-    EXPECT_EQ(copy_zrccCheck608708(packet.data(), c.length), c.result) << c.length << " " << int(c.dataCount);
+    packet[CC_PACKET_CDP_LENGTH] = c.cdpLength;
+    EXPECT_EQ(copy_zrccCheck608708(packet.data(), c.length), c.result)
+        << c.length << " " << int(c.dataCount) << " " << int(c.cdpLength);
   }
   EXPECT_EQ(copy_zrccCheck608708(nullptr, 100), -1);
 }
@@ -38,7 +41,7 @@ TEST(CaptionPacketCheck, RandomPacketsNeverReadPastTheirEnd) {
     std::vector<uint8_t> packet(length);
     for (auto& b : packet) b = uint8_t(rng());
     const int result = copy_zrccCheck608708(packet.empty() ? nullptr : packet.data(), length);
-    const bool fits = length >= 16 && packet[6] >= 7 && 16u + packet[6] - 7 <= length;
+    const bool fits = length >= 16 && packet[6] >= 7 && (packet[9] == 0 || 7u + packet[9] <= length);
     ASSERT_EQ(result, fits ? 0 : -1) << length;
   }
 }

@@ -1,0 +1,381 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <vector>
+
+#include "streamutil/captions.h"
+#include "support/test_support.h"
+#include "syntax/nal_framing.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes cat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+// A caption packet of `length` bytes announcing `captionBytes` caption bytes; triplet bytes
+// count up from 0xC0 so that copies can be checked.
+Bytes packetOf(uint32_t captionBytes, uint32_t length) {
+  Bytes p(length, 0);
+  p[CC_PACKET_DATA_COUNT] = uint8_t(captionBytes + CC_PACKET_COUNT_BIAS);
+  for (uint32_t i = CC_PACKET_TRIPLETS; i < length; ++i) p[i] = uint8_t(0xC0 + i - CC_PACKET_TRIPLETS);
+  return p;
+}
+
+// The H.264 caption SEI as ATSC A/53 lays it out, built here independently of the writer.
+Bytes expectedAvcSei(const Bytes& packet, uint32_t ccCount) {
+  Bytes payload = {0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03, uint8_t(0xC0 | ccCount), 0xFF};
+  payload.insert(payload.end(), packet.begin() + 16, packet.begin() + 16 + 3 * ccCount);
+  payload.push_back(0xFF);
+  Bytes unit = {0, 0, 0, 1, 0x06, 0x04, uint8_t(payload.size())};
+  unit.insert(unit.end(), payload.begin(), payload.end());
+  unit.push_back(0x80);
+  return unit;
+}
+
+const Bytes kAud = {0, 0, 0, 1, 0x09, 0xF0};
+const Bytes kSps = {0, 0, 0, 1, 0x67, 0x64, 0x00, 0x0C, 0xAC};
+const Bytes kPps = {0, 0, 0, 1, 0x68, 0xEB, 0xE3, 0xCB};
+const Bytes kPps3 = {0, 0, 1, 0x68, 0xEB, 0xE3, 0xCB};
+const Bytes kSeiX264 = {0, 0, 1, 0x06, 0x05, 0x01, 0xAA, 0x80};
+const Bytes kIdr = {0, 0, 0, 1, 0x65, 0x88, 0x84, 0x00, 0x33};
+const Bytes kSlice = {0, 0, 1, 0x41, 0x9A, 0x21};
+
+// Start-code frames: where the SEI must land.
+TEST(AvcCaptions, StartCodeInsertionPoints) {
+  Bytes big(300, 0x55);  // slice data without zero bytes, to push the scan past 256
+  const Bytes bigSlice = cat({Bytes{0, 0, 0, 1, 0x41}, big});
+  struct Case {
+    const char* name;
+    Bytes frame;
+    size_t at;
+  };
+  const Case cases[] = {
+      {"SPS PPS IDR: in front of the slice's start code", cat({kSps, kPps, kIdr}), 17},
+      {"AUD SPS PPS(3-byte) SEI IDR: in front of the SEI", cat({kAud, kSps, kPps3, kSeiX264, kIdr}), 22},
+      {"AUD then a long slice: position 6", cat({kAud, bigSlice}), 6},
+      {"AUD then a short slice: behind the AUD", cat({kAud, kSlice}), 6},
+      {"a short slice alone: in front", kSlice, 0},
+  };
+  const Bytes packet = packetOf(6, 30);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes buffer = c.frame;
+    buffer.resize(c.frame.size() + 400, 0xEE);
+    DFRAME f;
+    klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
+    ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), uint32_t(packet.size()), 0), 0);
+    Bytes expected = c.frame;
+    const Bytes sei = expectedAvcSei(packet, 2);
+    expected.insert(expected.begin() + long(c.at), sei.begin(), sei.end());
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + f.nDataSize), expected);
+  }
+}
+
+Bytes lengthPrefixed(std::initializer_list<Bytes> units) {
+  Bytes out;
+  for (const auto& u : units) {
+    out.insert(out.end(), {0, 0, 0, uint8_t(u.size())});
+    out.insert(out.end(), u.begin(), u.end());
+  }
+  return out;
+}
+
+TEST(AvcCaptions, LengthPrefixedInsertionPoints) {
+  const Bytes aud = {0x09, 0xF0}, sps = {0x67, 0x64, 0x00, 0x0C}, pps = {0x68, 0xEB, 0xE3};
+  const Bytes sei = {0x06, 0x05, 0x01, 0xAA, 0x80}, idr = {0x65, 0x88, 0x84}, slice = {0x41, 0x9A};
+  struct Case {
+    const char* name;
+    Bytes frame;
+    size_t at;
+  };
+  const Case cases[] = {
+      {"AUD SPS PPS IDR: right behind the PPS", lengthPrefixed({aud, sps, pps, idr}), 6 + 8 + 7},
+      {"SPS PPS AUD IDR: behind the PPS", lengthPrefixed({sps, pps, aud, idr}), 8 + 7},
+      {"AUD SEI SPS PPS: in front of the SEI", lengthPrefixed({aud, sei, sps, pps, idr}), 6},
+      {"AUD slice: in front of the slice", lengthPrefixed({aud, slice}), 6},
+  };
+  const Bytes packet = packetOf(9, 40);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes buffer = c.frame;
+    buffer.resize(c.frame.size() + 400, 0xEE);
+    DFRAME f;
+    klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
+    ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), uint32_t(packet.size()), 1), 0);
+    Bytes unit = expectedAvcSei(packet, 3);
+    unit[3] = uint8_t(unit.size() - 4);  // the length prefix
+    Bytes expected = c.frame;
+    expected.insert(expected.begin() + long(c.at), unit.begin(), unit.end());
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + f.nDataSize), expected);
+  }
+}
+
+TEST(AvcCaptions, CcCountFollowsThePacket) {
+  struct Case {
+    uint32_t captionBytes, length, ccCount;
+  };
+  const Case cases[] = {
+      {40, 56, 10},  // capped at 30 bytes: 10 triplets
+      {40, 46, 10},  // the packet holds 30 of them: still 10
+      {7, 23, 2},    // cut to whole triplets
+      {2, 18, 0},    // under one triplet
+      {0, 16, 0},
+  };
+  for (const auto& c : cases) {
+    const Bytes packet = packetOf(c.captionBytes, c.length);
+    Bytes buffer = cat({kSps, kPps, kIdr});
+    const uint32_t size = uint32_t(buffer.size());
+    buffer.resize(size + 400);
+    DFRAME f;
+    klxutilInitFrame(&f, buffer.data(), size, uint32_t(buffer.size()));
+    ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), c.length, 0), 0) << c.captionBytes;
+    EXPECT_EQ(buffer[17 + 15], 0xC0 | c.ccCount) << c.captionBytes;
+    EXPECT_EQ(f.nDataSize, size + 19 + 3 * c.ccCount);
+    EXPECT_EQ(buffer[17 + 6], 11 + 3 * c.ccCount) << "payloadSize";
+  }
+}
+
+TEST(AvcCaptions, RefusalsLeaveTheFrameUntouched) {
+  const Bytes frame = cat({kSps, kPps, kIdr});
+  const Bytes packet = packetOf(6, 30);
+  struct Case {
+    const char* name;
+    const uint8_t* packet;
+    uint32_t length;
+    uint32_t room;
+    int result;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"empty packet", packet.data(), 0, 400, 0, nullptr},
+      {"null packet", nullptr, 30, 400, -1, nullptr},
+      {"rejected packet (shorter than its header)", packet.data(), 15, 400, -1, nullptr},
+      {"one byte short of room", packet.data(), 30, 6 + 285 - 1, KLX_CC_NO_ROOM, "No Allocation for CC Data"},
+      {"exactly enough room", packet.data(), 30, 6 + 285, 0, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes buffer = frame;
+    buffer.resize(frame.size() + c.room, 0xEE);
+    const Bytes before = buffer;
+    DFRAME f;
+    klxutilInitFrame(&f, buffer.data(), uint32_t(frame.size()), uint32_t(buffer.size()));
+    qtest::LogCapture log;
+    EXPECT_EQ(klxutilAddAVCCaptions(&f, c.packet, c.length, 0), c.result);
+    if (c.message) {
+      EXPECT_TRUE(log.contains(c.message));
+    }
+    if (c.result != 0 || c.length == 0) {
+      EXPECT_EQ(buffer, before);
+      EXPECT_EQ(f.nDataSize, frame.size());
+    }
+  }
+  EXPECT_EQ(klxutilAddAVCCaptions(nullptr, packet.data(), 30, 0), -1);
+}
+
+TEST(Mpeg2Captions, BlockBytesAndPlacement) {
+  const Bytes picture = {0, 0, 1, 0xB3, 0x0A, 0x00, 0x5A, 0x13, 0, 0, 1, 0x00, 0x00, 0x0F};
+  struct Case {
+    uint32_t captionBytes;
+  };
+  for (uint32_t captionBytes : {6u, 7u, 40u, 0u}) {
+    const Bytes packet = packetOf(captionBytes, 16 + captionBytes + 4);
+    Bytes buffer = picture;
+    buffer.resize(picture.size() + packet.size() + 285, 0xEE);
+    DFRAME f;
+    klxutilInitFrame(&f, buffer.data(), uint32_t(picture.size()), uint32_t(buffer.size()));
+    f.pCaption = const_cast<uint8_t*>(packet.data());
+    f.nCaptionSize = uint32_t(packet.size());
+    ASSERT_EQ(klxutilAddMPEG2Captions(&f), 0);
+    Bytes expected = {0, 0, 0, 1, 0xB2, 'G', 'A', '9', '4', 0x03, uint8_t(captionBytes / 3), 0xFF};
+    expected.insert(expected.end(), packet.begin() + 16, packet.begin() + 16 + captionBytes);
+    expected.push_back(0xFF);
+    expected.insert(expected.end(), picture.begin(), picture.end());
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + f.nDataSize), expected) << captionBytes;
+  }
+  // Room: data + packet length + 285.
+  const Bytes packet = packetOf(6, 26);
+  Bytes buffer = picture;
+  buffer.resize(picture.size() + 26 + 285 - 1, 0xEE);
+  const Bytes before = buffer;
+  DFRAME f;
+  klxutilInitFrame(&f, buffer.data(), uint32_t(picture.size()), uint32_t(buffer.size()));
+  f.pCaption = const_cast<uint8_t*>(packet.data());
+  f.nCaptionSize = 26;
+  qtest::LogCapture log;
+  EXPECT_EQ(klxutilAddMPEG2Captions(&f), KLX_CC_NO_ROOM);
+  EXPECT_TRUE(log.contains("No Allocation for CC Data"));
+  EXPECT_EQ(buffer, before);
+  f.nCaptionSize = 15;
+  EXPECT_EQ(klxutilAddMPEG2Captions(&f), -1);
+  // A packet announcing more caption bytes than it holds is refused, not over-read.
+  const Bytes overlong = packetOf(40, 46);
+  f.pCaption = const_cast<uint8_t*>(overlong.data());
+  f.nCaptionSize = 46;
+  f.nBufferSize = uint32_t(buffer.size() + 1000);
+  EXPECT_EQ(klxutilAddMPEG2Captions(&f), -1);
+  EXPECT_EQ(buffer, before);
+}
+
+// ---- HEVC
+
+Bytes hevcRbsp(const Bytes& unit) {
+  int nalSize = int(unit.size() - 4), rbspSize = nalSize;
+  Bytes rbsp(unit.size());
+  EXPECT_GE(nal_to_rbsp(unit.data() + 4, &nalSize, rbsp.data(), &rbspSize), 0);
+  rbsp.resize(size_t(rbspSize));
+  return rbsp;  // starts at the second header byte
+}
+
+TEST(HevcCaptions, SeiCarriesTheTripletsOfThePacket) {
+  struct Case {
+    const char* name;
+    Bytes packet;
+    uint32_t ccCount;
+    size_t tripletsAt;
+    const char* message;
+  };
+  auto withCount = [](Bytes p, uint8_t count, bool timeCode) {
+    if (timeCode) p[11] |= 0x80;
+    p[timeCode ? 20 : 15] = uint8_t(0xE0 | count);
+    return p;
+  };
+  const Case cases[] = {
+      {"two triplets", withCount(packetOf(6, 26), 2, false), 2, 16, nullptr},
+      {"time code section moves the triplets", withCount(packetOf(20, 40), 3, true), 3, 21, nullptr},
+      {"announced count cut to the packet", withCount(packetOf(6, 26), 9, false), 3, 16,
+       "\nCC count is wrong 9 actual 3"},
+      {"zero triplets", withCount(packetOf(0, 16), 0, false), 0, 16, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    DFRAME f;
+    klxutilInitFrame(&f, nullptr, 0, 0);
+    f.pCaption = const_cast<uint8_t*>(c.packet.data());
+    f.nCaptionSize = uint32_t(c.packet.size());
+    qtest::LogCapture log;
+    Bytes out(512, 0xEE);
+    out.resize(klxUtilAddHevcCaptionsSEI(out.data(), &f, 77));
+    if (c.message) {
+      EXPECT_TRUE(log.contains(c.message));
+    }
+    ASSERT_GT(out.size(), 4u);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 6), (Bytes{0, 0, 0, 1, 0x4E, 0x01}));
+    Bytes payload = {0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03, uint8_t(0xC0 | c.ccCount), 0xFF};
+    payload.insert(payload.end(), c.packet.begin() + long(c.tripletsAt),
+                   c.packet.begin() + long(c.tripletsAt + 3 * c.ccCount));
+    payload.push_back(0xFF);
+    Bytes expected = {0x01, 0x04, uint8_t(payload.size())};
+    expected.insert(expected.end(), payload.begin(), payload.end());
+    expected.push_back(0x80);
+    EXPECT_EQ(hevcRbsp(out), expected);
+  }
+}
+
+TEST(HevcCaptions, ShortOrRejectedPacketsWriteNothing) {
+  const Bytes good = packetOf(6, 26);
+  struct Case {
+    uint32_t length;
+    const char* message;
+  };
+  for (const Case& c : {Case{0, "No SEI CC data size is 0"}, Case{3, "No SEI CC data size is 3"},
+                        Case{0xFFFFFFFF, "No SEI CC data size is -1"}, Case{15, nullptr}}) {
+    DFRAME f;
+    klxutilInitFrame(&f, nullptr, 0, 0);
+    f.pCaption = const_cast<uint8_t*>(good.data());
+    f.nCaptionSize = c.length;
+    qtest::LogCapture log;
+    uint8_t out[512];
+    EXPECT_EQ(klxUtilAddHevcCaptionsSEI(out, &f, 0), 0u) << c.length;
+    if (c.message) {
+      EXPECT_TRUE(log.contains(c.message)) << c.length;
+    }
+  }
+}
+
+const Bytes kHevcAud = {0, 0, 0, 1, 0x46, 0x01, 0x50};
+const Bytes kHevcVps = {0, 0, 0, 1, 0x40, 0x01, 0x0C};
+const Bytes kHevcSei = {0, 0, 1, 0x4E, 0x01, 0x05, 0x01, 0xAA, 0x80};
+const Bytes kHevcIdr = {0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};
+const Bytes kHevcTrail2 = {0, 0, 1, 0x02, 0x01, 0x50, 0x22};
+
+TEST(HevcCaptions, InsertedInFrontOfTheFirstSliceOrPrefixSei) {
+  const Bytes packet = packetOf(6, 26);
+  struct Case {
+    const char* name;
+    Bytes frame;
+    size_t at;
+    uint32_t flags, secondPart, secondPartAfter;
+  };
+  const uint32_t both = DFRAME_TWO_PARTS | DFRAME_SECOND_PART_VALID;
+  const Case cases[] = {
+      {"VPS then IDR", cat({kHevcVps, kHevcIdr}), 7, 0, 15, 15},
+      {"AUD, 3-byte SEI", cat({kHevcAud, kHevcSei, kHevcIdr}), 7, 0, 0, 0},
+      {"second part moves when both flags are set", cat({kHevcAud, kHevcIdr, kHevcTrail2}), 7, both, 15, 15 + 100},
+      {"only one flag: it stays", cat({kHevcAud, kHevcIdr, kHevcTrail2}), 7, DFRAME_TWO_PARTS, 15, 15},
+      {"insertion behind the second part: it stays", cat({kHevcAud, kHevcIdr}), 7, both, 3, 3},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes buffer = c.frame;
+    buffer.resize(c.frame.size() + 200, 0xEE);
+    DFRAME f;
+    klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
+    f.pCaption = const_cast<uint8_t*>(packet.data());
+    f.nCaptionSize = uint32_t(packet.size());
+    f.nFlags = c.flags;
+    f.nSecondPartOffset = c.secondPart;
+    Bytes sei(512);
+    sei.resize(klxUtilAddHevcCaptionsSEI(sei.data(), &f, 0));
+    const uint32_t added = klxUtilAddHevcCaptions(&f, 0);
+    ASSERT_EQ(added, sei.size());
+    EXPECT_EQ(f.nDataSize, c.frame.size()) << "the data size is the caller's to grow";
+    Bytes expected = c.frame;
+    expected.insert(expected.begin() + long(c.at), sei.begin(), sei.end());
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + c.frame.size() + added), expected);
+    EXPECT_EQ(f.nSecondPartOffset, c.secondPart == c.secondPartAfter ? c.secondPart : c.secondPart + added);
+  }
+}
+
+TEST(HevcCaptions, NoRoomMeansNothingInserted) {
+  const Bytes packet = packetOf(6, 26);
+  const Bytes frame = cat({kHevcAud, kHevcIdr});
+  Bytes sei(512);
+  DFRAME probe;
+  klxutilInitFrame(&probe, nullptr, 0, 0);
+  probe.pCaption = const_cast<uint8_t*>(packet.data());
+  probe.nCaptionSize = 26;
+  const uint32_t seiLength = klxUtilAddHevcCaptionsSEI(sei.data(), &probe, 0);
+  for (uint32_t room : {seiLength, seiLength + 1}) {  // data + SEI must stay below the capacity
+    Bytes buffer = frame;
+    buffer.resize(frame.size() + room, 0xEE);
+    const Bytes before = buffer;
+    DFRAME f = probe;
+    f.pData = buffer.data();
+    f.nDataSize = uint32_t(frame.size());
+    f.nBufferSize = uint32_t(buffer.size());
+    const uint32_t added = klxUtilAddHevcCaptions(&f, 0);
+    if (room == seiLength) {
+      EXPECT_EQ(added, 0u);
+      EXPECT_EQ(buffer, before);
+    } else {
+      EXPECT_EQ(added, seiLength);
+    }
+  }
+  // A rejected packet logs the length it did not add.
+  DFRAME f = probe;
+  Bytes buffer = frame;
+  buffer.resize(400);
+  f.pData = buffer.data(), f.nDataSize = uint32_t(frame.size()), f.nBufferSize = 400, f.nCaptionSize = 15;
+  qtest::LogCapture log;
+  EXPECT_EQ(klxUtilAddHevcCaptions(&f, 0), 0u);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_EQ(log.lines()[0].text.rfind("Sei cc not added Length 0 klxvidutil ", 0), 0u) << log.lines()[0].text;
+}
+
+}  // namespace
