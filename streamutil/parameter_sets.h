@@ -4,3 +4,4 @@
 #include "streamutil/zr_bitstream.h"
 #include "streamutil/param_elements.h"
 #include "streamutil/hevc_params.h"
+#include "streamutil/avc_params.h"

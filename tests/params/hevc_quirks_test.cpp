@@ -32,12 +32,7 @@ const RealUnits& realUnits() {
   return units;
 }
 
-size_t escapesIn(const Bytes& b) {
-  size_t n = 0;
-  for (size_t i = 2; i < b.size(); ++i)
-    if (b[i] == 3 && b[i - 1] == 0 && b[i - 2] == 0) ++n;
-  return n;
-}
+using ptest::escapesIn;
 
 bool startsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
 

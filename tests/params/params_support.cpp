@@ -35,6 +35,13 @@ const Bytes* firstAvcUnit(const std::vector<Bytes>& units, int type) {
   return nullptr;
 }
 
+size_t escapesIn(const Bytes& b) {
+  size_t n = 0;
+  for (size_t i = 2; i < b.size(); ++i)
+    if (b[i] == 3 && b[i - 1] == 0 && b[i - 2] == 0) ++n;
+  return n;
+}
+
 std::vector<Bytes> splitAnnexB(const Bytes& s) {
   std::vector<Bytes> units;
   size_t i = 0, start = SIZE_MAX;

@@ -21,6 +21,9 @@ std::string x264Stream(const std::string& name, const std::string& pixelFormat, 
 const Bytes* firstHevcUnit(const std::vector<Bytes>& units, int type);
 const Bytes* firstAvcUnit(const std::vector<Bytes>& units, int type);
 
+// Number of emulation-prevention bytes (00 00 03) in a NAL unit.
+size_t escapesIn(const Bytes& unit);
+
 // NAL units of an Annex B byte stream, without start codes or trailing zero bytes.
 std::vector<Bytes> splitAnnexB(const Bytes& stream);
 

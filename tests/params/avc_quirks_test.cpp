@@ -1,0 +1,169 @@
+// H.264 SPS/PPS reader quirks on variations of real x264 units, and hostile input.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+
+#include "params/params_support.h"
+#include "streamutil/avc_params.h"
+#include "support/test_support.h"
+
+namespace {
+
+using ptest::Bytes;
+
+zr_bitstream over(Bytes& b) { return zr_bitstream{b.data(), static_cast<int64_t>(b.size()), b.size() * 8, 0}; }
+
+struct Units {
+  Bytes highSps, highPps, baselinePps;
+};
+const Units& units() {
+  static Units u = [] {
+    Units r;
+    auto high = ptest::splitAnnexB(qtest::readBytes(ptest::x264Stream("main", "yuv420p", "-profile:v main", "64x48")));
+    auto hi = ptest::splitAnnexB(qtest::readBytes(
+        ptest::x264Stream("high_hrd", "yuv420p", "-profile:v high -x264-params nal-hrd=vbr:vbv-maxrate=500:vbv-bufsize=500", "64x64")));
+    auto base = ptest::splitAnnexB(qtest::readBytes(ptest::x264Stream("baseline_cavlc", "yuv420p", "-profile:v baseline", "64x64")));
+    if (auto* s = ptest::firstAvcUnit(hi, 7)) r.highSps = *s;
+    if (auto* p = ptest::firstAvcUnit(hi, 8)) r.highPps = *p;
+    if (auto* p = ptest::firstAvcUnit(base, 8)) r.baselinePps = *p;
+    return r;
+  }();
+  return u;
+}
+
+template <class Record>
+std::unique_ptr<Record> readUnit(Bytes unit, uint32_t* result = nullptr) {
+  auto rec = std::make_unique<Record>();
+  zr_bitstream s = over(unit);
+  uint32_t r;
+  if constexpr (std::is_same_v<Record, SPS_DECODED>)
+    r = klxutilRead_SPS(&s, rec.get());
+  else
+    r = klxutilRead_PPS(&s, rec.get());
+  if (result) *result = r;
+  return rec;
+}
+
+TEST(AvcSps, ProfilesOutsideTheHighListSkipTheChromaFields) {
+  // The same body under different profile_idc: listed profiles read chroma_format_idc and bit
+  // depths; 134, 135, 138, 139 (and Main) do not, so the rest of the unit is read differently.
+  Bytes high = units().highSps;
+  ASSERT_EQ(high[1], 100);
+  auto asHigh = readUnit<SPS_DECODED>(high);
+  struct Case {
+    uint8_t profile;
+    bool highBranch;
+  } cases[] = {{100, true}, {244, true}, {44, true}, {77, false}, {134, false}, {135, false}, {138, false}, {139, false}};
+  for (const auto& c : cases) {
+    Bytes unit = high;
+    unit[1] = c.profile;
+    auto sps = readUnit<SPS_DECODED>(unit);
+    EXPECT_EQ(sps->profile_idc, c.profile);
+    if (c.highBranch) {
+      EXPECT_EQ(sps->pic_width_in_mbs_minus1, asHigh->pic_width_in_mbs_minus1) << int(c.profile);
+      EXPECT_EQ(sps->vui.time_scale, asHigh->vui.time_scale) << int(c.profile);
+    } else {
+      EXPECT_EQ(sps->chroma_format_idc, 1) << "inferred, not read";
+      EXPECT_EQ(sps->bit_depth_luma_minus8, 0);
+      // chroma_format_idc "010" is taken as log2_max_frame_num_minus4 = 1.
+      EXPECT_EQ(sps->log2_max_frame_num_minus4, 1) << int(c.profile);
+    }
+  }
+}
+
+TEST(AvcReaders, EscapeBytesAreDroppedBeforeParsing) {
+  // Inserting 00 00 <escape> where 00 00 alone would do must not change what is read when the
+  // reader treats <escape> as emulation prevention; the SPS reader knows only 03.
+  struct Case {
+    bool pps;
+    uint8_t escape;
+    bool dropped;
+  } cases[] = {{true, 0x03, true}, {true, 0x0C, true}, {false, 0x03, true}, {false, 0x0C, false}};
+  for (const auto& c : cases) {
+    Bytes base = c.pps ? units().highPps : units().highSps;
+    ASSERT_GE(base.size(), 6u);
+    Bytes plain = base, escaped = base;
+    // Place the zeros after byte 3 so the scan (which starts at byte 3) sees them.
+    plain.insert(plain.begin() + 4, {0x00, 0x00});
+    escaped.insert(escaped.begin() + 4, {0x00, 0x00, c.escape});
+    uint32_t plainResult = 0, escapedResult = 0;
+    if (c.pps) {
+      auto a = readUnit<PPS_DECODED>(plain, &plainResult);
+      auto b = readUnit<PPS_DECODED>(escaped, &escapedResult);
+      EXPECT_EQ(std::memcmp(a.get(), b.get(), sizeof(PPS_DECODED)) == 0, c.dropped) << int(c.escape);
+    } else {
+      auto a = readUnit<SPS_DECODED>(plain, &plainResult);
+      auto b = readUnit<SPS_DECODED>(escaped, &escapedResult);
+      EXPECT_EQ(std::memcmp(a.get(), b.get(), sizeof(SPS_DECODED)) == 0, c.dropped) << int(c.escape);
+    }
+    if (c.dropped && c.pps) {  // (the damaged SPS runs off its end, where the lengths differ)
+      EXPECT_EQ(plainResult, escapedResult);
+    }
+  }
+}
+
+TEST(AvcPps, EndsAfterRedundantPicCntWithoutMoreData) {
+  uint32_t result = 0;
+  auto base = readUnit<PPS_DECODED>(units().baselinePps, &result);
+  EXPECT_EQ(base->more_rbsp_data_flag, 0);
+  EXPECT_EQ(base->transform_8x8_mode_flag, 0);
+  EXPECT_EQ(base->rbsp_stop_one_bit, 1);
+  EXPECT_EQ(result, units().baselinePps.size());
+  auto high = readUnit<PPS_DECODED>(units().highPps);
+  EXPECT_EQ(high->more_rbsp_data_flag, 1);
+  EXPECT_EQ(high->transform_8x8_mode_flag, 1);
+}
+
+TEST(AvcReaders, NullRecordOrEmptyStreamReturnZero) {
+  Bytes unit = units().highSps;
+  zr_bitstream s = over(unit);
+  EXPECT_EQ(klxutilRead_SPS(&s, nullptr), 0u);
+  EXPECT_EQ(klxutilRead_PPS(&s, nullptr), 0u);
+  zr_bitstream empty{unit.data(), 0, 64, 0};
+  auto sps = std::make_unique<SPS_DECODED>();
+  EXPECT_EQ(klxutilRead_SPS(&empty, sps.get()), 0u);
+  EXPECT_EQ(empty.position, 0u);
+}
+
+TEST(AvcWriters, OutputCapacityIsRespected) {
+  auto sps = readUnit<SPS_DECODED>(units().highSps);
+  Bytes out(8, 0xEE);
+  out.resize(16, 0x77);  // guard bytes behind the declared capacity
+  zr_bitstream o{out.data(), 8, 64, 0};
+  uint32_t n = klxutilWrite_SPS(&o, sps.get());
+  EXPECT_GT(n, 8u) << "the position says how much was needed";
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 8), Bytes(units().highSps.begin(), units().highSps.begin() + 8));
+  EXPECT_EQ(Bytes(out.begin() + 8, out.end()), Bytes(8, 0x77)) << "nothing written beyond the size";
+}
+
+TEST(AvcReaders, SurviveRandomMutations) {
+  std::mt19937 rng(11);
+  const Bytes* sources[] = {&units().highSps, &units().highPps, &units().baselinePps};
+  for (int round = 0; round < 600; ++round) {
+    Bytes unit = *sources[round % 3];
+    for (int e = 0, edits = 1 + static_cast<int>(rng() % 4); e < edits; ++e) {
+      switch (rng() % 3) {
+        case 0: unit[rng() % unit.size()] ^= static_cast<uint8_t>(1u << (rng() % 8)); break;
+        case 1: unit.resize(1 + rng() % unit.size()); break;
+        case 2: unit[rng() % unit.size()] = static_cast<uint8_t>(rng()); break;
+      }
+    }
+    uint32_t result = 0;
+    if (round % 3 == 0) {
+      auto sps = readUnit<SPS_DECODED>(unit, &result);
+      Bytes out(4096, 0);
+      zr_bitstream o = over(out);
+      klxutilWrite_SPS(&o, sps.get());
+    } else {
+      auto pps = readUnit<PPS_DECODED>(unit, &result);
+      Bytes out(4096, 0);
+      zr_bitstream o = over(out);
+      klxutilWrite_PPS(&o, pps.get());
+    }
+    ASSERT_LT(result, 1u << 20) << round;
+  }
+}
+
+}  // namespace
