@@ -31,7 +31,12 @@ typedef void* ZRHANDLE;
 // Longest path the path helpers produce, NUL included.
 #define ZR_MAX_PATH 4096
 
-// Opens or creates a file. Returns ZR_INVALID_HANDLE on failure (zrOSGetLastError tells why).
+// Opens or creates a file. Returns ZR_INVALID_HANDLE on failure (zrOSGetLastError tells why:
+// EEXIST, ENOENT, EINVAL for a bad disposition or TRUNCATE_EXISTING without write access, EISDIR,
+// EBUSY for a sharing violation). After CREATE_ALWAYS / OPEN_ALWAYS the last error is EEXIST when
+// the file was already there, else 0. Share modes are advisory, taken with flock(2): a share mode
+// with FILE_SHARE_READ is a shared lock, any other an exclusive one (two handles that share read
+// but deny write are not refused against each other). Truncation happens after the lock is won.
 ZRHANDLE zrOSCreateFile(const char* path, uint32_t access, uint32_t shareMode, uint32_t disposition, uint32_t flags);
 // Read/write like ReadFile/WriteFile: 1 on success (a read at end of file succeeds with 0 bytes), 0 on failure.
 int zrOSReadFile(ZRHANDLE file, void* buffer, uint32_t count, uint32_t* bytesRead);
