@@ -14,4 +14,14 @@ step tc --type 25 01:00:00:00
 step tc --type 59.94df 00:01:00:04 215784
 step tc --type 24 --no-wrap 2073624
 step tc --type 29.97df --json 00:10:00\;00
+# The main job: what each bundled video sample is (units, parameter sets, format, timecodes).
+for sample in "$samples"/*.264 "$samples"/*.hevc "$samples"/*.m2v; do
+  step inspect "$sample"
+done
+step nal "$samples/hevc_main_160x90_2997_bframes.hevc"
+# Annex B -> 4-byte length prefixes (MP4 samples) and back; three-byte start codes are widened.
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+step reframe --to length "$samples/h264_160x90_2997_aud_hrd.264" "$scratch/h264.len"
+step reframe --to annexb --json "$scratch/h264.len" "$scratch/h264.264"
 echo; echo "bundled samples in $samples:"; ls "$samples"

@@ -71,7 +71,8 @@ int cmdNal(int argc, char** argv) {
     out.beginObject().str("file", path).str("codec", units::codecName(codec)).num("count", int64_t(spans.size()));
     out.beginArray("units");
   } else {
-    std::printf("%-10s %9s %2s  %-22s %s\n", "offset", "size", "sc", "type", codec == StreamCodec::kHevc ? "layer tid  sei" : codec == StreamCodec::kH264 ? "ref  sei" : "");
+    const char* tail = codec == StreamCodec::kHevc ? "layer tid  sei" : codec == StreamCodec::kH264 ? "ref  sei" : "";
+    std::printf("%-10s %9s %2s  %-22s %s\n", "offset", "size", "sc", "type", tail);
   }
   for (const auto& s : spans) {
     const uint8_t* unit = stream.data() + s.offset;

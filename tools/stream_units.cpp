@@ -80,9 +80,9 @@ std::vector<Span> annexB(const std::vector<uint8_t>& stream) {
     // find_nal_unit works on int sizes: look at most INT_MAX bytes ahead.
     const int window = static_cast<int>(std::min<size_t>(stream.size() - offset, INT_MAX));
     int start = 0, end = 0;
-    int length = find_nal_unit(stream.data() + offset, window, &start, &end);
-    if (length <= 0 && start == 0) break;  // no start code left
-    if (start == 0) break;  // a short tail or a lone start code: not a unit
+    find_nal_unit(stream.data() + offset, window, &start, &end);
+    // No start code left, or a short tail / lone start code returned whole: not a unit.
+    if (start == 0) break;
     Span s;
     s.offset = offset + static_cast<size_t>(start);
     s.size = static_cast<size_t>(end - start);
