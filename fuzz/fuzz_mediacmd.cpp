@@ -1,0 +1,31 @@
+// Feeds arbitrary text to both command readers; whatever they accept must write back and read
+// back again.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "mediacmd/mediacmd.h"
+#include "platform/zrlog.h"
+
+namespace {
+void quiet(void*, int, uint32_t, uint32_t, uint32_t, const char*) {}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  zrLogSetSink(quiet, nullptr);
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  MEDIACMD cmd, again;
+  if (MediaCmdFromXMLString(&cmd, nullptr, text.c_str()) == 0) {
+    char* xml = nullptr;
+    if (MediaCmdToXMLString(&xml, &cmd, 4) != 0 || MediaCmdFromXMLString(&again, nullptr, xml) != 0) std::abort();
+    MediaCmdFreeXMLString(&xml);
+  }
+  if (MediaCmdFromJSONString(&cmd, nullptr, text.c_str()) == 0) {
+    char* json = nullptr;
+    if (MediaCmdToJSONString(&json, &cmd, 4) != 0) std::abort();
+    MediaCmdFromJSONString(&again, nullptr, json);  // may exceed 100 tokens; must not crash
+    MediaCmdFreeJSONString(&json);
+  }
+  __dbgout_mediacmd(&cmd);
+  return 0;
+}

@@ -1,0 +1,147 @@
+// quorvane cmd: building, converting, dumping and listing, checked by reading the tool's
+// output back with the library.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "mediacmd/mediacmd.h"
+#include "support/test_support.h"
+
+namespace {
+
+MEDIACMD readJson(const std::string& text) {
+  MEDIACMD cmd;
+  EXPECT_EQ(MediaCmdFromJSONString(&cmd, nullptr, text.c_str()), 0) << text;
+  return cmd;
+}
+MEDIACMD readXml(const std::string& text) {
+  MEDIACMD cmd;
+  EXPECT_EQ(MediaCmdFromXMLString(&cmd, nullptr, text.c_str()), 0) << text;
+  return cmd;
+}
+
+size_t count(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
+TEST(MediaCmdCli, NewBuildsWhatItIsAskedFor) {
+  auto r = qtest::runTool("cmd new play --channel 1 --speed 2 --position '01:00:00;00' --clip C7 --file a.mov --json");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  MEDIACMD cmd = readJson(r.out);
+  EXPECT_EQ(cmd.Cmd, static_cast<uint32_t>(ctPlay));
+  EXPECT_EQ(cmd.Channel, 1u);
+  EXPECT_EQ(cmd.Speed, 131040);
+  EXPECT_EQ(cmd.Position, 107892);  // one hour of 29.97 drop-frame
+  EXPECT_STREQ(cmd.ClipID, "C7");
+  EXPECT_STREQ(cmd.Payload, "a.mov");
+  EXPECT_TRUE(cmd.CtrlFlags & cfUseClipID);
+
+  r = qtest::runTool("cmd new --get channelname --channel 2 --value Main --value 'Cam 1' --flag deferred --xml");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  cmd = readXml(r.out);
+  EXPECT_EQ(cmd.Cmd, static_cast<uint32_t>(ctGetValue));
+  EXPECT_EQ(cmd.CmdAlt, static_cast<uint32_t>(gsChannelName));
+  EXPECT_EQ(std::memcmp(cmd.Payload, "Main\0Cam 1\0\0", 12), 0);
+  EXPECT_TRUE(cmd.CtrlFlags & cfDeferred);
+
+  r = qtest::runTool("cmd new record --tc-type pal --start 01:00:00:00 --end 250 --ms 40 --json");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  cmd = readJson(r.out);
+  EXPECT_EQ(cmd.Start, 90000);
+  EXPECT_EQ(cmd.End, 250);
+  EXPECT_EQ(cmd.CmdAlt, 40u);
+  EXPECT_EQ(cmd.CtrlFlags & (cfTimeMs | cfUseCmdAlt | cfUseStart | cfUseEnd), uint32_t(cfTimeMs | cfUseCmdAlt | cfUseStart | cfUseEnd));
+}
+
+TEST(MediaCmdCli, ConvertAndDumpReadEitherForm) {
+  qtest::TempDir dir;
+  MEDIACMD cmd;
+  initMediaCmd(&cmd, ctPlay);
+  cmd.Channel = 1;
+  cmd.CtrlFlags = cfUseSpeed | cfUsePosition;
+  cmd.Speed = 131040;
+  cmd.Position = 107892;
+  char* xml = nullptr;
+  char* json = nullptr;
+  MediaCmdToXMLString(&xml, &cmd, 4);
+  MediaCmdToJSONString(&json, &cmd, 4);
+  const std::string xmlText = xml, jsonText = json;
+  MediaCmdFreeXMLString(&xml);
+  MediaCmdFreeJSONString(&json);
+  qtest::writeBytes(dir.file("play.xml"), {xmlText.begin(), xmlText.end()});
+  qtest::writeBytes(dir.file("play.json"), {jsonText.begin(), jsonText.end()});
+
+  auto r = qtest::runTool("cmd convert " + qtest::shellQuote(dir.file("play.xml")) + " --to json");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, jsonText + "\n");
+  r = qtest::runTool("cmd convert - --to xml < " + qtest::shellQuote(dir.file("play.json")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, xmlText + "\n");
+
+  // The text forms do not carry "useposition", so the trace of a command read from text shows
+  // no position.
+  const std::string line = "klx-Chan1 ctPlay UseSpeed (200) \n";
+  for (const char* file : {"play.xml", "play.json"}) {
+    r = qtest::runTool("cmd dump " + qtest::shellQuote(dir.file(file)));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, line);
+  }
+  r = qtest::runTool("cmd dump --json " + qtest::shellQuote(dir.file("play.json")));
+  EXPECT_NE(r.out.find("\"traced\":true"), std::string::npos) << r.out;
+}
+
+TEST(MediaCmdCli, CodesListsBothVocabularies) {
+  auto r = qtest::runTool("cmd codes");
+  ASSERT_EQ(r.exitCode, 0);
+  EXPECT_EQ(count(r.out, "getset "), 460u);
+  EXPECT_EQ(count(r.out, "flag   "), 36u);
+  EXPECT_NE(r.out.find("getset 0x0000041E       1054 channelname\n"), std::string::npos);
+  r = qtest::runTool("cmd codes --flags --json");
+  ASSERT_EQ(r.exitCode, 0);
+  EXPECT_EQ(count(r.out, "\"name\""), 36u);
+  EXPECT_NE(r.out.find("{\"flag\":1073741824,\"name\":\"overridedeferred\"}"), std::string::npos) << r.out;
+}
+
+TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
+  qtest::writeBytes(dir.file("long.json"), std::vector<uint8_t>{});
+  const std::string longClip = "{\"MediaCmd\" : {\"ClipID\":\"ABCDEFGHIJ\",}}";
+  qtest::writeBytes(dir.file("long.json"), {longClip.begin(), longClip.end()});
+  const struct {
+    std::string args;
+    int exit;
+    std::string message;
+  } cases[] = {
+      {"cmd", 2, "quorvane cmd: give new, convert, dump or codes (see --help)"},
+      {"cmd frobnicate", 2, "quorvane cmd: unknown action 'frobnicate' (new, convert, dump, codes)"},
+      {"cmd new play", 2, "quorvane cmd: new needs exactly one of --xml and --json"},
+      {"cmd new play --xml --json", 2, "quorvane cmd: new needs exactly one of --xml and --json"},
+      {"cmd new fly --xml", 2, "quorvane cmd: unknown command 'fly' (see --help)"},
+      {"cmd new --get nosuchcode --xml", 2, "quorvane cmd: unknown get/set code 'nosuchcode' (see 'cmd codes')"},
+      {"cmd new play --clip ABCDEFGHI --xml", 2, "quorvane cmd: clip id 'ABCDEFGHI' is longer than 8 characters"},
+      {"cmd new play --position 99:99 --tc-type pal --xml", 2, "quorvane cmd: bad --position '99:99' for timecode type pal"},
+      {"cmd new play --flag nosuch --xml", 2, "quorvane cmd: unknown flag 'nosuch' (see 'cmd codes --flags')"},
+      {"cmd convert " + qtest::shellQuote(dir.file("bad.json")) + " --to xml", 1,
+       "quorvane cmd: " + dir.file("bad.json") + ": Failed to parse JSON: -3"},
+      {"cmd convert " + qtest::shellQuote(dir.file("long.json")) + " --to xml", 1,
+       "quorvane cmd: " + dir.file("long.json") + ": Text too long for ClipID: 10 characters"},
+      {"cmd convert " + qtest::shellQuote(dir.file("missing.xml")) + " --to xml", 1,
+       "quorvane cmd: cannot read " + dir.file("missing.xml") + ": No such file or directory"},
+      {"cmd convert " + qtest::shellQuote(dir.file("bad.json")), 2, "quorvane cmd: convert needs --to xml or --to json"},
+  };
+  for (const auto& c : cases) {
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exit) << c.args;
+    EXPECT_EQ(r.err, c.message + "\n") << c.args;
+    EXPECT_TRUE(r.out.empty()) << c.args;
+  }
+  auto help = qtest::runTool("cmd --help");
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_NE(help.out.find("usage: quorvane cmd new"), std::string::npos);
+}
+
+}  // namespace
