@@ -20,7 +20,10 @@ constexpr const char* kUsage =
     "usage: quorvane cmd new [COMMAND] [options] --xml|--json\n"
     "       quorvane cmd convert FILE|- --to xml|json [--tc-type NAME]\n"
     "       quorvane cmd dump FILE|- [--json]\n"
-    "       quorvane cmd codes [--get-set|--flags] [--json]\n\n"
+    "       quorvane cmd codes [--get-set|--flags] [--json]\n"
+    "       quorvane cmd channels MASK [--json]\n"
+    "       quorvane cmd speed X [--periods N] [--json]\n"
+    "       quorvane cmd fourcc CODE [--json]\n\n"
     "new      builds a media command and prints its XML or JSON form. COMMAND is a command\n"
     "         name (stop, pause, play, record, recstop, eject, transfer, insert, blank, delete,\n"
     "         trim, chanselect, getstate, setstate, getvalue, setvalue, valuesupported, error,\n"
@@ -39,9 +42,14 @@ constexpr const char* kUsage =
     "  --flag NAME        set a control flag by name (repeatable; see 'cmd codes --flags')\n"
     "  --tc-type NAME     frames, film, non-drop-frame, drop-frame, pal, 50, 59.94, 60,\n"
     "                     film-drop, 23.98 (default drop-frame)\n"
+    "  --fix              normalise as a server would (default speeds, unset masks)\n"
     "convert  reads either form (detected) and writes the one named by --to.\n"
     "dump     prints the debug trace line of a command in either form.\n"
     "codes    lists the get/set codes and the control flags with their names.\n"
+    "channels lists the channels of a channel bit mask (decimal or 0x hex).\n"
+    "speed    shows a speed (multiple of normal play) in command units, as a 16.16 rate, and\n"
+    "         how a playout loop steps fields at it over --periods frame periods (default 8).\n"
+    "fourcc   shows a four-character code (text or 0x hex number) in upper and lower case.\n"
     "Examples: quorvane cmd new play --channel 1 --speed 2 --position 01:00:00;00 --json\n"
     "          quorvane cmd new --get channelname --channel 2 --xml | quorvane cmd convert - --to json\n";
 
@@ -196,6 +204,7 @@ int runNew(const cli::Args& args) {
     if (cfFromString(name.c_str(), &flag) != 0) return cli::fail("cmd", "unknown flag '%s' (see 'cmd codes --flags')", name.c_str());
     cmd.CtrlFlags |= flag;
   }
+  if (args.has("fix")) fixMediaCmd(&cmd, 0);
   return printForm(cmd, tcType, args.has("json"));
 }
 
@@ -273,25 +282,114 @@ int runCodes(const cli::Args& args) {
   return cli::kOk;
 }
 
+int runChannels(const cli::Args& args) {
+  const auto& pos = args.positional();
+  if (pos.size() != 2) return cli::fail("cmd", "channels takes one MASK");
+  auto mask = cli::parseU32(pos[1]);
+  if (!mask) return cli::fail("cmd", "bad mask '%s'", pos[1].c_str());
+  std::vector<uint32_t> channels;
+  for (unsigned i = 0; i < totalChannels(*mask); ++i) channels.push_back(findChannel(*mask, nullptr, i));
+  if (args.has("json")) {
+    cli::Json out;
+    out.beginObject().num("mask", int64_t(*mask)).num("total", int64_t(channels.size())).beginArray("channels");
+    for (uint32_t c : channels) out.num("", int64_t(c));
+    std::printf("%s\n", out.endArray().endObject().text().c_str());
+    return cli::kOk;
+  }
+  std::printf("mask 0x%08X: %zu channel%s", *mask, channels.size(), channels.size() == 1 ? "" : "s");
+  for (size_t i = 0; i < channels.size(); ++i) std::printf("%s%u", i ? ", " : ": ", channels[i]);
+  std::printf("\n");
+  return cli::kOk;
+}
+
+int runSpeed(const cli::Args& args) {
+  const auto& pos = args.positional();
+  if (pos.size() != 2) return cli::fail("cmd", "speed takes one multiple of normal play (e.g. 1, -2, 0.5)");
+  auto x = cli::parseDouble(pos[1]);
+  if (!x || std::fabs(*x * MEDIACMD_SPEED_NORMAL) >= 2147483647.0) return cli::fail("cmd", "bad speed '%s'", pos[1].c_str());
+  uint32_t periods = 8;
+  if (auto v = args.get("periods")) {
+    auto n = cli::parseU32(*v);
+    if (!n || *n == 0 || *n > 100000) return cli::fail("cmd", "bad --periods '%s' (1..100000)", v->c_str());
+    periods = *n;
+  }
+  const int speed = static_cast<int>(std::lround(*x * MEDIACMD_SPEED_NORMAL));
+  const uint32_t rate = speedRate(speed);
+  // A fresh stepper: a different speed first resets its accumulation.
+  speedReps(nullptr, speed == 1 ? 2 : 1);
+  std::vector<int> repeats;
+  std::vector<unsigned> fields;
+  unsigned count = 0;
+  for (uint32_t i = 0; i < periods; ++i) {
+    repeats.push_back(speedReps(&count, speed));
+    fields.push_back(count);
+  }
+  if (args.has("json")) {
+    cli::Json out;
+    out.beginObject().num("speed", int64_t(speed)).num("rate", int64_t(rate)).beginArray("repeats");
+    for (int r : repeats) out.num("", int64_t(r));
+    out.endArray().beginArray("fieldCount");
+    for (unsigned f : fields) out.num("", int64_t(f));
+    std::printf("%s\n", out.endArray().endObject().text().c_str());
+    return cli::kOk;
+  }
+  std::printf("speed %d (units of 1/65520), rate 0x%08X (%u + %u/65536)\n", speed, rate, rate >> 16, rate & 0xFFFF);
+  std::printf("period  repeats  field count\n");
+  for (uint32_t i = 0; i < periods; ++i) std::printf("%6u  %7d  %11u\n", i + 1, repeats[i], fields[i]);
+  return cli::kOk;
+}
+
+int runFourcc(const cli::Args& args) {
+  const auto& pos = args.positional();
+  if (pos.size() != 2) return cli::fail("cmd", "fourcc takes one CODE");
+  uint32_t code = 0;
+  if (pos[1].size() == 4) {
+    for (int i = 0; i < 4; ++i) code |= static_cast<uint32_t>(static_cast<uint8_t>(pos[1][i])) << (8 * i);
+  } else if (auto n = cli::parseU32(pos[1]); n && pos[1].rfind("0x", 0) == 0) {
+    code = *n;
+  } else {
+    return cli::fail("cmd", "'%s' is neither four characters nor a 0x number", pos[1].c_str());
+  }
+  auto text = [](uint32_t v) {
+    std::string s;
+    for (int i = 0; i < 4; ++i) {
+      char c = static_cast<char>(v >> (8 * i));
+      s += (c >= 0x20 && c < 0x7F) ? c : '.';
+    }
+    return s;
+  };
+  const uint32_t upper = fourccToUpper(code), lower = fourccToLower(code);
+  if (args.has("json")) {
+    cli::Json out;
+    out.beginObject().num("code", int64_t(code)).num("upper", int64_t(upper)).str("upperText", text(upper));
+    out.num("lower", int64_t(lower)).str("lowerText", text(lower)).endObject();
+    std::printf("%s\n", out.text().c_str());
+    return cli::kOk;
+  }
+  std::printf("upper 0x%08X %s\nlower 0x%08X %s\n", upper, text(upper).c_str(), lower, text(lower).c_str());
+  return cli::kOk;
+}
+
 }  // namespace
 
 int cmdCmd(int argc, char** argv) {
   cli::Args args;
   if (!args.parse(argc, argv, {"to", "tc-type", "channel", "speed", "position", "start", "end", "clip", "file", "get", "set",
-                               "supported", "value", "ms", "flag"},
-                  {"xml", "json", "shuttle", "flags", "get-set"}))
+                               "supported", "value", "ms", "flag", "periods"},
+                  {"xml", "json", "shuttle", "flags", "get-set", "fix"}))
     return cli::fail("cmd", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
     return cli::kOk;
   }
   const auto& pos = args.positional();
-  if (pos.empty()) return cli::fail("cmd", "give new, convert, dump or codes (see --help)");
+  if (pos.empty()) return cli::fail("cmd", "give new, convert, dump, codes, channels, speed or fourcc (see --help)");
   const struct {
     const char* name;
     int (*run)(const cli::Args&);
-  } actions[] = {{"new", runNew}, {"convert", runConvert}, {"dump", runDump}, {"codes", runCodes}};
+  } actions[] = {{"new", runNew},   {"convert", runConvert},   {"dump", runDump}, {"codes", runCodes},
+                 {"channels", runChannels}, {"speed", runSpeed}, {"fourcc", runFourcc}};
   for (const auto& a : actions)
     if (pos[0] == a.name) return a.run(args);
-  return cli::fail("cmd", "unknown action '%s' (new, convert, dump, codes)", pos[0].c_str());
+  return cli::fail("cmd", "unknown action '%s' (new, convert, dump, codes, channels, speed, fourcc)", pos[0].c_str());
 }

@@ -116,8 +116,8 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
     int exit;
     std::string message;
   } cases[] = {
-      {"cmd", 2, "quorvane cmd: give new, convert, dump or codes (see --help)"},
-      {"cmd frobnicate", 2, "quorvane cmd: unknown action 'frobnicate' (new, convert, dump, codes)"},
+      {"cmd", 2, "quorvane cmd: give new, convert, dump, codes, channels, speed or fourcc (see --help)"},
+      {"cmd frobnicate", 2, "quorvane cmd: unknown action 'frobnicate' (new, convert, dump, codes, channels, speed, fourcc)"},
       {"cmd new play", 2, "quorvane cmd: new needs exactly one of --xml and --json"},
       {"cmd new play --xml --json", 2, "quorvane cmd: new needs exactly one of --xml and --json"},
       {"cmd new fly --xml", 2, "quorvane cmd: unknown command 'fly' (see --help)"},
@@ -142,6 +142,37 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
   auto help = qtest::runTool("cmd --help");
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_NE(help.out.find("usage: quorvane cmd new"), std::string::npos);
+}
+
+TEST(MediaCmdCli, ChannelSpeedAndFourccHelpers) {
+  const struct {
+    std::string args;
+    std::string out;
+  } cases[] = {
+      {"cmd channels 0x0A", "mask 0x0000000A: 2 channels: 1, 3\n"},
+      {"cmd channels 0", "mask 0x00000000: 0 channels\n"},
+      {"cmd channels 2147483648 --json", "{\"mask\":2147483648,\"total\":1,\"channels\":[31]}\n"},
+      // Quarter speed shows every field twice; double speed moves four fields a period.
+      {"cmd speed 0.25 --periods 2 --json", "{\"speed\":16380,\"rate\":16384,\"repeats\":[2,2],\"fieldCount\":[1,2]}\n"},
+      {"cmd speed 2 --periods 3 --json", "{\"speed\":131040,\"rate\":131072,\"repeats\":[1,1,1],\"fieldCount\":[4,8,12]}\n"},
+      {"cmd speed -1 --periods 1", "speed -65520 (units of 1/65520), rate 0x00010000 (1 + 0/65536)\nperiod  repeats  field count\n"
+                                   "     1        0            1\n"},
+      {"cmd fourcc hvc1", "upper 0x31435648 HVC1\nlower 0x31637668 hvc1\n"},
+      {"cmd fourcc 0x34363241", "upper 0x34363241 A264\nlower 0x34363261 a264\n"},
+  };
+  for (const auto& c : cases) {
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, 0) << c.args << r.err;
+    EXPECT_EQ(r.out, c.out) << c.args;
+  }
+  auto fixed = qtest::runTool("cmd new stop --fix --json");
+  ASSERT_EQ(fixed.exitCode, 0);
+  MEDIACMD cmd = readJson(fixed.out);
+  EXPECT_EQ(cmd.Speed, 0);
+  EXPECT_TRUE(cmd.CtrlFlags & cfUseSpeed);
+  auto bad = qtest::runTool("cmd channels xyz");
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_EQ(bad.err, "quorvane cmd: bad mask 'xyz'\n");
 }
 
 }  // namespace
