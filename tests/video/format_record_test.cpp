@@ -80,7 +80,7 @@ TEST(AspectRatio, ByRaster) {
       {1440, 1080, ratio(16, 9)},   {1280, 1080, ratio(16, 9)},  {1920, 1080, ratio(16, 9)},
       {2048, 1080, ratio(256, 135)}, {3840, 2160, ratio(16, 9)}, {4096, 2160, ratio(256, 135)},
       {1920, -1080, ratio(16, 9)},  {7680, 4320, 0},             {1920, 1088, 0},
-      {4000, 2160, 0},
+      {4000, 2160, 0},              {100, 526, 0},
   };
   for (const auto& c : kCases)
     EXPECT_EQ(vidGetAspectRatio(0, c.width, c.height), c.aspect) << c.width << "x" << c.height;

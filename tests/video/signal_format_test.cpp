@@ -283,6 +283,7 @@ const Derivation kDerivations[] = {
     {800, 600, 12, 1, 0, 0x21B0460C},
     {720, 600, 12, 1, 0, 0x21B0420C},
     {720, 590, 12, 1, 0, 0x11A0420C},
+    {1024, 768, 300, 1, 0, 0x22206100},  // too fast for the 9-bit code: unknown
     {100, 100, 25, 1, 0, VID_FMT_INVALID},
     {9000, 1080, 12, 1, 0, VID_FMT_INVALID},
     {1920, 1080, 30, 0, 0, VID_FMT_INVALID},
