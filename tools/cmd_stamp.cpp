@@ -15,6 +15,7 @@
 #include "platform/tcxlat.h"
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
+#include "streamutil/hevc_params.h"
 #include "streamutil/scc.h"
 #include "streamutil/sei.h"
 
@@ -27,10 +28,12 @@ constexpr const char* kUsage =
     "  --tc HH:MM:SS:FF     timecode of the first picture in display order (';' before the\n"
     "                       frames is accepted for drop-frame rates)\n"
     "  --rate R             timecode rate: 23.98, 24, 25, 29.97 (drop-frame), 30, 50,\n"
-    "                       59.94 (drop-frame) or 60; default 25\n"
+    "                       59.94 (drop-frame) or 60; default: the HEVC stream's VUI timing\n"
+    "                       (frame rate, not field rate), else 25\n"
     "  --captions FILE.scc  CEA-608 captions from a Scenarist SCC file, each byte pair in the\n"
     "                       picture shown at its timecode (SCC times are on the --tc clock)\n"
     "  --fields             each coded picture is one field: two pictures share a timecode\n"
+    "                       (taken from the SPS's field_seq_flag for HEVC when not given)\n"
     "  --length-prefixed    edit each frame in length-prefixed framing, as MP4 hosts hold it\n"
     "                       (the output is start-code framed either way)\n"
     "  --json               print a summary as JSON\n"
@@ -57,6 +60,46 @@ const RateInfo* findRate(const std::string& name) {
   for (const auto& r : kRates)
     if (name == r.name) return &r;
   return nullptr;
+}
+
+// What the first HEVC sequence parameter set says about timing: frames per second (0 when the
+// VUI carries no timing) and whether each picture is one field.
+struct StreamTiming {
+  double framesPerSecond = 0;
+  bool fieldPictures = false;
+};
+
+StreamTiming hevcTiming(const uint8_t* data, const std::vector<AccessUnitRef>& aus) {
+  for (const auto& au : aus)
+    for (const auto& u : au.units) {
+      if (u.type != 33) continue;
+      HEVC_SPS_DECODED sps{};
+      zr_bitstream s{const_cast<uint8_t*>(data + u.header), static_cast<int64_t>(u.end - u.header),
+                     uint64_t(u.end - u.header) * 8, 0};
+      if (klxutilRead_HEVC_SPS(&s, &sps, nullptr, 0) == 0xFFFFFFFFu) return {};
+      StreamTiming t;
+      t.fieldPictures = sps.vui.field_seq_flag != 0;
+      if (sps.vui.vui_timing_info_present_flag && sps.vui.vui_num_units_in_tick)
+        t.framesPerSecond = double(sps.vui.vui_time_scale) / sps.vui.vui_num_units_in_tick / (t.fieldPictures ? 2 : 1);
+      return t;
+    }
+  return {};
+}
+
+// The timecode rate nearest to a stream's frame rate; 25 when the stream does not say.
+const RateInfo* rateForStream(double fps) {
+  static constexpr struct {
+    double fps;
+    const char* name;
+  } kNominal[] = {{24000.0 / 1001, "23.98"}, {24, "24"}, {25, "25"}, {30000.0 / 1001, "29.97"},
+                  {30, "30"}, {50, "50"}, {60000.0 / 1001, "59.94"}, {60, "60"}};
+  const char* best = "25";
+  double bestDistance = 0.05;
+  for (const auto& n : kNominal) {
+    const double d = fps > n.fps ? fps - n.fps : n.fps - fps;
+    if (d < bestDistance) bestDistance = d, best = n.name;
+  }
+  return findRate(best);
 }
 
 constexpr uint32_t kSpareBytes = 2048;  // room behind each frame for the inserted units
@@ -129,13 +172,11 @@ int cmdStamp(int argc, char** argv) {
   const std::string inPath = args.positional()[0], outPath = args.positional()[1];
   const auto tcText = args.get("tc");
   if (!tcText) return cli::fail("stamp", "give the first timecode with --tc HH:MM:SS:FF");
-  const RateInfo* rate = findRate(args.get("rate").value_or("25"));
-  if (!rate) return cli::fail("stamp", "unknown rate '%s' (23.98, 24, 25, 29.97, 30, 50, 59.94, 60)", args.get("rate")->c_str());
-  uint32_t startFrame = 0;
-  if (tc2Frame(tcText->c_str(), rate->tcType | TCF_TEXT, &startFrame) != 0)
-    return cli::fail("stamp", "bad timecode '%s' at %s", tcText->c_str(), rate->name);
+  const RateInfo* rate = args.get("rate") ? findRate(*args.get("rate")) : nullptr;
+  if (args.get("rate") && !rate)
+    return cli::fail("stamp", "unknown rate '%s' (23.98, 24, 25, 29.97, 30, 50, 59.94, 60)", args.get("rate")->c_str());
   if (inPath == outPath || sameFile(inPath, outPath)) return cli::fail("stamp", "OUT must not be IN");
-  const bool fields = args.has("fields"), lengthPrefixed = args.has("length-prefixed");
+  const bool lengthPrefixed = args.has("length-prefixed");
 
   auto input = cli::readFile(inPath);
   if (!input) return cli::failWith(cli::kFailed, "stamp", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
@@ -146,6 +187,12 @@ int cmdStamp(int argc, char** argv) {
   std::vector<AccessUnitRef> aus;
   std::string error;
   if (!splitAccessUnits(data, size, codec, aus, error)) return cli::failWith(cli::kFailed, "stamp", "%s: %s", inPath.c_str(), error.c_str());
+  const StreamTiming timing = codec == StreamCodec::kHevc ? hevcTiming(data, aus) : StreamTiming{};
+  if (!rate) rate = rateForStream(timing.framesPerSecond);
+  const bool fields = args.has("fields") || timing.fieldPictures;
+  uint32_t startFrame = 0;
+  if (tc2Frame(tcText->c_str(), rate->tcType | TCF_TEXT, &startFrame) != 0)
+    return cli::fail("stamp", "bad timecode '%s' at %s", tcText->c_str(), rate->name);
 
   std::vector<SCC_CAPTION> captions;
   if (auto sccPath = args.get("captions")) {

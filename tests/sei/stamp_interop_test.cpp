@@ -1,0 +1,248 @@
+// quorvane stamp on real x264/x265 streams, read back by ffprobe/ffmpeg.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/tcxlat.h"
+#include "streamutil/captions.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+
+std::vector<std::string> lines(const std::string& text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string l; std::getline(in, l);)
+    if (!l.empty()) out.push_back(l);
+  return out;
+}
+
+// Timecodes ffprobe reports, frame by frame in display order (';' and ':' both read as ':').
+std::vector<std::string> probedTimecodes(const std::string& path) {
+  auto r = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame_side_data=value " + shellQuote(path));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  std::vector<std::string> out;
+  for (auto l : lines(r.out)) {
+    if (l.rfind("value=", 0) != 0) continue;
+    for (auto& c : l)
+      if (c == ';') c = ':';
+    out.push_back(l.substr(6));
+  }
+  return out;
+}
+
+std::string framemd5(const std::string& path) {
+  auto r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(path) + " -f framemd5 - | grep -v '^#'");
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  return r.out;
+}
+
+std::string expectedTimecode(uint32_t frames, uint32_t type) {
+  char text[32] = {};
+  EXPECT_EQ(tc2String(frames, type | TCF_TEXT | TCF_ALL_FIELDS | TCF_PAD, text, sizeof text), 0);
+  return text;
+}
+
+struct RateCase {
+  const char* rate;     // --rate
+  const char* fps;      // the stream's picture rate
+  uint32_t type;        // timecode type of the rate
+  const char* start;    // --tc: near a minute so drop-frame counting shows
+  bool fields;          // field-coded: two pictures per timecode frame
+};
+
+const RateCase kRates[] = {
+    {"23.98", "24000/1001", TC_2398, "00:00:59:20", false}, {"24", "24", TC_FILM, "10:59:59:18", false},
+    {"25", "25", TC_PAL, "01:00:00:00", false},             {"29.97", "30000/1001", TC_DF2997, "00:00:59;25", false},
+    {"50", "50", TC_50, "00:09:59:45", false},              {"59.94", "60000/1001", TC_DF5994, "00:00:59;55", false},
+    {"60", "60", TC_60, "23:59:59:50", false},              {"25", "50", TC_PAL, "00:00:59:20", true},
+    {"29.97", "60000/1001", TC_DF2997, "00:00:59;26", true},
+};
+
+// An x265 stream with B-frames; field-coded ones come from the x265 command (each input picture
+// one field), since the FFmpeg wrapper does not pass field coding on.
+std::string hevcStream(const RateCase& c, const qtest::TempDir& dir) {
+  std::string name = std::string("stamp-") + c.rate + (c.fields ? "-fields" : "") + ".hevc";
+  for (auto& ch : name)
+    if (ch == '/') ch = '_';
+  if (!c.fields)
+    return qtest::encodedStream(name, std::string("-f lavfi -i testsrc2=size=160x90:rate=") + c.fps +
+                                          " -frames:v 14 -pix_fmt yuv420p -c:v libx265 -x265-params "
+                                          "log-level=error:pools=1:frame-threads=1:bframes=3:b-adapt=0 -f hevc");
+  const std::string path = dir.file(name);
+  // x265 codes each input picture as one field, --fps being the field rate.
+  auto r = qtest::runCommand(std::string("ffmpeg -v error -f lavfi -i testsrc2=size=160x64:rate=") + c.fps +
+                             " -frames:v 16 -pix_fmt yuv420p -f rawvideo - | timeout 60 x265 --log-level error --input - "
+                             "--input-res 160x64 --fps " + c.fps +
+                             " --interlace tff --bframes 2 --b-adapt 0 --pools 1 -o " + shellQuote(path));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  return path;
+}
+
+TEST(StampInterop, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
+  if (!qtest::haveProgram("ffprobe") || !qtest::haveProgram("x265")) GTEST_SKIP() << "ffmpeg/x265 missing";
+  for (const auto& c : kRates) {
+    SCOPED_TRACE(testing::Message() << c.rate << (c.fields ? " field-coded" : ""));
+    qtest::TempDir dir;
+    const std::string in = hevcStream(c, dir);
+    ASSERT_FALSE(in.empty());
+    const std::string out = dir.file("out.hevc");
+    auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "' --rate " + c.rate +
+                            (c.fields ? " --fields" : ""));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    uint32_t start = 0;
+    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
+    const auto got = probedTimecodes(out);
+    const auto pictures = lines(framemd5(in));
+    ASSERT_EQ(got.size(), pictures.size());
+    for (size_t i = 0; i < got.size(); ++i) {
+      std::string want = expectedTimecode(start + uint32_t(c.fields ? i / 2 : i), c.type);
+      for (auto& ch : want)
+        if (ch == ';') ch = ':';
+      EXPECT_EQ(got[i], want) << "picture " << i;
+    }
+    EXPECT_EQ(framemd5(out), framemd5(in)) << "pictures changed";
+  }
+}
+
+TEST(StampInterop, StreamWithATimeCodeAlreadyIsLeftAsItIs) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
+  qtest::TempDir dir;
+  const std::string in = hevcStream(kRates[2], dir);
+  auto once = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(dir.file("a.hevc")) + " --tc 01:00:00:00");
+  ASSERT_EQ(once.exitCode, 0) << once.err;
+  auto twice = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("b.hevc")) +
+                              " --tc 02:00:00:00");
+  ASSERT_EQ(twice.exitCode, 0) << twice.err;
+  EXPECT_EQ(qtest::readBytes(dir.file("a.hevc")), qtest::readBytes(dir.file("b.hevc")));
+}
+
+// ---- captions
+
+constexpr const char* kScc =
+    "Scenarist_SCC V1.0\n\n"
+    "00:00:00:00\t9420 9420 94ae 94ae 9452 9452 97a1 97a1 c8e5 ecec ef2c 2057 eff2 ec64 942c 942c 942f 942f\n\n"
+    "00:00:00:28\t942c 942c\n";
+constexpr const char* kCaptionText = "Hello, World";
+
+std::string extractCaptions(const std::string& stream, const std::string& fps, const qtest::TempDir& dir) {
+  const std::string mp4 = dir.file("cc.mp4"), srt = dir.file("cc.srt");
+  auto r = qtest::runCommand("ffmpeg -v error -y -r " + fps + " -i " + shellQuote(stream) + " -c copy " + shellQuote(mp4) +
+                             " && ffmpeg -v error -y -f lavfi -i " + shellQuote("movie=" + mp4 + "[out0+subcc]") +
+                             " -map s " + shellQuote(srt));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  const auto bytes = qtest::readBytes(srt);
+  return std::string(bytes.begin(), bytes.end());
+}
+
+TEST(StampInterop, FfmpegExtractsTheCaptionTextBack) {
+  if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("x264")) GTEST_SKIP();
+  struct Case {
+    const char* name;
+    std::string stream;
+    const char* options;
+  };
+  const std::string args = " -frames:v 36 -pix_fmt yuv420p ";
+  const Case cases[] = {
+      {"HEVC with B-frames",
+       qtest::encodedStream("cc-hevc.hevc", "-f lavfi -i testsrc2=size=160x90:rate=30000/1001" + args +
+                                                "-c:v libx265 -x265-params log-level=error:pools=1:frame-threads=1:bframes=3 -f hevc"),
+       ""},
+      {"H.264 with B-frames, start codes",
+       qtest::encodedStream("cc-h264.264", "-f lavfi -i testsrc2=size=160x90:rate=30000/1001" + args +
+                                               "-c:v libx264 -bf 3 -x264-params threads=1 -f h264"),
+       ""},
+      {"H.264 with B-frames, length-prefixed",
+       qtest::encodedStream("cc-h264.264", "-f lavfi -i testsrc2=size=160x90:rate=30000/1001" + args +
+                                               "-c:v libx264 -bf 3 -x264-params threads=1 -f h264"),
+       " --length-prefixed"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    qtest::TempDir dir;
+    qtest::writeBytes(dir.file("in.scc"), std::vector<uint8_t>(kScc, kScc + std::strlen(kScc)));
+    const std::string out = dir.file("out.es");
+    auto r = qtest::runTool("stamp " + shellQuote(c.stream) + " " + shellQuote(out) + " --tc '00:00:00;00' --rate 29.97 --captions " +
+                            shellQuote(dir.file("in.scc")) + c.options);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const std::string srt = extractCaptions(out, "30000/1001", dir);
+    EXPECT_NE(srt.find(kCaptionText), std::string::npos) << srt;
+    EXPECT_EQ(framemd5(out), framemd5(c.stream)) << "pictures changed";
+  }
+}
+
+// MPEG-2: process_cc_data_flag stays 0 in the kept block layout, so FFmpeg ignores the data;
+// check the block sits in front of each picture and FFmpeg still decodes the same pictures.
+TEST(Mpeg2Interop, BlockInFrontOfEachPictureLeavesThePicturesAlone) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
+  const std::string in = qtest::samplePath("mpeg2_160x90_2997.m2v");
+  const auto stream = qtest::readBytes(in);
+  // Split in front of each picture_start_code (the first piece keeps the sequence header).
+  std::vector<size_t> cuts = {0};
+  for (size_t i = 4; i + 3 < stream.size(); ++i)
+    if (!stream[i] && !stream[i + 1] && stream[i + 2] == 1 && stream[i + 3] == 0) cuts.push_back(i);
+  cuts.push_back(stream.size());
+  uint8_t triplets[6] = {0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80};
+  uint8_t packet[64];
+  const uint32_t packetLength = klxutilMakeCaptionPacket(packet, sizeof packet, triplets, 2, CDP_RATE_29_97, 0);
+  std::vector<uint8_t> out;
+  size_t blocks = 0;
+  for (size_t k = 0; k + 1 < cuts.size(); ++k) {
+    const size_t size = cuts[k + 1] - cuts[k];
+    if (!size) continue;
+    std::vector<uint8_t> frame(stream.begin() + long(cuts[k]), stream.begin() + long(cuts[k + 1]));
+    frame.resize(size + packetLength + 285);
+    DFRAME f;
+    klxutilInitFrame(&f, frame.data(), uint32_t(size), uint32_t(frame.size()));
+    f.pCaption = packet;
+    f.nCaptionSize = packetLength;
+    ASSERT_EQ(klxutilAddMPEG2Captions(&f), 0);
+    const std::vector<uint8_t> head = {0, 0, 0, 1, 0xB2, 'G', 'A', '9', '4', 3, 2, 0xFF, 0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80, 0xFF};
+    ASSERT_EQ(std::vector<uint8_t>(frame.begin(), frame.begin() + long(head.size())), head);
+    out.insert(out.end(), frame.begin(), frame.begin() + f.nDataSize);
+    ++blocks;
+  }
+  EXPECT_GT(blocks, 5u);
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("out.m2v"), out);
+  EXPECT_EQ(framemd5(dir.file("out.m2v")), framemd5(in));
+}
+
+TEST(StampTool, RefusesBadInputAndLeavesNoPartialOutput) {
+  qtest::TempDir dir;
+  const std::string sample = qtest::samplePath("hevc_main_160x90_25fps.hevc");
+  qtest::writeBytes(dir.file("bad.scc"), std::vector<uint8_t>{'n', 'o', 'p', 'e', '\n'});
+  qtest::writeBytes(dir.file("junk.hevc"), std::vector<uint8_t>(100, 0x42));
+  struct Case {
+    std::string args;
+    int exit;
+  };
+  const std::string out = shellQuote(dir.file("out.hevc"));
+  const Case cases[] = {
+      {"stamp " + shellQuote(sample) + " " + out, 2},                                 // no --tc
+      {"stamp " + shellQuote(sample) + " " + out + " --tc 25:00:00:00", 2},           // bad timecode
+      {"stamp " + shellQuote(sample) + " " + out + " --tc 01:00:00:00 --rate 26", 2},  // unknown rate
+      {"stamp " + shellQuote(sample) + " " + shellQuote(sample) + " --tc 01:00:00:00", 2},  // OUT is IN
+      {"stamp " + shellQuote(sample) + " " + out + " --tc 01:00:00:00 --captions " + shellQuote(dir.file("bad.scc")), 1},
+      {"stamp " + shellQuote(dir.file("junk.hevc")) + " " + out + " --tc 01:00:00:00", 1},
+      {"stamp " + shellQuote(dir.file("missing.hevc")) + " " + out + " --tc 01:00:00:00", 1},
+      {"stamp " + shellQuote(sample) + " " + shellQuote(dir.file("no/such/dir/out.hevc")) + " --tc 01:00:00:00", 1},
+  };
+  const auto before = qtest::readBytes(sample);
+  for (const auto& c : cases) {
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exit) << c.args << "\n" << r.err;
+    EXPECT_EQ(r.err.rfind("quorvane stamp: ", 0), 0u) << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
+  }
+  EXPECT_EQ(qtest::readBytes(sample), before);
+  auto left = qtest::runCommand("ls -A " + shellQuote(dir.path()));
+  EXPECT_EQ(left.out, "bad.scc\njunk.hevc\n") << "no output or partial file left behind";
+}
+
+}  // namespace
