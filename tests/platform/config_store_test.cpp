@@ -3,12 +3,14 @@
 // files aside). Files are checked independently by parsing them with TinyXML directly.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <tinyxml.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -584,7 +586,38 @@ TEST(ConfigStore, TwoProcessesWritingAtOnceBothKeepTheirValues) {
   EXPECT_EQ(getDword(s.handle, "Quorvane\\Busy", "last"), uint32_t{kValues - 1});
 }
 
-TEST(ConfigStore, KillingAWriterMidWriteLeavesTheOldOrTheNewFile) {
+TEST(ConfigStore, AWriterDyingPartWayThroughWritingTheFileLeavesTheOldFile) {
+  // RLIMIT_FSIZE stops the writer with SIGXFSZ once it has written that many bytes of a file:
+  // a crash at an exact point of the write.
+  const rlim_t limits[] = {1, 4096, 100000, 190000};
+  for (rlim_t limit : limits) {
+    SCOPED_TRACE(limit);
+    qtest::TempDir dir;
+    const std::string path = dir.file("cut.xml");
+    const std::string before(200000, 'o'), after(200000, 'n');
+    {
+      Store s(path);
+      ASSERT_EQ(setString(s.handle, "K", "v", before), ZR_CFG_OK);
+    }
+    const pid_t child = spawn([&] {
+      const ZRCFGHANDLE h = zrCFGOpen(path.c_str());
+      const rlimit noCore{0, 0}, cut{limit, limit};
+      setrlimit(RLIMIT_CORE, &noCore);
+      setrlimit(RLIMIT_FSIZE, &cut);
+      setString(h, "K", "v", after);
+      return 0;
+    });
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGXFSZ) << status;
+    EXPECT_EQ(dataInFile(path, {"K"}, "v"), before);
+    Store s(path);  // the next writer is neither blocked nor confused by the leftovers
+    ASSERT_EQ(setString(s.handle, "K", "v", after), ZR_CFG_OK);
+    EXPECT_EQ(dataInFile(path, {"K"}, "v"), after);
+  }
+}
+
+TEST(ConfigStore, KillingAWriterMidWriteLeavesTheOldOrTheNewFileAndReadersNeverSeeHalfAFile) {
   qtest::TempDir dir;
   const std::string path = dir.file("killed.xml");
   // The payload names its counter and is big enough that the kill often lands mid-write.
@@ -608,7 +641,13 @@ TEST(ConfigStore, KillingAWriterMidWriteLeavesTheOldOrTheNewFile) {
       }
     });
     close(acks[1]);
-    usleep(1000 + rng() % 30000);
+    // While the writer runs, a reader must never see half a file.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(1000 + rng() % 30000);
+    do {
+      const auto seen = dataInFile(path, {"K"}, "payload");
+      ASSERT_TRUE(seen.has_value()) << "a reader saw a partial file in round " << round;
+      ASSERT_EQ(*seen, payload(static_cast<uint32_t>(std::stoul(*seen))));
+    } while (std::chrono::steady_clock::now() < deadline);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     uint32_t acked = counter, c = 0;
