@@ -102,7 +102,7 @@ uint32_t readUnit(zr_bitstream* in, Record* record, uint64_t bitLength, const Un
   ReadBits(&priv, 3);  // nuh_temporal_id_plus1
   if (type != kind.type) {
     reportWrongType(kind.type, type);
-    in->position = priv.position;
+    in->position = startByte * 8 + priv.position;
     return kFailed;
   }
   SyntaxReader reader{&priv};
@@ -111,10 +111,10 @@ uint32_t readUnit(zr_bitstream* in, Record* record, uint64_t bitLength, const Un
     case BodyResult::kExtensionSkipped: break;
     case BodyResult::kReservedBits:
       ErrOut("Vps Reserved bits incorrect %s %d", kSourceName, __LINE__);
-      in->position = priv.position;
+      in->position = startByte * 8 + priv.position;
       return kFailed;
     case BodyResult::kTooManyShortTermSets:
-      in->position = priv.position;
+      in->position = startByte * 8 + priv.position;
       return kFailed;
   }
   in->position += bits;

@@ -5,3 +5,4 @@
 #include "streamutil/param_elements.h"
 #include "streamutil/hevc_params.h"
 #include "streamutil/avc_params.h"
+#include "streamutil/hevc_config_record.h"

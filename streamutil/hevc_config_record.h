@@ -1,0 +1,50 @@
+// HEVCDecoderConfigurationRecord (hvcC, ISO/IEC 14496-15 8.3.3) and the Dolby Vision
+// configuration record carried in a dvvC box.
+#pragma once
+#include <cstdint>
+
+#include "streamutil/hevc_params.h"
+#include "streamutil/zr_bitstream.h"
+
+// Dolby Vision decoder configuration: eight bytes of bit fields, then four reserved words.
+struct DOVI_DECODER_CONFIGURATION_RECORD {
+  uint8_t dv_version_major;
+  uint8_t dv_version_minor;
+  uint16_t dv_profile : 7;
+  uint16_t dv_level : 6;
+  uint16_t rpu_present_flag : 1;
+  uint16_t el_present_flag : 1;
+  uint16_t bl_present_flag : 1;
+  uint32_t dv_bl_signal_compatibility_id : 4;
+  uint32_t reserved : 28;
+  uint32_t reserved_words[4];
+};
+static_assert(sizeof(DOVI_DECODER_CONFIGURATION_RECORD) == 24, "dvvC payload is 24 bytes");
+
+// Writes the 23-byte header (when `header` is given) and one VPS, SPS and PPS array (complete
+// NAL units, two-byte header included, as the HEVC writers produce them). numOfArrays comes from
+// the header record as is. The output stream's size is its capacity (bits beyond it are
+// dropped). Returns the output position / 8.
+uint32_t klxutilWrite_HEVC_CR(zr_bitstream* out, HEVC_DECODED* header, const uint8_t* vps, const uint8_t* sps,
+                              const uint8_t* pps, int32_t vpsLength, int32_t spsLength, int32_t ppsLength);
+
+// Writes the 24-byte dvvC payload (nothing for a null record). Returns the output position / 8.
+uint32_t klxutilWrite_DVVC_CR(zr_bitstream* out, DOVI_DECODER_CONFIGURATION_RECORD* record);
+
+// Reads an hvcC box (size and type words first) into the header record and the first VPS, SPS
+// and PPS found (each record may be null). Returns the byte offset past the last VPS or SPS
+// parsed; 0 for a null header, an empty input or no arrays; 0xFFFFFFFF when the reserved bits
+// stay wrong after a retry on an unescaped copy, or a unit runs past the data.
+uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DECODED* vps, HEVC_SPS_DECODED* sps,
+                             HEVC_PPS_DECODED* pps);
+
+// Kept for callers of the old entry point: builds nothing and returns -1 (all bits set); build
+// an hvcC with klxutilWrite_HEVC_CR.
+int64_t klxutilGetHvcc(const uint8_t* frame, uint32_t frameSize, uint8_t* out, uint32_t outSize);
+
+// Fills an hvcC header the way ISO/IEC 14496-15 derives it from the parameter sets:
+// configurationVersion 1, the profile_tier_level fields of the SPS, chroma format and bit
+// depths, min_spatial_segmentation_idc from the VUI, parallelismType from the PPS (0 when
+// min_spatial_segmentation_idc is 0), numTemporalLayers and temporalIdNested from the SPS,
+// lengthSizeMinusOne 3, three arrays, no frame-rate information. `pps` may be null.
+void klxutilFillHvccHeader(HEVC_DECODED* header, const HEVC_SPS_DECODED* sps, const HEVC_PPS_DECODED* pps);
