@@ -1,4 +1,5 @@
-// The quorvane meta and project commands, run as separate processes against the library.
+// The quorvane meta and project commands, run as separate processes against the library and
+// the configuration store.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -6,16 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "klxinfo_record.h"
-#include "metadata/klxinfo.h"
+#include "fixtures.h"
 #include "metadata/zrprojecttoxml.h"
-#include "platform/zrcfg.h"
-#include "store_env.h"
-#include "support/test_support.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using qtest::InfoRecord;
 using qtest::runTool;
 using qtest::shellQuote;
 using qtest::StoreEnvironment;
@@ -53,6 +51,69 @@ TEST(MetaCommand, DescribeAndTcType) {
             "[{\"id\":13,\"name\":\"Comments\"},{\"id\":14,\"name\":\"Owner\"},{\"id\":4096,\"name\":null},"
             "{\"id\":4129,\"name\":\"CustomMetadataBlockType\"},{\"id\":65570,\"name\":\"AudioBits\"}]\n");
   EXPECT_EQ(runTool("meta tctype " + shellQuote("<clip TcType=\"59.94\"/>")).out, "32\n");
+}
+
+TEST(MetaCommand, SetByTheToolIsReadByTheLibraryAndBack) {
+  StoreEnvironment env;
+  qtest::enableStoreReading();
+  struct Step {
+    std::string args;
+    int exitCode;
+    std::string out;
+  };
+  const Step steps[] = {
+      {"meta set Title " + shellQuote("Night shoot \"B\" & more"), 0, ""},
+      {"meta set timecodetype drop-frame", 0, ""},
+      {"meta set TimeCode 0x1A574", 0, ""},
+      {"meta get Title", 0, "Night shoot \"B\" & more\n"},
+      {"meta get TimeCodeType", 0, "4\n"},
+      {"meta get --json TimeCode", 0, "{\"name\":\"TimeCode\",\"value\":107892}\n"},
+  };
+  for (const Step& s : steps) {
+    auto r = runTool(s.args);
+    EXPECT_EQ(r.exitCode, s.exitCode) << s.args << ": " << r.err;
+    EXPECT_EQ(r.out, s.out) << s.args;
+  }
+  InfoRecord rec;
+  ASSERT_EQ(klxInfoReadReg(&rec.rec, 1, 0), 0);
+  EXPECT_EQ(rec.text(kxtTitle), "Night shoot \"B\" & more");
+  EXPECT_EQ(rec.rec.numeric[kxnTimeCodeType], 4u);
+  EXPECT_EQ(rec.rec.numeric[kxnTimeCode], 107892u);
+
+  rec.setText(kxtReel, "A007");
+  ASSERT_EQ(klxInfoWriteReg(&rec.rec, 1, 0), 0);
+  EXPECT_EQ(runTool("meta get reel").out, "A007\n");
+  EXPECT_EQ(runTool("meta delete Reel").exitCode, 0);
+  auto r = runTool("meta get Reel");
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.err, "quorvane meta: Reel is not set\n");
+}
+
+TEST(MetaCommand, UserFileViews) {
+  StoreEnvironment env;
+  ASSERT_EQ(runTool("meta set Title system-title").exitCode, 0);
+  ASSERT_EQ(runTool("meta set Reel system-reel").exitCode, 0);
+  EXPECT_FALSE(fs::exists(env.userFile()));
+  ASSERT_EQ(runTool("meta set --user Title user-title").exitCode, 0);
+  EXPECT_TRUE(fs::exists(env.userFile()));
+  struct View {
+    const char* args;
+    const char* out;
+  };
+  const View views[] = {
+      {"meta get Title", "user-title\n"},
+      {"meta get --system Title", "system-title\n"},
+      {"meta get --user Title", "user-title\n"},
+      {"meta get Reel", "system-reel\n"},
+  };
+  for (const View& v : views) EXPECT_EQ(runTool(v.args).out, v.out) << v.args;
+  auto r = runTool("meta list --json");
+  EXPECT_NE(r.out.find("{\"name\":\"Title\",\"id\":8,\"kind\":\"text\",\"value\":\"user-title\"}"), std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("{\"name\":\"VersionString\",\"id\":57,\"kind\":\"text\",\"value\":\"8.0.0.216\"}"), std::string::npos)
+      << r.out;
+  r = runTool("meta list");
+  EXPECT_NE(r.out.find("     8  Title                        user-title\n"), std::string::npos) << r.out;
 }
 
 TEST(ProjectCommand, CreateShowAndRecreateElsewhere) {

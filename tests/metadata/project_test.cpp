@@ -22,16 +22,14 @@ void writeText(const std::string& path, const std::string& text) {
   qtest::writeBytes(path, std::vector<uint8_t>(text.begin(), text.end()));
 }
 
-std::string clipPath(CZRProjectToXML& p) {
+// One of the project's getters, as a string.
+std::string get(CZRProjectToXML& p, int (CZRProjectToXML::*getter)(char*)) {
   char out[ZR_PROJECT_PATH_SIZE];
-  p.GetClipFile(out);
+  (p.*getter)(out);
   return out;
 }
-std::string edlPath(CZRProjectToXML& p) {
-  char out[ZR_PROJECT_PATH_SIZE];
-  p.GetEDLName(out);
-  return out;
-}
+std::string clipPath(CZRProjectToXML& p) { return get(p, &CZRProjectToXML::GetClipFile); }
+std::string edlPath(CZRProjectToXML& p) { return get(p, &CZRProjectToXML::GetEDLName); }
 
 // Texts that stress attribute encoding: quotes, markup characters, tabs, runs of spaces,
 // line breaks, UTF-8.
@@ -53,32 +51,22 @@ std::string makeProject(const TempDir& dir) {
   return dir.file("project.xml");
 }
 
-TEST(Project, SavedFileHasTheDocumentedShape) {
-  TempDir dir;
-  std::string text = readText(makeProject(dir));
-  size_t decl = text.find("<?xml version=\"1.0\"");
-  size_t clip = text.find("<ClipList FileName=\"" + dir.file("clips.txt") + "\"");
-  size_t edl = text.find("<EdlList EdlName=\"" + dir.file("cut.edl") + "\"");
-  size_t settings = text.find("<Settings ");
-  ASSERT_NE(decl, std::string::npos) << text;
-  ASSERT_NE(clip, std::string::npos) << text;
-  ASSERT_NE(edl, std::string::npos) << text;
-  ASSERT_NE(settings, std::string::npos) << text;
-  EXPECT_LT(decl, clip);
-  EXPECT_LT(clip, edl);
-  EXPECT_LT(edl, settings);
-  EXPECT_NE(text.find("Channels=\"8\""), std::string::npos) << text;
-  EXPECT_EQ(text.find("encoding="), std::string::npos) << text;
-}
-
-TEST(Project, LoadRestoresNamesSettingsAndEmbeddedText) {
+TEST(Project, SavedFileHasTheDocumentedShapeAndLoadsBack) {
   TempDir dir;
   std::string path = makeProject(dir);
+  std::string text = readText(path);
+  size_t at = 0;
+  for (std::string part : {std::string("<?xml version=\"1.0\""), "<ClipList FileName=\"" + dir.file("clips.txt") + "\"",
+                           "<EdlList EdlName=\"" + dir.file("cut.edl") + "\"", std::string("<Settings ")}) {
+    at = text.find(part, at);
+    ASSERT_NE(at, std::string::npos) << part << " in order in " << text;
+  }
+  EXPECT_NE(text.find("Channels=\"8\""), std::string::npos) << text;
+  EXPECT_EQ(text.find("encoding="), std::string::npos) << text;
+
   CZRProjectToXML p;
   ASSERT_TRUE(p.LoadXMLFile(path.c_str()));
-  char name[ZR_PROJECT_PATH_SIZE];
-  p.GetXMLName(name);
-  EXPECT_EQ(std::string(name), path);
+  EXPECT_EQ(get(p, &CZRProjectToXML::GetXMLName), path);
   EXPECT_EQ(clipPath(p), dir.file("clips.txt"));  // present at its stored path: used unchanged
   EXPECT_EQ(edlPath(p), dir.file("cut.edl"));
   EXPECT_EQ(p.GetDataLength(true), kClipText.size());
@@ -88,6 +76,17 @@ TEST(Project, LoadRestoresNamesSettingsAndEmbeddedText) {
   EXPECT_STREQ(value, "A. Smith & \"crew\"");
   EXPECT_EQ(p.GetConfigDWORD("Channels"), 8u);
   EXPECT_EQ(p.GetConfigCount(), 2);
+
+  // Missing settings and short buffers leave the outputs alone.
+  EXPECT_EQ(p.GetConfigDWORD("NoSuchSetting"), 0u);
+  char out[ZR_PROJECT_PATH_SIZE] = "untouched";
+  EXPECT_EQ(p.GetConfigString("NoSuchSetting", out), 0);
+  EXPECT_STREQ(out, "untouched");
+  EXPECT_EQ(p.GetConfigString("Operator", nullptr), 0);
+  char small[4] = "abc";
+  EXPECT_EQ(p.GetConfigString("Operator", small, sizeof small), -1);
+  EXPECT_EQ(p.GetClipFile(small, sizeof small), -1);
+  EXPECT_STREQ(small, "abc");
 }
 
 // A project copied alone into another directory brings its files back next to itself, byte
@@ -163,38 +162,16 @@ TEST(Project, RecreationFollowsTheElementsPresent) {
   }
 }
 
-TEST(Project, MissingSettingsLeaveOutputsAlone) {
-  TempDir dir;
-  CZRProjectToXML p;
-  ASSERT_TRUE(p.LoadXMLFile(makeProject(dir).c_str()));
-  EXPECT_EQ(p.GetConfigDWORD("NoSuchSetting"), 0u);
-  char out[ZR_PROJECT_PATH_SIZE] = "untouched";
-  EXPECT_EQ(p.GetConfigString("NoSuchSetting", out), 0);
-  EXPECT_STREQ(out, "untouched");
-  EXPECT_EQ(p.GetConfigString("Operator", nullptr), 0);
-  char small[4] = "abc";
-  EXPECT_EQ(p.GetConfigString("Operator", small, sizeof small), -1);
-  EXPECT_STREQ(small, "abc");
-  EXPECT_EQ(p.GetClipFile(small, sizeof small), -1);
-  EXPECT_STREQ(small, "abc");
-}
-
-TEST(Project, SettingNamesMustBeXmlNames) {
+TEST(Project, SettingNamesMustBeXmlNamesAndPathsAreCut) {
   CZRProjectToXML p;
   for (const char* bad : {"", "two words", "1st", "a\"b", "<x>", "a=b"}) EXPECT_EQ(p.SetConfigString(bad, "v"), -1) << bad;
   EXPECT_EQ(p.SetConfigString(nullptr, "v"), -1);
   EXPECT_EQ(p.SetConfigString("ok", nullptr), -1);
   for (const char* good : {"a", "_x", "Mode-2", "ns:item", "v1.2"}) EXPECT_EQ(p.SetConfigString(good, "v"), 0) << good;
   EXPECT_EQ(p.GetConfigCount(), 5);
-}
-
-TEST(Project, PathsAreCutToTheBuffer) {
-  CZRProjectToXML p;
-  std::string longPath(5000, 'p');
+  std::string longPath(5000, 'p');  // paths are cut to the buffer
   p.SetXMLName(longPath.c_str());
-  char out[ZR_PROJECT_PATH_SIZE];
-  p.GetXMLName(out);
-  EXPECT_EQ(std::string(out), longPath.substr(0, ZR_PROJECT_PATH_SIZE - 1));
+  EXPECT_EQ(get(p, &CZRProjectToXML::GetXMLName), longPath.substr(0, ZR_PROJECT_PATH_SIZE - 1));
 }
 
 // Setting a file that cannot be read keeps its name but drops any text of a previous file.
