@@ -29,6 +29,13 @@ void putText(ZRCFGHANDLE store, const char* name, const std::string& text) {
 void putDword(ZRCFGHANDLE store, const char* name, uint32_t value) {
   ASSERT_EQ(zrCFGValueDword(store, kKey, name, &value, 1), ZR_CFG_OK);
 }
+// Makes (or adds to) UserMetadata.xml in the current directory.
+void putUserText(const char* name, const std::string& text) {
+  ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
+  ASSERT_NE(user, ZR_CFG_INVALID);
+  putText(user, name, text);
+  ASSERT_EQ(zrCFGClose(user, 1), ZR_CFG_OK);
+}
 uint32_t storedDword(ZRCFGHANDLE store, const char* name) {
   uint32_t value = 0xBAD;
   return zrCFGValueDword(store, kKey, name, &value, 0) == ZR_CFG_OK ? value : 0xBAD;
@@ -174,30 +181,23 @@ TEST(KlxInfoStore, FirstReadSeedsTheSystemStore) {
 }
 
 TEST(KlxInfoStore, UserFileOverridesTheSystemStore) {
-  struct Case {
+  const struct {
     const char* label;
     bool userFile, fromSystem, fromUser;
-    const char* title;
-    const char* reel;
-  };
-  const Case cases[] = {
+    const char *title, *reel;
+  } cases[] = {
       {"both, user file present", true, true, true, "user title", "system reel"},
       {"both, no user file", false, true, true, "system title", "system reel"},
       {"user file only", true, false, true, "user title", "reader reel"},
       {"system only", true, true, false, "system title", "system reel"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     StoreEnvironment env;
     qtest::enableStoreReading();
     putText(ZR_CFG_SYSTEM, "Title", "system title");
     putText(ZR_CFG_SYSTEM, "Reel", "system reel");
-    if (c.userFile) {
-      ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
-      ASSERT_NE(user, ZR_CFG_INVALID);
-      putText(user, "Title", "user title");
-      ASSERT_EQ(zrCFGClose(user, 1), ZR_CFG_OK);
-    }
+    if (c.userFile) putUserText("Title", "user title");
     InfoRecord r;
     r.setText(kxtTitle, "reader title");
     r.setText(kxtReel, "reader reel");
@@ -215,13 +215,10 @@ TEST(KlxInfoStore, WritingNeverCreatesTheUserFile) {
   EXPECT_FALSE(std::filesystem::exists(env.userFile()));
   EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Title"), "only in the system store");
 
-  ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
-  ASSERT_NE(user, ZR_CFG_INVALID);
-  putText(user, "Comments", "made by hand");
-  ASSERT_EQ(zrCFGClose(user, 1), ZR_CFG_OK);
+  putUserText("Comments", "made by hand");
   r.setText(kxtTitle, "into both");
   ASSERT_EQ(klxInfoWriteReg(&r.rec, 0, 1), 0);
-  user = zrCFGOpen(KLXINFO_USER_FILE);
+  ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
   EXPECT_EQ(storedText(user, "Title"), "into both");
   EXPECT_FALSE(hasValue(user, "Comments"));  // the record had none: the whole set is written
   zrCFGClose(user, 0);

@@ -162,7 +162,9 @@ TEST(Project, RecreationFollowsTheElementsPresent) {
   }
 }
 
-TEST(Project, SettingNamesMustBeXmlNamesAndPathsAreCut) {
+// Bad names, paths, list files and project files: refused, cut or dropped, and the object
+// stays usable.
+TEST(Project, BadInputIsRefusedAndTheObjectStaysUsable) {
   CZRProjectToXML p;
   for (const char* bad : {"", "two words", "1st", "a\"b", "<x>", "a=b"}) EXPECT_EQ(p.SetConfigString(bad, "v"), -1) << bad;
   EXPECT_EQ(p.SetConfigString(nullptr, "v"), -1);
@@ -172,32 +174,24 @@ TEST(Project, SettingNamesMustBeXmlNamesAndPathsAreCut) {
   std::string longPath(5000, 'p');  // paths are cut to the buffer
   p.SetXMLName(longPath.c_str());
   EXPECT_EQ(get(p, &CZRProjectToXML::GetXMLName), longPath.substr(0, ZR_PROJECT_PATH_SIZE - 1));
-}
 
-// Setting a file that cannot be read keeps its name but drops any text of a previous file.
-TEST(Project, UnreadableListFileDropsStaleText) {
+  // Setting a list file that cannot be read keeps its name but drops the previous file's text.
   TempDir dir;
   writeText(dir.file("first.txt"), "first list\n");
-  CZRProjectToXML p;
-  p.SetXMLName(dir.file("p.xml").c_str());
   p.SetClipFile(dir.file("first.txt").c_str());
   EXPECT_EQ(p.GetDataLength(true), 11u);
   EXPECT_EQ(p.SetClipFile(dir.file("missing.txt").c_str()), 0);
   EXPECT_EQ(clipPath(p), dir.file("missing.txt"));
   EXPECT_EQ(p.GetDataLength(true), 0u);
-}
 
-TEST(Project, BadFilesFailToLoadAndTheObjectStaysUsable) {
-  TempDir dir;
   writeText(dir.file("garbage.xml"), "<ClipList FileName=\"x\" Data=\"unterminated");
   writeText(dir.file("empty.xml"), "");
   for (const std::string& path : {dir.file("missing.xml"), dir.file("garbage.xml"), dir.file("empty.xml")}) {
-    CZRProjectToXML p;
-    EXPECT_FALSE(p.LoadXMLFile(path.c_str())) << path;
-    EXPECT_EQ(p.SetConfigDWORD("After", 3), 0);
-    EXPECT_EQ(p.GetConfigDWORD("After"), 3u);
+    CZRProjectToXML bad;
+    EXPECT_FALSE(bad.LoadXMLFile(path.c_str())) << path;
+    EXPECT_EQ(bad.SetConfigDWORD("After", 3), 0);
+    EXPECT_EQ(bad.GetConfigDWORD("After"), 3u);
   }
-  CZRProjectToXML p;
   EXPECT_FALSE(p.LoadXMLFile(nullptr));
 }
 
@@ -207,26 +201,24 @@ TEST(Project, RandomSettingsRoundTrip) {
   std::mt19937 rng(20261122);
   TempDir dir;
   for (int round = 0; round < 20; ++round) {
-    std::vector<std::pair<std::string, uint32_t>> numbers;
-    std::vector<std::pair<std::string, std::string>> texts;
+    uint32_t numbers[10];
+    std::string texts[10];
     CZRProjectToXML out;
     out.SetXMLName(dir.file("r.xml").c_str());
     for (int i = 0; i < 10; ++i) {
-      numbers.emplace_back("n" + std::to_string(i), static_cast<uint32_t>(rng()));
-      ASSERT_EQ(out.SetConfigDWORD(numbers.back().first.c_str(), numbers.back().second), 0);
-      std::string text;
-      for (int k = rng() % 40; k > 0; --k) text += static_cast<char>(' ' + rng() % 95);
-      texts.emplace_back("t" + std::to_string(i), text);
-      ASSERT_EQ(out.SetConfigString(texts.back().first.c_str(), text.c_str()), 0);
+      numbers[i] = static_cast<uint32_t>(rng());
+      for (int k = rng() % 40; k > 0; --k) texts[i] += static_cast<char>(' ' + rng() % 95);
+      ASSERT_EQ(out.SetConfigDWORD(("n" + std::to_string(i)).c_str(), numbers[i]), 0);
+      ASSERT_EQ(out.SetConfigString(("t" + std::to_string(i)).c_str(), texts[i].c_str()), 0);
     }
     ASSERT_TRUE(out.SaveXMLFile());
     CZRProjectToXML in;
     ASSERT_TRUE(in.LoadXMLFile(dir.file("r.xml").c_str()));
-    for (auto& [name, value] : numbers) EXPECT_EQ(in.GetConfigDWORD(name.c_str()), value) << name;
-    for (auto& [name, value] : texts) {
+    for (int i = 0; i < 10; ++i) {
       char got[ZR_PROJECT_PATH_SIZE] = "";
-      in.GetConfigString(name.c_str(), got);
-      EXPECT_EQ(std::string(got), value) << name;
+      in.GetConfigString(("t" + std::to_string(i)).c_str(), got);
+      EXPECT_EQ(got, texts[i]) << i;
+      EXPECT_EQ(in.GetConfigDWORD(("n" + std::to_string(i)).c_str()), numbers[i]) << i;
     }
   }
 }

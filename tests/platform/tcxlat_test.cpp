@@ -82,103 +82,62 @@ uint32_t readBack(uint32_t frames, uint32_t format) {
   return frames;  // plain counts
 }
 
-struct TextCase {
-  uint32_t frames;
-  uint32_t format;
-  const char* text;
-};
-
-TEST(Tc2String, Anchors) {
-  const TextCase cases[] = {
-      {107892, TC_DF2997 | TCF_FULL_TEXT, "01:00:00;00"},
-      {17982, TC_DF2997 | TCF_FULL_TEXT, "00:10:00;00"},
-      {1800, TC_DF2997 | TCF_FULL_TEXT, "00:01:00;02"},
-      {1799, TC_DF2997 | TCF_FULL_TEXT, "00:00:59;29"},
-      {3598, TC_DF2997 | TCF_FULL_TEXT, "00:02:00;02"},
-      {3600, TC_DF5994 | TCF_FULL_TEXT, "00:01:00;04"},
-      {35964, TC_DF5994 | TCF_FULL_TEXT, "00:10:00;00"},
-      {215784, TC_DF5994 | TCF_FULL_TEXT, "01:00:00;00"},
-      {90000, TC_PAL | TCF_FULL_TEXT, "01:00:00:00"},
-      {86399, TC_FILM | TCF_FULL_TEXT, "00:59:59:23"},
-      {86400, 132 | TCF_FULL_TEXT, "01:00:00:00"},
-      {179999, TC_50 | TCF_FULL_TEXT, "00:59:59:49"},
-      {216059, TC_60 | TCF_FULL_TEXT, "01:00:00:59"},
-      {2160000 + 25, TC_PAL | TCF_FULL_TEXT, "00:00:01:00"},  // wraps at 24 hours
+// Text and digit forms at anchors the odometer does not reach: separators, compact and trace
+// forms, service words, plain counts, and digits written over a preset slot. Whatever is
+// written reads back with the same word.
+TEST(Tc2String, FormsAtAnchors) {
+  const struct {
+    uint32_t frames, format;
+    const char* text;  // for TCF_DIGITS: the four bytes as "h m s f"
+  } cases[] = {
+      {1800, TC_DF2997 | TCF_FULL_TEXT, "00:01:00;02"}, {86399, TC_FILM | TCF_FULL_TEXT, "00:59:59:23"},
       {2160000 + 25, TC_PAL | TCF_FULL_TEXT | TCF_NO_WRAP, "24:00:01:00"},
       // Service-setting values: 60 fps, never wrapped, so the whole 32-bit range survives.
-      {5184000, 0xB2140, "24:00:00:00"},
-      {0xFFFFFFFFu, 0xB2140, "19884:06:28:15"},
+      {5184000, 0xB2140, "24:00:00:00"}, {0xFFFFFFFFu, 0xB2140, "19884:06:28:15"},
       // Trace text: all fields, leading field unpadded, ':' throughout.
-      {1800, TC_DF2997 | TCF_DEBUG_TEXT, "0:01:00:02"},
-      {90, 0x10102, "0:00:03:00"},
+      {1800, TC_DF2997 | TCF_DEBUG_TEXT, "0:01:00:02"}, {90, 0x10102, "0:00:03:00"},
       {3600 * 30 * 11, 0x10102, "11:00:00:00"},
       // Compact forms: leading zero fields left out down to seconds:frames.
-      {0, TC_PAL | TCF_TEXT, "0:00"},
-      {137, TC_PAL | TCF_TEXT, "5:12"},
-      {137, TC_PAL | TCF_TEXT | TCF_PAD, "05:12"},
-      {1500, TC_PAL | TCF_TEXT, "1:00:00"},
-      {90000, TC_PAL | TCF_TEXT, "1:00:00:00"},
+      {0, TC_PAL | TCF_TEXT, "0:00"}, {137, TC_PAL | TCF_TEXT, "5:12"}, {137, TC_PAL | TCF_TEXT | TCF_PAD, "05:12"},
+      {1500, TC_PAL | TCF_TEXT, "1:00:00"}, {90000, TC_PAL | TCF_TEXT, "1:00:00:00"},
       {1800, TC_DF2997 | TCF_TEXT | TCF_DROP_MARK, "1:00;02"},
       {1800, TC_DF2997, "1:00:02"},  // neither TEXT nor DIGITS: text
       // Plain frame counts are decimal, whatever the flags.
-      {12345, TC_FRAMES | TCF_FULL_TEXT, "12345"},
-      {0xFFFFFFFFu, TC_FRAMES | TCF_TEXT, "4294967295"},
+      {12345, TC_FRAMES | TCF_FULL_TEXT, "12345"}, {0xFFFFFFFFu, TC_FRAMES | TCF_TEXT, "4294967295"},
       {0, TC_FRAMES, "0"},
+      // SEI digit words; the slot is preset, so every byte must be replaced.
+      {1800, 0x404, "0 1 0 2"}, {90000 * 23 + 24, 0x408, "23 0 0 24"}, {2160000, 0x408, "0 0 0 0"},
+      {216059, 0x440, "1 0 0 59"},
   };
   for (const auto& c : cases) {
-    char text[32];
-    std::memset(text, 'x', sizeof text);
-    ASSERT_EQ(tc2String(c.frames, c.format, text, sizeof text), 0) << std::hex << c.format << " " << std::dec << c.frames;
-    EXPECT_STREQ(text, c.text) << std::hex << c.format << " " << std::dec << c.frames;
-    // Whatever is written reads back with the same word.
+    SCOPED_TRACE(testing::Message() << std::hex << c.format << std::dec << " " << c.frames);
+    char out[32];
+    std::memset(out, 1, sizeof out);
+    ASSERT_EQ(tc2String(c.frames, c.format, out, sizeof out), 0);
+    const bool digits = c.format & TCF_DIGITS;
+    EXPECT_EQ(digits ? std::to_string(+out[0]) + " " + std::to_string(+out[1]) + " " + std::to_string(+out[2]) + " " +
+                           std::to_string(+out[3])
+                     : std::string(out),
+              c.text);
     uint32_t back = 0;
-    ASSERT_EQ(tc2Frame(text, c.format, &back), 0) << c.text;
-    EXPECT_EQ(back, readBack(c.frames, c.format)) << c.text;
-  }
-}
-
-TEST(Tc2String, SeiDigitWords) {
-  struct Case {
-    uint32_t frames;
-    uint32_t format;
-    uint8_t h, m, s, f;
-  };
-  const Case cases[] = {
-      {86400 + 47, 0x401, 1, 0, 1, 23}, {108000, 0x402, 1, 0, 0, 0},  {107892, 0x404, 1, 0, 0, 0},
-      {1800, 0x404, 0, 1, 0, 2},        {90000 * 23 + 24, 0x408, 23, 0, 0, 24},
-      {180049, 0x410, 1, 0, 0, 49},     {3600, 0x420, 0, 1, 0, 4},    {216059, 0x440, 1, 0, 0, 59},
-      {2160000, 0x408, 0, 0, 0, 0},  // wraps
-  };
-  for (const auto& c : cases) {
-    uint32_t slot = 1;  // callers preset the slot; every byte must be replaced
-    ASSERT_EQ(tc2String(c.frames, c.format, &slot, sizeof slot), 0) << std::hex << c.format;
-    uint8_t b[4];
-    std::memcpy(b, &slot, 4);
-    EXPECT_EQ(b[0], c.h) << std::hex << c.format << std::dec << " " << c.frames;
-    EXPECT_EQ(b[1], c.m) << std::hex << c.format << std::dec << " " << c.frames;
-    EXPECT_EQ(b[2], c.s) << std::hex << c.format << std::dec << " " << c.frames;
-    EXPECT_EQ(b[3], c.f) << std::hex << c.format << std::dec << " " << c.frames;
-    uint32_t back = 0;
-    ASSERT_EQ(tc2Frame(reinterpret_cast<const char*>(b), c.format, &back), 0);
+    ASSERT_EQ(tc2Frame(out, c.format, &back), 0);
     EXPECT_EQ(back, readBack(c.frames, c.format));
   }
 }
 
 TEST(Tc2String, Refusals) {
-  struct Case {
-    uint32_t frames;
-    uint32_t format;
+  const struct {
+    uint32_t frames, format;
     size_t size;
-  };
-  const Case cases[] = {
-      {0, 3 | TCF_FULL_TEXT, 31},                  // unknown type
-      {0, 255 | TCF_FULL_TEXT, 31},                // 255 is the writer's business, not ours
-      {0, TC_PAL | TCF_FULL_TEXT | 0x800, 31},     // unknown option bit
-      {0, TC_PAL | TCF_TEXT | TCF_DIGITS, 31},     // contradictory forms
-      {0, TC_PAL | TCF_FULL_TEXT, 11},             // "00:00:00:00" needs 12
-      {0, TC_FRAMES, 1},                           // "0" needs 2
-      {0, TC_FRAMES | TCF_DIGITS, 4},              // a plain count has no fields
-      {0, TC_PAL | TCF_DIGITS, 3},                 // four bytes needed
+  } cases[] = {
+      {0, 3 | TCF_FULL_TEXT, 31},                           // unknown type
+      {0, 255 | TCF_FULL_TEXT, 31},                         // 255 is the writer's business, not ours
+      {0, TC_PAL | TCF_FULL_TEXT | 0x800, 31},              // unknown option bit
+      {0, TC_PAL | TCF_TEXT | TCF_DIGITS, 31},              // contradictory forms
+      {0, TC_PAL | TCF_FULL_TEXT, 11},                      // "00:00:00:00" needs 12
+      {0, TC_FRAMES, 1},                                    // "0" needs 2
+      {0, TC_FRAMES | TCF_DIGITS, 4},                       // a plain count has no fields
+      {0, TC_PAL | TCF_DIGITS, 3},                          // four bytes needed
       {0xFFFFFFFFu, TC_PAL | TCF_DIGITS | TCF_NO_WRAP, 4},  // hours past 255
   };
   for (const auto& c : cases) {
@@ -196,70 +155,30 @@ TEST(Tc2String, Refusals) {
   EXPECT_EQ(tc2String(0, TC_PAL | TCF_FULL_TEXT, exact, sizeof exact), 0);  // exactly enough
 }
 
-struct ParseCase {
-  const char* text;
-  uint32_t type;
-  int64_t frames;  // -1: refused
-};
-
+// Separators, blanks and limits; the round trips below cover the forms tc2String writes.
 TEST(Tc2Frame, AcceptsAndRefuses) {
-  const ParseCase cases[] = {
-      {"01:00:00;00", TC_DF2997 | TCF_TEXT, 107892},
-      {"01:00:00:00", TC_DF2997 | TCF_TEXT, 107892},
-      {"01.00.00.00", TC_DF2997, 107892},
-      {"01;00;00;00", TC_DF2997, 107892},
-      {"  01:00:00;00\t", TC_DF2997, 107892},
-      {"00:01:00;02", TC_DF2997, 1800},
-      {"00:01:00;00", TC_DF2997, -1},  // dropped frame numbers
-      {"00:01:00;01", TC_DF2997, -1},
-      {"00:10:00;00", TC_DF2997, 17982},
-      {"00:10:00;01", TC_DF2997, 17983},
-      {"00:01:00;03", TC_DF5994, -1},
-      {"00:01:00;04", TC_DF5994, 3600},
-      {"00:01:01;00", TC_DF5994, 3656},
+  const struct {
+    const char* text;
+    uint32_t type;
+    int64_t frames;  // -1: refused
+  } cases[] = {
+      {"01:00:00;00", TC_DF2997 | TCF_TEXT, 107892}, {"01:00:00:00", TC_DF2997 | TCF_TEXT, 107892},
+      {"01.00.00.00", TC_DF2997, 107892}, {"01;00;00;00", TC_DF2997, 107892}, {"  01:00:00;00\t", TC_DF2997, 107892},
+      {"00:01:00;00", TC_DF2997, -1}, {"00:01:00;01", TC_DF2997, -1},  // dropped frame numbers
+      {"00:10:00;01", TC_DF2997, 17983}, {"00:01:00;03", TC_DF5994, -1}, {"00:01:00;04", TC_DF5994, 3600},
       {"00:01:00:00", TC_NDF30, 1800},  // nothing is dropped without drop-frame
-      {"00:00:00:24", TC_PAL, 24},
-      {"00:00:00:25", TC_PAL, -1},
-      {"00:00:00:29", TC_NDF30, 29},
-      {"00:00:00:30", TC_NDF30, -1},
-      {"00:00:00:59", TC_60, 59},
-      {"00:00:00:24", TC_2398, -1},
-      {"00:00:00:24", 132, -1},
-      {"00:60:00:00", TC_PAL, -1},
-      {"00:00:60:00", TC_PAL, -1},
-      {"23:59:59:24", TC_PAL, 2159999},
-      {"24:00:00:00", TC_PAL, -1},
-      {"24:00:00:00", TC_PAL | TCF_NO_WRAP, 2160000},
-      {"5:12", TC_PAL, 137},
-      {"05:12", TC_PAL, 137},
-      {"1:00:00", TC_PAL, 1500},
-      {"19884:06:28:15", 0xB2140, 0xFFFFFFFFu},
+      {"00:00:00:25", TC_PAL, -1}, {"00:00:00:30", TC_NDF30, -1}, {"00:00:00:24", TC_2398, -1},
+      {"00:00:00:24", 132, -1}, {"00:60:00:00", TC_PAL, -1}, {"00:00:60:00", TC_PAL, -1},
+      {"24:00:00:00", TC_PAL, -1}, {"24:00:00:00", TC_PAL | TCF_NO_WRAP, 2160000},
       {"19884:06:28:16", 0xB2140, -1},  // one past 32 bits
-      {"99999999:00:00:00", TC_60 | TCF_NO_WRAP, -1},
-      {"12345", TC_FRAMES | TCF_TEXT, 12345},
-      {" 4294967295 ", TC_FRAMES, 0xFFFFFFFFu},
-      {"4294967296", TC_FRAMES, -1},
-      {"01:00", TC_FRAMES, -1},
-      {"", TC_PAL, -1},
-      {"  ", TC_PAL, -1},
-      {"1", TC_PAL, -1},
-      {":", TC_PAL, -1},
-      {"01:00:00:0", TC_PAL, -1},
-      {"01:00:00:000", TC_PAL, -1},
-      {"1:2:3:4", TC_PAL, -1},
-      {"01:00:00:00:00", TC_PAL, -1},
-      {"01-00-00-00", TC_PAL, -1},
-      {"01:00:00:00x", TC_PAL, -1},
-      {"a1:00:00:00", TC_PAL, -1},
-      {"01::00:00", TC_PAL, -1},
-      {"+1:00:00:00", TC_PAL, -1},
-      {"-1:00", TC_PAL, -1},
-      {"01:00:00:00;", TC_PAL, -1},
-      {"01 :00:00:00", TC_PAL, -1},
-      {"01:00:00:00", 3, -1},
-      {"01:00:00:00", 255, -1},
+      {"99999999:00:00:00", TC_60 | TCF_NO_WRAP, -1}, {"00000000001:00:00:00", TC_PAL | TCF_NO_WRAP, -1},
+      {" 4294967295 ", TC_FRAMES, 0xFFFFFFFFu}, {"4294967296", TC_FRAMES, -1}, {"01:00", TC_FRAMES, -1},
+      {"", TC_PAL, -1}, {"  ", TC_PAL, -1}, {"1", TC_PAL, -1}, {":", TC_PAL, -1}, {"01:00:00:0", TC_PAL, -1},
+      {"01:00:00:000", TC_PAL, -1}, {"1:2:3:4", TC_PAL, -1}, {"01:00:00:00:00", TC_PAL, -1},
+      {"01-00-00-00", TC_PAL, -1}, {"01:00:00:00x", TC_PAL, -1}, {"a1:00:00:00", TC_PAL, -1},
+      {"01::00:00", TC_PAL, -1}, {"+1:00:00:00", TC_PAL, -1}, {"-1:00", TC_PAL, -1}, {"01:00:00:00;", TC_PAL, -1},
+      {"01 :00:00:00", TC_PAL, -1}, {"01:00:00:00", 3, -1}, {"01:00:00:00", 255, -1},
       {"01:00:00:00", TC_PAL | 0x800, -1},
-      {"00000000001:00:00:00", TC_PAL | TCF_NO_WRAP, -1},
   };
   for (const auto& c : cases) {
     uint32_t frames = 0xDEADBEEF;
