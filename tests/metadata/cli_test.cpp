@@ -20,12 +20,11 @@ using qtest::StoreEnvironment;
 
 TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
   StoreEnvironment env;
-  struct Case {
+  const struct {
     const char* args;
     int exitCode;
     const char* err;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"meta", 2, "quorvane meta: missing action (list, get, set, delete, describe, tctype); see --help\n"},
       {"meta get NoSuchItem", 2, "quorvane meta: unknown item 'NoSuchItem'\n"},
       {"meta set TimeCode ten", 2, "quorvane meta: bad value 'ten' for TimeCode (a number)\n"},
@@ -37,7 +36,7 @@ TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
       {"meta set Title", 2, "quorvane meta: bad arguments for 'set'; see --help\n"},
       {"meta describe zz", 2, "quorvane meta: bad identifier 'zz'\n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     auto r = runTool(c.args);
     EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
     EXPECT_EQ(r.err, c.err) << c.args;
@@ -56,12 +55,11 @@ TEST(MetaCommand, DescribeAndTcType) {
 TEST(MetaCommand, SetByTheToolIsReadByTheLibraryAndBack) {
   StoreEnvironment env;
   qtest::enableStoreReading();
-  struct Step {
+  const struct {
     std::string args;
     int exitCode;
     std::string out;
-  };
-  const Step steps[] = {
+  } steps[] = {
       {"meta set Title " + shellQuote("Night shoot \"B\" & more"), 0, ""},
       {"meta set timecodetype drop-frame", 0, ""},
       {"meta set TimeCode 0x1A574", 0, ""},
@@ -69,7 +67,7 @@ TEST(MetaCommand, SetByTheToolIsReadByTheLibraryAndBack) {
       {"meta get TimeCodeType", 0, "4\n"},
       {"meta get --json TimeCode", 0, "{\"name\":\"TimeCode\",\"value\":107892}\n"},
   };
-  for (const Step& s : steps) {
+  for (const auto& s : steps) {
     auto r = runTool(s.args);
     EXPECT_EQ(r.exitCode, s.exitCode) << s.args << ": " << r.err;
     EXPECT_EQ(r.out, s.out) << s.args;
@@ -96,17 +94,16 @@ TEST(MetaCommand, UserFileViews) {
   EXPECT_FALSE(fs::exists(env.userFile()));
   ASSERT_EQ(runTool("meta set --user Title user-title").exitCode, 0);
   EXPECT_TRUE(fs::exists(env.userFile()));
-  struct View {
+  const struct {
     const char* args;
     const char* out;
-  };
-  const View views[] = {
+  } views[] = {
       {"meta get Title", "user-title\n"},
       {"meta get --system Title", "system-title\n"},
       {"meta get --user Title", "user-title\n"},
       {"meta get Reel", "system-reel\n"},
   };
-  for (const View& v : views) EXPECT_EQ(runTool(v.args).out, v.out) << v.args;
+  for (const auto& v : views) EXPECT_EQ(runTool(v.args).out, v.out) << v.args;
   auto r = runTool("meta list --json");
   EXPECT_NE(r.out.find("{\"name\":\"Title\",\"id\":8,\"kind\":\"text\",\"value\":\"user-title\"}"), std::string::npos)
       << r.out;
@@ -140,18 +137,17 @@ TEST(ProjectCommand, CreateShowAndRecreateElsewhere) {
                        "\",\"embeddedBytes\":4,\"exists\":true},\"settings\":{\"Mode\":\"fast\",\"Channels\":\"8\"}}\n");
   EXPECT_EQ(qtest::readBytes(b.file("clips.txt")), std::vector<uint8_t>({'c', '1', '\n', 'c', '2', '\n'}));
 
-  struct Bad {
+  const struct {
     std::string args;
     int exitCode;
-  };
-  const Bad bad[] = {
+  } bad[] = {
       {"project show " + shellQuote(a.file("none.xml")), 1},
       {"project create --set 'bad name=1' " + shellQuote(a.file("q.xml")), 2},
       {"project create --set novalue " + shellQuote(a.file("q.xml")), 2},
       {"project create --clip " + shellQuote(a.file("missing.txt")) + " " + shellQuote(a.file("q.xml")), 1},
       {"project frobnicate x", 2},
   };
-  for (const Bad& c : bad) {
+  for (const auto& c : bad) {
     r = runTool(c.args);
     EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
     EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;

@@ -75,9 +75,7 @@ int finish(pid_t pid) {
 TEST(DiskCache, RandomReadsReturnTheFileBytes) {
   const size_t fileSize = 300007;
   std::mt19937 rng(7);
-  std::vector<uint8_t> random(fileSize);
-  for (auto& b : random) b = static_cast<uint8_t>(rng());
-  TestFile f(random);
+  TestFile f(pattern(fileSize));
   const std::vector<uint8_t>& file = f.bytes;
   ASSERT_NE(f.in.handle, ZR_INVALID_HANDLE);
 
@@ -112,19 +110,18 @@ TEST(DiskCache, ReadEndingAtTheCachedEndLeavesAnEmptyRegionAtTheNextBlock) {
   EXPECT_EQ(cache.CachedStart(), 0);
   EXPECT_EQ(cache.CachedEnd(), 65536);
 
-  struct Step {
+  const struct {
     unsigned long offset;
     unsigned count;
     int64_t start, end;  // cached region afterwards
-  };
-  const Step steps[] = {
+  } steps[] = {
       {65436, 100, 65536, 65536},   // ends exactly at the cached end: empty region at 65536
       {65536, 10, 65536, 131072},   // the next read refills from there
       {131000, 200, 131072, 196608},  // straddles: cached part, then a refill at 131072
       {196000, 4000, 196608, 200000},  // cached part, then a refill cut at the end of the file
       {1000, 61441, 196608, 200000},   // larger than cacheSize - 4096: straight to the file
   };
-  for (const Step& s : steps) {
+  for (const auto& s : steps) {
     ASSERT_EQ(cache.Read(big.data(), s.offset, s.count, &n, 0), 0) << s.offset;
     ASSERT_EQ(n, s.count);
     EXPECT_TRUE(std::equal(big.begin(), big.begin() + s.count, file.begin() + s.offset)) << s.offset;
@@ -139,20 +136,19 @@ TEST(DiskCache, ErrorCodesWithAndWithoutTheFlagBit) {
   OpenFile writeOnly(f.path, ZR_GENERIC_WRITE);
   ASSERT_NE(writeOnly.handle, ZR_INVALID_HANDLE);
   const long long invalid = -1;
-  struct Case {
+  const struct {
     const char* label;
     long long handle;
     unsigned count;
     int result;
     const char* log;  // exact log line, or null for none
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"refill read refused", writeOnly.id(), 100, int(EACCES | 0x80000000u), nullptr},
       {"direct read refused", writeOnly.id(), 8192, EACCES, nullptr},
       {"refill seek on a bad handle", invalid, 100, int(EBADF | 0x80000000u), "Diskcache seek failed 0x00000009 "},
       {"direct seek on a bad handle", invalid, 8192, EBADF, nullptr},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     CZRDiskCache cache;
     ASSERT_EQ(cache.SetHandleAndCacheSize(c.handle, 8192, false), 0);
@@ -193,19 +189,18 @@ TEST(DiskCache, FollowsAFileGrowingInAnotherProcess) {
 }
 
 TEST(DiskCache, WaitsUpToOneAndAHalfSecondsForAGrowingFile) {
-  struct Case {
+  const struct {
     const char* label;
     bool wait;
     useconds_t writerPauseUs;  // before the writer appends the rest (0: no writer)
     unsigned expectedBytes;
     int minMs, maxMs;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"writer catches up in time", true, 300000, 188, 250, 3000},  // 188 bytes: it did not time out
       {"writer stalls: partial count after 1.5 s", true, 0, 100, 1495, 3000},  // 1 ms clock granularity
       {"no waiting: partial count at once", false, 0, 100, 0, 1000},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     TestFile f(pattern(1000));
     CZRDiskCache cache;

@@ -29,17 +29,16 @@ TEST(KlxInfoDescription, EveryIdentifierIsNamedOrUnknownAndFitsTheRoom) {
   }
   free(room);
   EXPECT_EQ(textNames.count("DoNotUse"), 0u);
-  struct Case {
+  const struct {
     uint32_t id;
     const char* text;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {0, "FileName"},        {13, "Comments"},       {14, "Owner"},     {78, "ProxyFile"},
       {4097, "TimeCode"},     {4124, "TimeCodeType"}, {4129, "CustomMetadataBlockType"},
       {0x10000, "Width"},     {0x1001E, "ResBrontal"}, {0x10022, "AudioBits"},
       {0xFFFFFFFF, "Unk(-1) "}, {0x80000000, "Unk(-2147483648) "},  // the id is printed signed
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     char text[KLXINFO_DESC_TEXT_SIZE];
     klxInfoGetDescription(c.id, text);
     EXPECT_STREQ(text, c.text) << c.id;
@@ -91,11 +90,10 @@ TEST(KlxInfoDelete, ResetsToNothingSet) {
 }
 
 TEST(KlxInfoSet, MergesTextsAndSetNumericsByTheRules) {
-  struct Case {
+  const struct {
     int slot;
     const char *dst, *src, *expected;  // null = absent
-  };
-  const Case cases[] = {
+  } cases[] = {
       {kxtFileName, nullptr, "src.mov", "src.mov"},         // locators fill an empty slot...
       {kxtNativeLocator, "dst", "src", "dst"},              // ...but never replace one
       {kxtUniversalLocator, "dst", nullptr, "dst"},
@@ -107,7 +105,7 @@ TEST(KlxInfoSet, MergesTextsAndSetNumericsByTheRules) {
       {kxtComments, "x", "", ""},  // an empty text is a text
   };
   InfoRecord dst, src;
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     if (c.dst) dst.setText(c.slot, c.dst);
     if (c.src) src.setText(c.slot, c.src);
   }
@@ -118,7 +116,7 @@ TEST(KlxInfoSet, MergesTextsAndSetNumericsByTheRules) {
   src.rec.numeric[0] = 42;
   dst.rec.trailing = 7, src.rec.trailing = 9;
   ASSERT_EQ(klxInfoSet(&dst.rec, &src.rec), 0);
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     EXPECT_EQ(dst.text(c.slot), c.expected) << c.slot;
     EXPECT_TRUE(!src.rec.text[c.slot] || src.rec.text[c.slot] != dst.rec.text[c.slot]) << "shared text " << c.slot;
   }

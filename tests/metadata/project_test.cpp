@@ -92,18 +92,17 @@ TEST(Project, SavedFileHasTheDocumentedShapeAndLoadsBack) {
 // A project copied alone into another directory brings its files back next to itself, byte
 // for byte, and leaves files already there alone.
 TEST(Project, CopiedProjectRecreatesMissingFilesButNeverOverwrites) {
-  struct Case {
+  const struct {
     const char* label;
     bool removeOriginals;     // the stored absolute paths no longer exist
     const char* clipAlready;  // text of a clips.txt already in the new directory (null: none)
     const char* expectedClipDir;  // "old" or "new"
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"originals still present", false, nullptr, "old"},
       {"originals gone", true, nullptr, "new"},
       {"originals gone, a clips.txt already there", true, "someone else's list\n", "new"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     TempDir oldDir, newDir;
     std::string project = makeProject(oldDir);
@@ -130,13 +129,12 @@ TEST(Project, CopiedProjectRecreatesMissingFilesButNeverOverwrites) {
 
 // Hand-written projects: which files a load makes, and where.
 TEST(Project, RecreationFollowsTheElementsPresent) {
-  struct Case {
+  const struct {
     const char* label;
     const char* xml;  // %D is replaced by a directory that does not exist
     std::vector<std::pair<const char*, const char*>> expectedFiles;  // name in the project dir, text
     std::vector<const char*> absentFiles;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"both lists", "<ClipList FileName=\"%D/a.txt\" Data=\"A\" /><EdlList EdlName=\"%D/b.edl\" Data=\"B\" />",
        {{"a.txt", "A"}, {"b.edl", "B"}}, {}},
       {"no clip list: the EDL is not looked at", "<EdlList EdlName=\"%D/b.edl\" Data=\"B\" />", {}, {"b.edl"}},
@@ -148,7 +146,7 @@ TEST(Project, RecreationFollowsTheElementsPresent) {
        {{"escape.txt", "E"}}, {}},
       {"encoded line breaks", "<ClipList FileName=\"%D/n.txt\" Data=\"1&#x0A;2&#x0A;\" />", {{"n.txt", "1\n2\n"}}, {}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     TempDir dir;
     std::string xml = c.xml;

@@ -9,15 +9,12 @@
 
 namespace {
 
-struct CliCase {
-  const char* args;
-  int exitCode;
-  const char* out;  // exact stdout
-  const char* err;  // start of stderr ("" = must be empty)
-};
-
 TEST(TcCli, ConversionsAndErrors) {
-  const CliCase cases[] = {
+  const struct {
+    const char* args;
+    int exitCode;
+    const char *out, *err;  // exact stdout; start of stderr ("" = must be empty)
+  } cases[] = {
       {"--type 29.97df 107892", 0, "01:00:00;00\n", ""},
       {"--type 25 01:00:00:00", 0, "90000\n", ""},
       {"--type pal 01:00:00:00", 0, "90000\n", ""},

@@ -112,7 +112,7 @@ TEST(Tc2String, FormsAtAnchors) {
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << c.format << std::dec << " " << c.frames);
     char out[32];
-    std::memset(out, 1, sizeof out);
+    std::memset(out, 0x7F, sizeof out);
     ASSERT_EQ(tc2String(c.frames, c.format, out, sizeof out), 0);
     const bool digits = c.format & TCF_DIGITS;
     EXPECT_EQ(digits ? std::to_string(+out[0]) + " " + std::to_string(+out[1]) + " " + std::to_string(+out[2]) + " " +
