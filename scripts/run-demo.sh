@@ -24,4 +24,15 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 step reframe --to length "$samples/h264_160x90_2997_aud_hrd.264" "$scratch/h264.len"
 step reframe --to annexb --json "$scratch/h264.len" "$scratch/h264.264"
+# Timecode and captions stamped into the HEVC sample (B-frames: each picture gets the timecode of
+# its display position), then read back frame by frame.
+cat >"$scratch/hello.scc" <<'SCC'
+Scenarist_SCC V1.0
+
+00:59:59;28	9420 9420 94ae 94ae 9452 9452 97a1 97a1 c8e5 ecec ef80 942c 942c 942f 942f
+SCC
+step stamp "$samples/hevc_main_160x90_2997_bframes.hevc" "$scratch/stamped.hevc" --tc '00:59:59;28' --rate 29.97 --captions "$scratch/hello.scc"
+step inspect "$scratch/stamped.hevc"
+step adts "$samples/aac_lc_48k_stereo.aac"
+step names --file-type 203 --codec hvc1
 echo; echo "bundled samples in $samples:"; ls "$samples"

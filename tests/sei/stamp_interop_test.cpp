@@ -246,3 +246,26 @@ TEST(StampTool, RefusesBadInputAndLeavesNoPartialOutput) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(InspectFrames, ListsTheStampedTimecodesAndCaptionCounts) {
+  qtest::TempDir dir;
+  const std::string in = qtest::samplePath("hevc_main_160x90_2997_bframes.hevc");
+  const std::string scc = "Scenarist_SCC V1.0\n\n00:00:59;28\t9420 9420\n";
+  qtest::writeBytes(dir.file("a.scc"), std::vector<uint8_t>(scc.begin(), scc.end()));
+  auto r = qtest::runTool("stamp " + qtest::shellQuote(in) + " " + qtest::shellQuote(dir.file("s.hevc")) +
+                          " --tc '00:00:59;28' --rate 29.97 --captions " + qtest::shellQuote(dir.file("a.scc")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  auto plain = qtest::runTool("inspect --json " + qtest::shellQuote(in));
+  auto stamped = qtest::runTool("inspect --json " + qtest::shellQuote(dir.file("s.hevc")));
+  ASSERT_EQ(stamped.exitCode, 0) << stamped.err;
+  // Display order 0, 1, 2 are 59;28, 59;29 and (drop-frame) 00:01:00;02; every picture has two triplets.
+  for (const char* frame : {"{\"display\":0,\"decode\":0,\"poc\":0,\"timecode\":\"00:00:59;28\",\"captions\":2}",
+                            "\"display\":1,", "\"timecode\":\"00:00:59;29\",\"captions\":2}",
+                            "\"timecode\":\"00:01:00;02\",\"captions\":2}", "\"timecode\":\"00:01:00;11\",\"captions\":2}"})
+    EXPECT_NE(stamped.out.find(frame), std::string::npos) << frame << "\n" << stamped.out;
+  EXPECT_NE(plain.out.find("\"timecode\":null,\"captions\":0"), std::string::npos) << plain.out;
+}
+
+}  // namespace
