@@ -288,3 +288,46 @@ TEST(HevcTimeCodeInsertion, CheckedFormRefusesOneByteShort) {
 }
 
 }  // namespace
+
+namespace {
+
+// The SPS of a real x265 stream decides the rate: 59.94 progressive gives counting_type 6 and
+// 59.94 drop-frame digits, 25 gives counting_type 0.
+TEST(TimeCodeSei, RateAndFieldCodingComeFromARealSps) {
+  struct Case {
+    const char* sample;
+    uint32_t tcType, countingType;
+  };
+  for (const Case& c : {Case{"hevc_main10_320x180_5994.hevc", TC_DF5994, 6}, Case{"hevc_main_160x90_25fps.hevc", TC_PAL, 0},
+                        Case{"hevc_main_160x90_2997_bframes.hevc", TC_DF2997, 4}}) {
+    Bytes stream = qtest::readBytes(qtest::samplePath(c.sample));
+    ASSERT_FALSE(stream.empty()) << c.sample;
+    // The first SPS: header byte 0x42 behind a start code, up to the next start code.
+    size_t at = 0;
+    while (at + 5 < stream.size() && !(stream[at] == 0 && stream[at + 1] == 0 && stream[at + 2] == 1 && stream[at + 3] == 0x42)) ++at;
+    ASSERT_LT(at + 5, stream.size()) << c.sample;
+    size_t end = at + 4;
+    while (end + 3 < stream.size() && !(stream[end] == 0 && stream[end + 1] == 0 && stream[end + 2] <= 1)) ++end;
+    zr_bitstream s{stream.data() + at + 3, int64_t(end - at - 3), uint64_t(end - at - 3) * 8, 0};
+    HEVC_SPS_DECODED sps{};
+    ASSERT_NE(klxutilRead_HEVC_SPS(&s, &sps, nullptr, 0), 0xFFFFFFFFu) << c.sample;
+    Bytes unit(512);
+    unit.resize(klxUtilAddHevcTimecodeSEI(unit.data(), 107892, &sps));
+    const auto f = parseTimeCode(unit);
+    uint8_t digits[4];
+    tc2String(107892, c.tcType | TCF_DIGITS, digits, 4);
+    EXPECT_EQ(f.countingType, c.countingType) << c.sample;
+    EXPECT_EQ(f.fieldBased, 0u) << c.sample;
+    EXPECT_EQ((Bytes{uint8_t(f.hours), uint8_t(f.minutes), uint8_t(f.seconds), uint8_t(f.frames)}),
+              Bytes(digits, digits + 4))
+        << c.sample;
+    Bytes small(unit.size() - 1);
+    EXPECT_EQ(klxUtilAddHevcTimecodeSEIChecked(small.data(), uint32_t(small.size()), 107892, &sps), 0u);
+  }
+  uint8_t out[512];
+  EXPECT_EQ(klxUtilAddHevcTimecodeSEI(out, 0, nullptr), 0u);
+  HEVC_SPS_DECODED noTiming{};
+  EXPECT_EQ(klxUtilAddHevcTimecodeSEI(out, 0, &noTiming), 0u);
+}
+
+}  // namespace
