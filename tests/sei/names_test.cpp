@@ -106,3 +106,29 @@ TEST(NamesTool, PrintsLabelsAndRefusesBadInput) {
 }
 
 }  // namespace
+
+#include "platform/zrfourcc.h"
+
+namespace {
+
+// Codes outside the fixed table are named by the first FOURCC family test that accepts them.
+TEST(CodecNames, FamiliesNameCodesOutsideTheTable) {
+  struct Case {
+    uint32_t code;
+    const char* label;
+  };
+  const Case cases[] = {
+      {fcc("ADJV"), "Avid JPEG"},    {fcc("AJFF"), "Avid JFIF"}, {fcc("mjpa"), "JPEG"},
+      {fcc("dvsd"), "DV25"},         {fcc("dv5p"), "DV50"},      {fcc("dvh5"), "DVHD"},
+      {fcc("2vuy"), "8 Bit YCbCr"},  {fcc("YUY2"), "8 Bit YCbCr"}, {fcc("v210"), "10 Bit YCbCr"},
+      {fcc("BGRA"), "RGB"},          {fcc("r210"), "10 Bit RGB"},
+  };
+  for (const auto& c : cases) EXPECT_STREQ(klxutilCodecTypeString(c.code), c.label) << std::hex << c.code;
+  // "UYVY" is both in the fixed table and an 8-bit YCbCr code: the table wins.
+  ASSERT_TRUE(fccIs8BitD1YUV(fcc("UYVY")));
+  EXPECT_STREQ(klxutilCodecTypeString(fcc("UYVY")), "YVYU 4:2:2 YCbCr");
+  // "Y10g" is a 10-bit YCbCr code too, but the table names it first.
+  EXPECT_STREQ(klxutilCodecTypeString(fcc("Y10g")), "DPX YCbCr 10");
+}
+
+}  // namespace
