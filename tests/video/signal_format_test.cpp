@@ -284,6 +284,10 @@ const Derivation kDerivations[] = {
     {720, 600, 12, 1, 0, 0x21B0420C},
     {720, 590, 12, 1, 0, 0x11A0420C},
     {1024, 768, 300, 1, 0, 0x22206100},  // too fast for the 9-bit code: unknown
+    {720, 576, 61, 1, 0, 0x21A0423D},    // codes 61..99 are progressive, even at SD heights
+    {720, 576, 99, 1, 0, 0x21A04263},
+    {720, 576, 100, 1, 0, 0x11A04264},
+    {1920, 1080, 249, 10, 0, 0x2380B218},  // 24.9 lies in neither the 24 nor the 25 band
     {100, 100, 25, 1, 0, VID_FMT_INVALID},
     {9000, 1080, 12, 1, 0, VID_FMT_INVALID},
     {1920, 1080, 30, 0, 0, VID_FMT_INVALID},
