@@ -7,6 +7,7 @@
 
 #include "mediacmd/mediacmd.h"
 #include "support/test_support.h"
+#include "text_forms.h"
 
 namespace {
 
@@ -64,13 +65,7 @@ TEST(MediaCmdCli, ConvertAndDumpReadEitherForm) {
   cmd.CtrlFlags = cfUseSpeed | cfUsePosition;
   cmd.Speed = 131040;
   cmd.Position = 107892;
-  char* xml = nullptr;
-  char* json = nullptr;
-  MediaCmdToXMLString(&xml, &cmd, 4);
-  MediaCmdToJSONString(&json, &cmd, 4);
-  const std::string xmlText = xml, jsonText = json;
-  MediaCmdFreeXMLString(&xml);
-  MediaCmdFreeJSONString(&json);
+  const std::string xmlText = mctest::xmlOf(cmd, 4), jsonText = mctest::jsonOf(cmd, 4);
   qtest::writeBytes(dir.file("play.xml"), {xmlText.begin(), xmlText.end()});
   qtest::writeBytes(dir.file("play.json"), {jsonText.begin(), jsonText.end()});
 
@@ -108,7 +103,6 @@ TEST(MediaCmdCli, CodesListsBothVocabularies) {
 TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
-  qtest::writeBytes(dir.file("long.json"), std::vector<uint8_t>{});
   const std::string longClip = "{\"MediaCmd\" : {\"ClipID\":\"ABCDEFGHIJ\",}}";
   qtest::writeBytes(dir.file("long.json"), {longClip.begin(), longClip.end()});
   const struct {
@@ -132,6 +126,7 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
       {"cmd convert " + qtest::shellQuote(dir.file("missing.xml")) + " --to xml", 1,
        "quorvane cmd: cannot read " + dir.file("missing.xml") + ": No such file or directory"},
       {"cmd convert " + qtest::shellQuote(dir.file("bad.json")), 2, "quorvane cmd: convert needs --to xml or --to json"},
+      {"cmd channels xyz", 2, "quorvane cmd: bad mask 'xyz'"},
   };
   for (const auto& c : cases) {
     auto r = qtest::runTool(c.args);
@@ -170,9 +165,6 @@ TEST(MediaCmdCli, ChannelSpeedAndFourccHelpers) {
   MEDIACMD cmd = readJson(fixed.out);
   EXPECT_EQ(cmd.Speed, 0);
   EXPECT_TRUE(cmd.CtrlFlags & cfUseSpeed);
-  auto bad = qtest::runTool("cmd channels xyz");
-  EXPECT_EQ(bad.exitCode, 2);
-  EXPECT_EQ(bad.err, "quorvane cmd: bad mask 'xyz'\n");
 }
 
 }  // namespace

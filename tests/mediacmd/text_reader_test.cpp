@@ -9,6 +9,7 @@
 
 #include "mediacmd/mediacmd.h"
 #include "support/test_support.h"
+#include "text_forms.h"
 
 namespace {
 
@@ -138,6 +139,7 @@ struct ReadCase {
   std::string xml;   // empty: not tried in this form
   std::string json;
   std::function<void(const MEDIACMD&)> check;
+  int tcType = -1;  // the caller's timecode type for untyped texts; -1: none given
 };
 
 TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
@@ -225,13 +227,18 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        [](const MEDIACMD& c) { EXPECT_STREQ(c.Payload, "a\"\\/\b\f\n\r\t\xE9\xE2\x82\xAC\xE9"); }},
       {"CDATA sections are joined", xmlDoc("<FileName><![CDATA[ a]]]]><![CDATA[> b ]]></FileName>"), "",
        [](const MEDIACMD& c) { EXPECT_STREQ(c.Payload, " a]]> b "); }},
+      {"the caller's PAL type reads an untyped text", xmlDoc("<Position>00:00:01:00</Position>"), "",
+       [](const MEDIACMD& c) { EXPECT_EQ(c.Position, 25); }, 8},
+      {"the caller's frames type reads an untyped count", xmlDoc("<Position>1234</Position>"), "",
+       [](const MEDIACMD& c) { EXPECT_EQ(c.Position, 1234); }, 255},
   };
   for (const ReadCase& c : cases) {
     SCOPED_TRACE(c.name);
     qtest::LogCapture log;
     MEDIACMD cmd;
+    unsigned tcType = static_cast<unsigned>(c.tcType);
     if (!c.xml.empty()) {
-      ASSERT_EQ(MediaCmdFromXMLString(&cmd, nullptr, c.xml.c_str()), 0);
+      ASSERT_EQ(MediaCmdFromXMLString(&cmd, c.tcType < 0 ? nullptr : &tcType, c.xml.c_str()), 0);
       c.check(cmd);
     }
     if (!c.json.empty()) {
@@ -240,16 +247,6 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
     }
     EXPECT_TRUE(log.lines().empty());
   }
-}
-
-TEST(MediaCmdTextReaders, CallerTimecodeTypeReadsUntypedTexts) {
-  MEDIACMD cmd;
-  unsigned pal = 8;
-  ASSERT_EQ(MediaCmdFromXMLString(&cmd, &pal, xmlDoc("<Position>00:00:01:00</Position>").c_str()), 0);
-  EXPECT_EQ(cmd.Position, 25);
-  unsigned frames = 255;
-  ASSERT_EQ(MediaCmdFromXMLString(&cmd, &frames, xmlDoc("<Position>1234</Position>").c_str()), 0);
-  EXPECT_EQ(cmd.Position, 1234);
 }
 
 // The document interface: a record read from a host's own TinyXML document, which is not
@@ -297,13 +294,9 @@ TEST(MediaCmdTextReaders, MutatedDocumentsNeverBreakTheReaders) {
   source.CtrlFlags = 0xFFFFFFFF;
   source.CmdAlt = gsIpVideoSettings;
   std::memcpy(source.Payload, "239.1.1.1\0 10.0.0.2 \0eth0", 26);
+  const std::string seeds[] = {mctest::xmlOf(source, 8), mctest::jsonOf(source, 8)};
   char* xml = nullptr;
   char* json = nullptr;
-  MediaCmdToXMLString(&xml, &source, 8);
-  MediaCmdToJSONString(&json, &source, 8);
-  const std::string seeds[] = {xml, json};
-  MediaCmdFreeXMLString(&xml);
-  MediaCmdFreeJSONString(&json);
 
   std::mt19937 rng(99);
   const char structural[] = "<>/\"'{}[],:=&;!?-\\ \x01\xFF";

@@ -12,6 +12,7 @@
 
 #include "mediacmd/mediacmd.h"
 #include "support/test_support.h"
+#include "text_forms.h"
 
 #define JSMN_STATIC
 #include <jsmn.h>
@@ -218,20 +219,8 @@ std::string describeDifference(const MEDIACMD& want, const MEDIACMD& got) {
 
 bool same(const MEDIACMD& a, const MEDIACMD& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
-std::string xmlOf(MEDIACMD& cmd, unsigned tcType) {
-  char* text = nullptr;
-  EXPECT_EQ(MediaCmdToXMLString(&text, &cmd, tcType), 0);
-  std::string out = text;
-  MediaCmdFreeXMLString(&text);
-  return out;
-}
-std::string jsonOf(MEDIACMD& cmd, unsigned tcType) {
-  char* text = nullptr;
-  EXPECT_EQ(MediaCmdToJSONString(&text, &cmd, tcType), 0);
-  std::string out = text;
-  MediaCmdFreeJSONString(&text);
-  return out;
-}
+using mctest::jsonOf;
+using mctest::xmlOf;
 
 // Tokens jsmn needs for a text: the JSON reader is bounded to 100.
 int tokensNeeded(const std::string& text) {
