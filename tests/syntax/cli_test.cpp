@@ -10,13 +10,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-const char* const kX264 = "syntax_x264_slices.h264";
-const char* const kX264Args =
-    "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 6 -c:v libx264 -x264-params slices=3:aud=1 -f h264";
-const char* const kX265 = "syntax_x265_slices.hevc";
-const char* const kX265Args =
-    "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 6 -c:v libx265 -x265-params "
-    "log-level=error:slices=2:aud=1:repeat-headers=1 -f hevc";
+const oracle::Stream& kX264 = oracle::kStreams[0];  // sliced, with access unit delimiters
+const oracle::Stream& kX265 = oracle::kStreams[3];
 
 class Cli : public ::testing::Test {
  protected:
@@ -44,9 +39,9 @@ std::vector<ListedUnit> parseNalListing(const std::string& text) {
 // Every unit that trace_headers reads, with the same type, at an offset where the file holds a
 // start code of the listed length.
 TEST_F(Cli, NalListsTheUnitsFfmpegReads) {
-  for (auto [name, makeArgs] : {std::pair{kX264, kX264Args}, std::pair{kX265, kX265Args}}) {
-    SCOPED_TRACE(name);
-    std::string path = qtest::encodedStream(name, makeArgs);
+  for (const oracle::Stream& stream : {kX264, kX265}) {
+    SCOPED_TRACE(stream.name);
+    std::string path = qtest::encodedStream(stream.name, stream.ffmpegArgs);
     auto r = qtest::runTool("nal " + qtest::shellQuote(path));
     ASSERT_EQ(r.exitCode, 0) << r.err;
     auto listed = parseNalListing(r.out);
@@ -66,18 +61,16 @@ TEST_F(Cli, NalListsTheUnitsFfmpegReads) {
 // --to length gives the samples of ffmpeg's MP4 remux; --to annexb gives back the input with
 // four-byte start codes throughout.
 TEST_F(Cli, ReframeMatchesMp4AndRoundTrips) {
-  std::string path = qtest::encodedStream(kX264, kX264Args);
+  std::string path = qtest::encodedStream(kX264.name, kX264.ffmpegArgs);
   qtest::TempDir dir;
   auto samples = oracle::mp4Samples(path, dir.path());
   Bytes expected;
   Bytes widened;
   for (const auto& s : samples) {
     expected.insert(expected.end(), s.begin(), s.end());
-    for (size_t p = 0; p + 4 <= s.size();) {
-      size_t n = (size_t{s[p]} << 24) | (size_t{s[p + 1]} << 16) | (size_t{s[p + 2]} << 8) | s[p + 3];
+    for (const auto& unit : oracle::lengthPrefixedUnits(s)) {
       widened.insert(widened.end(), {0, 0, 0, 1});
-      widened.insert(widened.end(), s.begin() + p + 4, s.begin() + p + 4 + n);
-      p += 4 + n;
+      widened.insert(widened.end(), unit.begin(), unit.end());
     }
   }
   auto r = qtest::runTool("reframe --to length --json " + qtest::shellQuote(path) + " " + qtest::shellQuote(dir.file("a.len")));

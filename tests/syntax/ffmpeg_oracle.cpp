@@ -125,4 +125,17 @@ std::vector<std::vector<uint8_t>> mp4Samples(const std::string& path, const std:
   return samples;
 }
 
+std::vector<std::vector<uint8_t>> lengthPrefixedUnits(const std::vector<uint8_t>& sample) {
+  std::vector<std::vector<uint8_t>> units;
+  size_t p = 0;
+  while (p + 4 <= sample.size()) {
+    size_t length = (size_t{sample[p]} << 24) | (size_t{sample[p + 1]} << 16) | (size_t{sample[p + 2]} << 8) | sample[p + 3];
+    if (p + 4 + length > sample.size()) break;
+    units.emplace_back(sample.begin() + p + 4, sample.begin() + p + 4 + length);
+    p += 4 + length;
+  }
+  EXPECT_EQ(p, sample.size());
+  return units;
+}
+
 }  // namespace oracle

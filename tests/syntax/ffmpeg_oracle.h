@@ -42,6 +42,31 @@ struct Range {
 };
 std::vector<Range> packetRanges(const std::string& path);
 
+// The units of a length-prefixed (four-byte big-endian) sample, split by the test itself.
+std::vector<std::vector<uint8_t>> lengthPrefixedUnits(const std::vector<uint8_t>& sample);
+
+// The real streams the syntax tests read, made once by ffmpeg with x264/x265 and cached.
+struct Stream {
+  const char* name;
+  const char* ffmpegArgs;
+  bool hevc;
+};
+inline void PrintTo(const Stream& s, std::ostream* os) { *os << s.name; }
+#define QV_SOURCE "-f lavfi -i testsrc2=size=320x240:rate=25 "
+inline const Stream kStreams[] = {
+    {"syntax_x264_slices.h264", QV_SOURCE "-frames:v 6 -c:v libx264 -x264-params slices=3:aud=1 -f h264", false},
+    {"syntax_x264_bframes.h264", QV_SOURCE "-frames:v 8 -c:v libx264 -bf 2 -f h264", false},
+    {"syntax_x265_sei.hevc",
+     QV_SOURCE "-frames:v 12 -c:v libx265 -x265-params "
+               "'log-level=error:bframes=3:b-pyramid=1:temporal-layers=1:hash=1:info=1:"
+               "master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1):max-cll=1000,400' "
+               "-f hevc",
+     true},
+    {"syntax_x265_slices.hevc",
+     QV_SOURCE "-frames:v 6 -c:v libx265 -x265-params log-level=error:slices=2:aud=1:repeat-headers=1 -f hevc", true},
+};
+#undef QV_SOURCE
+
 // The samples ffmpeg stores when it remuxes the stream into MP4 (-c copy), read back unconverted.
 std::vector<std::vector<uint8_t>> mp4Samples(const std::string& path, const std::string& scratchDir);
 

@@ -16,12 +16,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-std::unique_ptr<uint8_t[]> exact(const Bytes& b) {
-  auto p = std::make_unique<uint8_t[]>(b.size() ? b.size() : 1);
-  std::copy(b.begin(), b.end(), p.get());
-  return p;
-}
-
 void mutate(std::mt19937& rng, Bytes& b) {
   int edits = 1 + static_cast<int>(rng() % 8);
   for (int e = 0; e < edits && !b.empty(); e++) {
@@ -38,7 +32,7 @@ void mutate(std::mt19937& rng, Bytes& b) {
 
 void everyEntryPoint(const Bytes& input) {
   const int size = static_cast<int>(input.size());
-  auto buf = exact(input);
+  auto buf = ref::exactCopy(input);
 
   int start = 0, end = 0;
   ASSERT_EQ(ref::Found({find_nal_unit(buf.get(), size, &start, &end), start, end}),
@@ -62,7 +56,7 @@ void everyEntryPoint(const Bytes& input) {
   const uint32_t room = klxUtilh264MarkerToSizeResult(buf.get(), usize);
   Bytes frame = input;
   frame.resize(room);
-  auto work = exact(frame);
+  auto work = ref::exactCopy(frame);
   uint32_t newSize = 0;
   ASSERT_EQ(klxUtilh264MarkerToSizeChecked(work.get(), usize, room, &newSize), 0);
   EXPECT_LE(klxUtilh264SizeToMarker(work.get(), newSize), newSize);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <random>
 #include <vector>
 
@@ -14,73 +13,62 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// An exactly sized heap copy, so that AddressSanitizer sees any read past its end.
-std::unique_ptr<uint8_t[]> exactCopy(const Bytes& bytes) {
-  auto copy = std::make_unique<uint8_t[]>(bytes.size() ? bytes.size() : 1);
-  std::copy(bytes.begin(), bytes.end(), copy.get());
-  return copy;
-}
-
 ref::Found runFind(int (*find)(const uint8_t*, int, int*, int*), const Bytes& bytes) {
-  auto buf = exactCopy(bytes);
+  auto buf = ref::exactCopy(bytes);
   int start = -7, end = -7;
   int result = find(buf.get(), static_cast<int>(bytes.size()), &start, &end);
   return {result, start, end};
 }
 
+using FindFn = int (*)(const uint8_t*, int, int*, int*);
+using RefFindFn = ref::Found (*)(const uint8_t*, int);
+const FindFn kFind = find_nal_unit, kFind4 = find_nal_unit_4only;
+
 struct FindCase {
   const char* name;
+  FindFn find;
   Bytes input;
   ref::Found expected;
 };
 
 TEST(FindNalUnit, EdgeCases) {
   const FindCase cases[] = {
-      {"three bytes are one unit", {0x00, 0x00, 0x01}, {3, 0, 3}},
-      {"00 00 00 01 alone is the whole buffer", {0x00, 0x00, 0x00, 0x01}, {4, 0, 4}},
-      {"last unit runs to the end", {0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB}, {3, 3, 6}},
-      {"unit ends at the next start code", {0x00, 0x00, 0x00, 0x01, 0x67, 0xAA, 0x00, 0x00, 0x01, 0x68}, {2, 4, 6}},
-      {"no start code", {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77}, {0, 0, 0}},
-      {"empty buffer", {}, {0, 0, 0}},
-      {"size 5 tests only position 0", {0xAA, 0x00, 0x00, 0x01, 0x65}, {0, 0, 0}},
-      {"start found at the last tested position", {0xAA, 0x00, 0x00, 0x01, 0x65, 0x66}, {2, 4, 6}},
-      {"four-byte code ends the unit at its first zero",
+      {"three bytes are one unit", kFind, {0x00, 0x00, 0x01}, {3, 0, 3}},
+      {"00 00 00 01 alone is the whole buffer", kFind, {0x00, 0x00, 0x00, 0x01}, {4, 0, 4}},
+      {"last unit runs to the end", kFind, {0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB}, {3, 3, 6}},
+      {"unit ends at the next start code", kFind, {0x00, 0x00, 0x00, 0x01, 0x67, 0xAA, 0x00, 0x00, 0x01, 0x68}, {2, 4, 6}},
+      {"no start code", kFind, {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77}, {0, 0, 0}},
+      {"empty buffer", kFind, {}, {0, 0, 0}},
+      {"size 5 tests only position 0", kFind, {0xAA, 0x00, 0x00, 0x01, 0x65}, {0, 0, 0}},
+      {"start found at the last tested position", kFind, {0xAA, 0x00, 0x00, 0x01, 0x65, 0x66}, {2, 4, 6}},
+      {"four-byte code ends the unit at its first zero", kFind,
        {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x01, 0x41}, {2, 3, 5}},
-      {"trailing zeros stay in the unit", {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0xBB}, {6, 3, 9}},
-      {"extra zero before a four-byte code stays in the unit",
+      {"trailing zeros stay in the unit", kFind, {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0xBB}, {6, 3, 9}},
+      {"extra zero before a four-byte code stays in the unit", kFind,
        {0x00, 0x00, 0x01, 0x65, 0x00, 0x00, 0x00, 0x00, 0x01, 0x41}, {2, 3, 5}},
-      {"three-byte code in the last three bytes does not end the unit",
+      {"three-byte code in the last three bytes does not end the unit", kFind,
        {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x01}, {5, 3, 8}},
-      {"empty unit between two codes", {0x00, 0x00, 0x01, 0x00, 0x00, 0x01, 0x41, 0x42}, {0, 3, 3}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(runFind(find_nal_unit, c.input), c.expected);
-    EXPECT_EQ(ref::findNalUnit(c.input.data(), static_cast<int>(c.input.size())), c.expected);
-  }
-}
-
-TEST(FindNalUnit4Only, EdgeCases) {
-  const FindCase cases[] = {
-      {"inner 00 00 01 does not end the unit",
+      {"empty unit between two codes", kFind, {0x00, 0x00, 0x01, 0x00, 0x00, 0x01, 0x41, 0x42}, {0, 3, 3}},
+      {"4only: inner 00 00 01 does not end the unit", kFind4,
        {0x00, 0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x01, 0x41, 0xBB, 0xCC}, {-1, 4, 12}},
-      {"inner 00 00 00 ends the unit",
+      {"4only: inner 00 00 00 ends the unit", kFind4,
        {0x00, 0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x01, 0x41, 0xBB}, {2, 4, 6}},
-      {"unterminated unit", {0x00, 0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB, 0xCC}, {-1, 4, 8}},
-      {"three-byte code does not start a unit", {0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB, 0xCC}, {0, 0, 0}},
-      {"size 5 tests only position 0", {0xAA, 0x00, 0x00, 0x00, 0x01}, {0, 0, 0}},
-      {"00 00 00 01 alone is the whole buffer", {0x00, 0x00, 0x00, 0x01}, {4, 0, 4}},
-      {"short buffer is one unit", {0x01, 0x02}, {2, 0, 2}},
+      {"4only: unterminated unit", kFind4, {0x00, 0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB, 0xCC}, {-1, 4, 8}},
+      {"4only: three-byte code does not start a unit", kFind4, {0x00, 0x00, 0x01, 0x65, 0xAA, 0xBB, 0xCC}, {0, 0, 0}},
+      {"4only: size 5 tests only position 0", kFind4, {0xAA, 0x00, 0x00, 0x00, 0x01}, {0, 0, 0}},
+      {"4only: 00 00 00 01 alone is the whole buffer", kFind4, {0x00, 0x00, 0x00, 0x01}, {4, 0, 4}},
+      {"4only: short buffer is one unit", kFind4, {0x01, 0x02}, {2, 0, 2}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    EXPECT_EQ(runFind(find_nal_unit_4only, c.input), c.expected);
-    EXPECT_EQ(ref::findNalUnit4Only(c.input.data(), static_cast<int>(c.input.size())), c.expected);
+    const RefFindFn reference = c.find == kFind ? ref::findNalUnit : ref::findNalUnit4Only;
+    EXPECT_EQ(runFind(c.find, c.input), c.expected);
+    EXPECT_EQ(reference(c.input.data(), static_cast<int>(c.input.size())), c.expected);
   }
 }
 
 ref::Converted runNalToRbsp(const Bytes& nal, int capacity) {
-  auto in = exactCopy(nal);
+  auto in = ref::exactCopy(nal);
   auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
   int nalSize = static_cast<int>(nal.size());
   int rbspSize = capacity;
@@ -91,7 +79,7 @@ ref::Converted runNalToRbsp(const Bytes& nal, int capacity) {
 }
 
 ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) {
-  auto in = exactCopy(rbsp);
+  auto in = ref::exactCopy(rbsp);
   auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
   int rbspSize = static_cast<int>(rbsp.size());
   int nalSize = capacity;
@@ -103,53 +91,41 @@ ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) {
 
 struct ConvertCase {
   const char* name;
+  bool escape;  // rbsp_to_nal; otherwise nal_to_rbsp
   Bytes input;
   int capacity;
   int result;
   Bytes output;
 };
 
-TEST(NalToRbsp, EdgeCases) {
+TEST(NalRbspConversion, EdgeCases) {
   const ConvertCase cases[] = {
-      {"03 after two zeros is removed", {0x65, 0x00, 0x00, 0x03, 0x01}, 16, 3, {0x00, 0x00, 0x01}},
-      {"03 followed by a byte above 03 is forbidden", {0x65, 0x00, 0x00, 0x03, 0x04}, 16, -1, {}},
-      {"trailing 03 is dropped", {0x65, 0x00, 0x00, 0x03}, 16, 2, {0x00, 0x00}},
-      {"header byte only", {0x65}, 16, 0, {}},
-      {"00 00 00 inside is tolerated", {0x65, 0x00, 0x00, 0x00, 0x03, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
-      {"00 00 02 at the end stops before it", {0x65, 0xAA, 0x00, 0x00, 0x02}, 16, 3, {0xAA, 0x00, 0x00}},
-      {"no room", {0x65, 0x11, 0x22, 0x33}, 2, -1, {}},
-      {"exactly enough room", {0x65, 0x11, 0x22, 0x33}, 3, 3, {0x11, 0x22, 0x33}},
-      {"HEVC second header byte comes first", {0x40, 0x01, 0x0C, 0x01}, 8, 3, {0x01, 0x0C, 0x01}},
+      {"03 after two zeros is removed", false, {0x65, 0x00, 0x00, 0x03, 0x01}, 16, 3, {0x00, 0x00, 0x01}},
+      {"03 followed by a byte above 03 is forbidden", false, {0x65, 0x00, 0x00, 0x03, 0x04}, 16, -1, {}},
+      {"trailing 03 is dropped", false, {0x65, 0x00, 0x00, 0x03}, 16, 2, {0x00, 0x00}},
+      {"header byte only", false, {0x65}, 16, 0, {}},
+      {"00 00 00 inside is tolerated", false, {0x65, 0x00, 0x00, 0x00, 0x03, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
+      {"00 00 02 at the end stops before it", false, {0x65, 0xAA, 0x00, 0x00, 0x02}, 16, 3, {0xAA, 0x00, 0x00}},
+      {"no room", false, {0x65, 0x11, 0x22, 0x33}, 2, -1, {}},
+      {"exactly enough room", false, {0x65, 0x11, 0x22, 0x33}, 3, 3, {0x11, 0x22, 0x33}},
+      {"HEVC second header byte comes first", false, {0x40, 0x01, 0x0C, 0x01}, 8, 3, {0x01, 0x0C, 0x01}},
+      {"escape: 00 00 01 gets an 03", true, {0x00, 0x00, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
+      {"escape: empty RBSP is the header byte", true, {}, 16, 1, {0x00}},
+      {"escape: zero run", true, {0x00, 0x00, 0x00, 0x00, 0x00}, 16, 8, {0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x03, 0x00}},
+      {"escape: no site", true, {0x11, 0x00, 0x22, 0x00}, 16, 5, {0x00, 0x11, 0x00, 0x22, 0x00}},
+      {"escape: no room for the 03", true, {0x00, 0x00, 0x01}, 3, -1, {}},
+      {"escape: no room for the byte behind the 03", true, {0x00, 0x00, 0x01}, 4, -1, {}},
+      {"escape: exactly enough room", true, {0x00, 0x00, 0x01}, 5, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    ref::Converted got = runNalToRbsp(c.input, c.capacity);
+    const int n = static_cast<int>(c.input.size());
+    ref::Converted got = c.escape ? runRbspToNal(c.input, c.capacity) : runNalToRbsp(c.input, c.capacity);
     EXPECT_EQ(got.result, c.result);
     if (c.result >= 0) {
       EXPECT_EQ(got.out, c.output);
     }
-    EXPECT_EQ(got, ref::nalToRbsp(c.input.data(), static_cast<int>(c.input.size()), c.capacity));
-  }
-}
-
-TEST(RbspToNal, EdgeCases) {
-  const ConvertCase cases[] = {
-      {"00 00 01 gets an 03", {0x00, 0x00, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
-      {"empty RBSP is the header byte", {}, 16, 1, {0x00}},
-      {"zero run", {0x00, 0x00, 0x00, 0x00, 0x00}, 16, 8, {0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x03, 0x00}},
-      {"no site", {0x11, 0x00, 0x22, 0x00}, 16, 5, {0x00, 0x11, 0x00, 0x22, 0x00}},
-      {"no room for the 03", {0x00, 0x00, 0x01}, 3, -1, {}},
-      {"no room for the byte behind the 03", {0x00, 0x00, 0x01}, 4, -1, {}},
-      {"exactly enough room", {0x00, 0x00, 0x01}, 5, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    ref::Converted got = runRbspToNal(c.input, c.capacity);
-    EXPECT_EQ(got.result, c.result);
-    if (c.result >= 0) {
-      EXPECT_EQ(got.out, c.output);
-    }
-    EXPECT_EQ(got, ref::rbspToNal(c.input.data(), static_cast<int>(c.input.size()), c.capacity));
+    EXPECT_EQ(got, c.escape ? ref::rbspToNal(c.input.data(), n, c.capacity) : ref::nalToRbsp(c.input.data(), n, c.capacity));
   }
 }
 

@@ -4,11 +4,20 @@
 // matches (the definitions test the first end position before any bound check; the library
 // keeps every read inside the caller's buffer).
 #pragma once
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <vector>
 
 namespace ref {
+
+// An exactly sized heap copy, so that AddressSanitizer sees any access past its end.
+inline std::unique_ptr<uint8_t[]> exactCopy(const std::vector<uint8_t>& bytes) {
+  auto copy = std::make_unique<uint8_t[]>(bytes.empty() ? 1 : bytes.size());
+  std::copy(bytes.begin(), bytes.end(), copy.get());
+  return copy;
+}
 
 struct Bytes {
   const uint8_t* p;
