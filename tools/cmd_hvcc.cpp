@@ -1,5 +1,172 @@
-// quorvane hvcc: placeholder until its capability lands.
+// quorvane hvcc: write the HEVC decoder configuration record (hvcC box) of a stream, or print one.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
 #include "cli.h"
 #include "commands.h"
+#include "param_report.h"
+#include "streamutil/hevc_config_record.h"
 
-int cmdHvcc(int, char**) { return cli::failWith(cli::kFailed, "hvcc", "not available in this build yet"); }
+namespace {
+
+constexpr const char* kUsage =
+    "usage: quorvane hvcc FILE -o hvcC.bin [--json]\n"
+    "       quorvane hvcc --read hvcC.bin [--json]\n\n"
+    "Builds the HEVCDecoderConfigurationRecord of an HEVC elementary stream from its first VPS,\n"
+    "SPS and PPS (header derived from them) and writes it as an hvcC box (size, type, record).\n"
+    "With --read, prints the header fields and the parameter sets of an hvcC box (or of a bare\n"
+    "record without the box words).\n\n"
+    "  -o, --output FILE   where to write the box\n"
+    "  --read FILE         print a box instead\n"
+    "  --json              JSON output\n";
+
+void headerFields(const HEVC_DECODED& h, FILE* out, cli::Json* json) {
+  const struct {
+    const char* name;
+    uint64_t value;
+  } fields[] = {
+      {"configurationVersion", h.configurationVersion},
+      {"general_profile_space", h.general_profile_space},
+      {"general_tier_flag", h.general_tier_flag},
+      {"general_profile_idc", h.general_profile_idc},
+      {"general_profile_compatibility_flags", h.general_profile_compatibility_flags},
+      {"general_constraint_indicator_flags", h.general_constraint_indicator_flags},
+      {"general_level_idc", h.general_level_idc},
+      {"min_spatial_segmentation_idc", h.min_spatial_segmentation_idc},
+      {"parallelismType", h.parallelismType},
+      {"chromaFormat", h.chromaFormat},
+      {"bitDepthLumaMinus8", h.bitDepthLumaMinus8},
+      {"bitDepthChromaMinus8", h.bitDepthChromaMinus8},
+      {"avgFrameRate", h.avgFrameRate},
+      {"constantFrameRate", h.constantFrameRate},
+      {"numTemporalLayers", h.numTemporalLayers},
+      {"temporalIdNested", h.temporalIdNested},
+      {"lengthSizeMinusOne", h.lengthSizeMinusOne},
+      {"numOfArrays", h.numOfArrays},
+  };
+  if (json) json->beginObject("header");
+  for (const auto& f : fields) {
+    if (json)
+      json->num(f.name, static_cast<int64_t>(f.value));
+    else
+      std::fprintf(out, "  %s = 0x%llX (%llu)\n", f.name, static_cast<unsigned long long>(f.value),
+                   static_cast<unsigned long long>(f.value));
+  }
+  if (json) json->endObject();
+}
+
+int readBox(const std::string& path, bool asJson) {
+  auto text = cli::readFile(path);
+  if (!text) return cli::failWith(cli::kFailed, "hvcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
+  std::vector<uint8_t> box(text->begin(), text->end());
+  if (box.size() < 8 || std::memcmp(box.data() + 4, "hvcC", 4) != 0) {  // a bare record: add the box words
+    uint32_t size = static_cast<uint32_t>(box.size() + 8);
+    std::vector<uint8_t> head = {uint8_t(size >> 24), uint8_t(size >> 16), uint8_t(size >> 8), uint8_t(size), 'h', 'v', 'c', 'C'};
+    box.insert(box.begin(), head.begin(), head.end());
+  }
+  HEVC_DECODED header{};
+  params::Decoded d;
+  d.hevcVps = std::make_unique<HEVC_VPS_DECODED>();
+  d.hevcSps = std::make_unique<HEVC_SPS_DECODED>();
+  d.hevcPps = std::make_unique<HEVC_PPS_DECODED>();
+  zr_bitstream in{box.data(), static_cast<int64_t>(box.size()), box.size() * 8, 0};
+  params::LogCollector log;
+  uint32_t result = klxutilRead_HEVC_CR(&in, &header, d.hevcVps.get(), d.hevcSps.get(), d.hevcPps.get());
+  if (result == 0xFFFFFFFFu)
+    return cli::failWith(cli::kFailed, "hvcc", "%s is not a readable hvcC record (%s)", path.c_str(), log.first().c_str());
+  for (const auto& line : log.lines()) std::fprintf(stderr, "quorvane hvcc: reader report: %s\n", line.c_str());
+  const bool haveSps = d.hevcSps->pic_width_in_luma_samples > 0;
+  if (asJson) {
+    cli::Json json;
+    json.beginObject().str("file", path);
+    headerFields(header, nullptr, &json);
+    if (haveSps) params::summaryJson(json, params::summarize(*d.hevcSps, d.hevcVps.get()));
+    for (const char* kind : {"VPS", "SPS", "PPS"}) {
+      std::string key = kind;
+      for (auto& c : key) c = static_cast<char>(std::tolower(c));
+      json.beginArray(key);
+      params::listJson(json, StreamCodec::kHevc, kind, d);
+      json.endArray();
+    }
+    json.endObject();
+    std::printf("%s\n", json.text().c_str());
+    return cli::kOk;
+  }
+  std::printf("%s: hvcC, %zu bytes\n", path.c_str(), box.size());
+  headerFields(header, stdout, nullptr);
+  if (haveSps) std::printf("%s\n", params::summaryLine(params::summarize(*d.hevcSps, d.hevcVps.get())).c_str());
+  for (const char* kind : {"VPS", "SPS", "PPS"}) {
+    std::printf("%s\n", kind);
+    params::listText(stdout, StreamCodec::kHevc, kind, d, "  ");
+  }
+  return cli::kOk;
+}
+
+int writeBox(const std::string& path, const std::string& output, bool asJson) {
+  auto text = cli::readFile(path);
+  if (!text) return cli::failWith(cli::kFailed, "hvcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
+  std::vector<uint8_t> stream(text->begin(), text->end());
+  params::StreamParams sets = params::collect(stream);
+  if (sets.codec != StreamCodec::kHevc) return cli::failWith(cli::kFailed, "hvcc", "%s is not an HEVC elementary stream", path.c_str());
+  if (sets.vps.empty() || sets.sps.empty() || sets.pps.empty())
+    return cli::failWith(cli::kFailed, "hvcc", "%s lacks a VPS, SPS or PPS", path.c_str());
+  params::Decoded d;
+  if (!params::decodeUnit(StreamCodec::kHevc, "SPS", sets.sps.front(), d) ||
+      !params::decodeUnit(StreamCodec::kHevc, "PPS", sets.pps.front(), d))
+    return cli::failWith(cli::kFailed, "hvcc", "the parameter sets of %s are not readable", path.c_str());
+  for (const auto* unit : {&sets.vps.front(), &sets.sps.front(), &sets.pps.front()})
+    if (unit->size() > 0xFFFF) return cli::failWith(cli::kFailed, "hvcc", "a parameter set is too long for hvcC");
+  HEVC_DECODED header;
+  klxutilFillHvccHeader(&header, d.hevcSps.get(), d.hevcPps.get());
+  const size_t capacity = 8 + 23 + 15 + sets.vps.front().size() + sets.sps.front().size() + sets.pps.front().size();
+  std::vector<uint8_t> box(capacity, 0);
+  zr_bitstream out{box.data(), static_cast<int64_t>(box.size()), box.size() * 8, 64};
+  uint32_t n = klxutilWrite_HEVC_CR(&out, &header, sets.vps.front().data(), sets.sps.front().data(),
+                                    sets.pps.front().data(), static_cast<int32_t>(sets.vps.front().size()),
+                                    static_cast<int32_t>(sets.sps.front().size()),
+                                    static_cast<int32_t>(sets.pps.front().size()));
+  if (n != capacity) return cli::failWith(cli::kFailed, "hvcc", "internal size mismatch (%u <> %zu)", n, capacity);
+  const uint8_t head[8] = {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n), 'h', 'v', 'c', 'C'};
+  std::memcpy(box.data(), head, 8);
+  std::ofstream file(output, std::ios::binary);
+  if (!file.write(reinterpret_cast<const char*>(box.data()), static_cast<std::streamsize>(box.size())) || !file.flush())
+    return cli::failWith(cli::kFailed, "hvcc", "cannot write %s", output.c_str());
+  if (asJson) {
+    cli::Json json;
+    json.beginObject().str("file", path).str("output", output).num("bytes", static_cast<int64_t>(n));
+    headerFields(header, nullptr, &json);
+    json.endObject();
+    std::printf("%s\n", json.text().c_str());
+  } else {
+    std::printf("%s: wrote %u-byte hvcC box (%s)\n", output.c_str(), n,
+                params::summaryLine(params::summarize(*d.hevcSps, nullptr)).c_str());
+  }
+  return cli::kOk;
+}
+
+}  // namespace
+
+int cmdHvcc(int argc, char** argv) {
+  cli::Args args;
+  // -o is read as a positional flag by the parser; accept both spellings.
+  std::vector<char*> rewritten(argv, argv + argc);
+  for (auto& a : rewritten)
+    if (!std::strcmp(a, "-o")) a = const_cast<char*>("--output");
+  if (!args.parse(argc, rewritten.data(), {"output", "read"}, {"json", "help"}))
+    return cli::fail("hvcc", "%s", args.error().c_str());
+  if (args.has("help")) {
+    std::fputs(kUsage, stdout);
+    return cli::kOk;
+  }
+  const bool asJson = args.has("json");
+  if (auto box = args.get("read")) {
+    if (!args.positional().empty() || args.has("output")) return cli::fail("hvcc", "--read takes no other file (see --help)");
+    return readBox(*box, asJson);
+  }
+  if (args.positional().size() != 1) return cli::fail("hvcc", "expected one HEVC stream file (see --help)");
+  auto output = args.get("output");
+  if (!output) return cli::fail("hvcc", "missing -o FILE for the hvcC box (see --help)");
+  return writeBox(args.positional()[0], *output, asJson);
+}

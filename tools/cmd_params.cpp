@@ -1,5 +1,97 @@
-// quorvane params: placeholder until its capability lands.
+// quorvane params: the VPS/SPS/PPS of an H.264 or HEVC elementary stream, with a summary line.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 #include "cli.h"
 #include "commands.h"
+#include "param_report.h"
+#include "stream_units.h"
 
-int cmdParams(int, char**) { return cli::failWith(cli::kFailed, "params", "not available in this build yet"); }
+namespace {
+
+constexpr const char* kUsage =
+    "usage: quorvane params FILE [--json]\n\n"
+    "Prints the parameter sets (HEVC VPS/SPS/PPS, H.264 SPS/PPS) of an Annex B elementary stream:\n"
+    "a summary line (picture size, rate, profile, level, chroma format, bit depth, colour\n"
+    "description) and every syntax element of each distinct parameter set. The codec is detected.\n\n"
+    "  --json    one JSON object: codec, summary, and the elements of each set\n"
+    "  FILE      the stream, or - for standard input\n";
+
+struct Kind {
+  const char* name;  // "VPS", "SPS", "PPS"
+  const char* key;   // JSON key
+  const std::vector<params::Bytes>* units;
+};
+
+}  // namespace
+
+int cmdParams(int argc, char** argv) {
+  cli::Args args;
+  if (!args.parse(argc, argv, {}, {"json", "help"})) return cli::fail("params", "%s", args.error().c_str());
+  if (args.has("help")) {
+    std::fputs(kUsage, stdout);
+    return cli::kOk;
+  }
+  if (args.positional().size() != 1) return cli::fail("params", "expected one stream file (see --help)");
+  const std::string& path = args.positional()[0];
+  auto text = cli::readFile(path);
+  if (!text) return cli::failWith(cli::kFailed, "params", "cannot read %s: %s", path.c_str(), std::strerror(errno));
+  std::vector<uint8_t> stream(text->begin(), text->end());
+  params::LogCollector log;  // reader reports are shown with the unit they concern
+  params::StreamParams sets = params::collect(stream);
+  if (sets.codec != StreamCodec::kHevc && sets.codec != StreamCodec::kH264)
+    return cli::failWith(cli::kFailed, "params", "%s is not an H.264 or HEVC elementary stream", path.c_str());
+  if (sets.sps.empty()) return cli::failWith(cli::kFailed, "params", "%s has no sequence parameter set", path.c_str());
+
+  const Kind kinds[] = {{"VPS", "vps", &sets.vps}, {"SPS", "sps", &sets.sps}, {"PPS", "pps", &sets.pps}};
+  // The summary comes from the first SPS (and first VPS for HEVC timing).
+  params::Decoded first;
+  log.clear();
+  if (!params::decodeUnit(sets.codec, "SPS", sets.sps.front(), first))
+    return cli::failWith(cli::kFailed, "params", "the first sequence parameter set of %s is not readable", path.c_str());
+  if (sets.codec == StreamCodec::kHevc && !sets.vps.empty()) params::decodeUnit(sets.codec, "VPS", sets.vps.front(), first);
+  log.clear();
+  params::Summary summary = sets.codec == StreamCodec::kHevc
+                                ? params::summarize(*first.hevcSps, first.hevcVps.get())
+                                : params::summarize(*first.avcSps);
+
+  if (args.has("json")) {
+    cli::Json json;
+    json.beginObject().str("file", path).str("codec", units::codecName(sets.codec));
+    params::summaryJson(json, summary);
+    for (const Kind& k : kinds) {
+      if (sets.codec == StreamCodec::kH264 && std::string(k.name) == "VPS") continue;
+      json.beginArray(k.key);
+      for (const auto& unit : *k.units) {
+        params::Decoded d;
+        bool ok = params::decodeUnit(sets.codec, k.name, unit, d);
+        json.beginObject().num("bytes", static_cast<int64_t>(unit.size())).boolean("valid", ok);
+        json.beginArray("reports");
+        for (const auto& line : log.lines()) json.str("", params::LogCollector::trimmed(line));
+        json.endArray();
+        log.clear();
+        json.beginArray("elements");
+        if (ok) params::listJson(json, sets.codec, k.name, d);
+        json.endArray().endObject();
+      }
+      json.endArray();
+    }
+    json.endObject();
+    std::printf("%s\n", json.text().c_str());
+    return cli::kOk;
+  }
+  std::printf("%s: %s\n%s\n", path.c_str(), units::codecName(sets.codec), params::summaryLine(summary).c_str());
+  for (const Kind& k : kinds) {
+    for (size_t i = 0; i < k.units->size(); ++i) {
+      const auto& unit = (*k.units)[i];
+      params::Decoded d;
+      bool ok = params::decodeUnit(sets.codec, k.name, unit, d);
+      std::printf("%s #%zu (%zu bytes)%s\n", k.name, i, unit.size(), ok ? "" : ": not readable");
+      for (const auto& line : log.lines()) std::printf("  report: %s\n", params::LogCollector::trimmed(line).c_str());
+      log.clear();
+      if (ok) params::listText(stdout, sets.codec, k.name, d, "  ");
+    }
+  }
+  return cli::kOk;
+}

@@ -1,0 +1,93 @@
+// quorvane params / hvcc: sizes and profiles agree with ffprobe; hvcC files round-trip; errors.
+#include <gtest/gtest.h>
+
+#include "params/params_support.h"
+#include "support/test_support.h"
+
+namespace {
+
+std::string ffprobeField(const std::string& path, const std::string& field) {
+  auto r = qtest::runCommand("ffprobe -v error -select_streams v:0 -show_entries stream=" + field +
+                             " -of default=nw=1:nk=1 " + qtest::shellQuote(path));
+  std::string out = r.out;
+  while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+  return out;
+}
+
+std::string jsonValue(const std::string& json, const std::string& key) {
+  size_t at = json.find("\"" + key + "\":");
+  if (at == std::string::npos) return "";
+  at += key.size() + 3;
+  size_t end = json.find_first_of(",}", at);
+  std::string v = json.substr(at, end - at);
+  if (!v.empty() && v.front() == '"') v = v.substr(1, v.size() - 2);
+  return v;
+}
+
+TEST(ParamsCommand, SummaryAgreesWithFfprobe) {
+  struct Case {
+    std::string path;
+  } cases[] = {
+      {ptest::x265Stream("odd_size_crop", "yuv420p", "", "100x58")},
+      {ptest::x265Stream("main10", "yuv420p10le", "", "64x64")},
+      {ptest::x264Stream("colour_sar_crop", "yuv420p",
+                         "-profile:v high -x264-params colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc:range=pc:sar=5/7:chromaloc=1:overscan=show",
+                         "100x58")},
+      {ptest::x264Stream("high422", "yuv422p10le", "-profile:v high422", "64x64")},
+  };
+  for (const auto& c : cases) {
+    auto r = qtest::runTool("params --json " + qtest::shellQuote(c.path));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(jsonValue(r.out, "width"), ffprobeField(c.path, "width")) << c.path;
+    EXPECT_EQ(jsonValue(r.out, "height"), ffprobeField(c.path, "height")) << c.path;
+    EXPECT_EQ(jsonValue(r.out, "profile"), ffprobeField(c.path, "profile")) << c.path;
+    std::string pixFmt = ffprobeField(c.path, "pix_fmt");
+    EXPECT_EQ(pixFmt.find("10") != std::string::npos, jsonValue(r.out, "bit_depth_luma") == "10") << pixFmt;
+    auto text = qtest::runTool("params " + qtest::shellQuote(c.path));
+    EXPECT_EQ(text.exitCode, 0);
+    EXPECT_NE(text.out.find("x" + ffprobeField(c.path, "height") + ","), std::string::npos) << text.out;
+  }
+}
+
+TEST(HvccCommand, WritesABoxThatReadsBack) {
+  std::string stream = ptest::x265Stream("main_hrd", "yuv420p", "hrd=1:vbv-maxrate=500:vbv-bufsize=500", "64x64");
+  qtest::TempDir dir;
+  auto w = qtest::runTool("hvcc " + qtest::shellQuote(stream) + " -o " + qtest::shellQuote(dir.file("h.bin")));
+  ASSERT_EQ(w.exitCode, 0) << w.err;
+  auto box = qtest::readBytes(dir.file("h.bin"));
+  ASSERT_GT(box.size(), 8u);
+  EXPECT_EQ(std::string(box.begin() + 4, box.begin() + 8), "hvcC");
+  EXPECT_EQ(size_t(box[3]) | size_t(box[2]) << 8, box.size());
+  auto r = qtest::runTool("hvcc --json --read " + qtest::shellQuote(dir.file("h.bin")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(jsonValue(r.out, "numOfArrays"), "3");
+  EXPECT_EQ(jsonValue(r.out, "width"), "64");
+  EXPECT_EQ(jsonValue(r.out, "lengthSizeMinusOne"), "3");
+}
+
+TEST(ParamsCommands, RefuseBadInputWithOneLine) {
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("junk.bin"), {1, 2, 3, 4, 5});
+  std::string h264 = ptest::x264Stream("main", "yuv420p", "-profile:v main", "64x48");
+  struct Case {
+    std::string args;
+    int exitCode;
+  } cases[] = {
+      {"params", 2},
+      {"params " + dir.file("missing.h264"), 1},
+      {"params " + dir.file("junk.bin"), 1},
+      {"params --bogus x", 2},
+      {"hvcc " + h264 + " -o " + dir.file("x.bin"), 1},
+      {"hvcc " + h264, 2},
+      {"hvcc --read " + dir.file("junk.bin"), 1},
+  };
+  for (const auto& c : cases) {
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << c.args << ": " << r.err;
+  }
+  EXPECT_EQ(qtest::runTool("params --help").exitCode, 0);
+  EXPECT_EQ(qtest::runTool("hvcc --help").exitCode, 0);
+}
+
+}  // namespace

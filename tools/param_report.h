@@ -1,0 +1,84 @@
+// The parameter sets of an elementary stream as `quorvane params`, `quorvane hvcc` and the
+// parameter-set section of `quorvane inspect` show them: decoded records, a one-line summary
+// (size, rate, profile, level, chroma format, bit depth, colour description) and the element
+// listings, as text or JSON.
+#pragma once
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli.h"
+#include "inspect.h"
+#include "streamutil/avc_params.h"
+#include "streamutil/hevc_params.h"
+
+namespace params {
+
+// Collects the library's log lines while alive (the readers report damaged units through the
+// log), so the commands can show them in their own output instead of as stray stderr lines.
+class LogCollector {
+ public:
+  LogCollector();
+  ~LogCollector();
+  LogCollector(const LogCollector&) = delete;
+  LogCollector& operator=(const LogCollector&) = delete;
+  const std::vector<std::string>& lines() const { return lines_; }
+  // The first line without leading/trailing line breaks, or "".
+  std::string first() const { return lines_.empty() ? "" : trimmed(lines_.front()); }
+  static std::string trimmed(std::string text);
+  void clear() { lines_.clear(); }
+
+ private:
+  static void sink(void* user, int kind, uint32_t severity, uint32_t a, uint32_t b, const char* text);
+  std::vector<std::string> lines_;
+};
+
+using Bytes = std::vector<uint8_t>;
+
+// Distinct parameter-set units in stream order (repeats of the same bytes are dropped).
+struct StreamParams {
+  StreamCodec codec = StreamCodec::kUnknown;
+  std::vector<Bytes> vps, sps, pps;
+};
+StreamParams collect(const std::vector<uint8_t>& stream);
+// Codec detected from the stream's units.
+StreamCodec detectCodec(const std::vector<uint8_t>& stream);
+
+// What a viewer wants to know first, derived from the SPS (and VPS for HEVC timing).
+struct Summary {
+  const char* codec = "";
+  std::string profile;
+  std::string level;
+  int width = 0, height = 0;      // after cropping / conformance window
+  uint32_t rate = 0, scale = 0;   // frames per second = rate / scale (0 when not signalled)
+  bool interlaced = false;
+  int chromaFormat = 1;           // 0 monochrome, 1 4:2:0, 2 4:2:2, 3 4:4:4
+  int bitDepthLuma = 8, bitDepthChroma = 8;
+  bool colourDescription = false;
+  int colourPrimaries = 2, transferCharacteristics = 2, matrixCoefficients = 2;  // 2 = unspecified
+  bool fullRange = false;
+};
+Summary summarize(const HEVC_SPS_DECODED& sps, const HEVC_VPS_DECODED* vps);
+Summary summarize(const SPS_DECODED& sps);
+std::string summaryLine(const Summary& s);
+void summaryJson(cli::Json& json, const Summary& s);
+
+// Decoded records of one stream's first VPS/SPS/PPS (HEVC) or SPS/PPS (H.264).
+struct Decoded {
+  std::unique_ptr<HEVC_VPS_DECODED> hevcVps;
+  std::unique_ptr<HEVC_SPS_DECODED> hevcSps;
+  std::unique_ptr<HEVC_PPS_DECODED> hevcPps;
+  std::unique_ptr<SPS_DECODED> avcSps;
+  std::unique_ptr<PPS_DECODED> avcPps;
+};
+// Reads one unit into the matching record of `out` (kind: "VPS", "SPS", "PPS"). False when the
+// reader rejects it.
+bool decodeUnit(StreamCodec codec, const char* kind, const Bytes& unit, Decoded& out);
+
+// "name = value" lines (text) or an array of {"name", "value"} objects (JSON) of one record.
+void listText(FILE* out, StreamCodec codec, const char* kind, const Decoded& d, const char* indent);
+void listJson(cli::Json& json, StreamCodec codec, const char* kind, const Decoded& d);
+
+}  // namespace params
