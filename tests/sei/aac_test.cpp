@@ -115,8 +115,8 @@ std::vector<std::string> ffprobeLines(const std::string& args) {
 
 TEST(AdtsInterop, HeadersOfAnFfmpegStreamMatchFfprobe) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffprobe missing";
-  for (const char* spec : {"48000:2", "22050:1", "44100:6"}) {
-    std::string rate(spec, std::strchr(spec, ':')), channels(std::strchr(spec, ':') + 1);
+  for (const char* audioFormat : {"48000:2", "22050:1", "44100:6"}) {
+    std::string rate(audioFormat, std::strchr(audioFormat, ':')), channels(std::strchr(audioFormat, ':') + 1);
     const std::string path = qtest::encodedStream("adts-" + rate + "-" + channels + ".aac",
                                                   "-f lavfi -i sine=frequency=440:sample_rate=" + rate +
                                                       " -ac " + channels + " -t 0.3 -c:a aac -b:a 64k -f adts");
@@ -147,8 +147,8 @@ TEST(AdtsInterop, HeadersOfAnFfmpegStreamMatchFfprobe) {
 
 TEST(AdtsInterop, AudioSpecificConfigFromAnMp4RoundTrips) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffprobe missing";
-  for (const char* spec : {"48000:2", "8000:1", "96000:2"}) {
-    std::string rate(spec, std::strchr(spec, ':')), channels(std::strchr(spec, ':') + 1);
+  for (const char* audioFormat : {"48000:2", "8000:1", "96000:2"}) {
+    std::string rate(audioFormat, std::strchr(audioFormat, ':')), channels(std::strchr(audioFormat, ':') + 1);
     const std::string path = qtest::encodedStream("asc-" + rate + "-" + channels + ".mp4",
                                                   "-f lavfi -i sine=sample_rate=" + rate + " -ac " + channels +
                                                       " -t 0.2 -c:a aac -b:a 48k -f mp4");
@@ -180,7 +180,7 @@ TEST(AdtsInterop, AudioSpecificConfigFromAnMp4RoundTrips) {
     Bytes out(asc.size() + 4, 0);
     zr_bitstream w = over(out);
     klxutilWriteAAC(&w, &config);
-    EXPECT_EQ(Bytes(out.begin(), out.begin() + 2), Bytes(asc.begin(), asc.begin() + 2)) << spec;
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 2), Bytes(asc.begin(), asc.begin() + 2)) << audioFormat;
   }
 }
 
