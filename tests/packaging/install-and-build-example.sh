@@ -32,7 +32,7 @@ cmake -S "$example" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCM
 cmake --build "$work/cmake" >/dev/null
 # (ldd output is captured first: grep -q closing the pipe early would fail it under pipefail.)
 deps=$(ldd "$work/cmake/quorvane_host")
-[[ $deps == *"$prefix/lib/libquorvane.so"* ]] || fail "quorvane_host does not load the installed shared library"
+[[ $deps == *"$prefix/lib/libquorvane.so"* ]] || fail "quorvane_host does not load the installed shared library; ldd says: $deps"
 deps=$(ldd "$work/cmake/quorvane_host_static")
 [[ $deps != *libquorvane* ]] || fail "quorvane_host_static loads libquorvane.so"
 check_run "$work/cmake/quorvane_host"
