@@ -315,6 +315,13 @@ int zrCFGDeleteValue(ZRCFGHANDLE store, const char* keyPath, const char* name) {
   });
 }
 
+// The index-th child element named tag (0 = the first), or null past the last.
+static const TiXmlElement* nthChild(const TiXmlElement* parent, const char* tag, uint32_t index) {
+  const TiXmlElement* e = parent->FirstChildElement(tag);
+  for (uint32_t i = 0; e != nullptr && i < index; ++i) e = e->NextSiblingElement(tag);
+  return e;
+}
+
 int zrCFGEnumValue(ZRCFGHANDLE store, const char* keyPath, uint32_t index, char* name, uint32_t* nameSize, uint32_t* type) {
   return guarded([&] {
     const auto file = storeOf(store);
@@ -322,8 +329,7 @@ int zrCFGEnumValue(ZRCFGHANDLE store, const char* keyPath, uint32_t index, char*
     return file->read([&](const TiXmlDocument& doc) {
       const TiXmlElement* key = findKey(doc, keyPath);
       if (key == nullptr) return ZR_CFG_NOT_FOUND;
-      const TiXmlElement* v = key->FirstChildElement(kValueTag);
-      for (uint32_t i = 0; v != nullptr && i < index; ++i) v = v->NextSiblingElement(kValueTag);
+      const TiXmlElement* v = nthChild(key, kValueTag, index);
       if (v == nullptr) return ZR_CFG_NO_MORE_ITEMS;
       if (type) *type = typeIs(v, kTypeDword) ? ZR_CFG_TYPE_DWORD : typeIs(v, kTypeString) ? ZR_CFG_TYPE_STRING : ZR_CFG_TYPE_NONE;
       const std::string text = attribute(v, "name");
@@ -347,8 +353,7 @@ int zrCFGEnumKey(ZRCFGHANDLE store, const char* keyPath, uint32_t index, char* n
     return file->read([&](const TiXmlDocument& doc) {
       const TiXmlElement* key = findKey(doc, keyPath);
       if (key == nullptr) return ZR_CFG_NOT_FOUND;
-      const TiXmlElement* k = key->FirstChildElement(kKeyTag);
-      for (uint32_t i = 0; k != nullptr && i < index; ++i) k = k->NextSiblingElement(kKeyTag);
+      const TiXmlElement* k = nthChild(key, kKeyTag, index);
       if (k == nullptr) return ZR_CFG_NO_MORE_ITEMS;
       return copyOut(attribute(k, "name"), name, nameSize);
     });
