@@ -5,7 +5,8 @@ packages=(
   cmake ninja-build g++ make pkg-config
   libtinyxml-dev libjsmn-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  ffmpeg x264 x265 libavcodec-dev
+  libcli11-dev nlohmann-json3-dev
+  ffmpeg x264 x265 libavcodec-dev libavformat-dev libavutil-dev
 )
 missing=()
 for p in "${packages[@]}"; do
