@@ -24,6 +24,9 @@ run: build-release
 	@scripts/run-demo.sh $(REL_DIR)/tools/quorvane
 
 bench: build-release
+	@scripts/install-deps.sh --bench
+	cmake -S . -B $(REL_DIR)
+	cmake --build $(REL_DIR) -j $(JOBS)
 	$(REL_DIR)/bench/quorvane_bench
 
 install: build-release

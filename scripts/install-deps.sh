@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the samples need, only when missing.
+# With --bench, also the peers the benchmarks measure against (never needed to build or test).
 set -euo pipefail
 packages=(
   cmake ninja-build g++ make pkg-config
@@ -8,6 +9,8 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   ffmpeg x264 x265 libavcodec-dev libavformat-dev libavutil-dev
 )
+bench_packages=(libgstreamer-plugins-bad1.0-dev)  # GStreamer's H.264/H.265 parsers
+[ "${1:-}" = "--bench" ] && packages+=("${bench_packages[@]}")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

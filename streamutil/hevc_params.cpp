@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -73,6 +74,35 @@ void fillSummary(HEVC_DECODED* summary, const HEVC_PROFILE_TIER_LEVEL& p) {
   summary->general_level_idc = static_cast<uint32_t>(p.general_level_idc) & 0xFFu;
 }
 
+// A reader sets every element of its record that the unit codes, and clears every other one,
+// with one exception that keeps an SPS read cheaper than its 52 KB record: the short-term
+// reference picture sets, the scaling lists and the sub-layer HRD tables are cleared only when
+// the unit codes them (syntax_io's clearBeforeReading), so entries past the coded counts keep
+// what they held. Nothing reads those entries: every user of the record follows the counts and
+// flags, as the syntax does.
+template <class Record>
+void clearForReading(Record* record) {
+  std::memset(static_cast<void*>(record), 0, sizeof *record);
+}
+
+void clearBetween(HEVC_SPS_DECODED* sps, size_t from, size_t to) {
+  std::memset(reinterpret_cast<uint8_t*>(sps) + from, 0, to - from);
+}
+
+void clearForReading(HEVC_SPS_DECODED* sps) {
+  using S = HEVC_SPS_DECODED;
+  constexpr size_t scaling = offsetof(S, scaling_list), sets = offsetof(S, st_ref_pic_set);
+  constexpr size_t nal = offsetof(S, vui) + offsetof(HEVC_VUI_PARAMETERS, hrd) +
+                         offsetof(HEVC_HRD_PARAMETERS, nal_sub_layer);
+  constexpr size_t vcl = offsetof(S, vui) + offsetof(HEVC_VUI_PARAMETERS, hrd) +
+                         offsetof(HEVC_HRD_PARAMETERS, vcl_sub_layer);
+  static_assert(scaling < sets && sets < nal && nal + sizeof(S::vui.hrd.nal_sub_layer) == vcl);
+  clearBetween(sps, 0, scaling);
+  clearBetween(sps, scaling + sizeof(S::scaling_list), sets);
+  clearBetween(sps, sets + sizeof(S::st_ref_pic_set), nal);
+  clearBetween(sps, vcl + sizeof(S::vui.hrd.vcl_sub_layer), sizeof(S));
+}
+
 // The reader frame shared by VPS, SPS and PPS. `body(reader)` reads the syntax into the record.
 template <class Record, class Body>
 uint32_t readUnit(zr_bitstream* in, Record* record, uint64_t bitLength, const UnitKind& kind, Body&& body) {
@@ -83,19 +113,28 @@ uint32_t readUnit(zr_bitstream* in, Record* record, uint64_t bitLength, const Un
   const uint64_t available = haveBytes > startByte ? haveBytes - startByte : 0;
   const uint64_t bytes = std::min(bits / 8, available);
   if (bits == 0 || bytes == 0) return 0;
-  std::vector<uint8_t> copy;
-  try {
-    copy.assign(std::max<uint64_t>(2 * bytes, bytes + 16), 0);
-  } catch (const std::bad_alloc&) {
-    return kFailed;
+  // The private copy: twice the unit, zero behind the data. Parameter sets are small, so it
+  // lives on the stack; only an unusually long unit takes the heap.
+  const size_t copyBytes = std::max<uint64_t>(2 * bytes, bytes + 16);
+  std::array<uint8_t, 1024> local;
+  std::vector<uint8_t> heap;
+  uint8_t* copy = local.data();
+  if (copyBytes > local.size()) {
+    try {
+      heap.resize(copyBytes);
+    } catch (const std::bad_alloc&) {
+      return kFailed;
+    }
+    copy = heap.data();
   }
-  std::memcpy(copy.data(), in->buffer + startByte, bytes);
+  std::memcpy(copy, in->buffer + startByte, bytes);
+  std::memset(copy + bytes, 0, copyBytes - bytes);
   size_t size = bytes;
   uint64_t unescapedBits = bytes < bits / 8 ? bytes * 8 : bits;
-  if (kind.type != kPps || size > 5) rbsp::removeHevcEmulationPrevention(copy.data(), size, unescapedBits);
+  if (kind.type != kPps || size > 5) rbsp::removeHevcEmulationPrevention(copy, size, unescapedBits);
 
-  std::memset(static_cast<void*>(record), 0, sizeof *record);
-  zr_bitstream priv{copy.data(), static_cast<int64_t>(copy.size()), unescapedBits, 0};
+  clearForReading(record);
+  zr_bitstream priv{copy, static_cast<int64_t>(copyBytes), unescapedBits, 0};
   ReadBit(&priv);  // forbidden_zero_bit
   const uint32_t type = ReadBits(&priv, 6);
   ReadBits(&priv, 6);  // nuh_layer_id

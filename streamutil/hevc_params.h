@@ -4,7 +4,11 @@
 // Readers take a zr_bitstream positioned at the two-byte NAL header and a bit length (0: the
 // stream's length). They work on a private unescaped copy, return the bytes read from that copy
 // (0 for a null record or an empty input, 0xFFFFFFFF on a header error) and, on success, move
-// the input on by the whole bit length. Readers clear the record before filling it.
+// the input on by the whole bit length. Readers clear the record before filling it, except
+// three large tables of the SPS record that are cleared only when the unit codes them: the
+// short-term sets beyond num_short_term_ref_pic_sets, scaling_list when the SPS carries no
+// scaling_list_data(), and the sub-layer HRD tables of sub-layers without NAL/VCL HRD keep
+// their previous contents. Every element the coded counts and flags reach is set or cleared.
 //
 // Writers produce a whole NAL unit (header forced to layer 0, temporal id 1; emulation
 // prevention applied) and return its byte count. Signed fields are written with

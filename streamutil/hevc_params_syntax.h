@@ -48,6 +48,7 @@ void profileTierLevel(Io& io, HEVC_PROFILE_TIER_LEVEL& p, int32_t maxNumSubLayer
 // E.2.3 sub_layer_hrd_parameters()
 template <class Io>
 void subLayerHrd(Io& io, HEVC_SUB_LAYER_HRD& h, int32_t cpbCount, int32_t subPicParams) {
+  io.clearBeforeReading(h);
   const int32_t entries = bounded(cpbCount, 32);
   for (int32_t i = 0; i < entries && io.more(); ++i) {
     QV_UE(h.bit_rate_value_minus1[i]);
@@ -106,6 +107,7 @@ void hrdParameters(Io& io, HEVC_HRD_PARAMETERS& h, int32_t commonInfPresent, int
 // 7.3.4 scaling_list_data()
 template <class Io>
 void scalingListData(Io& io, HEVC_SCALING_LIST_DATA& d) {
+  io.clearBeforeReading(d);
   for (int sizeId = 0; sizeId < 4; ++sizeId) {
     for (int matrixId = 0; matrixId < 6; matrixId += (sizeId == 3) ? 3 : 1) {
       QV_FLAG(d.scaling_list_pred_mode_flag[sizeId][matrixId]);
@@ -121,12 +123,14 @@ void scalingListData(Io& io, HEVC_SCALING_LIST_DATA& d) {
 }
 
 // The derived picture lists of a short-term set (7.4.8), needed to size the predicted form of
-// the sets that follow. 64-bit so hostile deltas cannot overflow.
+// the sets that follow. 64-bit so hostile deltas cannot overflow. Left uninitialised: a set's
+// entry is filled before any later set reads it, and only its first numNegative/numPositive
+// deltas are ever read (clearing all 64 would cost more than reading a whole SPS).
 struct RpsDerived {
-  int32_t numNegative = 0;
-  int32_t numPositive = 0;
-  int64_t deltaPocS0[16] = {};
-  int64_t deltaPocS1[16] = {};
+  int32_t numNegative;
+  int32_t numPositive;
+  int64_t deltaPocS0[16];
+  int64_t deltaPocS1[16];
 };
 
 // 7.3.7 st_ref_pic_set(stRpsIdx) as it appears in the SPS (stRpsIdx < num_short_term_ref_pic_sets).
@@ -134,6 +138,7 @@ template <class Io>
 void stRefPicSet(Io& io, HEVC_ST_REF_PIC_SET* sets, RpsDerived* derived, int32_t idx) {
   HEVC_ST_REF_PIC_SET& r = sets[idx];
   RpsDerived& out = derived[idx];
+  io.clearBeforeReading(r);
   if (idx != 0) QV_FLAG(r.inter_ref_pic_set_prediction_flag);
   if (idx != 0 && r.inter_ref_pic_set_prediction_flag) {
     QV_FLAG(r.delta_rps_sign);

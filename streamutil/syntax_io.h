@@ -8,6 +8,7 @@
 #pragma once
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "streamutil/zr_bitstream.h"
@@ -40,6 +41,11 @@ struct SyntaxReader {
   uint32_t fixedUe(uint32_t) { return ReadExponentialGolombCode(s); }
   // False once the data is exhausted: loops driven by coded counts stop there.
   bool more() const { return s->position <= s->length; }
+  // Clears a large part of a record just before its syntax is read (see clearForReading).
+  template <class Part>
+  void clearBeforeReading(Part& part) {
+    std::memset(static_cast<void*>(&part), 0, sizeof part);
+  }
 };
 
 template <SignedCode kSigned>
@@ -71,6 +77,8 @@ struct SyntaxWriter {
   }
   // False once the working buffer is full: a hostile record cannot make a writer spin.
   bool more() const { return s->position <= s->length; }
+  template <class Part>
+  void clearBeforeReading(Part&) {}
 };
 
 // Element name from the field expression: the member after the last '.', without subscripts.
@@ -103,6 +111,8 @@ struct SyntaxLister {
   // A budget of loop steps, so a hostile record cannot make a listing spin.
   uint64_t steps = 0;
   bool more() { return ++steps < 100000; }
+  template <class Part>
+  void clearBeforeReading(Part&) {}
 };
 
 // Loop count for a coded count kept in an array of `capacity` entries.

@@ -49,25 +49,34 @@ inline unsigned patternMask16(const uint8_t* p, __m128i zeroAt0) {
 }
 #endif
 
+#if defined(__SSE2__)
+// Bit i set when the pattern starts at p[i] (reads p[0 .. 17]).
+template <Third kind>
+inline unsigned exactMask16(const uint8_t* p) {
+  __m128i z0 = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128());
+  return patternMask16<kind>(p, z0);
+}
+#endif
+
 // First t in [from, limit) where the pattern starts, or `limit` when there is none.
 // The caller guarantees that p[limit + 1] is inside its buffer (limit <= size - 2).
 template <Third kind>
 inline size_t findFirst(const uint8_t* p, size_t from, size_t limit) {
   size_t t = from;
 #if defined(__SSE2__)
-  const __m128i zero = _mm_setzero_si128();
-  // Each step reads p[t .. t + 33]; t + 32 <= limit keeps that below limit + 2.
-  while (t + 32 <= limit) {
-    __m128i z0 = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + t)), zero);
-    __m128i z1 = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + t + 16)), zero);
-    // Most 32-byte blocks of coded data hold no zero byte at all: one test skips them.
-    if (_mm_movemask_epi8(_mm_or_si128(z0, z1)) != 0) {
-      unsigned m = patternMask16<kind>(p + t, z0);
-      if (m) return t + static_cast<size_t>(__builtin_ctz(m));
-      m = patternMask16<kind>(p + t + 16, z1);
-      if (m) return t + 16 + static_cast<size_t>(__builtin_ctz(m));
-    }
-    t += 32;
+  // Each step reads p[t .. t + 65]; t + 64 <= limit keeps that below limit + 2. The whole
+  // pattern is tested at every position of the block: testing for zero bytes first would not
+  // pay, since coded data (CAVLC above all) holds one in a good share of its blocks.
+  while (t + 64 <= limit) {
+    const uint64_t m = uint64_t{exactMask16<kind>(p + t)} | uint64_t{exactMask16<kind>(p + t + 16)} << 16 |
+                       uint64_t{exactMask16<kind>(p + t + 32)} << 32 | uint64_t{exactMask16<kind>(p + t + 48)} << 48;
+    if (m) return t + static_cast<size_t>(__builtin_ctzll(m));
+    t += 64;
+  }
+  while (t + 16 <= limit) {  // reads p[t .. t + 17]
+    unsigned m = exactMask16<kind>(p + t);
+    if (m) return t + static_cast<size_t>(__builtin_ctz(m));
+    t += 16;
   }
 #endif
   for (; t < limit; t++) {

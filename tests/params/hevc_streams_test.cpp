@@ -104,10 +104,25 @@ TEST_P(HevcStreams, MatchFfmpegTraceAndRoundTrip) {
 
   // Read then write.
   uint8_t out[kHevcParamSetMaxBytes];
-  int32_t n = klxutilWrite_HEVC_VPS(vps.get(), out);
+  int32_t n = klxutilWrite_HEVC_SPS(sps.get(), out, 0);
+  const Bytes spsWritten(out, out + n);
+
+  // The SPS reader leaves the large tables past the coded counts as they were: read into a
+  // record full of stale bytes, it must list and write exactly as the clean record does.
+  auto stale = std::make_unique<HEVC_SPS_DECODED>();
+  std::memset(static_cast<void*>(stale.get()), 0xA5, sizeof *stale);
+  zr_bitstream again = over(*spsNal);
+  ASSERT_GT(klxutilRead_HEVC_SPS(&again, stale.get(), nullptr, 0), 0u);
+  ptest::ElementCollector clean, dirty;
+  klxutilList_HEVC_SPS(sps.get(), &ptest::ElementCollector::sink, &clean);
+  klxutilList_HEVC_SPS(stale.get(), &ptest::ElementCollector::sink, &dirty);
+  EXPECT_EQ(clean.elements, dirty.elements) << param.name;
+  n = klxutilWrite_HEVC_SPS(stale.get(), out, 0);
+  EXPECT_EQ(Bytes(out, out + n), spsWritten) << param.name << " SPS read over stale bytes";
+
+  n = klxutilWrite_HEVC_VPS(vps.get(), out);
   EXPECT_EQ(Bytes(out, out + n), *vpsNal) << param.name << " VPS";
-  n = klxutilWrite_HEVC_SPS(sps.get(), out, 0);
-  EXPECT_EQ(Bytes(out, out + n), *spsNal) << param.name << " SPS";
+  EXPECT_EQ(spsWritten, *spsNal) << param.name << " SPS";
   n = klxutilWrite_HEVC_PPS(pps.get(), out);
   EXPECT_EQ(hasPositiveSigned(*pps), (param.exempt & kPpsPositiveSigned) != 0)
       << param.name << ": the exemption list is out of date";
