@@ -28,8 +28,6 @@ bool exists(const std::string& path) {
   return stat(path.c_str(), &st) == 0;
 }
 
-TEST(ZrFile, InvalidHandleIsAllOnes) { EXPECT_EQ(reinterpret_cast<uintptr_t>(ZR_INVALID_HANDLE), ~uintptr_t{0}); }
-
 TEST(ZrFile, CreationDispositionsAgainstExistingAndMissingFiles) {
   enum Content { kKept, kEmpty, kAbsent };
   struct Case {

@@ -99,15 +99,3 @@ TEST(Tool, HelpListsCommandsAndUnknownCommandFails) {
 }
 
 }  // namespace
-
-namespace {
-TEST(TestSupport, EncodedStreamIsMadeOnceAndStartsWithAStartCode) {
-  std::string path = qtest::encodedStream(
-      "support-h264-tiny.h264", "-f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 2 -c:v libx264 -f h264");
-  ASSERT_FALSE(path.empty());
-  auto bytes = qtest::readBytes(path);
-  ASSERT_GT(bytes.size(), 4u);
-  EXPECT_EQ(bytes[0], 0);
-  EXPECT_EQ(bytes[1], 0);
-}
-}  // namespace
