@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "inspect.h"
+#include "inspect_hdr.h"
 #include "param_report.h"
 #include "video/vidformat.h"
 
@@ -35,6 +36,10 @@ bool derive(const params::StreamParams& sets, Derived& out) {
 
 void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
   if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
+  struct HdrSection {  // HDR/colour section after this one (hook for the lead: move into cmd_inspect.cpp)
+    const std::vector<uint8_t>& s; StreamCodec c; FILE* o; cli::Json* j;
+    ~HdrSection() { hdrinfo::inspectHdr(s, c, o, j); }
+  } hdrSection{stream, codec, out, json};
   params::StreamParams sets = params::collect(stream);
   sets.codec = codec;
   Derived derived;
