@@ -39,18 +39,21 @@ class NalWalker {
     return at >= size_ - 2 ? size_ : at;
   }
 
+  // A start code with nothing behind it before the next one (zero stuffing) is not a unit.
   bool nextAnnexB(Step& step) {
-    const uint64_t code = nextCode_;
-    if (code >= size_ || code + 3 >= size_) return false;  // no unit behind a last start code
-    step.header = code + 3;
-    step.offset = (code > floor_ && d_[code - 1] == 0) ? code - 1 : code;
-    const uint64_t following = findCode(step.header);
-    uint64_t end = following;
-    if (following < size_ && following > step.header && d_[following - 1] == 0) end = following - 1;
-    step.end = end;
-    nextCode_ = following;
-    floor_ = step.header;
-    return true;
+    for (;;) {
+      const uint64_t code = nextCode_;
+      if (code >= size_ || code + 3 >= size_) return false;  // no unit behind a last start code
+      step.header = code + 3;
+      step.offset = (code > floor_ && d_[code - 1] == 0) ? code - 1 : code;
+      const uint64_t following = findCode(step.header);
+      uint64_t end = following;
+      if (following < size_ && following > step.header && d_[following - 1] == 0) end = following - 1;
+      step.end = end;
+      nextCode_ = following;
+      floor_ = step.header;
+      if (step.end > step.header) return true;
+    }
   }
 
   bool nextLengthPrefixed(Step& step) {
@@ -107,7 +110,7 @@ KLX_NAL_UNIT describe(const uint8_t* d, const Step& s, bool hevc) {
 int findUnits(const uint8_t* frame, uint32_t size, uint32_t startCodes, KLX_NAL_UNIT* units, uint32_t maxUnits,
               uint32_t* count, bool hevc) {
   if (count) *count = 0;
-  if (!frame || !count || (maxUnits && !units)) return KLX_NAL_BAD;
+  if ((!frame && size) || !count || (maxUnits && !units)) return KLX_NAL_BAD;
   NalWalker walker(frame, size, startCodes != 0);
   Step step;
   uint32_t n = 0;
