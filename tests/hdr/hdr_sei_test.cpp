@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 
 #include "streamutil/hdr_sei.h"
 #include "streamutil/nal_units.h"
@@ -196,6 +197,40 @@ TEST(HdrSeiEdit, MasteringDisplayNotation) {
       EXPECT_EQ(m.display_primaries_y[2], 16000);  // red last
       EXPECT_EQ(m.min_display_mastering_luminance, 1u);
     }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// SEI units of random content (absurd payload sizes, cut messages, 0xFF runs) in buffers of
+// exactly their size: the reader and the editor answer with a result code, never out of bounds.
+TEST(HdrSeiEdit, HostileSeiUnitsStayInBounds) {
+  std::mt19937 rng(137);
+  for (int round = 0; round < 3000; ++round) {
+    const bool hevc = round % 2;
+    Bytes frame = {0, 0, 0, 1};
+    if (hevc)
+      frame.insert(frame.end(), {0x4E, 0x01});
+    else
+      frame.push_back(0x06);
+    const size_t n = rng() % 40;
+    for (size_t i = 0; i < n; ++i) {
+      const uint32_t r = rng() % 6;
+      frame.push_back(r == 0 ? 0xFF : r == 1 ? 137 : r == 2 ? 144 : r == 3 ? 0 : static_cast<uint8_t>(rng()));
+    }
+    if (rng() % 2) frame.insert(frame.end(), {0, 0, 0, 1, uint8_t(hevc ? 0x26 : 0x65), 0x01, 0x88});
+    KLX_HDR_METADATA md{};
+    EXPECT_EQ(klxutilReadHdrSei(frame.data(), static_cast<uint32_t>(frame.size()), 1, hevc, &md), 0);
+    KLX_HDR_METADATA want{};
+    want.present = KLX_HDR_HAS_CONTENT_LIGHT_LEVEL;
+    uint32_t size = static_cast<uint32_t>(frame.size());
+    const size_t room = rng() % 24;
+    frame.resize(frame.size() + room);
+    const int rc = klxutilSetHdrSei(frame.data(), &size, static_cast<uint32_t>(frame.size()), 1, hevc, &want);
+    EXPECT_TRUE(rc == 0 || rc == -1 || rc == -102) << rc;
+    EXPECT_LE(size, frame.size());
   }
 }
 
