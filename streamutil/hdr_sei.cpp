@@ -2,6 +2,7 @@
 // replacement in a frame.
 #include "streamutil/hdr_sei.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "streamutil/nal_units.h"
+#include "streamutil/nal_walker.h"
 #include "streamutil/sei.h"
 
 namespace {
@@ -53,6 +55,34 @@ uint32_t get32(const uint8_t* p) { return (uint32_t{get16(p)} << 16) | get16(p +
 bool isSeiUnit(uint32_t hevc, uint8_t type) { return hevc ? type == 39 : type == 6; }
 bool isVclUnit(uint32_t hevc, uint8_t type) { return hevc ? type < 32 : (type >= 1 && type <= 5); }
 
+// The units in front of the first slice: where parameter sets and SEI live. The walk stops at the
+// first slice without scanning it, so the cost does not grow with the picture's size.
+struct PrefixUnits {
+  KLX_NAL_UNIT units[kMaxUnitsScanned];
+  uint32_t count = 0;   // units in front of the first slice (or all units when there is none)
+  bool bad = false;     // unreadable framing
+  bool tooMany = false;  // more than kMaxUnitsScanned units in front of the first slice
+};
+
+void scanPrefix(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32_t hevc, PrefixUnits& out) {
+  nal_walk::NalWalker walker(frame, size, startCodes != 0);
+  nal_walk::Step step;
+  auto isSlice = [&](uint64_t header) {
+    const uint8_t h = frame[header];
+    return isVclUnit(hevc, hevc ? (h >> 1) & 0x3F : h & 0x1F);
+  };
+  out.count = 0;
+  while (walker.next(step, [&](uint64_t header) { return !isSlice(header); })) {
+    if (isSlice(step.header)) return;
+    if (out.count == kMaxUnitsScanned) {
+      out.tooMany = true;
+      return;
+    }
+    out.units[out.count++] = nal_walk::describe(frame, step, hevc);
+  }
+  out.bad = walker.bad();
+}
+
 // Reads RBSP bytes out of an escaped unit: the 03 of every 00 00 03 is dropped.
 class RbspReader {
  public:
@@ -66,6 +96,24 @@ class RbspReader {
       b = p_[i_++];
     }
     zeros_ = b == 0 ? zeros_ + 1 : 0;
+    return true;
+  }
+  // Skips n RBSP bytes. Runs of non-zero bytes (most of any payload) are passed over whole;
+  // only the bytes around zeros go through get().
+  bool skip(size_t n) {
+    while (n > 0) {
+      if (zeros_ == 0 && i_ < n_) {
+        const size_t run = std::min(n, n_ - i_);
+        const void* zero = std::memchr(p_ + i_, 0, run);
+        const size_t plain = zero ? static_cast<size_t>(static_cast<const uint8_t*>(zero) - (p_ + i_)) : run;
+        i_ += plain;
+        n -= plain;
+        if (n == 0) return true;
+      }
+      uint8_t b = 0;
+      if (!get(b)) return false;
+      --n;
+    }
     return true;
   }
   size_t position() const { return i_; }
@@ -108,6 +156,7 @@ bool forEachMessage(const uint8_t* body, size_t size, Visit&& visit) {
 
 // Copies up to `cap` payload bytes out of the reader, consuming all `size`.
 bool takePayload(RbspReader& r, uint32_t size, uint8_t* out, uint32_t cap) {
+  if (!out || cap == 0) return r.skip(size);
   for (uint32_t i = 0; i < size; ++i) {
     uint8_t b = 0;
     if (!r.get(b)) return false;
@@ -172,17 +221,12 @@ bool rebuildWithoutHdr(const uint8_t* unit, uint32_t headerBytes, const UnitBody
   return true;
 }
 
-// Removes or rewrites every SEI unit that carries HDR messages. The scan runs backwards so the
-// indices in front stay valid.
-int removeHdrMessages(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t startCodes, uint32_t hevc) {
-  KLX_NAL_UNIT units[kMaxUnitsScanned];
-  uint32_t count = 0;
-  const int rc = hevc ? klxutilFindNalUnitsHevc(frame, *size, startCodes, units, kMaxUnitsScanned, &count)
-                      : klxutilFindNalUnits(frame, *size, startCodes, units, kMaxUnitsScanned, &count);
-  if (rc == KLX_NAL_BAD) return KLX_NAL_BAD;
-  const uint32_t listed = count < kMaxUnitsScanned ? count : kMaxUnitsScanned;
-  for (uint32_t i = listed; i-- > 0;) {
-    const KLX_NAL_UNIT& u = units[i];
+// Removes or rewrites every SEI unit in front of the first slice that carries HDR messages. The
+// scan runs backwards so the indices in front stay valid.
+int removeHdrMessages(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t startCodes, uint32_t hevc,
+                      const PrefixUnits& prefix) {
+  for (uint32_t i = prefix.count; i-- > 0;) {
+    const KLX_NAL_UNIT& u = prefix.units[i];
     if (!isSeiUnit(hevc, u.type)) continue;
     const UnitBody body = bodyOf(frame, u, hevc);
     const SeiKind kind = classify(body);
@@ -199,19 +243,6 @@ int removeHdrMessages(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_
     }
   }
   return KLX_NAL_OK;
-}
-
-// Index of the first slice unit, or the number of units; -1 when it lies beyond the table.
-int64_t firstSliceIndex(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32_t hevc) {
-  KLX_NAL_UNIT units[kMaxUnitsScanned];
-  uint32_t count = 0;
-  const int rc = hevc ? klxutilFindNalUnitsHevc(frame, size, startCodes, units, kMaxUnitsScanned, &count)
-                      : klxutilFindNalUnits(frame, size, startCodes, units, kMaxUnitsScanned, &count);
-  if (rc == KLX_NAL_BAD) return -1;
-  const uint32_t listed = count < kMaxUnitsScanned ? count : kMaxUnitsScanned;
-  for (uint32_t i = 0; i < listed; ++i)
-    if (isVclUnit(hevc, units[i].type)) return i;
-  return count <= kMaxUnitsScanned ? int64_t{count} : -1;
 }
 
 }  // namespace
@@ -293,19 +324,17 @@ int klxutilReadHdrSeiPayload(uint32_t payloadType, const uint8_t* payload, uint3
 int klxutilReadHdrSei(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32_t hevc, KLX_HDR_METADATA* md) {
   if (!frame || !md) return -1;
   std::memset(md, 0, sizeof *md);
-  KLX_NAL_UNIT units[kMaxUnitsScanned];
-  uint32_t count = 0;
-  const int rc = hevc ? klxutilFindNalUnitsHevc(frame, size, startCodes, units, kMaxUnitsScanned, &count)
-                      : klxutilFindNalUnits(frame, size, startCodes, units, kMaxUnitsScanned, &count);
-  if (rc == KLX_NAL_BAD) return -1;
-  const uint32_t listed = count < kMaxUnitsScanned ? count : kMaxUnitsScanned;
-  for (uint32_t i = 0; i < listed; ++i) {
-    if (!isSeiUnit(hevc, units[i].type)) continue;
-    const UnitBody body = bodyOf(frame, units[i], hevc);
+  PrefixUnits prefix;
+  scanPrefix(frame, size, startCodes, hevc, prefix);
+  if (prefix.bad) return -1;
+  for (uint32_t i = 0; i < prefix.count; ++i) {
+    if (!isSeiUnit(hevc, prefix.units[i].type)) continue;
+    const UnitBody body = bodyOf(frame, prefix.units[i], hevc);
     forEachMessage(body.data, body.size, [&](uint32_t type, uint32_t payloadSize, RbspReader& r) {
+      if (!isHdrType(type)) return r.skip(payloadSize);
       uint8_t payload[32] = {};
       if (!takePayload(r, payloadSize, payload, sizeof payload)) return false;
-      if (isHdrType(type) && !(md->present & presentBit(type)))
+      if (!(md->present & presentBit(type)))
         klxutilReadHdrSeiPayload(type, payload, payloadSize < sizeof payload ? payloadSize : sizeof payload, md);
       return true;
     });
@@ -330,14 +359,19 @@ int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t
     ++count;
   }
   if (uint64_t{*size} + added > capacity) return KLX_SEI_NO_ROOM;
-  // Dry checks first, so a refusal leaves the frame as it was.
-  if (firstSliceIndex(frame, *size, startCodes, hevc) < 0) return -1;
-  const int removed = removeHdrMessages(frame, size, capacity, startCodes, hevc);
+  // Checks first, so a refusal leaves the frame as it was.
+  PrefixUnits prefix;
+  scanPrefix(frame, *size, startCodes, hevc, prefix);
+  if (prefix.bad || prefix.tooMany) return -1;
+  const uint32_t before = *size;
+  const int removed = removeHdrMessages(frame, size, capacity, startCodes, hevc, prefix);
   if (removed != KLX_NAL_OK) return removed;
   if (count == 0) return 0;
-  const int64_t at = firstSliceIndex(frame, *size, startCodes, hevc);
-  if (at < 0) return -1;
-  return klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, static_cast<uint32_t>(at), units, sizes, count);
+  if (*size != before) {  // the first slice moved with the removals
+    scanPrefix(frame, *size, startCodes, hevc, prefix);
+    if (prefix.bad) return -1;
+  }
+  return klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, prefix.count, units, sizes, count);
 }
 
 int klxutilParseMasteringDisplay(const char* text, KLX_MASTERING_DISPLAY* out) {

@@ -59,8 +59,9 @@ uint32_t klxutilWriteHdrSeiUnit(uint32_t hevc, uint32_t payloadType, const KLX_H
 // or -1 for an unknown type or a payload shorter than the message.
 int klxutilReadHdrSeiPayload(uint32_t payloadType, const uint8_t* payload, uint32_t size, KLX_HDR_METADATA* md);
 
-// Reads the HDR messages of a frame's SEI units (the first of each type wins); md->present
-// tells what was found. Returns 0, or -1 for a null argument or unreadable framing.
+// Reads the HDR messages of the SEI units in front of a frame's first slice (the first of each
+// type wins); md->present tells what was found. Returns 0, or -1 for a null argument or
+// unreadable framing. The walk stops at the first slice without scanning it.
 int klxutilReadHdrSei(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32_t hevc, KLX_HDR_METADATA* md);
 
 // Replaces the HDR messages of a frame in place: every mastering display, content light level and

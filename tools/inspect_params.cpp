@@ -32,14 +32,7 @@ bool derive(const params::StreamParams& sets, Derived& out) {
   return true;
 }
 
-}  // namespace
-
-void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
-  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
-  struct HdrSection {  // HDR/colour section after this one (hook for the lead: move into cmd_inspect.cpp)
-    const std::vector<uint8_t>& s; StreamCodec c; FILE* o; cli::Json* j;
-    ~HdrSection() { hdrinfo::inspectHdr(s, c, o, j); }
-  } hdrSection{stream, codec, out, json};
+void parameterSection(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
   params::StreamParams sets = params::collect(stream);
   sets.codec = codec;
   Derived derived;
@@ -63,4 +56,12 @@ void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* 
   }
   std::fprintf(out, "  %s\n  signal format: 0x%08X %s\n", params::summaryLine(derived.summary).c_str(), derived.format,
                derived.text);
+}
+
+}  // namespace
+
+void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
+  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
+  parameterSection(stream, codec, out, json);
+  hdrinfo::inspectHdr(stream, codec, out, json);  // HDR/colour section: the lead may move this call into cmd_inspect.cpp
 }
