@@ -27,6 +27,17 @@ std::vector<KLX_NAL_UNIT> unitsOf(const DFRAME& frame, bool hevc, bool lengthPre
   return units;
 }
 
+bool rewriteSps(const HdrPlan& plan, const std::vector<uint8_t>& original, std::vector<uint8_t>& out) {
+  out.assign(original.size() + 64, 0);
+  uint32_t n = 0;
+  const auto rewrite = plan.hevc ? klxutilRewriteColourHevcSps : klxutilRewriteColourAvcSps;
+  if (rewrite(original.data(), static_cast<uint32_t>(original.size()), &plan.colour, out.data(),
+              static_cast<uint32_t>(out.size()), &n) != 0)
+    return false;
+  out.resize(n);
+  return true;
+}
+
 int replaceSps(const HdrPlan& plan, DFRAME& frame, bool lengthPrefixed, std::string& error) {
   bool ok = false;
   auto units = unitsOf(frame, plan.hevc, lengthPrefixed, ok);
@@ -35,13 +46,19 @@ int replaceSps(const HdrPlan& plan, DFRAME& frame, bool lengthPrefixed, std::str
     const KLX_NAL_UNIT& u = units[i];
     if (!isSps(plan.hevc, u.type)) continue;
     const auto original = withoutTrailingZeros(frame.pData + u.offset + u.prefixLength, u.size);
-    auto it = plan.spsRewrites.find(original);
-    if (it == plan.spsRewrites.end()) return error = "an SPS that the stream pass did not rewrite", -1;
+    std::vector<uint8_t> fresh;
+    const std::vector<uint8_t>* rewritten = nullptr;
+    if (auto it = plan.spsRewrites.find(original); it != plan.spsRewrites.end()) {
+      rewritten = &it->second;
+    } else {  // an SPS the stream pass did not see (only in band): rewritten here
+      if (!rewriteSps(plan, original, fresh)) return error = "an SPS cannot be rewritten without changing its other elements", -1;
+      rewritten = &fresh;
+    }
     const auto index = static_cast<uint32_t>(i);
     if (klxutilRemoveNalUnits(frame.pData, &frame.nDataSize, lengthPrefixed ? 0 : 1, index, 1) != KLX_NAL_OK)
       return error = "cannot remove an SPS", -1;
-    const uint8_t* unit[] = {it->second.data()};
-    const uint32_t size[] = {static_cast<uint32_t>(it->second.size())};
+    const uint8_t* unit[] = {rewritten->data()};
+    const uint32_t size[] = {static_cast<uint32_t>(rewritten->size())};
     if (klxutilAddNalUnitsFrame(&frame, lengthPrefixed ? 0 : 1, index, unit, size, 1) != KLX_NAL_OK)
       return error = "no room for the rewritten SPS", -1;
   }
@@ -58,15 +75,11 @@ bool hdrParameterSets(HdrPlan& plan, const std::vector<std::vector<uint8_t>>& un
     if (!isSps(plan.hevc, type)) continue;
     auto original = withoutTrailingZeros(raw.data(), raw.size());
     if (plan.spsRewrites.count(original)) continue;
-    std::vector<uint8_t> rewritten(original.size() + 64);
-    uint32_t n = 0;
-    const auto rewrite = plan.hevc ? klxutilRewriteColourHevcSps : klxutilRewriteColourAvcSps;
-    if (rewrite(original.data(), static_cast<uint32_t>(original.size()), &plan.colour, rewritten.data(),
-                static_cast<uint32_t>(rewritten.size()), &n) != 0) {
+    std::vector<uint8_t> rewritten;
+    if (!rewriteSps(plan, original, rewritten)) {
       error = "an SPS cannot be rewritten without changing its other elements";
       return false;
     }
-    rewritten.resize(n);
     plan.spsRewrites.emplace(std::move(original), std::move(rewritten));
   }
   return true;

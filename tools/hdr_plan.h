@@ -21,7 +21,7 @@ struct HdrPlan {
   // VUI colour fields to set; set = 0 leaves every SPS alone.
   KLX_COLOUR_DESCRIPTION colour{};
   // Filled by hdrParameterSets: each original SPS unit (header first, no trailing zeros) and its
-  // rewrite.
+  // rewrite. hdrAccessUnit rewrites an in-band SPS missing here on the spot (uncached).
   std::map<std::vector<uint8_t>, std::vector<uint8_t>> spsRewrites;
 };
 
@@ -40,5 +40,5 @@ bool hdrConfigRecord(const HdrPlan& plan, const std::vector<uint8_t>& record, st
 // Edits one access unit in place (DFRAME: pData, nDataSize, nBufferSize with kHdrSpareBytes of
 // room). lengthPrefixed: 4-byte lengths instead of start codes. IRAP access units, those carrying
 // an SPS and those already carrying an HDR message get the plan's messages. Returns 0, or -1 with
-// `error` set (unreadable framing, an SPS the stream pass did not see, no room).
+// `error` set (unreadable framing, an SPS that cannot be rewritten, no room).
 int hdrAccessUnit(const HdrPlan& plan, DFRAME& frame, bool lengthPrefixed, std::string& error);
