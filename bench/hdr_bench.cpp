@@ -126,7 +126,7 @@ void BM_FfmpegFindStartCode_Walk4kFrame(benchmark::State& state) {
 BENCHMARK(BM_FfmpegFindStartCode_Walk4kFrame)->Unit(benchmark::kMicrosecond);
 #endif
 
-KLX_HDR_METADATA hdr10() {
+KLX_HDR_METADATA staticMetadata() {
   KLX_HDR_METADATA md{};
   klxutilParseMasteringDisplay("G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", &md.masteringDisplay);
   md.contentLightLevel = {1000, 400};
@@ -166,7 +166,7 @@ void BM_FrameTailMemmove4K(benchmark::State& state) {
 BENCHMARK(BM_FrameTailMemmove4K)->Unit(benchmark::kMicrosecond);
 
 void BM_HdrSeiUnitsBuild(benchmark::State& state) {
-  const KLX_HDR_METADATA md = hdr10();
+  const KLX_HDR_METADATA md = staticMetadata();
   uint8_t out[3][64];
   for (auto _ : state) {
     benchmark::DoNotOptimize(klxutilWriteHdrSeiUnit(1, KLX_SEI_MASTERING_DISPLAY, &md, out[0], 64));
@@ -182,7 +182,7 @@ void BM_HdrSeiSet4K(benchmark::State& state) {
   const uint32_t original = static_cast<uint32_t>(f.size());
   const uint32_t at = firstSliceOffset(f, original);
   f.resize(original + kSpare);
-  const KLX_HDR_METADATA md = hdr10();
+  const KLX_HDR_METADATA md = staticMetadata();
   for (auto _ : state) {
     uint32_t size = original;
     if (klxutilSetHdrSei(f.data(), &size, static_cast<uint32_t>(f.size()), 1, 1, &md) != 0)
