@@ -111,7 +111,9 @@ struct ColourCase {
 const ColourCase kColourCases[] = {
     {"x265_no_vui", true, ""},
     {"x265_vui", true, ":sar=4\\:3:colorprim=bt709:transfer=bt709:colormatrix=bt709:hrd=1:vbv-maxrate=800:vbv-bufsize=800"},
+    {"x265_scaling_lists", true, ":scaling-list=default:interlace=tff"},
     {"x264_no_vui", false, ":no-vui=1"},
+    {"x264_jvt_matrices", false, ":cqm=jvt:interlaced=1"},
     {"x264_vui", false, ":sar=4\\:3:colorprim=bt709:transfer=bt709:colormatrix=bt709:nal-hrd=vbr:vbv-maxrate=800:vbv-bufsize=800"},
 };
 
