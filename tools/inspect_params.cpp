@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "inspect.h"
+#include "inspect_hdr.h"
 #include "param_report.h"
 #include "video/vidformat.h"
 
@@ -31,10 +32,7 @@ bool derive(const params::StreamParams& sets, Derived& out) {
   return true;
 }
 
-}  // namespace
-
-void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
-  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
+void parameterSection(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
   params::StreamParams sets = params::collect(stream);
   sets.codec = codec;
   Derived derived;
@@ -58,4 +56,12 @@ void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* 
   }
   std::fprintf(out, "  %s\n  signal format: 0x%08X %s\n", params::summaryLine(derived.summary).c_str(), derived.format,
                derived.text);
+}
+
+}  // namespace
+
+void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
+  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
+  parameterSection(stream, codec, out, json);
+  hdrinfo::inspectHdr(stream, codec, out, json);  // HDR/colour section: the lead may move this call into cmd_inspect.cpp
 }

@@ -16,10 +16,12 @@ constexpr SubCommand kCommands[] = {
     {"project", "print or create a project file", cmdProject},
     {"params", "print the parameter sets of an H.264 or HEVC stream", cmdParams},
     {"hvcc", "write or read an HEVC decoder configuration record", cmdHvcc},
+    {"avcc", "write or read an AVC decoder configuration record", cmdAvcc},
     {"nal", "list the NAL units of an elementary stream", cmdNal},
     {"reframe", "convert a stream between start codes and length prefixes", cmdReframe},
     {"inspect", "summarise a stream: units, parameter sets, format, timecodes", cmdInspect},
     {"stamp", "stamp SMPTE timecode and captions into a stream", cmdStamp},
+    {"hdr", "set HDR metadata SEI and the colour description of a stream", cmdHdr},
     {"adts", "list the ADTS headers of an AAC stream", cmdAdts},
     {"names", "print file-type and codec labels", cmdNames},
 };

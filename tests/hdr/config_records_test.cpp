@@ -1,0 +1,182 @@
+// avcC against the box ffmpeg writes into MP4 for x264 streams of every profile, read back into
+// avcc_t and the SPS/PPS records; colour rewrites inside avcC and hvcC records.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+#include "params/params_support.h"
+#include "streamutil/avcc.h"
+#include "streamutil/colour.h"
+#include "streamutil/hevc_config_record.h"
+#include "support/test_support.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// The payload of the first box of the given type in an MP4 file.
+Bytes boxPayload(const Bytes& mp4, const char* type) {
+  for (size_t i = 4; i + 4 <= mp4.size(); ++i) {
+    if (std::memcmp(&mp4[i], type, 4) != 0) continue;
+    const uint32_t size = (uint32_t{mp4[i - 4]} << 24) | (uint32_t{mp4[i - 3]} << 16) | (uint32_t{mp4[i - 2]} << 8) | mp4[i - 1];
+    if (size >= 8 && i - 4 + size <= mp4.size())
+      return Bytes(mp4.begin() + static_cast<long>(i + 4), mp4.begin() + static_cast<long>(i - 4 + size));
+  }
+  return {};
+}
+
+Bytes mp4Box(const std::string& stream, const char* type) {
+  qtest::TempDir dir;
+  auto r = qtest::runCommand("ffmpeg -nostdin -y -v error -i " + qtest::shellQuote(stream) + " -c copy " +
+                             qtest::shellQuote(dir.file("out.mp4")));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  return boxPayload(qtest::readBytes(dir.file("out.mp4")), type);
+}
+
+struct Profile {
+  const char* name;
+  const char* pixelFormat;
+  const char* options;
+  int chromaFormat, bitDepthMinus8;
+};
+const Profile kProfiles[] = {
+    {"baseline", "yuv420p", "-profile:v baseline", 1, 0},
+    {"main", "yuv420p", "-profile:v main", 1, 0},
+    {"high", "yuv420p", "-profile:v high", 1, 0},
+    {"high10", "yuv420p10le", "-profile:v high10", 1, 2},
+    {"high422", "yuv422p", "-profile:v high422", 2, 0},
+    {"high444", "yuv444p", "-profile:v high444", 3, 0},
+};
+
+class AvccFromFfmpeg : public ::testing::TestWithParam<Profile> {};
+
+TEST_P(AvccFromFfmpeg, RecordEqualsTheMp4BoxAndReadsBack) {
+  const Profile& p = GetParam();
+  const std::string path = ptest::x264Stream(std::string("avcc_") + p.name, p.pixelFormat, p.options, "64x64");
+  const Bytes stream = qtest::readBytes(path);
+  const Bytes theirs = mp4Box(path, "avcC");
+  ASSERT_FALSE(theirs.empty());
+
+  uint32_t n = 0;
+  ASSERT_EQ(klxutilGetAvcc(stream.data(), static_cast<uint32_t>(stream.size()), 1, nullptr, 0, &n), -102);
+  Bytes ours(n);
+  ASSERT_EQ(klxutilGetAvcc(stream.data(), static_cast<uint32_t>(stream.size()), 1, ours.data(), n, &n), 0);
+  EXPECT_EQ(ours, theirs) << p.name;
+
+  // Read back: the records equal those read from the stream's own units.
+  const auto units = ptest::splitAnnexB(stream);
+  auto spsFromStream = std::make_unique<SPS_DECODED>();
+  auto ppsFromStream = std::make_unique<PPS_DECODED>();
+  Bytes spsUnit = *ptest::firstAvcUnit(units, 7), ppsUnit = *ptest::firstAvcUnit(units, 8);
+  zr_bitstream s{spsUnit.data(), static_cast<int64_t>(spsUnit.size()), spsUnit.size() * 8, 0};
+  zr_bitstream q{ppsUnit.data(), static_cast<int64_t>(ppsUnit.size()), ppsUnit.size() * 8, 0};
+  klxutilRead_SPS(&s, spsFromStream.get());
+  klxutilRead_PPS(&q, ppsFromStream.get());
+
+  h264_stream_t* h = h264_new();
+  avcc_t* avcc = avcc_new();
+  AVCC_HIGH_PROFILE_FIELDS ext{};
+  auto sps = std::make_unique<SPS_DECODED>();
+  auto pps = std::make_unique<PPS_DECODED>();
+  ASSERT_EQ(klxutilReadAvcc(theirs.data(), static_cast<uint32_t>(theirs.size()), avcc, h, &ext, sps.get(), pps.get()), 0);
+  EXPECT_EQ(std::memcmp(sps.get(), spsFromStream.get(), sizeof(SPS_DECODED)), 0);
+  EXPECT_EQ(std::memcmp(pps.get(), ppsFromStream.get(), sizeof(PPS_DECODED)), 0);
+  EXPECT_EQ(avcc->AVCProfileIndication, spsFromStream->profile_idc);
+  EXPECT_EQ(avcc->AVCLevelIndication, spsFromStream->level_idc);
+  EXPECT_EQ(avcc->lengthSizeMinusOne, 3);
+  ASSERT_EQ(avcc->numOfSequenceParameterSets, 1);
+  ASSERT_EQ(avcc->numOfPictureParameterSets, 1);
+  EXPECT_EQ(avcc->sps_table[0], h->sps_table[spsFromStream->seq_parameter_set_id]);
+  EXPECT_EQ(avcc->sps_table[0]->pic_width_in_mbs_minus1, 3);
+  EXPECT_EQ(avcc->pps_table[0]->entropy_coding_mode_flag, ppsFromStream->entropy_coding_mode_flag);
+  const bool high = spsFromStream->profile_idc >= 100;
+  EXPECT_EQ(ext.present, high ? 1 : 0);
+  if (high) {
+    EXPECT_EQ(ext.chroma_format, p.chromaFormat);
+    EXPECT_EQ(ext.bit_depth_luma_minus8, p.bitDepthMinus8);
+    EXPECT_EQ(ext.bit_depth_chroma_minus8, p.bitDepthMinus8);
+  }
+  // Cut short anywhere: refused, nothing read out of bounds.
+  for (size_t cut = 0; cut < 30; ++cut) {
+    Bytes shorter(theirs.begin(), theirs.begin() + static_cast<long>(cut));
+    EXPECT_EQ(klxutilReadAvcc(shorter.data(), static_cast<uint32_t>(cut), avcc, h, nullptr, nullptr, nullptr), -1) << cut;
+  }
+  avcc_free(avcc);
+  h264_free(h);
+}
+
+INSTANTIATE_TEST_SUITE_P(Profiles, AvccFromFfmpeg, ::testing::ValuesIn(kProfiles),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(AvccCommand, WritesTheBoxAndReadsItBack) {
+  const std::string path = ptest::x264Stream("avcc_high", "yuv420p", "-profile:v high", "64x64");
+  qtest::TempDir dir;
+  const std::string box = dir.file("avcC.bin");
+  auto r = qtest::runTool("avcc " + qtest::shellQuote(path) + " -o " + qtest::shellQuote(box));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const Bytes written = qtest::readBytes(box);
+  ASSERT_GT(written.size(), 8u);
+  EXPECT_EQ(Bytes(written.begin() + 8, written.end()), mp4Box(path, "avcC"));
+  EXPECT_EQ(qtest::runTool("avcc " + qtest::shellQuote(path) + " -o " + qtest::shellQuote(box)).exitCode, 2) << "exists";
+  auto read = qtest::runTool("avcc --read " + qtest::shellQuote(box) + " --json");
+  ASSERT_EQ(read.exitCode, 0) << read.err;
+  EXPECT_NE(read.out.find("\"AVCProfileIndication\":100"), std::string::npos) << read.out;
+  EXPECT_NE(read.out.find("\"chroma_format\":1"), std::string::npos) << read.out;
+  auto bad = qtest::runTool("avcc --read " + qtest::shellQuote(path));
+  EXPECT_EQ(bad.exitCode, 1);
+  EXPECT_EQ(bad.err, "quorvane avcc: " + path + " is not a readable avcC record\n");
+}
+
+// The SPS inside a record is rewritten like the stream's own SPS, every other byte kept.
+TEST(ColourInRecords, AvccAndHvccCarryTheRewrittenSps) {
+  KLX_COLOUR_DESCRIPTION colour{};
+  colour.set = KLX_COLOUR_SET_PRIMARIES | KLX_COLOUR_SET_TRANSFER | KLX_COLOUR_SET_MATRIX | KLX_COLOUR_SET_RANGE;
+  colour.colour_primaries = 9, colour.transfer_characteristics = 18, colour.matrix_coeffs = 9, colour.video_full_range_flag = 1;
+  for (bool hevc : {false, true}) {
+    const std::string path = hevc ? ptest::x265Stream("colour_record", "yuv420p10le", "", "64x64")
+                                  : ptest::x264Stream("colour_record", "yuv420p", "-profile:v high", "64x64");
+    const Bytes record = mp4Box(path, hevc ? "hvcC" : "avcC");
+    ASSERT_FALSE(record.empty());
+    const auto units = ptest::splitAnnexB(qtest::readBytes(path));
+    const Bytes& sps = hevc ? *ptest::firstHevcUnit(units, 33) : *ptest::firstAvcUnit(units, 7);
+    uint8_t newSps[512];
+    uint32_t spsSize = 0;
+    const auto rewriteSps = hevc ? klxutilRewriteColourHevcSps : klxutilRewriteColourAvcSps;
+    ASSERT_EQ(rewriteSps(sps.data(), static_cast<uint32_t>(sps.size()), &colour, newSps, sizeof newSps, &spsSize), 0);
+    ASSERT_EQ(rewriteSps(sps.data(), static_cast<uint32_t>(sps.size()), &colour, newSps, spsSize - 1, &spsSize), -102);
+
+    Bytes out(record.size() + 64);
+    uint32_t n = 0;
+    const auto rewriteRecord = hevc ? klxutilRewriteColourHvcc : klxutilRewriteColourAvcc;
+    ASSERT_EQ(rewriteRecord(record.data(), static_cast<uint32_t>(record.size()), &colour, out.data(),
+                            static_cast<uint32_t>(out.size()), &n), 0);
+    out.resize(n);
+    EXPECT_EQ(n, record.size() + spsSize - sps.size());
+    // The new SPS sits where the old one was, behind its new 16-bit length.
+    auto at = std::search(record.begin(), record.end(), sps.begin(), sps.end()) - record.begin();
+    ASSERT_LT(static_cast<size_t>(at), record.size());
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + at - 2), Bytes(record.begin(), record.begin() + at - 2));
+    EXPECT_EQ((out[at - 2] << 8) | out[at - 1], static_cast<int>(spsSize));
+    EXPECT_EQ(Bytes(out.begin() + at, out.begin() + at + spsSize), Bytes(newSps, newSps + spsSize));
+    EXPECT_EQ(Bytes(out.begin() + at + spsSize, out.end()), Bytes(record.begin() + at + static_cast<long>(sps.size()), record.end()));
+  }
+}
+
+// An SPS the library cannot write back unchanged is refused, not altered.
+TEST(ColourInRecords, UnitsThatDoNotRoundTripAreRefused) {
+  const auto units = ptest::splitAnnexB(qtest::readBytes(ptest::x265Stream("colour_refuse", "yuv420p", "", "64x64")));
+  Bytes sps = *ptest::firstHevcUnit(units, 33);
+  KLX_COLOUR_DESCRIPTION colour{KLX_COLOUR_SET_PRIMARIES, 9, 0, 0, 0, 0, 0};
+  uint8_t out[512];
+  uint32_t n = 0;
+  Bytes extended = sps;
+  extended.back() = 0x81;  // a set bit after the stop bit: data the writer would drop
+  extended.push_back(0x80);
+  EXPECT_EQ(klxutilRewriteColourHevcSps(extended.data(), static_cast<uint32_t>(extended.size()), &colour, out, sizeof out, &n), -1);
+  EXPECT_EQ(klxutilRewriteColourAvcSps(sps.data(), static_cast<uint32_t>(sps.size()), &colour, out, sizeof out, &n), -1);
+  colour.colour_primaries = 256;
+  EXPECT_EQ(klxutilRewriteColourHevcSps(sps.data(), static_cast<uint32_t>(sps.size()), &colour, out, sizeof out, &n), -1);
+}
+
+}  // namespace

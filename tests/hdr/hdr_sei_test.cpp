@@ -1,0 +1,237 @@
+// HDR SEI units against the ones x265 and x264 write for the same values (byte for byte), read
+// back from their streams, and replaced in real access units of either framing.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "streamutil/hdr_sei.h"
+#include "streamutil/nal_units.h"
+#include "support/test_support.h"
+#include "syntax/ffmpeg_oracle.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Values {
+  const char* masterDisplay;
+  uint16_t maxCll, maxFall;
+  uint8_t atc;
+  const char* atcName;  // x264's spelling
+};
+const Values kValuesA = {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", 1000, 400, 18,
+                         "arib-std-b67"};
+const Values kValuesB = {"G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(40000000,50)", 4000, 1000, 14,
+                         "bt2020-10"};
+
+KLX_HDR_METADATA metadataOf(const Values& v) {
+  KLX_HDR_METADATA md{};
+  EXPECT_EQ(klxutilParseMasteringDisplay(v.masterDisplay, &md.masteringDisplay), 0);
+  md.contentLightLevel = {v.maxCll, v.maxFall};
+  md.preferredTransferCharacteristics = v.atc;
+  md.present = KLX_HDR_HAS_MASTERING_DISPLAY | KLX_HDR_HAS_CONTENT_LIGHT_LEVEL | KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
+  return md;
+}
+
+bool sameMetadata(const KLX_HDR_METADATA& a, const KLX_HDR_METADATA& b) {
+  return a.present == b.present && !std::memcmp(&a.masteringDisplay, &b.masteringDisplay, sizeof a.masteringDisplay) &&
+         !std::memcmp(&a.contentLightLevel, &b.contentLightLevel, sizeof a.contentLightLevel) &&
+         a.preferredTransferCharacteristics == b.preferredTransferCharacteristics;
+}
+
+struct Encoder {
+  const char* name;
+  bool hevc;
+};
+const Encoder kEncoders[] = {{"x265", true}, {"x264", false}};
+
+std::string streamWith(const Encoder& e, const Values& v, const std::string& tag) {
+  const std::string source = "-f lavfi -i testsrc2=size=128x96:rate=25 -frames:v 3 ";
+  if (e.hevc)
+    return qtest::encodedStream("hdr_x265_" + tag + ".hevc",
+                                source + "-pix_fmt yuv420p10le -c:v libx265 -x265-params 'log-level=error:master-display=" +
+                                    v.masterDisplay + ":max-cll=" + std::to_string(v.maxCll) + "," +
+                                    std::to_string(v.maxFall) + ":atc-sei=" + std::to_string(v.atc) + "' -f hevc");
+  return qtest::encodedStream("hdr_x264_" + tag + ".h264",
+                              source + "-c:v libx264 -x264-params 'mastering-display=" + v.masterDisplay + ":cll=" +
+                                  std::to_string(v.maxCll) + "," + std::to_string(v.maxFall) +
+                                  ":alternative-transfer=" + v.atcName + "' -f h264");
+}
+
+std::vector<KLX_NAL_UNIT> unitsOf(const Bytes& frame, bool hevc, bool startCodes) {
+  auto finder = hevc ? klxutilFindNalUnitsHevc : klxutilFindNalUnits;
+  uint32_t count = 0;
+  finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, nullptr, 0, &count);
+  std::vector<KLX_NAL_UNIT> units(count);
+  finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, units.data(), count, &count);
+  return units;
+}
+
+Bytes unitBytes(const Bytes& frame, const KLX_NAL_UNIT& u) {
+  Bytes b(frame.begin() + u.offset + u.prefixLength, frame.begin() + u.offset + u.prefixLength + u.size);
+  while (!b.empty() && b.back() == 0) b.pop_back();
+  return b;
+}
+
+// The encoder's SEI unit carrying `payloadType` as its first message.
+Bytes encoderUnit(const Bytes& stream, bool hevc, uint32_t payloadType) {
+  for (const auto& u : unitsOf(stream, hevc, true)) {
+    Bytes b = unitBytes(stream, u);
+    const size_t typeAt = hevc ? 2 : 1;
+    if (u.type == (hevc ? 39 : 6) && b.size() > typeAt && b[typeAt] == payloadType) return b;
+  }
+  return {};
+}
+
+class HdrSeiInterop : public ::testing::TestWithParam<Encoder> {};
+
+TEST_P(HdrSeiInterop, UnitsEqualTheEncodersByteForByte) {
+  const Encoder& e = GetParam();
+  for (const Values* v : {&kValuesA, &kValuesB}) {
+    const Bytes stream = qtest::readBytes(streamWith(e, *v, v == &kValuesA ? "a" : "b"));
+    const KLX_HDR_METADATA md = metadataOf(*v);
+    for (uint32_t type : {KLX_SEI_MASTERING_DISPLAY, KLX_SEI_CONTENT_LIGHT_LEVEL, KLX_SEI_ALTERNATIVE_TRANSFER}) {
+      const Bytes theirs = encoderUnit(stream, e.hevc, type);
+      ASSERT_FALSE(theirs.empty()) << e.name << " wrote no payloadType " << type;
+      uint8_t ours[64];
+      const uint32_t n = klxutilWriteHdrSeiUnit(e.hevc, type, &md, ours, sizeof ours);
+      EXPECT_EQ(Bytes(ours, ours + n), theirs) << e.name << " payloadType " << type;
+      EXPECT_EQ(klxutilWriteHdrSeiUnit(e.hevc, type, &md, ours, n - 1), 0u) << "one byte short";
+    }
+    KLX_HDR_METADATA read{};
+    ASSERT_EQ(klxutilReadHdrSei(stream.data(), static_cast<uint32_t>(stream.size()), 1, e.hevc, &read), 0);
+    EXPECT_TRUE(sameMetadata(read, md)) << e.name << ": values read back";
+  }
+}
+
+// The encoder's own messages in its first access unit are replaced, in either framing: one unit
+// per kind afterwards, the new values, every other unit kept in order.
+TEST_P(HdrSeiInterop, ReplacesTheEncodersMessagesInBothFramings) {
+  const Encoder& e = GetParam();
+  const std::string path = streamWith(e, kValuesA, "a");
+  const Bytes stream = qtest::readBytes(path);
+  qtest::TempDir dir;
+  const auto packets = oracle::packetRanges(path);
+  const auto samples = oracle::mp4Samples(path, dir.path());
+  ASSERT_FALSE(packets.empty());
+  const KLX_HDR_METADATA want = metadataOf(kValuesB);
+  for (bool startCodes : {true, false}) {
+    Bytes frame = startCodes ? Bytes(stream.begin() + static_cast<long>(packets[0].pos),
+                                     stream.begin() + static_cast<long>(packets[0].pos + packets[0].size))
+                             : samples[0];
+    auto kinds = [&](const Bytes& f, bool hdr) {
+      std::vector<int> types;
+      for (const auto& u : unitsOf(f, e.hevc, startCodes)) {
+        const Bytes b = unitBytes(f, u);
+        const bool isHdr = u.type == (e.hevc ? 39 : 6) && b.size() > 2 && (b[e.hevc ? 2 : 1] == 137 || b[e.hevc ? 2 : 1] == 144 || b[e.hevc ? 2 : 1] == 147);
+        if (isHdr == hdr) types.push_back(hdr ? b[e.hevc ? 2 : 1] : u.type);
+      }
+      return types;
+    };
+    const auto othersBefore = kinds(frame, false);
+    uint32_t size = static_cast<uint32_t>(frame.size());
+    frame.resize(frame.size() + 60);
+    ASSERT_EQ(klxutilSetHdrSei(frame.data(), &size, static_cast<uint32_t>(frame.size()), startCodes, e.hevc, &want), 0);
+    frame.resize(size);
+    EXPECT_EQ(kinds(frame, false), othersBefore);
+    EXPECT_EQ(kinds(frame, true), (std::vector<int>{137, 144, 147}));
+    KLX_HDR_METADATA read{};
+    ASSERT_EQ(klxutilReadHdrSei(frame.data(), size, startCodes, e.hevc, &read), 0);
+    EXPECT_TRUE(sameMetadata(read, want));
+    // Exactly the room of the new units is required (freed room is not counted): one short is refused.
+    uint32_t needed = 0;
+    for (uint32_t type : {KLX_SEI_MASTERING_DISPLAY, KLX_SEI_CONTENT_LIGHT_LEVEL, KLX_SEI_ALTERNATIVE_TRANSFER}) {
+      uint8_t unit[64];
+      needed += 4 + klxutilWriteHdrSeiUnit(e.hevc, type, &want, unit, sizeof unit);
+    }
+    frame.resize(size + needed - 1);
+    const Bytes kept = frame;
+    EXPECT_EQ(klxutilSetHdrSei(frame.data(), &size, size + needed - 1, startCodes, e.hevc, &want), -102);
+    EXPECT_EQ(frame, kept);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Encoders, HdrSeiInterop, ::testing::ValuesIn(kEncoders),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// An SEI unit that carries other messages beside HDR ones keeps them.
+TEST(HdrSeiEdit, MixedUnitKeepsItsOtherMessages) {
+  const Bytes frame0 = {0, 0, 0, 1, 0x4E, 0x01,
+                        5, 3, 0xAA, 0xBB, 0xCC,                 // user_data_unregistered (short)
+                        144, 4, 0x03, 0xE8, 0x01, 0x90,         // content light level 1000/400
+                        0x80,
+                        0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};    // IDR slice
+  KLX_HDR_METADATA md{};
+  md.present = KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
+  md.preferredTransferCharacteristics = 18;
+  Bytes frame = frame0;
+  frame.resize(frame0.size() + 10);
+  uint32_t size = static_cast<uint32_t>(frame0.size());
+  ASSERT_EQ(klxutilSetHdrSei(frame.data(), &size, static_cast<uint32_t>(frame.size()), 1, 1, &md), 0);
+  frame.resize(size);
+  const Bytes expected = {0, 0, 0, 1, 0x4E, 0x01, 5, 3, 0xAA, 0xBB, 0xCC, 0x80,
+                          0, 0, 0, 1, 0x4E, 0x01, 147, 1, 18, 0x80,
+                          0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};
+  EXPECT_EQ(frame, expected);
+}
+
+TEST(HdrSeiEdit, MasteringDisplayNotation) {
+  const struct {
+    const char* text;
+    int result;
+  } cases[] = {
+      {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", 0},
+      {"G(13250, 34500) B(7500,3000) R(34000,16000) WP(15635,16450) L(10000000,1)", 0},
+      {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)", -1},
+      {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)x", -1},
+      {"G(65536,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+      {"G(-1,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+      {"G(1,2)B(3,4)R(5,6)WP(7,8)L(4294967296,1)", -1},
+  };
+  for (const auto& c : cases) {
+    KLX_MASTERING_DISPLAY m{};
+    EXPECT_EQ(klxutilParseMasteringDisplay(c.text, &m), c.result) << c.text;
+    if (c.result == 0) {
+      EXPECT_EQ(m.display_primaries_x[0], 13250);  // green first
+      EXPECT_EQ(m.display_primaries_y[2], 16000);  // red last
+      EXPECT_EQ(m.min_display_mastering_luminance, 1u);
+    }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// SEI units of random content (absurd payload sizes, cut messages, 0xFF runs) in buffers of
+// exactly their size: the reader and the editor answer with a result code, never out of bounds.
+TEST(HdrSeiEdit, HostileSeiUnitsStayInBounds) {
+  std::mt19937 rng(137);
+  for (int round = 0; round < 3000; ++round) {
+    const bool hevc = round % 2;
+    Bytes frame = {0, 0, 0, 1};
+    if (hevc)
+      frame.insert(frame.end(), {0x4E, 0x01});
+    else
+      frame.push_back(0x06);
+    const size_t n = rng() % 40;
+    for (size_t i = 0; i < n; ++i) {
+      const uint32_t r = rng() % 6;
+      frame.push_back(r == 0 ? 0xFF : r == 1 ? 137 : r == 2 ? 144 : r == 3 ? 0 : static_cast<uint8_t>(rng()));
+    }
+    if (rng() % 2) frame.insert(frame.end(), {0, 0, 0, 1, uint8_t(hevc ? 0x26 : 0x65), 0x01, 0x88});
+    KLX_HDR_METADATA md{};
+    EXPECT_EQ(klxutilReadHdrSei(frame.data(), static_cast<uint32_t>(frame.size()), 1, hevc, &md), 0);
+    KLX_HDR_METADATA want{};
+    want.present = KLX_HDR_HAS_CONTENT_LIGHT_LEVEL;
+    uint32_t size = static_cast<uint32_t>(frame.size());
+    const size_t room = rng() % 24;
+    frame.resize(frame.size() + room);
+    const int rc = klxutilSetHdrSei(frame.data(), &size, static_cast<uint32_t>(frame.size()), 1, hevc, &want);
+    EXPECT_TRUE(rc == 0 || rc == -1 || rc == -102) << rc;
+    EXPECT_LE(size, frame.size());
+  }
+}
+
+}  // namespace

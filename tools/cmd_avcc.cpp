@@ -1,0 +1,149 @@
+// quorvane avcc: write the AVC decoder configuration record (avcC box) of an H.264 stream, or
+// print one.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "cli.h"
+#include "commands.h"
+#include "param_report.h"
+#include "streamutil/avcc.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: quorvane avcc FILE -o avcC.bin [-y] [--json]\n"
+    "       quorvane avcc --read avcC.bin [--json]\n\n"
+    "Builds the AVCDecoderConfigurationRecord (ISO/IEC 14496-15 5.3.3.1) of an H.264 elementary\n"
+    "stream from its distinct SPS and PPS units and writes it as an avcC box (size, type,\n"
+    "record). With --read, prints the fields and the parameter sets of an avcC box (or of a\n"
+    "bare record).\n\n"
+    "  -o, --output FILE   where to write the box\n"
+    "  -y, --force         overwrite an existing output file\n"
+    "  --read FILE         print a box instead\n"
+    "  --json              JSON output\n";
+
+struct Field {
+  const char* name;
+  int64_t value;
+};
+
+void printFields(const std::vector<Field>& fields, FILE* out, cli::Json* json) {
+  for (const auto& f : fields) {
+    if (json)
+      json->num(f.name, f.value);
+    else
+      std::fprintf(out, "  %s = %lld\n", f.name, static_cast<long long>(f.value));
+  }
+}
+
+int readBox(const std::string& path, bool asJson) {
+  auto text = cli::readFile(path);
+  if (!text) return cli::failWith(cli::kFailed, "avcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
+  const auto* bytes = reinterpret_cast<const uint8_t*>(text->data());
+  avcc_t* avcc = avcc_new();
+  if (!avcc) return cli::failWith(cli::kFailed, "avcc", "out of memory");
+  AVCC_HIGH_PROFILE_FIELDS ext{};
+  params::Decoded d;
+  d.avcSps = std::make_unique<SPS_DECODED>();
+  d.avcPps = std::make_unique<PPS_DECODED>();
+  const int rc = klxutilReadAvcc(bytes, static_cast<uint32_t>(text->size()), avcc, nullptr, &ext, d.avcSps.get(), d.avcPps.get());
+  std::vector<Field> fields = {{"configurationVersion", avcc->configurationVersion},
+                               {"AVCProfileIndication", avcc->AVCProfileIndication},
+                               {"profile_compatibility", avcc->profile_compatibility},
+                               {"AVCLevelIndication", avcc->AVCLevelIndication},
+                               {"lengthSizeMinusOne", avcc->lengthSizeMinusOne},
+                               {"numOfSequenceParameterSets", avcc->numOfSequenceParameterSets},
+                               {"numOfPictureParameterSets", avcc->numOfPictureParameterSets}};
+  if (ext.present)
+    fields.insert(fields.end(), {{"chroma_format", ext.chroma_format},
+                                 {"bit_depth_luma_minus8", ext.bit_depth_luma_minus8},
+                                 {"bit_depth_chroma_minus8", ext.bit_depth_chroma_minus8},
+                                 {"numOfSequenceParameterSetExt", ext.numOfSequenceParameterSetExt}});
+  avcc_free(avcc);
+  if (rc != 0) return cli::failWith(cli::kFailed, "avcc", "%s is not a readable avcC record", path.c_str());
+  if (asJson) {
+    cli::Json json;
+    json.beginObject().str("file", path).beginObject("record");
+    printFields(fields, nullptr, &json);
+    json.endObject();
+    params::summaryJson(json, params::summarize(*d.avcSps));
+    for (const char* kind : {"SPS", "PPS"}) {
+      json.beginArray(std::string(kind) == "SPS" ? "sps" : "pps");
+      params::listJson(json, StreamCodec::kH264, kind, d);
+      json.endArray();
+    }
+    json.endObject();
+    std::printf("%s\n", json.text().c_str());
+    return cli::kOk;
+  }
+  std::printf("%s: avcC, %zu bytes\n", path.c_str(), text->size());
+  printFields(fields, stdout, nullptr);
+  std::printf("%s\n", params::summaryLine(params::summarize(*d.avcSps)).c_str());
+  for (const char* kind : {"SPS", "PPS"}) {
+    std::printf("%s\n", kind);
+    params::listText(stdout, StreamCodec::kH264, kind, d, "  ");
+  }
+  return cli::kOk;
+}
+
+int writeBox(const std::string& path, const std::string& output, bool force, bool asJson) {
+  std::error_code ec;
+  if (std::filesystem::exists(output, ec)) {
+    if (std::filesystem::equivalent(path, output, ec)) return cli::fail("avcc", "the output must not be the stream");
+    if (!force) return cli::fail("avcc", "%s exists (give -y to overwrite it)", output.c_str());
+  }
+  auto text = cli::readFile(path);
+  if (!text) return cli::failWith(cli::kFailed, "avcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
+  std::vector<uint8_t> stream(text->begin(), text->end());
+  if (params::detectCodec(stream) != StreamCodec::kH264)
+    return cli::failWith(cli::kFailed, "avcc", "%s is not an H.264 elementary stream", path.c_str());
+  if (stream.size() > 0xFFFFFFF0u) return cli::failWith(cli::kFailed, "avcc", "%s is too large", path.c_str());
+  uint32_t n = 0;
+  int rc = klxutilGetAvcc(stream.data(), static_cast<uint32_t>(stream.size()), 1, nullptr, 0, &n);
+  std::vector<uint8_t> box(8 + static_cast<size_t>(n));
+  if (rc == -102) rc = klxutilGetAvcc(stream.data(), static_cast<uint32_t>(stream.size()), 1, box.data() + 8, n, &n);
+  if (rc != 0) return cli::failWith(cli::kFailed, "avcc", "%s lacks a readable SPS or PPS", path.c_str());
+  const uint32_t total = n + 8;
+  const uint8_t head[8] = {uint8_t(total >> 24), uint8_t(total >> 16), uint8_t(total >> 8), uint8_t(total), 'a', 'v', 'c', 'C'};
+  std::memcpy(box.data(), head, 8);
+  std::ofstream file(output, std::ios::binary | std::ios::trunc);
+  if (!file.write(reinterpret_cast<const char*>(box.data()), static_cast<std::streamsize>(box.size())) || !file.flush())
+    return cli::failWith(cli::kFailed, "avcc", "cannot write %s", output.c_str());
+  if (asJson) {
+    cli::Json json;
+    json.beginObject().str("file", path).str("output", output).num("bytes", int64_t{total}).endObject();
+    std::printf("%s\n", json.text().c_str());
+  } else {
+    std::printf("%s: wrote %u-byte avcC box\n", output.c_str(), total);
+  }
+  return cli::kOk;
+}
+
+}  // namespace
+
+int cmdAvcc(int argc, char** argv) {
+  cli::Args args;
+  std::vector<char*> rewritten(argv, argv + argc);
+  for (auto& a : rewritten) {
+    if (!std::strcmp(a, "-o")) a = const_cast<char*>("--output");
+    if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
+  }
+  if (!args.parse(argc, rewritten.data(), {"output", "read"}, {"json", "force"}))
+    return cli::fail("avcc", "%s", args.error().c_str());
+  if (args.has("help")) {
+    std::fputs(kUsage, stdout);
+    return cli::kOk;
+  }
+  const bool asJson = args.has("json");
+  if (auto box = args.get("read")) {
+    if (!args.positional().empty() || args.has("output")) return cli::fail("avcc", "--read takes no other file (see --help)");
+    return readBox(*box, asJson);
+  }
+  if (args.positional().size() != 1) return cli::fail("avcc", "expected one H.264 stream file (see --help)");
+  auto output = args.get("output");
+  if (!output) return cli::fail("avcc", "missing -o FILE for the avcC box (see --help)");
+  return writeBox(args.positional()[0], *output, args.has("force"), asJson);
+}
