@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "streamutil/zr_bitstream.h"
+#include "zr_bitstream.h"
 
 #define QV_U(n, field) io.u(n, field, #field)
 #define QV_U64(n, field) io.u64(n, field, #field)
