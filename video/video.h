@@ -3,3 +3,4 @@
 #include "transport.h"
 #include "vidformat.h"
 #include "vidrate.h"
+#include "tctype_names.h"
