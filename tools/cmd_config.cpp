@@ -32,7 +32,7 @@ constexpr const char* kFooter =
     "  get:  {\"store\", \"key\", \"name\", \"type\": \"string\"|\"dword\"|\"unknown\", \"value\"}\n"
     "  list: {\"store\", \"key\", \"values\": [{\"name\", \"type\", \"value\"}],\n"
     "         \"keys\": [{\"name\", \"values\", \"keys\"}]} (sub-keys' contents with --recursive)\n"
-    "  path: {\"store\"}\n"
+    "  path: {\"store\"}; set, delete: {\"store\", \"key\", \"name\", \"written\"|\"deleted\": true}\n"
     "Example: quorvane config set --dword 'Quorvane\\Advanced' ForceVideoRangeMatrix 1\n";
 
 constexpr const char* kCommand = "config";
@@ -211,6 +211,7 @@ int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::str
     }
     if (rc != ZR_CFG_OK)
       return cli::failWith(cli::kFailed, kCommand, "cannot write %s: %s", where.c_str(), why(before, "store error").c_str());
+    if (args.has("json")) cli::printJson({{"store", where}, {"key", a[0]}, {"name", a[1]}, {"written", true}});
     return cli::kOk;
   }
   if (action == "delete") {
@@ -219,6 +220,7 @@ int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::str
       return cli::failWith(cli::kFailed, kCommand, "no value '%s' under '%s' in %s", a[1].c_str(), a[0].c_str(), where.c_str());
     if (rc != ZR_CFG_OK)
       return cli::failWith(cli::kFailed, kCommand, "cannot write %s: %s", where.c_str(), why(before, "store error").c_str());
+    if (args.has("json")) cli::printJson({{"store", where}, {"key", a[0]}, {"name", a[1]}, {"deleted", true}});
     return cli::kOk;
   }
   // list

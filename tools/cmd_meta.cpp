@@ -50,7 +50,8 @@ constexpr const char* kFooter =
     "            \"kind\": \"text\"|\"numeric\", \"value\": TEXT|N|null}]}\n"
     "  get:      {\"name\", \"value\": TEXT|N}\n"
     "  describe: [{\"id\", \"name\": TEXT|null}]\n"
-    "  tctype:   {\"name\", \"tcType\"}\n";
+    "  tctype:   {\"name\", \"tcType\"}\n"
+    "  set, delete: {\"item\", \"written\"|\"deleted\": true}\n";
 
 constexpr const char* kCommand = "meta";
 
@@ -306,8 +307,12 @@ int cmdMeta(int argc, char** argv) {
   try {
     if (action == "list" && operands == 0) return list(source, args.has("all"), json);
     if (action == "get" && operands == 1) return get(source, pos[1], json);
-    if (action == "set" && operands == 2) return change(args.has("user"), pos[1], &pos[2], tcType);
-    if (action == "delete" && operands == 1) return change(args.has("user"), pos[1], nullptr, tcType);
+    if ((action == "set" && operands == 2) || (action == "delete" && operands == 1)) {
+      const bool setting = action == "set";
+      const int rc = change(args.has("user"), pos[1], setting ? &pos[2] : nullptr, tcType);
+      if (rc == cli::kOk && json) cli::printJson({{"item", pos[1]}, {setting ? "written" : "deleted", true}});
+      return rc;
+    }
     if (action == "describe" && operands >= 1) return describe({pos.begin() + 1, pos.end()}, json);
     if (action == "tctype" && operands == 1) return tctype(pos[1], json);
   } catch (const std::exception& e) {

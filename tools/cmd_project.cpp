@@ -92,6 +92,7 @@ int create(const std::string& path, const cli::Command& args) {
       return cli::fail(kCommand, "bad setting name '%s'", name.c_str());
   }
   if (!project.SaveXMLFile()) return cli::failWith(cli::kFailed, kCommand, "cannot write '%s'", path.c_str());
+  if (args.has("json")) cli::printJson({{"project", path}, {"written", true}});
   return cli::kOk;
 }
 
@@ -103,7 +104,7 @@ int cmdProject(int argc, char** argv) {
       .option("--edl", "create: the EDL file")
       .repeatable("--set", "create: a setting NAME=VALUE")
       .forceFlag()
-      .flag("--json", "show: print JSON (shape below)")
+      .flag("--json", "print JSON (shape below; create prints {\"project\", \"written\": true})")
       .positionals("ARGS", "show FILE or create FILE");
   if (auto exit = args.parse(argc, argv)) return *exit;
   const auto& pos = args.positional();

@@ -2,6 +2,7 @@
 // output back with the library.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -178,6 +179,78 @@ TEST(MediaCmdCli, ChannelSpeedAndFourccHelpers) {
   MEDIACMD cmd = readJson(fixed.out);
   EXPECT_EQ(cmd.Speed, 0);
   EXPECT_TRUE(cmd.CtrlFlags & cfUseSpeed);
+}
+
+}  // namespace
+
+namespace {
+
+// Every --json output of these commands, failures included, is one document that python's json
+// module and jq both read.
+TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
+  if (!qtest::haveProgram("python3") || !qtest::haveProgram("jq")) GTEST_SKIP() << "python3 or jq missing";
+  qtest::TempDir dir;
+  const std::string env = "QUORVANE_CONFIG=" + qtest::shellQuote(dir.file("config.xml")) + " ";
+  ASSERT_EQ(qtest::runTool("cmd new play --channel 1 --xml > " + qtest::shellQuote(dir.file("play.xml"))).exitCode, 0);
+  const std::string play = qtest::shellQuote(dir.file("play.xml"));
+  const char* kArgs[] = {
+      "tc --json --type 29.97df 107892 00:00:01:00",
+      "tc --json --type nosuch 1",  // a failure is an object too
+      "tc --json 23:59:59",
+      "cmd new play --position '01:00:00;00' --value 'a\"b\\c' --json",
+      "cmd codes --json",
+      "cmd channels 0x0A --json",
+      "cmd speed 0.5 --json",
+      "cmd fourcc hvc1 --json",
+      "cmd new play --xml --json",
+      "format 0x2380B21D --json",
+      "format 1920x1080 50 --scan interlaced --field-rate --json",
+      "format rate 29.97 --json",
+      "format tc 107892 29.97df pal --json",
+      "format play 1/4 --steps 3 --json",
+      "config set K V x --json",
+      "config list --recursive --json",
+      "config get K nosuch --json",
+      "meta describe 13 4096 --json",
+      "meta tctype pal --json",
+      "meta set TimeCode 01:00:00:00 --tc-type 25 --json",
+      "meta list --json",
+      "project show --json /nonexistent.xml",
+      "project create --json /nonexistent-dir/p.xml",
+      "names --file-type 203 --codec hvc1 --json",
+      "names --codec zzzz --json",
+  };
+  for (const char* args : kArgs) {
+    const std::string run = env + qtest::shellQuote(QUORVANE_TOOL) + " " + args;
+    const auto python = qtest::runCommand(run + " | python3 -c 'import json,sys; json.load(sys.stdin)'");
+    EXPECT_EQ(python.exitCode, 0) << args << "\n" << python.err;
+    const auto jq = qtest::runCommand(run + " | jq -e 'type == \"object\" or type == \"array\"'");
+    EXPECT_EQ(jq.exitCode, 0) << args << "\n" << jq.err;
+  }
+  const auto convert = qtest::runCommand(env + qtest::shellQuote(QUORVANE_TOOL) + " cmd convert " + play +
+                                         " --json | jq -e '.mediaCmd.cmd.string == \"Play\"'");
+  EXPECT_EQ(convert.exitCode, 0) << convert.err;
+}
+
+TEST(CommandJson, VersionHelpAndVerbose) {
+  const auto version = qtest::runTool("--version");
+  EXPECT_EQ(version.exitCode, 0);
+  EXPECT_EQ(version.out.rfind("quorvane ", 0), 0u) << version.out;
+  for (const char* command : {"tc", "cmd", "format", "config", "meta", "project", "names"}) {
+    const auto help = qtest::runTool(std::string("help ") + command);
+    EXPECT_EQ(help.exitCode, 0) << command;
+    EXPECT_EQ(help.out, qtest::runTool(std::string(command) + " --help").out) << command;
+    EXPECT_NE(help.out.find(std::string("usage: quorvane ") + command), std::string::npos) << command;
+  }
+  EXPECT_EQ(qtest::runTool("help nosuch").exitCode, 2);
+  // A reader failure: the library's line only with -v, the command's own line always.
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
+  const std::string convert = "cmd convert --xml " + qtest::shellQuote(dir.file("bad.json"));
+  const auto quiet = qtest::runTool(convert), verbose = qtest::runTool("-v " + convert);
+  EXPECT_EQ(quiet.exitCode, 1);
+  EXPECT_EQ(std::count(quiet.err.begin(), quiet.err.end(), '\n'), 1) << quiet.err;
+  EXPECT_NE(verbose.err.find("quorvane: library: "), std::string::npos) << verbose.err;
 }
 
 }  // namespace
