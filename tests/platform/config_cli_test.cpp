@@ -1,6 +1,7 @@
 // quorvane config: what the command writes the library reads, and the other way round.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -117,6 +118,42 @@ TEST(ConfigCli, RefusesFilesThatAreNotStores) {
   auto r = runTool("-v config list --json --file " + shellQuote(play));
   EXPECT_NE(r.err.find("quorvane: library: Configuration store"), std::string::npos) << r.err;
   EXPECT_EQ(r.out.rfind("{\"error\":\"cannot use '", 0), 0u) << r.out;
+}
+
+}  // namespace
+
+namespace {
+
+// zrCFGOpenEx: which files each condition refuses; a refused file is never written.
+TEST(ConfigOpenEx, RefusesWhatTheCallerDidNotMeanAsAStore) {
+  qtest::TempDir dir;
+  const struct {
+    const char* name;
+    const char* contents;  // null: no file
+    bool existing, storeOnly;  // opens with ZR_CFG_OPEN_EXISTING / ZR_CFG_OPEN_STORE_ONLY
+  } kCases[] = {
+      {"missing.xml", nullptr, false, true},
+      {"blank.xml", " \n", true, true},
+      {"store.xml", "<?xml version=\"1.0\" ?>\n<QuorvaneConfig />\n", true, true},
+      {"command.xml", "<MediaCmd><Channel Value=\"1\" /></MediaCmd>", true, false},
+      {"notes.txt", "some notes\n", true, false},
+      {"truncated.xml", "<QuorvaneConfig><Key name=\"K\">", true, false},
+  };
+  for (const auto& c : kCases) {
+    const std::string path = dir.file(c.name);
+    if (c.contents) qtest::writeBytes(path, {c.contents, c.contents + std::strlen(c.contents)});
+    const std::pair<uint32_t, bool> kFlags[] = {
+        {0, true}, {ZR_CFG_OPEN_EXISTING, c.existing}, {ZR_CFG_OPEN_STORE_ONLY, c.storeOnly}};
+    for (const auto& [flags, opens] : kFlags) {
+      const ZRCFGHANDLE h = zrCFGOpenEx(path.c_str(), flags);
+      EXPECT_EQ(h != ZR_CFG_INVALID, opens) << c.name << " flags " << flags;
+      if (h != ZR_CFG_INVALID) zrCFGClose(h, 0);
+    }
+    if (c.contents) {
+      EXPECT_EQ(qtest::readBytes(path), std::vector<uint8_t>(c.contents, c.contents + std::strlen(c.contents))) << c.name;
+    }
+  }
+  EXPECT_EQ(zrCFGOpenEx(dir.file("store.xml").c_str(), 4), ZR_CFG_INVALID);  // unknown flag
 }
 
 }  // namespace
