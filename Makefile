@@ -10,7 +10,7 @@ deps:
 	@scripts/install-deps.sh
 
 build-asan: deps
-	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVANE_SANITIZE=ON
+	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVANE_SANITIZE=ON -DQUORVANE_WERROR=ON
 	cmake --build $(ASAN_DIR) -j $(JOBS)
 
 build-release: deps

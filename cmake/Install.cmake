@@ -1,4 +1,5 @@
-# make install: library, headers under include/quorvane/, a CMake package and a pkg-config file.
+# make install: library, headers under include/quorvane/ (the only entry in include/), a CMake
+# package with the find module of its dependency, and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS quorvane_static quorvane_shared EXPORT QuorvaneTargets
@@ -17,7 +18,7 @@ configure_package_config_file(cmake/QuorvaneConfig.cmake.in
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/QuorvaneConfigVersion.cmake
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
+  ${CMAKE_CURRENT_SOURCE_DIR}/cmake/FindTinyXML.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
 
 # The .pc file finds its prefix from its own location, so `cmake --install --prefix DIR` and
 # DESTDIR staging give a correct file without reconfiguring.

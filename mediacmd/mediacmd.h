@@ -1,8 +1,8 @@
 // Public headers of the mediacmd subsystem in one include: the media command record, its
 // vocabularies, and its XML, JSON and debug forms.
 #pragma once
-#include "mediacmd/mediacmd_record.h"
-#include "mediacmd/mediacmd_tables.h"
-#include "mediacmd/mediacmd_xml.h"
-#include "mediacmd/mediacmd_json.h"
-#include "mediacmd/mediacmd_debug.h"
+#include "mediacmd_record.h"
+#include "mediacmd_tables.h"
+#include "mediacmd_xml.h"
+#include "mediacmd_json.h"
+#include "mediacmd_debug.h"

@@ -1,7 +1,7 @@
 // One-line traces of a MEDIACMD and of a timecode value, through _DbgOut, for people reading
 // logs. The texts are fixed (log readers and scripts match them).
 #pragma once
-#include "mediacmd/mediacmd_record.h"
+#include "mediacmd_record.h"
 
 extern "C" {
 // "klx-Chan<n> <command> [Deferred ][UseSpeed (<percent>) ][UsePosition (<n>) ]..." .

@@ -23,7 +23,7 @@
 // ("No MediaCmd object\n"), a malformed structure ("Unrecognised JSON structure\n"), or any of the
 // XML form's value failures with the same messages.
 #pragma once
-#include "mediacmd/mediacmd_record.h"
+#include "mediacmd_record.h"
 
 extern "C" {
 // Composes the text into a ZRAlloc'ed buffer stored in *text. Returns 0, or -1 for a null

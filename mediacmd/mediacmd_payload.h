@@ -41,7 +41,7 @@
 #include <string>
 #include <string_view>
 
-#include "mediacmd/mediacmd_record.h"
+#include "mediacmd_record.h"
 
 namespace mediacmd {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-#include "mediacmd/mediacmd_payload.h"
-#include "mediacmd/mediacmd_record.h"
+#include "mediacmd_payload.h"
+#include "mediacmd_record.h"
 
 namespace mediacmd {
 

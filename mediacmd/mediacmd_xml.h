@@ -35,7 +35,7 @@
 #pragma once
 #include <tinyxml.h>
 
-#include "mediacmd/mediacmd_record.h"
+#include "mediacmd_record.h"
 
 // Appends the declaration and the "MediaCmd" tree to doc. Returns 0 (-1 for a null argument).
 int MediaCmdToXML(TiXmlDocument* doc, MEDIACMD* cmd, unsigned tcType);

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/zrcfg.h"
+#include "../platform/zrcfg.h"
 
 class TiXmlElement;
 struct KLXSYSTEM;

@@ -1,5 +1,5 @@
 // Public headers of the metadata subsystem in one include.
 #pragma once
-#include "metadata/klxinfo.h"
-#include "metadata/zrdiskcache.h"
-#include "metadata/zrprojecttoxml.h"
+#include "klxinfo.h"
+#include "zrdiskcache.h"
+#include "zrprojecttoxml.h"

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "platform/zrfile.h"
 #include "platform/zrmemory.h"
@@ -114,7 +115,7 @@ void CZRProjectToXML::resolveElements() {
 // The file a list element names: kept as stored when it exists; otherwise looked for under its
 // own name and extension next to the project, and made there from the embedded text when it
 // is not there either.
-void CZRProjectToXML::restoreListFile(const char* elementName, const char* nameAttribute, char* buffer) {
+void CZRProjectToXML::restoreListFile(const char* elementName, const char* nameAttribute, char* buffer, bool create) {
   TiXmlElement* element = firstElement(document, elementName);
   const char* stored = element ? element->Attribute(nameAttribute) : nullptr;
   setPath(buffer, stored);
@@ -124,12 +125,28 @@ void CZRProjectToXML::restoreListFile(const char* elementName, const char* nameA
   zrOSSplitPath(xmlName, drive, dir, nullptr, nullptr);
   zrOSSplitPath(buffer, nullptr, nullptr, name, ext);
   zrOSMakePath(buffer, drive, dir, name, ext);
-  if (zrOSFileExists(buffer)) return;
+  if (zrOSFileExists(buffer) || !create) return;
   const char* data = element->Attribute(kDataAttribute);
   if (data && *data) createFileWithText(buffer, data);
 }
 
-bool CZRProjectToXML::LoadXMLFile(const char* path) {
+bool CZRProjectToXML::LoadXMLFile(const char* path) { return load(path, true); }
+bool CZRProjectToXML::ReadXMLFile(const char* path) { return load(path, false); }
+
+bool CZRProjectToXML::IsProject() {
+  if (!document) return false;
+  bool any = false;
+  for (TiXmlNode* node = document->FirstChild(); node; node = node->NextSibling()) {
+    const TiXmlElement* element = node->ToElement();
+    if (!element) continue;
+    const std::string_view name = element->Value();
+    if (name != kClipListElement && name != kEdlListElement && name != kSettingsElement) return false;
+    any = true;
+  }
+  return any;
+}
+
+bool CZRProjectToXML::load(const char* path, bool recreate) {
   setPath(xmlName, path);
   setPath(clipFile, nullptr);
   setPath(edlName, nullptr);
@@ -138,8 +155,8 @@ bool CZRProjectToXML::LoadXMLFile(const char* path) {
     bool loaded = document->LoadFile(xmlName);
     // The EDL is only looked at in a project that has a clip list.
     if (firstElement(document, kClipListElement)) {
-      restoreListFile(kClipListElement, kClipNameAttribute, clipFile);
-      restoreListFile(kEdlListElement, kEdlNameAttribute, edlName);
+      restoreListFile(kClipListElement, kClipNameAttribute, clipFile, recreate);
+      restoreListFile(kEdlListElement, kEdlNameAttribute, edlName, recreate);
     }
     resolveElements();
     return loaded;

@@ -25,6 +25,12 @@ class CZRProjectToXML {
   // (under its own name) next to the project is created there from the project's copy of its
   // text; an existing file is never overwritten. Returns the XML load result.
   bool LoadXMLFile(const char* path);
+  // Loads the project at path for reading only: names are resolved as LoadXMLFile resolves them
+  // (a missing file is looked for next to the project), but nothing is written to disk.
+  bool ReadXMLFile(const char* path);
+  // True when the loaded document holds project elements (ClipList, EdlList, Settings) and no
+  // other top-level element: a media command or any other XML file is not a project.
+  bool IsProject();
   // Saves to the XML name. Returns the XML save result.
   bool SaveXMLFile();
 
@@ -63,7 +69,8 @@ class CZRProjectToXML {
  private:
   void resolveElements();
   int setListFile(TiXmlElement* list, const char* nameAttribute, char* buffer, const char* path);
-  void restoreListFile(const char* elementName, const char* nameAttribute, char* buffer);
+  bool load(const char* path, bool recreate);
+  void restoreListFile(const char* elementName, const char* nameAttribute, char* buffer, bool create);
 
   char xmlName[ZR_PROJECT_PATH_SIZE];
   char clipFile[ZR_PROJECT_PATH_SIZE];

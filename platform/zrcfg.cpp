@@ -27,6 +27,7 @@
 #include <sys/stat.h>
 
 #include "platform/zrcfgfile.h"
+#include "platform/zrlog.h"
 
 namespace {
 
@@ -218,13 +219,24 @@ int guarded(Fn fn) {
 
 extern "C" {
 
-ZRCFGHANDLE zrCFGOpen(const char* path) {
+ZRCFGHANDLE zrCFGOpen(const char* path) { return zrCFGOpenEx(path, 0); }
+
+ZRCFGHANDLE zrCFGOpenEx(const char* path, uint32_t flags) {
   try {
     if (path == nullptr || *path == '\0') return ZR_CFG_INVALID;
+    if (flags & ~(ZR_CFG_OPEN_EXISTING | ZR_CFG_OPEN_STORE_ONLY)) return ZR_CFG_INVALID;
     const std::string full = absolutePath(path);
     if (full.empty()) return ZR_CFG_INVALID;
     struct stat st;
-    if (stat(full.c_str(), &st) == 0 ? S_ISDIR(st.st_mode) : errno != ENOENT) return ZR_CFG_INVALID;
+    const bool exists = stat(full.c_str(), &st) == 0;
+    if (exists ? S_ISDIR(st.st_mode) : errno != ENOENT) return ZR_CFG_INVALID;
+    if (!exists && (flags & ZR_CFG_OPEN_EXISTING)) return ZR_CFG_INVALID;
+    if (exists && (flags & ZR_CFG_OPEN_STORE_ONLY)) {
+      if (const char* problem = zrcfg::fileProblem(full)) {
+        ErrOut("Configuration store \"%s\" is refused: %s\n", full.c_str(), problem);
+        return ZR_CFG_INVALID;
+      }
+    }
     const std::string parent = full.substr(0, full.rfind('/') + 1);
     if (stat(parent.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return ZR_CFG_INVALID;
     Handles& h = handles();

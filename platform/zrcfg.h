@@ -52,6 +52,13 @@ typedef intptr_t ZRCFGHANDLE;
 // directory, a missing parent directory). A missing file opens as an empty store and is
 // created by the first write. A relative path is made absolute against the current directory.
 ZRCFGHANDLE zrCFGOpen(const char* path);
+// zrCFGOpen with conditions, for callers that must not touch a file the user did not mean as a
+// store: ZR_CFG_OPEN_EXISTING refuses a missing file; ZR_CFG_OPEN_STORE_ONLY refuses a file that
+// holds anything but a store (other XML, text, a truncated store), which zrCFGOpen would read
+// as empty and replace on the first write (keeping the old bytes as "<file>.bad").
+#define ZR_CFG_OPEN_EXISTING 1u
+#define ZR_CFG_OPEN_STORE_ONLY 2u
+ZRCFGHANDLE zrCFGOpenEx(const char* path, uint32_t flags);
 // Closes a store opened by zrCFGOpen. Outside a batch every write is on disk when its call
 // returns, so there is nothing to flush; an open batch is written (flush != 0) or dropped
 // (flush == 0). The system handle may be passed: its batch is ended the same way and it stays open.

@@ -192,6 +192,29 @@ std::string printStore(const TiXmlDocument& doc) {
 
 StoreFile::StoreFile(std::string path, bool createParent) : path_(std::move(path)), createParent_(createParent) {}
 
+const char* parseStore(const std::string& bytes, TiXmlDocument* parsed, int* line) {
+  *line = 0;
+  if (bytes.find('\0') != std::string::npos) return "it holds a NUL byte";
+  parsed->Parse(bytes.c_str(), nullptr, TIXML_ENCODING_UTF8);
+  if (parsed->Error()) {
+    *line = parsed->ErrorRow();
+    return parsed->ErrorDesc();
+  }
+  const TiXmlElement* root = parsed->RootElement();
+  if (root == nullptr || std::strcmp(root->Value(), kRootElement) != 0) return "its root element is not QuorvaneConfig";
+  return nullptr;
+}
+
+const char* fileProblem(const std::string& path) {
+  std::string bytes;
+  if (!readWhole(path, &bytes)) return errno == ENOENT ? nullptr : "it cannot be read";
+  if (isBlank(bytes)) return nullptr;
+  TiXmlDocument parsed;
+  int line = 0;
+  const char* problem = parseStore(bytes, &parsed, &line);
+  return problem ? "it is not a configuration store" : nullptr;
+}
+
 bool StoreFile::refresh() {
   std::string bytes;
   if (!readWhole(path_, &bytes)) {
@@ -206,20 +229,8 @@ bool StoreFile::refresh() {
   if (isBlank(bytes_)) return true;  // an empty (e.g. freshly touched) file is an empty store
 
   TiXmlDocument parsed;
-  const char* problem = nullptr;
   int line = 0;
-  if (bytes_.find('\0') != std::string::npos) {
-    problem = "it holds a NUL byte";
-  } else {
-    parsed.Parse(bytes_.c_str(), nullptr, TIXML_ENCODING_UTF8);
-    const TiXmlElement* root = parsed.RootElement();
-    if (parsed.Error()) {
-      problem = parsed.ErrorDesc();
-      line = parsed.ErrorRow();
-    } else if (root == nullptr || std::strcmp(root->Value(), kRootElement) != 0) {
-      problem = "its root element is not QuorvaneConfig";
-    }
-  }
+  const char* problem = parseStore(bytes_, &parsed, &line);
   if (problem != nullptr) {
     corrupt_ = true;
     ErrOut("Configuration store \"%s\" is corrupt (%s, line %d); reading it as empty\n", path_.c_str(), problem, line);

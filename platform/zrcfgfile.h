@@ -59,6 +59,11 @@ class StoreFile {
   std::vector<Edit> pending_;  // edits of the open batch
 };
 
+// Parses a store file's bytes into *parsed: null, or what is wrong with them (and *line).
+const char* parseStore(const std::string& bytes, TiXmlDocument* parsed, int* line);
+// Null when path is missing, blank or a well-formed store; otherwise why it is none.
+const char* fileProblem(const std::string& path);
+
 // The document text a store file holds for doc (declaration, indented elements).
 std::string printStore(const TiXmlDocument& doc);
 

@@ -1,9 +1,9 @@
 // The platform utility services in one include.
 #pragma once
-#include "platform/zrcfg.h"
-#include "platform/zrfile.h"
-#include "platform/zrfourcc.h"
-#include "platform/zrlog.h"
-#include "platform/zrmemory.h"
-#include "platform/zrtext.h"
-#include "platform/tcxlat.h"
+#include "zrcfg.h"
+#include "zrfile.h"
+#include "zrfourcc.h"
+#include "zrlog.h"
+#include "zrmemory.h"
+#include "zrtext.h"
+#include "tcxlat.h"

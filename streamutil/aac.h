@@ -5,7 +5,7 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/zr_bitstream.h"
+#include "zr_bitstream.h"
 
 extern "C" {
 

@@ -14,8 +14,8 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/param_elements.h"
-#include "streamutil/zr_bitstream.h"
+#include "param_elements.h"
+#include "zr_bitstream.h"
 
 struct AVC_VUI_PARAMETERS {
   int32_t aspect_ratio_info_present_flag;

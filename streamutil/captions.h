@@ -19,7 +19,7 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/dframe.h"
+#include "dframe.h"
 
 extern "C" {
 

@@ -3,8 +3,8 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/hevc_params.h"
-#include "streamutil/zr_bitstream.h"
+#include "hevc_params.h"
+#include "zr_bitstream.h"
 
 // Dolby Vision decoder configuration: eight bytes of bit fields, then four reserved words.
 struct DOVI_DECODER_CONFIGURATION_RECORD {

@@ -20,8 +20,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "streamutil/param_elements.h"
-#include "streamutil/zr_bitstream.h"
+#include "param_elements.h"
+#include "zr_bitstream.h"
 
 // hvcC header / profile summary (ISO/IEC 14496-15 8.3.3.1). Filled from profile_tier_level by
 // the readers; the remaining fields are the caller's (or klxutilFillHvccHeader's).

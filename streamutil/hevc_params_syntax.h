@@ -4,8 +4,8 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/hevc_params.h"
-#include "streamutil/syntax_io.h"
+#include "hevc_params.h"
+#include "syntax_io.h"
 
 namespace hevc_syntax {
 

@@ -8,9 +8,9 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/dframe.h"
-#include "streamutil/hevc_params.h"
-#include "streamutil/zr_bitstream.h"
+#include "dframe.h"
+#include "hevc_params.h"
+#include "zr_bitstream.h"
 
 extern "C" {
 

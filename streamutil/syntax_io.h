@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "streamutil/zr_bitstream.h"
+#include "zr_bitstream.h"
 
 #define QV_U(n, field) io.u(n, field, #field)
 #define QV_U64(n, field) io.u64(n, field, #field)

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "syntax/bs.h"
+#include "bs.h"
 
 extern "C" {
 

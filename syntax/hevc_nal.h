@@ -3,7 +3,7 @@
 #pragma once
 #include <cstdint>
 
-#include "syntax/h264_stream.h"
+#include "h264_stream.h"
 
 extern "C" {
 

@@ -10,22 +10,59 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <filesystem>
 #include <iterator>
 #include <sstream>
+
+#include "platform/zrlog.h"
 
 namespace cli {
 
 namespace {
+bool gJsonErrors = false;
+bool gVerbose = false;
+std::string gLastLibraryMessage;
+
 int vfail(int code, const char* command, const char* format, va_list args) {
-  if (command && *command)
-    std::fprintf(stderr, "quorvane %s: ", command);
-  else
-    std::fputs("quorvane: ", stderr);
-  std::vfprintf(stderr, format, args);
-  std::fputc('\n', stderr);
+  char message[1024];
+  std::vsnprintf(message, sizeof message, format, args);
+  const bool named = command && *command;
+  std::fprintf(stderr, "quorvane%s%s: %s\n", named ? " " : "", named ? command : "", message);
+  if (gJsonErrors) {
+    JsonValue error{{"error", message}, {"command", named ? command : ""}, {"exitCode", code}};
+    printJson(error);
+  }
   return code;
 }
+
+void librarySink(void*, int kind, uint32_t, uint32_t, uint32_t, const char* text) {
+  std::string line(text ? text : "");
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+  if (kind != ZR_LOG_DEBUG) gLastLibraryMessage = line;
+  if (gVerbose) std::fprintf(stderr, "quorvane: library: %s\n", line.c_str());
+}
 }  // namespace
+
+void setJsonErrors(bool on) { gJsonErrors = on; }
+void setVerbose(bool on) { gVerbose = on; }
+void installLogSink() { zrLogSetSink(librarySink, nullptr); }
+const std::string& lastLibraryMessage() { return gLastLibraryMessage; }
+
+void printJson(const JsonValue& value) {
+  // Invalid UTF-8 in user text is replaced rather than aborting the output.
+  std::printf("%s\n", value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+}
+
+int checkOutput(const char* command, const std::string& output, bool force, const std::vector<std::string>& inputs) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  const bool exists = fs::exists(output, ec);
+  for (const auto& in : inputs)
+    if (exists && in != "-" && fs::equivalent(in, output, ec))
+      return fail(command, "%s is also the input; write to another file", output.c_str());
+  if (exists && !force) return failWith(kFailed, command, "%s exists; give -y/--force to overwrite it", output.c_str());
+  return kOk;
+}
 
 int fail(const char* command, const char* format, ...) {
   va_list args;

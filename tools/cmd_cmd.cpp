@@ -1,9 +1,11 @@
 // quorvane cmd: build media commands, convert them between their XML and JSON forms, trace
 // them as the debug log would, and list the get/set and flag vocabularies.
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,57 +18,55 @@
 
 namespace {
 
-constexpr const char* kUsage =
-    "usage: quorvane cmd new [COMMAND] [options] --xml|--json\n"
-    "       quorvane cmd convert FILE|- --to xml|json [--tc-type NAME]\n"
+constexpr const char* kAbout =
+    "usage: quorvane cmd new [COMMAND] [options] --xml|--wire-json|--json\n"
+    "       quorvane cmd convert FILE|- --xml|--wire-json|--json [--tc-type NAME]\n"
     "       quorvane cmd dump FILE|- [--json]\n"
     "       quorvane cmd codes [--get-set|--flags] [--json]\n"
     "       quorvane cmd channels MASK [--json]\n"
     "       quorvane cmd speed X [--periods N] [--json]\n"
     "       quorvane cmd fourcc CODE [--json]\n\n"
-    "new      builds a media command and prints its XML or JSON form. COMMAND is a command\n"
-    "         name (stop, pause, play, record, recstop, eject, transfer, insert, blank, delete,\n"
-    "         trim, chanselect, getstate, setstate, getvalue, setvalue, valuesupported, error,\n"
-    "         terminate, abort, edit, switch) or code; --get/--set/--supported imply it.\n"
-    "  --channel N        channel number\n"
-    "  --speed X          speed as a multiple of normal play (1, -2, 0.5); --shuttle marks it\n"
-    "  --position TC      position: timecode of --tc-type, or a frame count\n"
-    "  --start TC, --end TC\n"
-    "  --clip ID          clip identifier (up to 8 characters)\n"
-    "  --file NAME        file name carried in the payload\n"
-    "  --get CODE, --set CODE, --supported CODE\n"
-    "                     get/set/value-supported command for a get/set code (name or number)\n"
-    "  --value TEXT       a payload text of a get/set value (repeat for channel aliases,\n"
-    "                     IP addresses, metadata tag/data/page)\n"
-    "  --ms N             time argument in milliseconds\n"
-    "  --flag NAME        set a control flag by name (repeatable; see 'cmd codes --flags')\n"
-    "  --tc-type NAME     frames, film, non-drop-frame, drop-frame, pal, 50, 59.94, 60,\n"
-    "                     film-drop, 23.98 (default drop-frame)\n"
-    "  --fix              normalise as a server would (default speeds, unset masks)\n"
-    "convert  reads either form (detected) and writes the one named by --to.\n"
+    "new      builds a media command and prints it. COMMAND is a command name (stop, pause,\n"
+    "         play, record, recstop, eject, transfer, insert, blank, delete, trim, chanselect,\n"
+    "         getstate, setstate, getvalue, setvalue, valuesupported, error, terminate, abort,\n"
+    "         edit, switch) or code; --get/--set/--supported imply it.\n"
+    "convert  reads either wire form (detected) and prints the form asked for.\n"
+    "         --xml and --wire-json print the command's XML and JSON wire forms exactly as a\n"
+    "         server exchanges them (the wire JSON keeps its trailing commas, which strict JSON\n"
+    "         parsers refuse); --json prints the same content as standard JSON.\n"
     "dump     prints the debug trace line of a command in either form.\n"
     "codes    lists the get/set codes and the control flags with their names.\n"
     "channels lists the channels of a channel bit mask (decimal or 0x hex).\n"
     "speed    shows a speed (multiple of normal play) in command units, as a 16.16 rate, and\n"
     "         how a playout loop steps fields at it over --periods frame periods (default 8).\n"
-    "fourcc   shows a four-character code (text or 0x hex number) in upper and lower case.\n"
-    "Examples: quorvane cmd new play --channel 1 --speed 2 --position 01:00:00;00 --json\n"
-    "          quorvane cmd new --get channelname --channel 2 --xml | quorvane cmd convert - --to json\n";
+    "fourcc   shows a four-character code (text or 0x hex number) in upper and lower case.";
+constexpr const char* kFooter =
+    "TC (--position, --start, --end): HH:MM:SS:FF of --tc-type, or a frame count.\n"
+    "NAME (--tc-type): frames, 23.98, 24, 25, 29.97, 29.97df, 30, 50, 59.94, 59.94df, 60, or\n"
+    "  film, pal, drop-frame, non-drop-frame, film-drop, 30000/1001 ... (default 29.97df).\n"
+    "  The wire forms write the library's word for the type (drop-frame, pal, ...).\n"
+    "--json shapes:\n"
+    "  new, convert: {\"mediaCmd\": {\"cmdID\", \"structSize\", \"channel\", \"cmd\": {\"value\",\n"
+    "                \"string\"}, ...}}: the wire JSON's members with camelCase keys\n"
+    "  dump:     {\"traced\": BOOL, \"line\": TEXT}\n"
+    "  codes:    {\"getSet\": [{\"code\", \"name\"}], \"flags\": [{\"flag\", \"name\"}]}\n"
+    "  channels: {\"mask\", \"total\", \"channels\": [N]}\n"
+    "  speed:    {\"speed\", \"rate\", \"repeats\": [N], \"fieldCount\": [N]}\n"
+    "  fourcc:   {\"code\", \"upper\", \"upperText\", \"lower\", \"lowerText\"}\n"
+    "Examples: quorvane cmd new play --channel 1 --speed 2 --position '01:00:00;00' --json\n"
+    "          quorvane cmd new --get channelname --channel 2 --xml | quorvane cmd convert - --wire-json\n";
 
-// The library reports reader failures through its log; the tool turns the last one into its
-// own one-line error.
-struct LogCollector {
-  std::string lastError;
-  std::string debugLine;
+// Captures the debug trace line of the command dump, then hands the log back.
+struct DebugLineCollector {
+  std::string line;
   static void sink(void* user, int kind, uint32_t, uint32_t, uint32_t, const char* text) {
-    auto* self = static_cast<LogCollector*>(user);
-    std::string line(text);
+    if (kind != ZR_LOG_DEBUG) return;
+    std::string& line = static_cast<DebugLineCollector*>(user)->line;
+    line = text;
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-    if (kind == ZR_LOG_DEBUG) self->debugLine = line;
-    else self->lastError = line;
   }
-  LogCollector() { zrLogSetSink(sink, this); }
-  ~LogCollector() { zrLogSetSink(nullptr, nullptr); }
+  DebugLineCollector() { zrLogSetSink(sink, this); }
+  ~DebugLineCollector() { cli::installLogSink(); }
 };
 
 bool commandFromName(const std::string& name, uint32_t* code) {
@@ -101,35 +101,104 @@ bool isDigits(const std::string& text) {
   return true;
 }
 
-bool pointFromText(const std::string& text, unsigned tcType, int32_t* out) {
+bool pointFromText(const std::string& text, unsigned tcType, int32_t* out, std::string* why) {
   if (isDigits(text) || tcType == 0 || tcType == 255) {
     auto value = cli::parseInt(text);
-    if (!value || *value < INT32_MIN || *value > UINT32_MAX) return false;
+    if (!value || *value < INT32_MIN || *value > UINT32_MAX) {
+      *why = "'" + text + "' is not a frame count";
+      return false;
+    }
     *out = static_cast<int32_t>(static_cast<uint32_t>(*value));
     return true;
   }
-  uint32_t frames = 0;
-  if (tc2Frame(text.c_str(), tcType | TCF_TEXT, &frames) != 0) return false;
-  *out = static_cast<int32_t>(frames);
+  auto frames = cli::parseTimecode(text, tcType, why);
+  if (!frames) return false;
+  *out = static_cast<int32_t>(*frames);
   return true;
 }
 
-int printForm(MEDIACMD& cmd, unsigned tcType, bool json) {
+enum class Form { kXml, kWireJson, kJson };
+
+// The wire JSON leaves a comma after the last member of every object. Dropping those commas
+// (outside strings) and starting each key in lower case gives standard, camelCase JSON.
+std::optional<cli::JsonValue> standardJson(const std::string& wire) {
+  std::string text;
+  bool inString = false, escaped = false;
+  for (size_t i = 0; i < wire.size(); ++i) {
+    const char c = wire[i];
+    if (inString) {
+      if (escaped) escaped = false;
+      else if (c == '\\') escaped = true;
+      else if (c == '"') inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == ',') {
+      const size_t next = wire.find_first_not_of(" \t\r\n", i + 1);
+      if (next != std::string::npos && (wire[next] == '}' || wire[next] == ']')) continue;
+    }
+    text += c;
+  }
+  cli::JsonValue parsed = cli::JsonValue::parse(text, nullptr, false);
+  if (parsed.is_discarded()) return std::nullopt;
+  auto camel = [](auto& self, const cli::JsonValue& v) -> cli::JsonValue {
+    if (v.is_array()) {
+      cli::JsonValue out = cli::JsonValue::array();
+      for (const auto& e : v) out.push_back(self(self, e));
+      return out;
+    }
+    if (!v.is_object()) return v;
+    cli::JsonValue out = cli::JsonValue::object();
+    for (const auto& [key, value] : v.items()) {
+      std::string k = key;
+      if (!k.empty()) k[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(k[0])));
+      out[k] = self(self, value);
+    }
+    return out;
+  };
+  return camel(camel, parsed);
+}
+
+std::optional<Form> formOf(const cli::Command& args) {
+  const int given = args.has("xml") + args.has("wire-json") + args.has("json");
+  if (given != 1) return std::nullopt;
+  return args.has("xml") ? Form::kXml : args.has("wire-json") ? Form::kWireJson : Form::kJson;
+}
+
+int printForm(MEDIACMD& cmd, unsigned tcType, Form form) {
   char* text = nullptr;
-  int result = json ? MediaCmdToJSONString(&text, &cmd, tcType) : MediaCmdToXMLString(&text, &cmd, tcType);
+  const bool xml = form == Form::kXml;
+  int result = xml ? MediaCmdToXMLString(&text, &cmd, tcType) : MediaCmdToJSONString(&text, &cmd, tcType);
   if (result != 0 || !text) return cli::failWith(cli::kFailed, "cmd", "cannot write the command");
-  std::printf("%s\n", text);
-  if (json) MediaCmdFreeJSONString(&text);
-  else MediaCmdFreeXMLString(&text);
+  const std::string out = text;
+  if (xml) MediaCmdFreeXMLString(&text);
+  else MediaCmdFreeJSONString(&text);
+  if (form != Form::kJson) {
+    std::printf("%s\n", out.c_str());
+    return cli::kOk;
+  }
+  auto json = standardJson(out);
+  if (!json) return cli::failWith(cli::kFailed, "cmd", "the command's JSON form could not be read back");
+  cli::printJson(*json);
   return cli::kOk;
 }
 
-int runNew(const cli::Args& args) {
+// --tc-type: the shared vocabulary; the wire forms know the counting types only.
+bool tcTypeOption(const cli::Command& args, unsigned* tcType) {
+  auto name = args.get("tc-type");
+  if (!name) return true;
+  auto info = cli::tcType(*name);
+  if (!info) return false;
+  *tcType = info->tctype;
+  return true;
+}
+
+int runNew(const cli::Command& args) {
   const auto& pos = args.positional();
-  if (args.has("xml") == args.has("json")) return cli::fail("cmd", "new needs exactly one of --xml and --json");
-  unsigned tcType = 4;
-  if (auto name = args.get("tc-type"); name && !mediacmd::timecodeTypeFromName(*name, &tcType))
-    return cli::fail("cmd", "unknown timecode type '%s' (see --help)", name->c_str());
+  auto form = formOf(args);
+  if (!form) return cli::fail("cmd", "new needs exactly one of --xml, --wire-json and --json");
+  unsigned tcType = TC_DF2997;
+  if (!tcTypeOption(args, &tcType))
+    return cli::fail("cmd", "unknown timecode type '%s' (%s)", args.get("tc-type")->c_str(), cli::tcTypeNames().c_str());
 
   MEDIACMD cmd;
   initMediaCmd(&cmd, ctStop);
@@ -176,8 +245,8 @@ int runNew(const cli::Args& args) {
   for (const auto& p : points) {
     auto v = args.get(p.option);
     if (!v) continue;
-    if (!pointFromText(*v, tcType, &(cmd.*p.field)))
-      return cli::fail("cmd", "bad --%s '%s' for timecode type %s", p.option, v->c_str(), mediacmd::timecodeTypeName(tcType));
+    std::string why;
+    if (!pointFromText(*v, tcType, &(cmd.*p.field), &why)) return cli::fail("cmd", "--%s: %s", p.option, why.c_str());
     cmd.CtrlFlags |= p.flag;
   }
   if (auto v = args.get("ms")) {
@@ -205,7 +274,7 @@ int runNew(const cli::Args& args) {
     cmd.CtrlFlags |= flag;
   }
   if (args.has("fix")) fixMediaCmd(&cmd, 0);
-  return printForm(cmd, tcType, args.has("json"));
+  return printForm(cmd, tcType, *form);
 }
 
 // Reads a command in either form. Returns kOk, or prints the error and returns its exit code.
@@ -217,62 +286,63 @@ int readCommand(const std::string& path, MEDIACMD* cmd, unsigned* tcType) {
   bool xml = first != std::string::npos && (*text)[first] == '<';
   if (!json && !xml) return cli::failWith(cli::kFailed, "cmd", "%s is neither XML nor JSON", path.c_str());
   if (text->find('\0') != std::string::npos) return cli::failWith(cli::kFailed, "cmd", "%s holds a NUL byte", path.c_str());
-  LogCollector log;
+  const std::string before = cli::lastLibraryMessage();
   int result = json ? MediaCmdFromJSONString(cmd, tcType, text->c_str()) : MediaCmdFromXMLString(cmd, tcType, text->c_str());
   if (result != 0) {
-    std::string why = log.lastError.empty() ? "not a media command (result " + std::to_string(result) + ")" : log.lastError;
+    const std::string& said = cli::lastLibraryMessage();
+    std::string why = said.empty() || said == before ? "not a media command (result " + std::to_string(result) + ")" : said;
     return cli::failWith(cli::kFailed, "cmd", "%s: %s", path.c_str(), why.c_str());
   }
   return cli::kOk;
 }
 
-int runConvert(const cli::Args& args) {
+int runConvert(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 2) return cli::fail("cmd", "convert takes one FILE (or - for standard input)");
-  auto to = args.get("to");
-  if (!to || (*to != "xml" && *to != "json")) return cli::fail("cmd", "convert needs --to xml or --to json");
-  unsigned tcType = 4;
-  if (auto name = args.get("tc-type"); name && !mediacmd::timecodeTypeFromName(*name, &tcType))
-    return cli::fail("cmd", "unknown timecode type '%s' (see --help)", name->c_str());
+  auto form = formOf(args);
+  if (!form) return cli::fail("cmd", "convert needs exactly one of --xml, --wire-json and --json");
+  unsigned tcType = TC_DF2997;
+  if (!tcTypeOption(args, &tcType))
+    return cli::fail("cmd", "unknown timecode type '%s' (%s)", args.get("tc-type")->c_str(), cli::tcTypeNames().c_str());
+  const bool typeGiven = args.has("tc-type");
   MEDIACMD cmd;
-  if (int rc = readCommand(pos[1], &cmd, &tcType); rc != cli::kOk) return rc;
-  return printForm(cmd, tcType, *to == "json");
+  unsigned readType = tcType;
+  if (int rc = readCommand(pos[1], &cmd, &readType); rc != cli::kOk) return rc;
+  return printForm(cmd, typeGiven ? tcType : readType, *form);
 }
 
-int runDump(const cli::Args& args) {
+int runDump(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 2) return cli::fail("cmd", "dump takes one FILE (or - for standard input)");
   MEDIACMD cmd;
-  unsigned tcType = 4;
+  unsigned tcType = TC_DF2997;
   if (int rc = readCommand(pos[1], &cmd, &tcType); rc != cli::kOk) return rc;
-  LogCollector log;
-  __dbgout_mediacmd(&cmd);
-  if (args.has("json")) {
-    cli::Json out;
-    out.beginObject().boolean("traced", !log.debugLine.empty()).str("line", log.debugLine).endObject();
-    std::printf("%s\n", out.text().c_str());
-  } else if (!log.debugLine.empty()) {
-    std::printf("%s\n", log.debugLine.c_str());
+  std::string line;
+  {
+    DebugLineCollector log;
+    __dbgout_mediacmd(&cmd);
+    line = log.line;
   }
+  if (args.has("json"))
+    cli::printJson({{"traced", !line.empty()}, {"line", line}});
+  else if (!line.empty())
+    std::printf("%s\n", line.c_str());
   return cli::kOk;
 }
 
-int runCodes(const cli::Args& args) {
+int runCodes(const cli::Command& args) {
   const bool getSet = !args.has("flags"), flags = !args.has("get-set");
   if (args.has("json")) {
-    cli::Json out;
-    out.beginObject();
+    cli::JsonValue out = cli::JsonValue::object();
     if (getSet) {
-      out.beginArray("getset");
-      for (const MCMDXLAT& row : mcmdGSXlat) out.beginObject().num("code", int64_t(row.code)).str("name", row.name).endObject();
-      out.endArray();
+      out["getSet"] = cli::JsonValue::array();
+      for (const MCMDXLAT& row : mcmdGSXlat) out["getSet"].push_back({{"code", row.code}, {"name", row.name}});
     }
     if (flags) {
-      out.beginArray("flags");
-      for (const MCMDXLAT& row : mcmdFLAGXlat) out.beginObject().num("flag", int64_t(row.code)).str("name", row.name).endObject();
-      out.endArray();
+      out["flags"] = cli::JsonValue::array();
+      for (const MCMDXLAT& row : mcmdFLAGXlat) out["flags"].push_back({{"flag", row.code}, {"name", row.name}});
     }
-    std::printf("%s\n", out.endObject().text().c_str());
+    cli::printJson(out);
     return cli::kOk;
   }
   if (getSet)
@@ -282,7 +352,7 @@ int runCodes(const cli::Args& args) {
   return cli::kOk;
 }
 
-int runChannels(const cli::Args& args) {
+int runChannels(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 2) return cli::fail("cmd", "channels takes one MASK");
   auto mask = cli::parseU32(pos[1]);
@@ -290,10 +360,7 @@ int runChannels(const cli::Args& args) {
   std::vector<uint32_t> channels;
   for (unsigned i = 0; i < totalChannels(*mask); ++i) channels.push_back(findChannel(*mask, nullptr, i));
   if (args.has("json")) {
-    cli::Json out;
-    out.beginObject().num("mask", int64_t(*mask)).num("total", int64_t(channels.size())).beginArray("channels");
-    for (uint32_t c : channels) out.num("", int64_t(c));
-    std::printf("%s\n", out.endArray().endObject().text().c_str());
+    cli::printJson({{"mask", *mask}, {"total", channels.size()}, {"channels", channels}});
     return cli::kOk;
   }
   std::printf("mask 0x%08X: %zu channel%s", *mask, channels.size(), channels.size() == 1 ? "" : "s");
@@ -302,7 +369,7 @@ int runChannels(const cli::Args& args) {
   return cli::kOk;
 }
 
-int runSpeed(const cli::Args& args) {
+int runSpeed(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 2) return cli::fail("cmd", "speed takes one multiple of normal play (e.g. 1, -2, 0.5)");
   auto x = cli::parseDouble(pos[1]);
@@ -325,12 +392,7 @@ int runSpeed(const cli::Args& args) {
     fields.push_back(count);
   }
   if (args.has("json")) {
-    cli::Json out;
-    out.beginObject().num("speed", int64_t(speed)).num("rate", int64_t(rate)).beginArray("repeats");
-    for (int r : repeats) out.num("", int64_t(r));
-    out.endArray().beginArray("fieldCount");
-    for (unsigned f : fields) out.num("", int64_t(f));
-    std::printf("%s\n", out.endArray().endObject().text().c_str());
+    cli::printJson({{"speed", speed}, {"rate", rate}, {"repeats", repeats}, {"fieldCount", fields}});
     return cli::kOk;
   }
   std::printf("speed %d (units of 1/65520), rate 0x%08X (%u + %u/65536)\n", speed, rate, rate >> 16, rate & 0xFFFF);
@@ -339,7 +401,7 @@ int runSpeed(const cli::Args& args) {
   return cli::kOk;
 }
 
-int runFourcc(const cli::Args& args) {
+int runFourcc(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 2) return cli::fail("cmd", "fourcc takes one CODE");
   uint32_t code = 0;
@@ -360,10 +422,8 @@ int runFourcc(const cli::Args& args) {
   };
   const uint32_t upper = fourccToUpper(code), lower = fourccToLower(code);
   if (args.has("json")) {
-    cli::Json out;
-    out.beginObject().num("code", int64_t(code)).num("upper", int64_t(upper)).str("upperText", text(upper));
-    out.num("lower", int64_t(lower)).str("lowerText", text(lower)).endObject();
-    std::printf("%s\n", out.text().c_str());
+    cli::printJson(
+        {{"code", code}, {"upper", upper}, {"upperText", text(upper)}, {"lower", lower}, {"lowerText", text(lower)}});
     return cli::kOk;
   }
   std::printf("upper 0x%08X %s\nlower 0x%08X %s\n", upper, text(upper).c_str(), lower, text(lower).c_str());
@@ -373,20 +433,36 @@ int runFourcc(const cli::Args& args) {
 }  // namespace
 
 int cmdCmd(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {"to", "tc-type", "channel", "speed", "position", "start", "end", "clip", "file", "get", "set",
-                               "supported", "value", "ms", "flag", "periods"},
-                  {"xml", "json", "shuttle", "flags", "get-set", "fix"}))
-    return cli::fail("cmd", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("cmd", kAbout, kFooter);
+  args.option("--channel", "new: channel number")
+      .option("--speed", "new: speed as a multiple of normal play (1, -2, 0.5)")
+      .flag("--shuttle", "new: mark the speed as shuttle")
+      .option("--position", "new: position TC")
+      .option("--start", "new: start TC")
+      .option("--end", "new: end TC")
+      .option("--clip", "new: clip identifier (up to 8 characters)")
+      .option("--file", "new: file name carried in the payload")
+      .option("--get", "new: get-value command for a get/set code (name or number)")
+      .option("--set", "new: set-value command for a get/set code")
+      .option("--supported", "new: value-supported command for a get/set code")
+      .repeatable("--value", "new: a payload text (repeat for channel aliases, addresses, tag/data/page)")
+      .option("--ms", "new: time argument in milliseconds")
+      .repeatable("--flag", "new: set a control flag by name (see 'cmd codes --flags')")
+      .option("--tc-type", "new, convert: timecode type NAME of TC and of the wire forms")
+      .flag("--fix", "new: normalise as a server would (default speeds, unset masks)")
+      .flag("--xml", "new, convert: print the XML wire form")
+      .flag("--wire-json", "new, convert: print the JSON wire form (trailing commas kept)")
+      .flag("--json", "print standard JSON (shapes below)")
+      .flag("--get-set", "codes: only the get/set codes")
+      .flag("--flags", "codes: only the control flags")
+      .option("--periods", "speed: frame periods to step (default 8)")
+      .positionals("ARGS", "the action and its arguments");
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const auto& pos = args.positional();
   if (pos.empty()) return cli::fail("cmd", "give new, convert, dump, codes, channels, speed or fourcc (see --help)");
   const struct {
     const char* name;
-    int (*run)(const cli::Args&);
+    int (*run)(const cli::Command&);
   } actions[] = {{"new", runNew},   {"convert", runConvert},   {"dump", runDump}, {"codes", runCodes},
                  {"channels", runChannels}, {"speed", runSpeed}, {"fourcc", runFourcc}};
   for (const auto& a : actions)

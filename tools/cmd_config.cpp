@@ -1,5 +1,6 @@
 // quorvane config: read, write, delete and list values of the configuration store.
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,23 +11,28 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane config get    [--file STORE.xml] [--json] KEYPATH NAME\n"
     "       quorvane config set    [--file STORE.xml] [--dword] KEYPATH NAME VALUE\n"
     "       quorvane config delete [--file STORE.xml] KEYPATH NAME\n"
     "       quorvane config list   [--file STORE.xml] [--recursive] [--json] [KEYPATH]\n"
-    "       quorvane config path   [--file STORE.xml]\n\n"
+    "       quorvane config path   [--file STORE.xml] [--json]\n\n"
     "Works on the system store ($QUORVANE_CONFIG, else $XDG_CONFIG_HOME/quorvane/config.xml)\n"
     "or, with --file, on any other store file such as UserMetadata.xml. KEYPATH separates keys\n"
     "with backslashes (quote it for the shell): 'Quorvane\\MetaData\\Default'; \"\" is the root.\n"
-    "Key and value names match without regard to case.\n"
+    "Key and value names match without regard to case. A file that is not a store (other XML,\n"
+    "text) is refused and left as it is; only set creates a missing --file.\n"
     "  get        prints the value: text as it is, a DWORD in decimal\n"
     "  set        stores VALUE as text, or with --dword as a DWORD (decimal or 0x hex)\n"
     "  delete     removes the value\n"
     "  list       prints the values and sub-keys of KEYPATH (all levels with --recursive)\n"
-    "  path       prints the file behind the store\n"
-    "  --json     get: {\"store\",\"key\",\"name\",\"type\",\"value\"}; list: {\"store\",\"key\",\n"
-    "             \"values\":[{\"name\",\"type\",\"value\"}],\"keys\":[{\"name\",\"values\",\"keys\"}]}\n"
+    "  path       prints the file behind the store";
+constexpr const char* kFooter =
+    "--json shapes:\n"
+    "  get:  {\"store\", \"key\", \"name\", \"type\": \"string\"|\"dword\"|\"unknown\", \"value\"}\n"
+    "  list: {\"store\", \"key\", \"values\": [{\"name\", \"type\", \"value\"}],\n"
+    "         \"keys\": [{\"name\", \"values\", \"keys\"}]} (sub-keys' contents with --recursive)\n"
+    "  path: {\"store\"}; set, delete: {\"store\", \"key\", \"name\", \"written\"|\"deleted\": true}\n"
     "Example: quorvane config set --dword 'Quorvane\\Advanced' ForceVideoRangeMatrix 1\n";
 
 constexpr const char* kCommand = "config";
@@ -108,30 +114,27 @@ bool loadKey(ZRCFGHANDLE store, const std::string& path, int depth, Key* key) {
 
 const char* typeName(const Value& v) { return !v.known ? "unknown" : v.isDword ? "dword" : "string"; }
 
-void valueJson(cli::Json& out, const Value& v) {
-  out.str("type", typeName(v));
-  if (!v.known)
-    out.null("value");
-  else if (v.isDword)
-    out.num("value", int64_t{v.dword});
-  else
-    out.str("value", v.text);
+cli::JsonValue valueJson(const Value& v) {
+  cli::JsonValue value;
+  if (v.known) value = v.isDword ? cli::JsonValue(v.dword) : cli::JsonValue(v.text);
+  return {{"name", v.name}, {"type", typeName(v)}, {"value", value}};
 }
 
-void keyJson(cli::Json& out, const Key& key, bool withContents) {
-  out.beginArray("values");
-  for (const auto& v : key.values) {
-    out.beginObject().str("name", v.name);
-    valueJson(out, v);
-    out.endObject();
-  }
-  out.endArray().beginArray("keys");
+void addKeyJson(cli::JsonValue& out, const Key& key, bool withContents) {
+  out["values"] = cli::JsonValue::array();
+  for (const auto& v : key.values) out["values"].push_back(valueJson(v));
+  out["keys"] = cli::JsonValue::array();
   for (const auto& k : key.keys) {
-    out.beginObject().str("name", k.name);
-    if (withContents) keyJson(out, k, true);
-    out.endObject();
+    cli::JsonValue child{{"name", k.name}};
+    if (withContents) addKeyJson(child, k, true);
+    out["keys"].push_back(std::move(child));
   }
-  out.endArray();
+}
+
+// What the library said about the last failure, in its own words, or a fallback.
+std::string why(const std::string& before, const char* fallback) {
+  const std::string& said = cli::lastLibraryMessage();
+  return said.empty() || said == before ? fallback : said;
 }
 
 // Text listing in the manner of a .reg file: "[key]" then "name"=value lines.
@@ -171,12 +174,14 @@ struct Action {
 };
 constexpr Action kActions[] = {{"get", 2, 2}, {"set", 3, 3}, {"delete", 2, 2}, {"list", 0, 1}, {"path", 0, 0}};
 
-int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::string>& a, const cli::Args& args) {
+int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::string>& a, const cli::Command& args) {
   const std::string where = storePath(store);
   if (action == "path") {
-    std::printf("%s\n", where.c_str());
+    if (args.has("json")) cli::printJson({{"store", where}});
+    else std::printf("%s\n", where.c_str());
     return cli::kOk;
   }
+  const std::string before = cli::lastLibraryMessage();
   if (action == "get") {
     int rc = 0;
     const auto v = readValue(store, a[0], a[1], &rc);
@@ -184,10 +189,9 @@ int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::str
       return cli::failWith(cli::kFailed, kCommand, "no value '%s' under '%s' in %s", a[1].c_str(), a[0].c_str(), where.c_str());
     if (!v) return cli::failWith(cli::kFailed, kCommand, "cannot read '%s' under '%s' in %s", a[1].c_str(), a[0].c_str(), where.c_str());
     if (args.has("json")) {
-      cli::Json out;
-      out.beginObject().str("store", where).str("key", a[0]).str("name", a[1]);
-      valueJson(out, *v);
-      std::printf("%s\n", out.endObject().text().c_str());
+      cli::JsonValue out{{"store", where}, {"key", a[0]}};
+      out.update(valueJson(*v));
+      cli::printJson(out);
     } else if (v->isDword) {
       std::printf("%u\n", v->dword);
     } else {
@@ -205,14 +209,18 @@ int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::str
       uint32_t size = static_cast<uint32_t>(a[2].size() + 1);
       rc = zrCFGValueString(store, a[0].c_str(), a[1].c_str(), const_cast<char*>(a[2].c_str()), &size, 1);
     }
-    if (rc != ZR_CFG_OK) return cli::failWith(cli::kFailed, kCommand, "cannot write %s (see the message above)", where.c_str());
+    if (rc != ZR_CFG_OK)
+      return cli::failWith(cli::kFailed, kCommand, "cannot write %s: %s", where.c_str(), why(before, "store error").c_str());
+    if (args.has("json")) cli::printJson({{"store", where}, {"key", a[0]}, {"name", a[1]}, {"written", true}});
     return cli::kOk;
   }
   if (action == "delete") {
     const int rc = zrCFGDeleteValue(store, a[0].c_str(), a[1].c_str());
     if (rc == ZR_CFG_NOT_FOUND)
       return cli::failWith(cli::kFailed, kCommand, "no value '%s' under '%s' in %s", a[1].c_str(), a[0].c_str(), where.c_str());
-    if (rc != ZR_CFG_OK) return cli::failWith(cli::kFailed, kCommand, "cannot write %s (see the message above)", where.c_str());
+    if (rc != ZR_CFG_OK)
+      return cli::failWith(cli::kFailed, kCommand, "cannot write %s: %s", where.c_str(), why(before, "store error").c_str());
+    if (args.has("json")) cli::printJson({{"store", where}, {"key", a[0]}, {"name", a[1]}, {"deleted", true}});
     return cli::kOk;
   }
   // list
@@ -222,10 +230,9 @@ int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::str
   if (!loadKey(store, keyPath, recursive ? 1000 : 1, &key))
     return cli::failWith(cli::kFailed, kCommand, "no key '%s' in %s", keyPath.c_str(), where.c_str());
   if (args.has("json")) {
-    cli::Json out;
-    out.beginObject().str("store", where).str("key", keyPath);
-    keyJson(out, key, recursive);
-    std::printf("%s\n", out.endObject().text().c_str());
+    cli::JsonValue out{{"store", where}, {"key", keyPath}};
+    addKeyJson(out, key, recursive);
+    cli::printJson(out);
   } else {
     printKey(key, keyPath, recursive);
   }
@@ -235,13 +242,13 @@ int run(const std::string& action, ZRCFGHANDLE store, const std::vector<std::str
 }  // namespace
 
 int cmdConfig(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {"file"}, {"json", "dword", "recursive", "help"}))
-    return cli::fail(kCommand, "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args(kCommand, kAbout, kFooter);
+  args.option("--file", "a store file other than the system store")
+      .flag("--dword", "set: store VALUE as a DWORD")
+      .flag("--recursive", "list: every level below KEYPATH")
+      .flag("--json", "print JSON (shapes below)")
+      .positionals("ARGS", "the action and its operands");
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const auto& positional = args.positional();
   if (positional.empty()) return cli::fail(kCommand, "give an action: get, set, delete, list or path (see --help)");
   const Action* action = nullptr;
@@ -254,13 +261,36 @@ int cmdConfig(int argc, char** argv) {
                      action->minArgs == 3 ? "KEYPATH NAME VALUE" : action->minArgs == 2 ? "KEYPATH NAME" : action->maxArgs ? "at most a KEYPATH" : "no arguments");
   if (args.has("dword") && positional[0] != "set") return cli::fail(kCommand, "--dword goes with set");
 
+  // Only set may create the file; no action takes a file that is not a store.
+  const uint32_t openFlags = ZR_CFG_OPEN_STORE_ONLY | (positional[0] == "set" ? 0u : ZR_CFG_OPEN_EXISTING);
+  auto open = [&](const std::string& path) -> std::optional<ZRCFGHANDLE> {
+    std::error_code ec;
+    if ((openFlags & ZR_CFG_OPEN_EXISTING) && !std::filesystem::exists(path, ec)) {
+      cli::failWith(cli::kFailed, kCommand, "no store file '%s'", path.c_str());
+      return std::nullopt;
+    }
+    const std::string before = cli::lastLibraryMessage();
+    const ZRCFGHANDLE handle = zrCFGOpenEx(path.c_str(), openFlags);
+    if (handle == ZR_CFG_INVALID) {
+      cli::failWith(cli::kFailed, kCommand, "cannot use '%s': %s", path.c_str(),
+                    why(before, "not a file in an existing directory").c_str());
+      return std::nullopt;
+    }
+    return handle;
+  };
   ZRCFGHANDLE store = ZR_CFG_SYSTEM;
   const auto file = args.get("file");
   if (file) {
-    store = zrCFGOpen(file->c_str());
-    if (store == ZR_CFG_INVALID) return cli::failWith(cli::kFailed, kCommand, "cannot open store file '%s'", file->c_str());
-  } else if (storePath(store).empty()) {
+    auto handle = open(*file);
+    if (!handle) return cli::kFailed;
+    store = *handle;
+  } else if (const std::string system = storePath(store); system.empty()) {
     return cli::failWith(cli::kFailed, kCommand, "no system store: set QUORVANE_CONFIG or HOME");
+  } else if (positional[0] != "path" && std::filesystem::exists(system)) {
+    // The system store is used through its own handle; this only checks that it is a store.
+    auto handle = open(system);
+    if (!handle) return cli::kFailed;
+    zrCFGClose(*handle, 0);
   }
   const int result = run(positional[0], store, rest, args);
   if (file) zrCFGClose(store, 1);

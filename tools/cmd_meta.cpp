@@ -13,17 +13,18 @@
 #include "metadata/klxinfo.h"
 #include "platform/zrcfg.h"
 #include "platform/zrfile.h"
+#include "platform/tcxlat.h"
 #include "platform/zrmemory.h"
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane meta list [--user|--system] [--all] [--json]\n"
     "       quorvane meta get [--user|--system] [--json] ITEM\n"
-    "       quorvane meta set [--user] ITEM VALUE\n"
+    "       quorvane meta set [--user] [--tc-type NAME] ITEM VALUE\n"
     "       quorvane meta delete [--user] ITEM\n"
     "       quorvane meta describe [--json] ID...\n"
-    "       quorvane meta tctype TEXT\n\n"
+    "       quorvane meta tctype [--json] NAME|TEXT\n\n"
     "Shows and edits the clip metadata items kept under \"Quorvane\\MetaData\\Default\".\n"
     "The system store is $QUORVANE_CONFIG (else ~/.config/quorvane/config.xml); --user works\n"
     "on UserMetadata.xml in the current directory instead (set creates it).\n"
@@ -32,13 +33,25 @@ constexpr const char* kUsage =
     "            user file, as the library reads them\n"
     "  get       one item's value (exit 1 when it is not set)\n"
     "  set       a text item takes VALUE as it is; a numeric item takes a number (decimal or\n"
-    "            0x hex); the timecode-type items also take frames, film, 23.98, film-drop,\n"
-    "            pal, drop-frame, 50, 59.94, 60\n"
+    "            0x hex); the timecode items (TimeCode, VITCTimeCode) also take HH:MM:SS:FF,\n"
+    "            counted in --tc-type, else in the item's stored type, else 29.97df; the\n"
+    "            timecode-type items take a type name\n"
     "  delete    removes the item from the store\n"
     "  describe  the item name of description identifiers (0..78, 4097..4129,\n"
     "            0x10000..0x10022)\n"
-    "  tctype    the timecode type named by TcType=\"...\" in TEXT\n"
-    "ITEM is an item name (case does not matter), e.g. Title, Reel, TimeCode, TimeCodeType.\n";
+    "  tctype    a timecode type: a name, or the TcType=\"...\" attribute in TEXT, printed\n"
+    "            back as its canonical name and value\n"
+    "ITEM is an item name (case does not matter), e.g. Title, Reel, TimeCode, TimeCodeType.";
+constexpr const char* kFooter =
+    "Timecode types: frames, 23.98, 24, 25, 29.97, 29.97df, 30, 50, 59.94, 59.94df, 60 (also\n"
+    "film, pal, drop-frame, non-drop-frame, film-drop and rate forms such as 30000/1001).\n"
+    "--json shapes:\n"
+    "  list:     {\"source\": \"system\"|\"user\"|\"system+user\", \"items\": [{\"name\", \"id\": N|null,\n"
+    "            \"kind\": \"text\"|\"numeric\", \"value\": TEXT|N|null}]}\n"
+    "  get:      {\"name\", \"value\": TEXT|N}\n"
+    "  describe: [{\"id\", \"name\": TEXT|null}]\n"
+    "  tctype:   {\"name\", \"tcType\"}\n"
+    "  set, delete: {\"item\", \"written\"|\"deleted\": true}\n";
 
 constexpr const char* kCommand = "meta";
 
@@ -113,9 +126,7 @@ int list(Source source, bool all, bool json) {
   Record r;
   int code = cli::kOk;
   if (!readRecord(source, r, &code)) return code;
-  cli::Json out;
-  out.beginObject().str("source", source == Source::kUser ? "user" : source == Source::kSystem ? "system" : "system+user");
-  out.beginArray("items");
+  cli::JsonValue items = cli::JsonValue::array();
   if (!json) std::printf("%6s  %-28s %s\n", "id", "item", "value");
   auto show = [&](int item) {
     const KlxInfoItem& info = itemInfo(item);
@@ -124,13 +135,12 @@ int list(Source source, bool all, bool json) {
     long id = descriptionId(item);
     bool numeric = item & KLXINFO_NUMERIC_FLAG;
     if (json) {
-      out.beginObject().str("name", info.name);
-      if (id >= 0) out.num("id", int64_t(id)); else out.null("id");
-      out.str("kind", numeric ? "numeric" : "text");
-      if (!isSet(r.rec, item)) out.null("value");
-      else if (numeric) out.num("value", int64_t(r.rec.numeric[item & 0xFF]));
-      else out.str("value", valueText(r.rec, item));
-      out.endObject();
+      cli::JsonValue value;
+      if (isSet(r.rec, item)) value = numeric ? cli::JsonValue(r.rec.numeric[item & 0xFF]) : cli::JsonValue(valueText(r.rec, item));
+      items.push_back({{"name", info.name},
+                       {"id", id >= 0 ? cli::JsonValue(id) : cli::JsonValue()},
+                       {"kind", numeric ? "numeric" : "text"},
+                       {"value", value}});
     } else {
       std::printf("%6s  %-28s %s\n", id >= 0 ? std::to_string(id).c_str() : "-", info.name,
                   isSet(r.rec, item) ? valueText(r.rec, item).c_str() : "(not set)");
@@ -138,7 +148,9 @@ int list(Source source, bool all, bool json) {
   };
   for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot) show(slot);
   for (int slot = 0; slot < KLXINFO_NUMERIC_ITEMS; ++slot) show(KLXINFO_NUMERIC_FLAG + slot);
-  if (json) std::printf("%s\n", out.endArray().endObject().text().c_str());
+  if (json)
+    cli::printJson({{"source", source == Source::kUser ? "user" : source == Source::kSystem ? "system" : "system+user"},
+                    {"items", std::move(items)}});
   return cli::kOk;
 }
 
@@ -151,11 +163,9 @@ int get(Source source, const std::string& name, bool json) {
   const char* canonical = itemInfo(item).name;
   if (!isSet(r.rec, item)) return cli::failWith(cli::kFailed, kCommand, "%s is not set", canonical);
   if (json) {
-    cli::Json out;
-    out.beginObject().str("name", canonical);
-    if (item & KLXINFO_NUMERIC_FLAG) out.num("value", int64_t(r.rec.numeric[item & 0xFF]));
-    else out.str("value", valueText(r.rec, item));
-    std::printf("%s\n", out.endObject().text().c_str());
+    cli::printJson({{"name", canonical},
+                    {"value", item & KLXINFO_NUMERIC_FLAG ? cli::JsonValue(r.rec.numeric[item & 0xFF])
+                                                          : cli::JsonValue(valueText(r.rec, item))}});
   } else {
     std::printf("%s\n", valueText(r.rec, item).c_str());
   }
@@ -167,19 +177,46 @@ bool isTimecodeTypeItem(int item) {
   return (item & KLXINFO_NUMERIC_FLAG) && (slot == kxnTimeCodeType || slot == kxnLTCTimeCodeType || slot == kxnVITCTimeCodeType);
 }
 
-// A numeric value: a number, or for the timecode-type items a type name.
-std::optional<uint32_t> numericValue(int item, const std::string& text) {
+// The type item that says how a timecode item counts; -1 for items that are no timecode.
+int typeItemOf(int item) {
+  if (!(item & KLXINFO_NUMERIC_FLAG)) return -1;
+  if ((item & 0xFF) == kxnTimeCode) return KLXINFO_NUMERIC_FLAG + kxnTimeCodeType;
+  if ((item & 0xFF) == kxnVITCTimeCode) return KLXINFO_NUMERIC_FLAG + kxnVITCTimeCodeType;
+  return -1;
+}
+
+// The type a timecode item's text counts in: --tc-type, else the stored type item, else 29.97
+// drop-frame.
+uint32_t timecodeTypeFor(int item, const std::optional<VIDTCTYPEINFO>& given, bool user) {
+  if (given) return given->tctype;
+  Record r;
+  int ignored = 0;
+  if (readRecord(user ? Source::kUser : Source::kEffective, r, &ignored)) {
+    const uint32_t stored = r.rec.numeric[typeItemOf(item) & 0xFF];
+    VIDTCTYPEINFO info{};
+    if (stored != KLXINFO_NOT_SET && vidTCTypeFromValue(stored, &info) == 0) return info.tctype;
+  }
+  return TC_DF2997;
+}
+
+// A numeric value: a number; for the timecode-type items a type name; for the timecode items
+// HH:MM:SS:FF text.
+std::optional<uint32_t> numericValue(int item, const std::string& text, const std::optional<VIDTCTYPEINFO>& tcType,
+                                     bool user, std::string* why) {
   if (auto number = cli::parseU32(text)) return number;
-  if (!isTimecodeTypeItem(item)) return std::nullopt;
-  std::string attribute = "TcType=\"" + text + "\"";
-  uint32_t type = sklxInfoFindTcType(attribute.c_str());
-  if (type == 0 && strcasecmp(text.c_str(), "frames") != 0) return std::nullopt;
-  return type;
+  if (isTimecodeTypeItem(item)) {
+    if (auto type = cli::tcType(text)) return type->tctype;
+    *why = "a number or a timecode type: " + cli::tcTypeNames();
+    return std::nullopt;
+  }
+  if (typeItemOf(item) >= 0) return cli::parseTimecode(text, timecodeTypeFor(item, tcType, user), why);
+  *why = "a number";
+  return std::nullopt;
 }
 
 // Writes or deletes one item in the system store or the user file. Only that key is touched,
 // so changes other processes make meanwhile to other items are kept.
-int change(bool user, const std::string& name, const std::string* value) {
+int change(bool user, const std::string& name, const std::string* value, const std::optional<VIDTCTYPEINFO>& tcType) {
   int code = cli::kOk;
   int item = lookUp(name, &code);
   if (item < 0) return code;
@@ -191,10 +228,9 @@ int change(bool user, const std::string& name, const std::string* value) {
   Record r;  // nothing set: a null text or unset number deletes the key
   int slot = item & 0xFF;
   if ((item & KLXINFO_NUMERIC_FLAG) && value) {
-    std::optional<uint32_t> number = numericValue(item, *value);
-    if (!number)
-      return cli::fail(kCommand, "bad value '%s' for %s (a number%s)", value->c_str(), info.name,
-                       isTimecodeTypeItem(item) ? " or a timecode type name" : "");
+    std::string why;
+    std::optional<uint32_t> number = numericValue(item, *value, tcType, user, &why);
+    if (!number) return cli::fail(kCommand, "bad value '%s' for %s: %s", value->c_str(), info.name, why.c_str());
     r.rec.numeric[slot] = *number;
   } else if (value) {
     r.rec.text[slot] = static_cast<char*>(ZRAlloc(value->size() + 4));
@@ -213,51 +249,72 @@ int change(bool user, const std::string& name, const std::string* value) {
 }
 
 int describe(const std::vector<std::string>& ids, bool json) {
-  cli::Json out;
-  out.beginArray();
+  cli::JsonValue out = cli::JsonValue::array();
   for (const std::string& text : ids) {
     auto id = cli::parseU32(text);
     if (!id) return cli::fail(kCommand, "bad identifier '%s'", text.c_str());
     char name[KLXINFO_DESC_TEXT_SIZE];
     int result = klxInfoGetDescription(*id, name);
     if (json) {
-      out.beginObject().num("id", int64_t(*id));
-      if (result == 0) out.str("name", name); else out.null("name");
-      out.endObject();
+      out.push_back({{"id", *id}, {"name", result == 0 ? cli::JsonValue(name) : cli::JsonValue()}});
     } else {
       std::printf("%u\t%s\n", *id, result == 0 ? name : "(unknown)");
     }
   }
-  if (json) std::printf("%s\n", out.endArray().text().c_str());
+  if (json) cli::printJson(out);
+  return cli::kOk;
+}
+
+// A type name, or the TcType="..." attribute of the text forms.
+int tctype(const std::string& text, bool json) {
+  std::optional<VIDTCTYPEINFO> info = cli::tcType(text);
+  if (!info && text.find("TcType=") != std::string::npos) {
+    VIDTCTYPEINFO found{};
+    if (vidTCTypeFromValue(sklxInfoFindTcType(text.c_str()), &found) == 0) info = found;
+  }
+  if (!info)
+    return cli::failWith(cli::kFailed, kCommand, "'%s' names no timecode type (%s)", text.c_str(), cli::tcTypeNames().c_str());
+  if (json)
+    cli::printJson({{"name", info->name}, {"tcType", info->tctype}});
+  else
+    std::printf("%s (%u)\n", info->name, info->tctype);
   return cli::kOk;
 }
 
 }  // namespace
 
 int cmdMeta(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {}, {"json", "user", "system", "all"})) return cli::fail(kCommand, "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args(kCommand, kAbout, kFooter);
+  args.flag("--user", "work on UserMetadata.xml in the current directory")
+      .flag("--system", "read the system store only")
+      .flag("--all", "list: every item kept in the store")
+      .option("--tc-type", "set: the timecode type of HH:MM:SS:FF text")
+      .flag("--json", "print JSON (shapes below)")
+      .positionals("ARGS", "the action and its operands");
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const auto& pos = args.positional();
   if (pos.empty()) return cli::fail(kCommand, "missing action (list, get, set, delete, describe, tctype); see --help");
   if (args.has("user") && args.has("system")) return cli::fail(kCommand, "--user and --system exclude each other");
   Source source = args.has("user") ? Source::kUser : args.has("system") ? Source::kSystem : Source::kEffective;
+  std::optional<VIDTCTYPEINFO> tcType;
+  if (auto name = args.get("tc-type")) {
+    tcType = cli::tcType(*name);
+    if (!tcType) return cli::fail(kCommand, "unknown timecode type '%s' (%s)", name->c_str(), cli::tcTypeNames().c_str());
+  }
   const std::string& action = pos[0];
   const size_t operands = pos.size() - 1;
   bool json = args.has("json");
   try {
     if (action == "list" && operands == 0) return list(source, args.has("all"), json);
     if (action == "get" && operands == 1) return get(source, pos[1], json);
-    if (action == "set" && operands == 2) return change(args.has("user"), pos[1], &pos[2]);
-    if (action == "delete" && operands == 1) return change(args.has("user"), pos[1], nullptr);
-    if (action == "describe" && operands >= 1) return describe({pos.begin() + 1, pos.end()}, json);
-    if (action == "tctype" && operands == 1) {
-      std::printf("%u\n", sklxInfoFindTcType(pos[1].c_str()));
-      return cli::kOk;
+    if ((action == "set" && operands == 2) || (action == "delete" && operands == 1)) {
+      const bool setting = action == "set";
+      const int rc = change(args.has("user"), pos[1], setting ? &pos[2] : nullptr, tcType);
+      if (rc == cli::kOk && json) cli::printJson({{"item", pos[1]}, {setting ? "written" : "deleted", true}});
+      return rc;
     }
+    if (action == "describe" && operands >= 1) return describe({pos.begin() + 1, pos.end()}, json);
+    if (action == "tctype" && operands == 1) return tctype(pos[1], json);
   } catch (const std::exception& e) {
     return cli::failWith(cli::kFailed, kCommand, "%s", e.what());
   }

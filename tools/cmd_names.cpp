@@ -1,6 +1,7 @@
 // quorvane names: labels of file-type codes and codec FOURCCs.
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "cli.h"
 #include "commands.h"
@@ -8,15 +9,17 @@
 
 namespace {
 
-constexpr const char* kUsage =
-    "usage: quorvane names --file-type N | --codec FOURCC [--json]\n\n"
-    "Prints the display label of a file-type code or of a codec four-character code.\n"
-    "  --file-type N    file-type code (decimal or 0x hex)\n"
-    "  --codec FOURCC   four characters (e.g. hvc1, 'AV1x') or the 32-bit value, first\n"
-    "                   character in the most significant byte (e.g. 0x20574152)\n"
-    "  --json           print {\"code\":..., \"label\":...}\n"
-    "Either option may be repeated; labels are printed one a line in the order given.\n"
-    "An unrecognised codec prints an empty line.\n";
+constexpr const char* kAbout =
+    "usage: quorvane names [--file-type N]... [--codec FOURCC]... [--json]\n\n"
+    "Prints the display label of file-type codes and of codec four-character codes, one a\n"
+    "line: file types first, then codecs, each in the order given. A code without a label\n"
+    "(file type 0, 57 or above 226; a codec no table or test knows) is an error: exit 1,\n"
+    "and nothing is printed.";
+constexpr const char* kFooter =
+    "--json shape: {\"fileTypes\": [{\"code\": N, \"label\": TEXT}],\n"
+    "               \"codecs\": [{\"codec\": \"hvc1\", \"value\": N, \"label\": TEXT}]}\n"
+    "Examples: quorvane names --file-type 203 --codec hvc1\n"
+    "          quorvane names --codec 0x20574152 --json\n";
 
 // Four characters are taken as they are; anything else must be a number.
 std::optional<uint32_t> parseFourcc(const std::string& text) {
@@ -40,38 +43,39 @@ std::string fourccText(uint32_t code) {
 }  // namespace
 
 int cmdNames(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {"file-type", "codec"}, {"json"})) return cli::fail("names", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("names", kAbout, kFooter);
+  args.repeatable("--file-type", "file-type code N (decimal or 0x hex)")
+      .repeatable("--codec", "four characters (hvc1, 'AV1x') or the 32-bit value, first character in the top byte")
+      .flag("--json", "print one JSON object (shape below)");
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const auto fileTypes = args.all("file-type");
   const auto codecs = args.all("codec");
-  if (!args.positional().empty()) return cli::fail("names", "unexpected argument '%s'", args.positional()[0].c_str());
   if (fileTypes.empty() && codecs.empty()) return cli::fail("names", "give --file-type N or --codec FOURCC");
 
-  const bool json = args.has("json");
-  cli::Json out;
-  if (json) out.beginArray();
-  for (const auto& text : fileTypes) {
-    auto code = cli::parseU32(text);
-    if (!code) return cli::fail("names", "bad file-type code '%s'", text.c_str());
+  const char* unknownFileType = klxutilFileTypeString(0);
+  cli::JsonValue out{{"fileTypes", cli::JsonValue::array()}, {"codecs", cli::JsonValue::array()}};
+  std::string text;
+  for (const auto& given : fileTypes) {
+    auto code = cli::parseU32(given);
+    if (!code) return cli::fail("names", "bad file-type code '%s'", given.c_str());
     const char* label = klxutilFileTypeString(*code);
-    if (json)
-      out.beginObject().num("fileType", int64_t(*code)).str("label", label).endObject();
-    else
-      std::printf("%s\n", label);
+    if (std::string_view(label) == unknownFileType)
+      return cli::failWith(cli::kFailed, "names", "file-type code %u has no label", *code);
+    out["fileTypes"].push_back({{"code", *code}, {"label", label}});
+    text += std::string(label) + "\n";
   }
-  for (const auto& text : codecs) {
-    auto code = parseFourcc(text);
-    if (!code) return cli::fail("names", "bad codec code '%s' (four characters or a 32-bit number)", text.c_str());
+  for (const auto& given : codecs) {
+    auto code = parseFourcc(given);
+    if (!code) return cli::fail("names", "bad codec code '%s' (four characters or a 32-bit number)", given.c_str());
     const char* label = klxutilCodecTypeString(*code);
-    if (json)
-      out.beginObject().str("codec", fourccText(*code)).num("value", int64_t(*code)).str("label", label).endObject();
-    else
-      std::printf("%s\n", label);
+    if (!*label)
+      return cli::failWith(cli::kFailed, "names", "codec '%s' (0x%08X) has no label", fourccText(*code).c_str(), *code);
+    out["codecs"].push_back({{"codec", fourccText(*code)}, {"value", *code}, {"label", label}});
+    text += std::string(label) + "\n";
   }
-  if (json) std::printf("%s\n", out.endArray().text().c_str());
+  if (args.has("json"))
+    cli::printJson(out);
+  else
+    std::fputs(text.c_str(), stdout);
   return cli::kOk;
 }

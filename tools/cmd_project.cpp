@@ -10,34 +10,41 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane project show [--json] FILE\n"
-    "       quorvane project create [--clip PATH] [--edl PATH] [--set NAME=VALUE]... [--force] FILE\n\n"
+    "       quorvane project create [--clip PATH] [--edl PATH] [--set NAME=VALUE]... [-y] FILE\n\n"
     "A project file names one clip list file and one EDL file, carries the text of both, and\n"
     "holds named settings.\n"
-    "  show     prints the project. Loading it recreates a clip list or EDL file that is\n"
-    "           missing (at its stored path and next to FILE) next to FILE from the text the\n"
-    "           project carries; existing files are never overwritten\n"
-    "  create   writes FILE (refused when it exists, unless --force). --clip and --edl name the\n"
-    "           files and embed their text; --set adds a setting (repeatable; NAME must be an\n"
-    "           XML name)\n";
+    "  show     prints the project; it only reads. A clip list or EDL file missing at its stored\n"
+    "           path is looked for next to FILE and reported missing when it is not there\n"
+    "           (a host loading the project recreates it there from the embedded text).\n"
+    "           A file that is not a project (a media command, other XML) is refused.\n"
+    "  create   writes FILE (refused when it exists, unless -y/--force). --clip and --edl name\n"
+    "           the files and embed their text; --set adds a setting (repeatable; NAME must\n"
+    "           be an XML name)";
+constexpr const char* kFooter =
+    "--json shape (show): {\"project\": PATH, \"clipList\": {\"path\", \"embeddedBytes\", \"exists\"},\n"
+    "  \"edl\": {\"path\", \"embeddedBytes\", \"exists\"}, \"settings\": [{\"name\", \"value\"}]}\n";
 
 constexpr const char* kCommand = "project";
 
 int show(const std::string& path, bool json) {
   if (!zrOSFileExists(path.c_str())) return cli::failWith(cli::kFailed, kCommand, "no such file '%s'", path.c_str());
   CZRProjectToXML project;
-  if (!project.LoadXMLFile(path.c_str()))
-    return cli::failWith(cli::kFailed, kCommand, "'%s' is not a readable project file", path.c_str());
+  if (!project.ReadXMLFile(path.c_str()))
+    return cli::failWith(cli::kFailed, kCommand, "'%s' is not well-formed XML", path.c_str());
+  if (!project.IsProject())
+    return cli::failWith(cli::kFailed, kCommand, "'%s' is not a project file (no ClipList, EdlList or Settings)",
+                         path.c_str());
   char clip[ZR_PROJECT_PATH_SIZE], edl[ZR_PROJECT_PATH_SIZE];
   project.GetClipFile(clip);
   project.GetEDLName(edl);
-  cli::Json out;
-  out.beginObject().str("project", path);
-  out.beginObject("clipList").str("path", clip).num("embeddedBytes", int64_t(project.GetDataLength(true)))
-      .boolean("exists", clip[0] && zrOSFileExists(clip)).endObject();
-  out.beginObject("edl").str("path", edl).num("embeddedBytes", int64_t(project.GetDataLength(false)))
-      .boolean("exists", edl[0] && zrOSFileExists(edl)).endObject();
+  cli::JsonValue out{
+      {"project", path},
+      {"clipList",
+       {{"path", clip}, {"embeddedBytes", project.GetDataLength(true)}, {"exists", clip[0] && zrOSFileExists(clip)}}},
+      {"edl", {{"path", edl}, {"embeddedBytes", project.GetDataLength(false)}, {"exists", edl[0] && zrOSFileExists(edl)}}},
+      {"settings", cli::JsonValue::array()}};
   if (!json) {
     std::printf("project    %s\n", path.c_str());
     std::printf("clip list  %s (%zu bytes embedded%s)\n", clip[0] ? clip : "(none)", project.GetDataLength(true),
@@ -46,20 +53,18 @@ int show(const std::string& path, bool json) {
                 edl[0] && !zrOSFileExists(edl) ? ", file missing" : "");
     std::printf("settings   %d\n", project.GetConfigCount());
   }
-  out.beginObject("settings");
   static char name[ZR_PROJECT_PATH_SIZE], value[1 << 20];
   for (int i = 0; i < project.GetConfigCount(); ++i) {
     if (project.GetConfigAt(i, name, sizeof name, value, sizeof value) != 0) continue;
-    if (json) out.str(name, value);
+    if (json) out["settings"].push_back({{"name", name}, {"value", value}});
     else std::printf("  %s = %s\n", name, value);
   }
-  if (json) std::printf("%s\n", out.endObject().endObject().text().c_str());
+  if (json) cli::printJson(out);
   return cli::kOk;
 }
 
-int create(const std::string& path, const cli::Args& args) {
-  if (zrOSFileExists(path.c_str()) && !args.has("force"))
-    return cli::failWith(cli::kFailed, kCommand, "'%s' exists (use --force to replace it)", path.c_str());
+int create(const std::string& path, const cli::Command& args) {
+  if (int rc = cli::checkOutput(kCommand, path, args.has("force")); rc != cli::kOk) return rc;
   CZRProjectToXML project;
   project.SetXMLName(path.c_str());
   struct ListFile {
@@ -87,19 +92,21 @@ int create(const std::string& path, const cli::Args& args) {
       return cli::fail(kCommand, "bad setting name '%s'", name.c_str());
   }
   if (!project.SaveXMLFile()) return cli::failWith(cli::kFailed, kCommand, "cannot write '%s'", path.c_str());
+  if (args.has("json")) cli::printJson({{"project", path}, {"written", true}});
   return cli::kOk;
 }
 
 }  // namespace
 
 int cmdProject(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {"clip", "edl", "set"}, {"json", "force"}))
-    return cli::fail(kCommand, "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args(kCommand, kAbout, kFooter);
+  args.option("--clip", "create: the clip list file")
+      .option("--edl", "create: the EDL file")
+      .repeatable("--set", "create: a setting NAME=VALUE")
+      .forceFlag()
+      .flag("--json", "print JSON (shape below; create prints {\"project\", \"written\": true})")
+      .positionals("ARGS", "show FILE or create FILE");
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const auto& pos = args.positional();
   if (pos.size() != 2 || (pos[0] != "show" && pos[0] != "create"))
     return cli::fail(kCommand, "expected 'show FILE' or 'create FILE'; see --help");

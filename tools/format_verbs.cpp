@@ -11,15 +11,6 @@ namespace formatcli {
 
 namespace {
 
-struct TypeName {
-  uint32_t type;
-  const char* name;
-};
-constexpr TypeName kTypeNames[] = {
-    {0, "frames"}, {1, "film"}, {2, "non-drop-frame"}, {4, "drop-frame"}, {8, "pal"},
-    {16, "50"},    {32, "59.94"}, {64, "60"},          {128, "film-drop"}, {132, "film-drop"},
-};
-
 constexpr uint32_t kMaxSteps = 100000;
 
 // Timecode text of a count in a type ("" when it cannot be written).
@@ -32,6 +23,9 @@ std::string timecodeText(uint32_t frames, uint32_t type) {
 }  // namespace
 
 std::optional<RatePair> parseRate(const std::string& text) {
+  if (auto named = cli::tcType(text); named && named->scale && text.find('/') == std::string::npos &&
+                                      text.find_first_not_of("0123456789.") != std::string::npos)
+    return RatePair{named->rate, named->scale};
   size_t slash = text.find('/');
   if (slash != std::string::npos) {
     auto r = cli::parseU32(text.substr(0, slash));
@@ -54,22 +48,7 @@ std::optional<RatePair> parseRate(const std::string& text) {
   return RatePair{static_cast<uint32_t>(value), scale};
 }
 
-const char* tcTypeName(uint32_t type) {
-  for (const auto& t : kTypeNames)
-    if (t.type == type) return t.name;
-  return "unknown";
-}
-
-std::optional<uint32_t> parseTcType(const std::string& text) {
-  for (const auto& t : kTypeNames)
-    if (text == t.name) return t.type;
-  if (auto number = cli::parseU32(text))
-    for (const auto& t : kTypeNames)
-      if (t.type == *number) return t.type;
-  return std::nullopt;
-}
-
-int runRate(const cli::Args& args) {
+int runRate(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 2) return cli::fail(kCommand, "rate takes one RATE (see --help)");
   auto in = parseRate(pos[1]);
@@ -82,33 +61,36 @@ int runRate(const cli::Args& args) {
   const double ms = vidMsPerFrameD(0, in->rate, in->scale);
   const int msRounded = vidMsPerFrame(0, in->rate, in->scale);
   if (args.has("json")) {
-    cli::Json out;
-    out.beginObject().num("rate", int64_t{in->rate}).num("scale", int64_t{in->scale}).num("fps", fps);
-    out.beginObject("normalized").num("rate", int64_t{normalized.rate}).num("scale", int64_t{normalized.scale}).endObject();
-    out.beginObject("snapped").num("rate", int64_t{snapped.rate}).num("scale", int64_t{snapped.scale}).boolean("exact", exact).endObject();
-    out.num("tcType", int64_t{type}).str("tcTypeName", tcTypeName(type)).num("msPerFrame", ms).num("msPerFrameRounded", int64_t{msRounded});
-    std::printf("%s\n", out.endObject().text().c_str());
+    cli::printJson({{"rate", cli::rateText(in->rate, in->scale)},
+                    {"fps", fps},
+                    {"normalized", cli::rateText(normalized.rate, normalized.scale)},
+                    {"snapped", cli::rateText(snapped.rate, snapped.scale)},
+                    {"snappedExact", exact},
+                    {"tcType", type},
+                    {"tcTypeName", vidTCTypeName(type)},
+                    {"msPerFrame", ms},
+                    {"msPerFrameRounded", msRounded}});
     return cli::kOk;
   }
-  std::printf("rate        %u/%u (%.3f fps)\n", in->rate, in->scale, fps);
-  std::printf("normalized  %u/%u\n", normalized.rate, normalized.scale);
-  std::printf("snapped     %u/%u (%s)\n", snapped.rate, snapped.scale, exact ? "exact" : "approximate");
-  std::printf("timecode    %s (%u)\n", tcTypeName(type), type);
+  std::printf("rate        %s (%.3f fps)\n", cli::rateText(in->rate, in->scale).c_str(), fps);
+  std::printf("normalized  %s\n", cli::rateText(normalized.rate, normalized.scale).c_str());
+  std::printf("snapped     %s (%s)\n", cli::rateText(snapped.rate, snapped.scale).c_str(), exact ? "exact" : "approximate");
+  std::printf("timecode    %s (%u)\n", vidTCTypeName(type), type);
   std::printf("frame       %.3f ms (%d)\n", ms, msRounded);
   return cli::kOk;
 }
 
-int runTc(const cli::Args& args) {
+int runTc(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 4) return cli::fail(kCommand, "tc takes FRAMES RATE TYPE (see --help)");
   auto frames = cli::parseU32(pos[1]);
   if (!frames) return cli::fail(kCommand, "'%s' is not a frame count", pos[1].c_str());
   auto rate = parseRate(pos[2]);
   if (!rate) return cli::fail(kCommand, "'%s' is not a rate (30000/1001, 25 or 29.97)", pos[2].c_str());
-  auto to = parseTcType(pos[3]);
-  if (!to)
-    return cli::fail(kCommand, "unknown timecode type '%s' (frames, film, non-drop-frame, drop-frame, pal, 50, 59.94, 60, film-drop)",
-                     pos[3].c_str());
+  auto toInfo = cli::tcType(pos[3]);
+  if (!toInfo) return cli::fail(kCommand, "unknown timecode type '%s' (%s)", pos[3].c_str(), cli::tcTypeNames().c_str());
+  const uint32_t* to = &toInfo->tctype;
+  auto tcTypeName = [&](uint32_t type) { return type == *to ? toInfo->name : vidTCTypeName(type); };
   const uint32_t from = vidGetTCType(static_cast<double>(rate->rate) / rate->scale);
   const std::string fromText = timecodeText(*frames, from);
   uint32_t converted = *frames;
@@ -117,19 +99,22 @@ int runTc(const cli::Args& args) {
                          tcTypeName(from), tcTypeName(*to));
   const std::string toText = *to == TC_FRAMES ? std::to_string(converted) : timecodeText(converted, *to);
   if (args.has("json")) {
-    cli::Json out;
-    out.beginObject().num("frames", int64_t{*frames}).num("fromType", int64_t{from}).str("fromTypeName", tcTypeName(from));
-    out.str("fromTimecode", fromText).num("toType", int64_t{*to}).str("toTypeName", tcTypeName(*to));
-    out.num("converted", int64_t{converted}).str("toTimecode", toText);
-    std::printf("%s\n", out.endObject().text().c_str());
+    cli::printJson({{"frames", *frames},
+                    {"fromType", from},
+                    {"fromTypeName", vidTCTypeName(from)},
+                    {"fromTimecode", fromText},
+                    {"toType", *to},
+                    {"toTypeName", toInfo->name},
+                    {"converted", converted},
+                    {"toTimecode", toText}});
     return cli::kOk;
   }
-  std::printf("from        %u %s %s\n", *frames, tcTypeName(from), fromText.c_str());
+  std::printf("from        %u %s %s\n", *frames, vidTCTypeName(from), fromText.c_str());
   std::printf("to          %u %s %s\n", converted, tcTypeName(*to), toText.c_str());
   return cli::kOk;
 }
 
-int runPlay(const cli::Args& args) {
+int runPlay(const cli::Command& args) {
   const auto& pos = args.positional();
   if (pos.size() != 2) return cli::fail(kCommand, "play takes one SPEED (see --help)");
   CKLXSpeed speed;
@@ -182,12 +167,14 @@ int runPlay(const cli::Args& args) {
     out.push_back({periods, tc.position.frames, tc.position.fraction});
   }
   if (args.has("json")) {
-    cli::Json json;
-    json.beginObject().num("speed", int64_t{speed.value}).num("speedRatio", speed.Double()).num("from", from);
-    json.num("start", int64_t{tc.start}).num("length", int64_t{tc.length}).beginArray("steps");
-    for (const auto& s : out)
-      json.beginObject().num("periods", int64_t{s.periods}).num("frame", int64_t{s.frames}).num("fraction", int64_t{s.fraction}).endObject();
-    std::printf("%s\n", json.endArray().endObject().text().c_str());
+    cli::JsonValue list = cli::JsonValue::array();
+    for (const auto& s : out) list.push_back({{"periods", s.periods}, {"frame", s.frames}, {"fraction", s.fraction}});
+    cli::printJson({{"speed", speed.value},
+                    {"speedRatio", speed.Double()},
+                    {"from", from},
+                    {"start", tc.start},
+                    {"length", tc.length},
+                    {"steps", std::move(list)}});
     return cli::kOk;
   }
   std::printf("speed %d (%.4f x normal play) from frame %lld", speed.value, speed.Double(), static_cast<long long>(from));

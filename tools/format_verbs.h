@@ -13,20 +13,16 @@ struct RatePair {
   uint32_t rate = 0;
   uint32_t scale = 1;
 };
-// "30000/1001", "25" or a decimal kept exact ("29.97" -> 2997/100).
+// "30000/1001", "25", a decimal kept exact ("29.97" -> 2997/100), or a timecode-type name with a
+// rate ("29.97df" -> 30000/1001).
 std::optional<RatePair> parseRate(const std::string& text);
 
-// Timecode type names as the command forms spell them ("drop-frame", "pal", ...).
-const char* tcTypeName(uint32_t type);
-// A name or a number of a known type.
-std::optional<uint32_t> parseTcType(const std::string& text);
-
 // quorvane format rate RATE
-int runRate(const cli::Args& args);
+int runRate(const cli::Command& args);
 // quorvane format tc FRAMES RATE TYPE
-int runTc(const cli::Args& args);
+int runTc(const cli::Command& args);
 // quorvane format play SPEED [--from N] [--range A:B] [--steps N]
-int runPlay(const cli::Args& args);
+int runPlay(const cli::Command& args);
 
 constexpr const char* kCommand = "format";
 

@@ -1,6 +1,8 @@
 // quorvane: every capability of the library from the command line.
 #include <cstdio>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
 #include "cli.h"
 #include "commands.h"
@@ -28,25 +30,66 @@ constexpr SubCommand kCommands[] = {
 
 void usage(FILE* out) {
   std::fprintf(out,
-               "usage: quorvane <command> [options]\n"
-               "       quorvane <command> --help\n\n"
+               "usage: quorvane [-v|--verbose] <command> [options]\n"
+               "       quorvane <command> --help     (or: quorvane help <command>)\n"
+               "       quorvane --version\n\n"
                "Quorvane media utilities.\n\ncommands:\n");
   for (const auto& c : kCommands) std::fprintf(out, "  %-9s %s\n", c.name, c.summary);
+  std::fprintf(out,
+               "\nEvery command takes --json for one JSON document on standard output (a failure under\n"
+               "--json prints {\"error\", \"command\", \"exitCode\"} too). -v shows the library's own log\n"
+               "lines on stderr.\n");
+}
+
+const SubCommand* find(const char* name) {
+  for (const auto& c : kCommands)
+    if (!std::strcmp(c.name, name)) return &c;
+  return nullptr;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
+  // -v/--verbose and --json are the whole command's: taken here, before the subcommand's parser.
+  std::vector<char*> args;
+  bool verbose = false, json = false, positionalOnly = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view a = argv[i];
+    if (!positionalOnly && (a == "-v" || a == "--verbose")) {
+      verbose = true;
+      continue;
+    }
+    if (a == "--") positionalOnly = true;
+    if (!positionalOnly && a == "--json") json = true;
+    args.push_back(argv[i]);
+  }
+  cli::setVerbose(verbose);
+  cli::setJsonErrors(json);
+  cli::installLogSink();
+
+  if (args.empty()) {
     usage(stderr);
     return cli::kUsage;
   }
-  const char* name = argv[1];
+  const char* name = args[0];
+  if (!std::strcmp(name, "--version")) {
+    std::printf("quorvane %s\n", QUORVANE_VERSION);
+    return cli::kOk;
+  }
   if (!std::strcmp(name, "--help") || !std::strcmp(name, "-h") || !std::strcmp(name, "help")) {
+    if (args.size() >= 2 && std::strcmp(name, "help") == 0) {
+      const SubCommand* c = find(args[1]);
+      if (!c) return cli::fail("", "unknown command '%s' (see quorvane --help)", args[1]);
+      char help[] = "--help";
+      char* helpArgs[] = {help, nullptr};
+      return c->run(1, helpArgs);
+    }
     usage(stdout);
     return cli::kOk;
   }
-  for (const auto& c : kCommands)
-    if (!std::strcmp(c.name, name)) return c.run(argc - 2, argv + 2);
+  if (const SubCommand* c = find(name)) {
+    args.push_back(nullptr);
+    return c->run(static_cast<int>(args.size()) - 2, args.data() + 1);
+  }
   return cli::fail("", "unknown command '%s' (see quorvane --help)", name);
 }

@@ -1,5 +1,6 @@
 // Public headers of the video subsystem in one include.
 #pragma once
-#include "video/transport.h"
-#include "video/vidformat.h"
-#include "video/vidrate.h"
+#include "transport.h"
+#include "vidformat.h"
+#include "vidrate.h"
+#include "tctype_names.h"

@@ -1,6 +1,7 @@
 // A tiny host: converts a frame count to drop-frame timecode and back, and encodes the text in
 // base64, through the installed library. Prints one line; exits non-zero when anything is off.
-#include <quorvane.h>
+#include <quorvane/quorvane.h>
+#include <quorvane/video/vidrate.h>
 
 #include <cstdio>
 #include <cstring>
@@ -13,6 +14,7 @@ int main() {
   char encoded[32];
   const size_t n = base64_encode(text, std::strlen(text), encoded, sizeof encoded);
   if (n == 0) return 3;
+  if (vidTCMsPerFrame(TC_PAL) != 40) return 4;
   std::printf("%u %s %.*s\n", frames, text, static_cast<int>(n), encoded);
   return 0;
 }

@@ -2,6 +2,7 @@
 // output back with the library.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -29,7 +30,7 @@ size_t count(const std::string& text, const std::string& what) {
 }
 
 TEST(MediaCmdCli, NewBuildsWhatItIsAskedFor) {
-  auto r = qtest::runTool("cmd new play --channel 1 --speed 2 --position '01:00:00;00' --clip C7 --file a.mov --json");
+  auto r = qtest::runTool("cmd new play --channel 1 --speed 2 --position '01:00:00;00' --clip C7 --file a.mov --wire-json");
   ASSERT_EQ(r.exitCode, 0) << r.err;
   MEDIACMD cmd = readJson(r.out);
   EXPECT_EQ(cmd.Cmd, static_cast<uint32_t>(ctPlay));
@@ -48,7 +49,7 @@ TEST(MediaCmdCli, NewBuildsWhatItIsAskedFor) {
   EXPECT_EQ(std::memcmp(cmd.Payload, "Main\0Cam 1\0\0", 12), 0);
   EXPECT_TRUE(cmd.CtrlFlags & cfDeferred);
 
-  r = qtest::runTool("cmd new record --tc-type pal --start 01:00:00:00 --end 250 --ms 40 --json");
+  r = qtest::runTool("cmd new record --tc-type pal --start 01:00:00:00 --end 250 --ms 40 --wire-json");
   ASSERT_EQ(r.exitCode, 0) << r.err;
   cmd = readJson(r.out);
   EXPECT_EQ(cmd.Start, 90000);
@@ -69,10 +70,10 @@ TEST(MediaCmdCli, ConvertAndDumpReadEitherForm) {
   qtest::writeBytes(dir.file("play.xml"), {xmlText.begin(), xmlText.end()});
   qtest::writeBytes(dir.file("play.json"), {jsonText.begin(), jsonText.end()});
 
-  auto r = qtest::runTool("cmd convert " + qtest::shellQuote(dir.file("play.xml")) + " --to json");
+  auto r = qtest::runTool("cmd convert " + qtest::shellQuote(dir.file("play.xml")) + " --wire-json");
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out, jsonText + "\n");
-  r = qtest::runTool("cmd convert - --to xml < " + qtest::shellQuote(dir.file("play.json")));
+  r = qtest::runTool("cmd convert - --xml < " + qtest::shellQuote(dir.file("play.json")));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out, xmlText + "\n");
 
@@ -86,6 +87,12 @@ TEST(MediaCmdCli, ConvertAndDumpReadEitherForm) {
   }
   r = qtest::runTool("cmd dump --json " + qtest::shellQuote(dir.file("play.json")));
   EXPECT_NE(r.out.find("\"traced\":true"), std::string::npos) << r.out;
+
+  // --json: the wire JSON's content as standard JSON (jq reads it), keys in camelCase.
+  r = qtest::runTool("cmd convert " + qtest::shellQuote(dir.file("play.xml")) +
+                     " --json | jq -r '[.mediaCmd.channel, .mediaCmd.cmd.string, .mediaCmd.position.tcString] | @tsv'");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, "1\tPlay\t01:00:00;00\n");
 }
 
 TEST(MediaCmdCli, CodesListsBothVocabularies) {
@@ -112,20 +119,27 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
   } cases[] = {
       {"cmd", 2, "quorvane cmd: give new, convert, dump, codes, channels, speed or fourcc (see --help)"},
       {"cmd frobnicate", 2, "quorvane cmd: unknown action 'frobnicate' (new, convert, dump, codes, channels, speed, fourcc)"},
-      {"cmd new play", 2, "quorvane cmd: new needs exactly one of --xml and --json"},
-      {"cmd new play --xml --json", 2, "quorvane cmd: new needs exactly one of --xml and --json"},
+      {"cmd new play", 2, "quorvane cmd: new needs exactly one of --xml, --wire-json and --json"},
+      {"cmd new play --xml --wire-json", 2, "quorvane cmd: new needs exactly one of --xml, --wire-json and --json"},
       {"cmd new fly --xml", 2, "quorvane cmd: unknown command 'fly' (see --help)"},
       {"cmd new --get nosuchcode --xml", 2, "quorvane cmd: unknown get/set code 'nosuchcode' (see 'cmd codes')"},
       {"cmd new play --clip ABCDEFGHI --xml", 2, "quorvane cmd: clip id 'ABCDEFGHI' is longer than 8 characters"},
-      {"cmd new play --position 99:99 --tc-type pal --xml", 2, "quorvane cmd: bad --position '99:99' for timecode type pal"},
+      {"cmd new play --position 99:99:99:99 --tc-type pal --xml", 2,
+       "quorvane cmd: --position: '99:99:99:99' is not a valid 25 timecode"},
+      {"cmd new play --position 23:59:59 --xml", 2,
+       "quorvane cmd: --position: '23:59:59' is not a whole timecode: give all four fields HH:MM:SS:FF (three fields "
+       "could be HH:MM:SS or MM:SS:FF)"},
+      {"cmd new play --tc-type 29.98 --xml", 2,
+       "quorvane cmd: unknown timecode type '29.98' (frames, 23.98, 24, 25, 29.97, 29.97df, 30, 50, 59.94, 59.94df, 60)"},
       {"cmd new play --flag nosuch --xml", 2, "quorvane cmd: unknown flag 'nosuch' (see 'cmd codes --flags')"},
-      {"cmd convert " + qtest::shellQuote(dir.file("bad.json")) + " --to xml", 1,
+      {"cmd convert " + qtest::shellQuote(dir.file("bad.json")) + " --xml", 1,
        "quorvane cmd: " + dir.file("bad.json") + ": Failed to parse JSON: -3"},
-      {"cmd convert " + qtest::shellQuote(dir.file("long.json")) + " --to xml", 1,
+      {"cmd convert " + qtest::shellQuote(dir.file("long.json")) + " --xml", 1,
        "quorvane cmd: " + dir.file("long.json") + ": Text too long for ClipID: 10 characters"},
-      {"cmd convert " + qtest::shellQuote(dir.file("missing.xml")) + " --to xml", 1,
+      {"cmd convert " + qtest::shellQuote(dir.file("missing.xml")) + " --xml", 1,
        "quorvane cmd: cannot read " + dir.file("missing.xml") + ": No such file or directory"},
-      {"cmd convert " + qtest::shellQuote(dir.file("bad.json")), 2, "quorvane cmd: convert needs --to xml or --to json"},
+      {"cmd convert " + qtest::shellQuote(dir.file("bad.json")), 2,
+       "quorvane cmd: convert needs exactly one of --xml, --wire-json and --json"},
       {"cmd channels xyz", 2, "quorvane cmd: bad mask 'xyz'"},
   };
   for (const auto& c : cases) {
@@ -160,11 +174,83 @@ TEST(MediaCmdCli, ChannelSpeedAndFourccHelpers) {
     EXPECT_EQ(r.exitCode, 0) << c.args << r.err;
     EXPECT_EQ(r.out, c.out) << c.args;
   }
-  auto fixed = qtest::runTool("cmd new stop --fix --json");
+  auto fixed = qtest::runTool("cmd new stop --fix --wire-json");
   ASSERT_EQ(fixed.exitCode, 0);
   MEDIACMD cmd = readJson(fixed.out);
   EXPECT_EQ(cmd.Speed, 0);
   EXPECT_TRUE(cmd.CtrlFlags & cfUseSpeed);
+}
+
+}  // namespace
+
+namespace {
+
+// Every --json output of these commands, failures included, is one document that python's json
+// module and jq both read.
+TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
+  if (!qtest::haveProgram("python3") || !qtest::haveProgram("jq")) GTEST_SKIP() << "python3 or jq missing";
+  qtest::TempDir dir;
+  const std::string env = "QUORVANE_CONFIG=" + qtest::shellQuote(dir.file("config.xml")) + " ";
+  ASSERT_EQ(qtest::runTool("cmd new play --channel 1 --xml > " + qtest::shellQuote(dir.file("play.xml"))).exitCode, 0);
+  const std::string play = qtest::shellQuote(dir.file("play.xml"));
+  const char* kArgs[] = {
+      "tc --json --type 29.97df 107892 00:00:01:00",
+      "tc --json --type nosuch 1",  // a failure is an object too
+      "tc --json 23:59:59",
+      "cmd new play --position '01:00:00;00' --value 'a\"b\\c' --json",
+      "cmd codes --json",
+      "cmd channels 0x0A --json",
+      "cmd speed 0.5 --json",
+      "cmd fourcc hvc1 --json",
+      "cmd new play --xml --json",
+      "format 0x2380B21D --json",
+      "format 1920x1080 50 --scan interlaced --field-rate --json",
+      "format rate 29.97 --json",
+      "format tc 107892 29.97df pal --json",
+      "format play 1/4 --steps 3 --json",
+      "config set K V x --json",
+      "config list --recursive --json",
+      "config get K nosuch --json",
+      "meta describe 13 4096 --json",
+      "meta tctype pal --json",
+      "meta set TimeCode 01:00:00:00 --tc-type 25 --json",
+      "meta list --json",
+      "project show --json /nonexistent.xml",
+      "project create --json /nonexistent-dir/p.xml",
+      "names --file-type 203 --codec hvc1 --json",
+      "names --codec zzzz --json",
+  };
+  for (const char* args : kArgs) {
+    const std::string run = env + qtest::shellQuote(QUORVANE_TOOL) + " " + args;
+    const auto python = qtest::runCommand(run + " | python3 -c 'import json,sys; json.load(sys.stdin)'");
+    EXPECT_EQ(python.exitCode, 0) << args << "\n" << python.err;
+    const auto jq = qtest::runCommand(run + " | jq -e 'type == \"object\" or type == \"array\"'");
+    EXPECT_EQ(jq.exitCode, 0) << args << "\n" << jq.err;
+  }
+  const auto convert = qtest::runCommand(env + qtest::shellQuote(QUORVANE_TOOL) + " cmd convert " + play +
+                                         " --json | jq -e '.mediaCmd.cmd.string == \"Play\"'");
+  EXPECT_EQ(convert.exitCode, 0) << convert.err;
+}
+
+TEST(CommandJson, VersionHelpAndVerbose) {
+  const auto version = qtest::runTool("--version");
+  EXPECT_EQ(version.exitCode, 0);
+  EXPECT_EQ(version.out.rfind("quorvane ", 0), 0u) << version.out;
+  for (const char* command : {"tc", "cmd", "format", "config", "meta", "project", "names"}) {
+    const auto help = qtest::runTool(std::string("help ") + command);
+    EXPECT_EQ(help.exitCode, 0) << command;
+    EXPECT_EQ(help.out, qtest::runTool(std::string(command) + " --help").out) << command;
+    EXPECT_NE(help.out.find(std::string("usage: quorvane ") + command), std::string::npos) << command;
+  }
+  EXPECT_EQ(qtest::runTool("help nosuch").exitCode, 2);
+  // A reader failure: the library's line only with -v, the command's own line always.
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
+  const std::string convert = "cmd convert --xml " + qtest::shellQuote(dir.file("bad.json"));
+  const auto quiet = qtest::runTool(convert), verbose = qtest::runTool("-v " + convert);
+  EXPECT_EQ(quiet.exitCode, 1);
+  EXPECT_EQ(std::count(quiet.err.begin(), quiet.err.end(), '\n'), 1) << quiet.err;
+  EXPECT_NE(verbose.err.find("quorvane: library: "), std::string::npos) << verbose.err;
 }
 
 }  // namespace

@@ -27,8 +27,18 @@ TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
   } cases[] = {
       {"meta", 2, "quorvane meta: missing action (list, get, set, delete, describe, tctype); see --help\n"},
       {"meta get NoSuchItem", 2, "quorvane meta: unknown item 'NoSuchItem'\n"},
-      {"meta set TimeCode ten", 2, "quorvane meta: bad value 'ten' for TimeCode (a number)\n"},
-      {"meta set TimeCodeType weird", 2, "quorvane meta: bad value 'weird' for TimeCodeType (a number or a timecode type name)\n"},
+      {"meta set TimeCode ten", 2, "quorvane meta: bad value 'ten' for TimeCode: 'ten' is not a timecode (HH:MM:SS:FF)\n"},
+      {"meta set TimeCode 1:00:00", 2,
+       "quorvane meta: bad value '1:00:00' for TimeCode: '1:00:00' is not a whole timecode: give all four fields "
+       "HH:MM:SS:FF (three fields could be HH:MM:SS or MM:SS:FF)\n"},
+      {"meta set Flags 01:00:00:00", 2, "quorvane meta: bad value '01:00:00:00' for Flags: a number\n"},
+      {"meta set TimeCode 00:01:00:00 --tc-type 29.97df", 2,
+       "quorvane meta: bad value '00:01:00:00' for TimeCode: '00:01:00:00' is not a valid 29.97df timecode\n"},
+      {"meta set TimeCodeType weird", 2,
+       "quorvane meta: bad value 'weird' for TimeCodeType: a number or a timecode type: frames, 23.98, 24, 25, 29.97, "
+       "29.97df, 30, 50, 59.94, 59.94df, 60\n"},
+      {"meta tctype weird", 1, "quorvane meta: 'weird' names no timecode type (frames, 23.98, 24, 25, 29.97, 29.97df, "
+                               "30, 50, 59.94, 59.94df, 60)\n"},
       {"meta set VersionString 1.0", 2, "quorvane meta: VersionString is not kept in the store\n"},
       {"meta set FileName x", 2, "quorvane meta: FileName is not kept in the store\n"},
       {"meta get --user Title", 1, "quorvane meta: no UserMetadata.xml in the current directory\n"},
@@ -49,7 +59,10 @@ TEST(MetaCommand, DescribeAndTcType) {
   EXPECT_EQ(r.out,
             "[{\"id\":13,\"name\":\"Comments\"},{\"id\":14,\"name\":\"Owner\"},{\"id\":4096,\"name\":null},"
             "{\"id\":4129,\"name\":\"CustomMetadataBlockType\"},{\"id\":65570,\"name\":\"AudioBits\"}]\n");
-  EXPECT_EQ(runTool("meta tctype " + shellQuote("<clip TcType=\"59.94\"/>")).out, "32\n");
+  // The text forms' attribute keeps its word ("59.94" is type 32 there); a name is printed back.
+  EXPECT_EQ(runTool("meta tctype " + shellQuote("<clip TcType=\"59.94\"/>")).out, "59.94df (32)\n");
+  EXPECT_EQ(runTool("meta tctype pal").out, "25 (8)\n");
+  EXPECT_EQ(runTool("meta tctype --json 30000/1001").out, "{\"name\":\"29.97\",\"tcType\":2}\n");
 }
 
 TEST(MetaCommand, SetByTheToolIsReadByTheLibraryAndBack) {
@@ -62,7 +75,7 @@ TEST(MetaCommand, SetByTheToolIsReadByTheLibraryAndBack) {
   } steps[] = {
       {"meta set Title " + shellQuote("Night shoot \"B\" & more"), 0, ""},
       {"meta set timecodetype drop-frame", 0, ""},
-      {"meta set TimeCode 0x1A574", 0, ""},
+      {"meta set TimeCode 01:00:00\\;00", 0, ""},  // counted in the stored type
       {"meta get Title", 0, "Night shoot \"B\" & more\n"},
       {"meta get TimeCodeType", 0, "4\n"},
       {"meta get --json TimeCode", 0, "{\"name\":\"TimeCode\",\"value\":107892}\n"},
@@ -130,12 +143,35 @@ TEST(ProjectCommand, CreateShowAndRecreateElsewhere) {
   fs::copy_file(a.file("p.xml"), b.file("p.xml"));
   fs::remove(a.file("clips.txt"));
   fs::remove(a.file("cut.edl"));
+  // show only reads: the missing files are reported, not recreated.
   r = runTool("project show --json " + shellQuote(b.file("p.xml")));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out, "{\"project\":\"" + b.file("p.xml") + "\",\"clipList\":{\"path\":\"" + b.file("clips.txt") +
-                       "\",\"embeddedBytes\":6,\"exists\":true},\"edl\":{\"path\":\"" + b.file("cut.edl") +
-                       "\",\"embeddedBytes\":4,\"exists\":true},\"settings\":{\"Mode\":\"fast\",\"Channels\":\"8\"}}\n");
+                       "\",\"embeddedBytes\":6,\"exists\":false},\"edl\":{\"path\":\"" + b.file("cut.edl") +
+                       "\",\"embeddedBytes\":4,\"exists\":false},\"settings\":[{\"name\":\"Mode\",\"value\":\"fast\"},"
+                       "{\"name\":\"Channels\",\"value\":\"8\"}]}\n");
+  EXPECT_FALSE(fs::exists(b.file("clips.txt")));
+  EXPECT_FALSE(fs::exists(b.file("cut.edl")));
+  // A host loading the project still recreates them next to it.
+  CZRProjectToXML moved;
+  ASSERT_TRUE(moved.LoadXMLFile(b.file("p.xml").c_str()));
   EXPECT_EQ(qtest::readBytes(b.file("clips.txt")), std::vector<uint8_t>({'c', '1', '\n', 'c', '2', '\n'}));
+
+  // create replaces a file only when asked.
+  const auto before = qtest::readBytes(a.file("p.xml"));
+  r = runTool("project create --set Mode=slow " + shellQuote(a.file("p.xml")));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.err, "quorvane project: " + a.file("p.xml") + " exists; give -y/--force to overwrite it\n");
+  EXPECT_EQ(qtest::readBytes(a.file("p.xml")), before);
+  EXPECT_EQ(runTool("project create -y --set Mode=slow " + shellQuote(a.file("p.xml"))).exitCode, 0);
+  EXPECT_NE(qtest::readBytes(a.file("p.xml")), before);
+
+  // A media command is XML but no project.
+  const std::string mediaCmd = "<?xml version=\"1.0\" ?><MediaCmd><Channel Value=\"1\" /></MediaCmd>";
+  qtest::writeBytes(a.file("cmd.xml"), {mediaCmd.begin(), mediaCmd.end()});
+  r = runTool("project show " + shellQuote(a.file("cmd.xml")));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.err, "quorvane project: '" + a.file("cmd.xml") + "' is not a project file (no ClipList, EdlList or Settings)\n");
 
   const struct {
     std::string args;

@@ -1,7 +1,10 @@
 // quorvane config: what the command writes the library reads, and the other way round.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "platform/zrcfg.h"
 #include "support/test_support.h"
@@ -78,9 +81,79 @@ TEST(ConfigCli, UsesTheSystemStoreNamedByTheEnvironment) {
   r = runTool("config --help");
   EXPECT_EQ(r.exitCode, 0);
   EXPECT_NE(r.out.find("usage: quorvane config get"), std::string::npos);
-  r = runTool("config get --file " + shellQuote(dir.file("no/such/dir.xml")) + " K V");
-  EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(r.err, "quorvane config: cannot open store file '" + dir.file("no/such/dir.xml") + "'\n");
+}
+
+// A file that is not a store, or not there, is refused and left exactly as it was.
+TEST(ConfigCli, RefusesFilesThatAreNotStores) {
+  qtest::TempDir dir;
+  const std::string play = dir.file("play.xml"), notes = dir.file("notes.txt");
+  const std::string playText = "<?xml version=\"1.0\" ?><MediaCmd><Channel Value=\"1\" /></MediaCmd>\n";
+  qtest::writeBytes(play, {playText.begin(), playText.end()});
+  qtest::writeBytes(notes, {'h', 'i', '\n'});
+  const struct {
+    std::string args;
+    std::string err;
+  } cases[] = {
+      {"set --file " + shellQuote(play) + " K V x",
+       "quorvane config: cannot use '" + play + "': Configuration store \"" + play +
+           "\" is refused: it is not a configuration store\n"},
+      {"list --file " + shellQuote(notes),
+       "quorvane config: cannot use '" + notes + "': Configuration store \"" + notes +
+           "\" is refused: it is not a configuration store\n"},
+      {"list --file " + shellQuote(dir.file("typo.xml")), "quorvane config: no store file '" + dir.file("typo.xml") + "'\n"},
+      {"get --file " + shellQuote(dir.file("typo.xml")) + " K V", "quorvane config: no store file '" + dir.file("typo.xml") + "'\n"},
+      {"set --file " + shellQuote(dir.file("no/such/dir.xml")) + " K V x",
+       "quorvane config: cannot use '" + dir.file("no/such/dir.xml") + "': not a file in an existing directory\n"},
+  };
+  for (const auto& c : cases) {
+    const auto r = runTool("config " + c.args);
+    EXPECT_EQ(r.exitCode, 1) << c.args;
+    EXPECT_EQ(r.err, c.err) << c.args;
+  }
+  EXPECT_EQ(qtest::readBytes(play), std::vector<uint8_t>(playText.begin(), playText.end()));
+  EXPECT_EQ(qtest::readBytes(notes), std::vector<uint8_t>({'h', 'i', '\n'}));
+  EXPECT_FALSE(std::filesystem::exists(play + ".bad"));
+  EXPECT_FALSE(std::filesystem::exists(dir.file("typo.xml")));
+  // -v shows the library's own line as well; --json turns the failure into an object.
+  auto r = runTool("-v config list --json --file " + shellQuote(play));
+  EXPECT_NE(r.err.find("quorvane: library: Configuration store"), std::string::npos) << r.err;
+  EXPECT_EQ(r.out.rfind("{\"error\":\"cannot use '", 0), 0u) << r.out;
+}
+
+}  // namespace
+
+namespace {
+
+// zrCFGOpenEx: which files each condition refuses; a refused file is never written.
+TEST(ConfigOpenEx, RefusesWhatTheCallerDidNotMeanAsAStore) {
+  qtest::TempDir dir;
+  const struct {
+    const char* name;
+    const char* contents;  // null: no file
+    bool existing, storeOnly;  // opens with ZR_CFG_OPEN_EXISTING / ZR_CFG_OPEN_STORE_ONLY
+  } kCases[] = {
+      {"missing.xml", nullptr, false, true},
+      {"blank.xml", " \n", true, true},
+      {"store.xml", "<?xml version=\"1.0\" ?>\n<QuorvaneConfig />\n", true, true},
+      {"command.xml", "<MediaCmd><Channel Value=\"1\" /></MediaCmd>", true, false},
+      {"notes.txt", "some notes\n", true, false},
+      {"truncated.xml", "<QuorvaneConfig><Key name=\"K\">", true, false},
+  };
+  for (const auto& c : kCases) {
+    const std::string path = dir.file(c.name);
+    if (c.contents) qtest::writeBytes(path, {c.contents, c.contents + std::strlen(c.contents)});
+    const std::pair<uint32_t, bool> kFlags[] = {
+        {0, true}, {ZR_CFG_OPEN_EXISTING, c.existing}, {ZR_CFG_OPEN_STORE_ONLY, c.storeOnly}};
+    for (const auto& [flags, opens] : kFlags) {
+      const ZRCFGHANDLE h = zrCFGOpenEx(path.c_str(), flags);
+      EXPECT_EQ(h != ZR_CFG_INVALID, opens) << c.name << " flags " << flags;
+      if (h != ZR_CFG_INVALID) zrCFGClose(h, 0);
+    }
+    if (c.contents) {
+      EXPECT_EQ(qtest::readBytes(path), std::vector<uint8_t>(c.contents, c.contents + std::strlen(c.contents))) << c.name;
+    }
+  }
+  EXPECT_EQ(zrCFGOpenEx(dir.file("store.xml").c_str(), 4), ZR_CFG_INVALID);  // unknown flag
 }
 
 }  // namespace

@@ -31,7 +31,12 @@ TEST(TcCli, ConversionsAndErrors) {
       {"--type 25 2160025", 0, "00:00:01:00\n", ""},
       {"--type 25 --no-wrap 2160025", 0, "24:00:01:00\n", ""},
       {"--type 25 --no-wrap 24:00:01:00", 0, "2160025\n", ""},
-      {"--type 25 5:12", 0, "137\n", ""},
+      {"--type 29.97 01:00:00:00", 0, "108000\n", ""},  // non-drop at 30000/1001
+      {"--type 30000/1001 108000", 0, "01:00:00:00\n", ""},
+      {"--type drop-frame 107892", 0, "01:00:00;00\n", ""},
+      {"--type 59.94 216000", 0, "01:00:00:00\n", ""},
+      {"--type 25 5:12", 1, "", "quorvane tc: '5:12' is not a whole timecode: give all four fields HH:MM:SS:FF"},
+      {"--type 25 23:59:59", 1, "", "quorvane tc: '23:59:59' is not a whole timecode"},
       {"--format 0x10100 --type 29.97df 1800", 0, "0:01:00:02\n", ""},
       {"--format 0x404 107892", 0, "1 0 0 0\n", ""},
       {"--format 0xB2140 4294967295", 0, "19884:06:28:15\n", ""},
@@ -39,8 +44,8 @@ TEST(TcCli, ConversionsAndErrors) {
       {"--type 25 00:00:00:25", 1, "", "quorvane tc: '00:00:00:25' is not a valid 25 timecode\n"},
       {"--type 25 24:00:00:00", 1, "", "quorvane tc: '24:00:00:00' is not a valid 25 timecode\n"},
       {"--type 25 1:2:3:4", 1, "", "quorvane tc: "},
-      {"--type 25 banana", 1, "", "quorvane tc: 'banana' is not a valid 25 timecode\n"},
-      {"--type 25 4294967296", 1, "", "quorvane tc: frame count '4294967296' does not fit 32 bits\n"},
+      {"--type 25 banana", 1, "", "quorvane tc: 'banana' is not a timecode (HH:MM:SS:FF)\n"},
+      {"--type 25 4294967296", 1, "", "quorvane tc: '4294967296' is not a frame count that fits 32 bits\n"},
       {"--type 29.98 1", 2, "", "quorvane tc: unknown type '29.98'"},
       {"--type", 2, "", "quorvane tc: "},
       {"--format 0x800 1", 2, "", "quorvane tc: format word 0x800 has an unknown type or option bit (see --help)\n"},
@@ -68,8 +73,23 @@ TEST(TcCli, ConversionsAndErrors) {
 TEST(TcCli, HelpNamesEveryType) {
   const auto r = qtest::runTool("tc --help");
   ASSERT_EQ(r.exitCode, 0);
-  for (const char* name : {"frames", "24", "film", "23.98", "25", "pal", "29.97df", "30", "50", "59.94df", "60", "--json"})
+  for (const char* name : {"frames", "24", "film", "23.98", "25", "pal", "29.97", "29.97df", "30", "50", "59.94",
+                           "59.94df", "60", "30000/1001", "--json"})
     EXPECT_NE(r.out.find(name), std::string::npos) << name;
+  EXPECT_EQ(qtest::runTool("help tc").out, r.out);
+}
+
+// Every spelling of a type is printed back under its one canonical name.
+TEST(TcCli, TypeSpellingsPrintTheirCanonicalName) {
+  const std::pair<const char*, const char*> kCases[] = {
+      {"pal", "25"},   {"25/1", "25"},    {"film", "24"},   {"film-drop", "23.98"},  {"24000/1001", "23.98"},
+      {"df", "29.97df"}, {"30000/1001", "29.97"}, {"non-drop-frame", "30"}, {"60000/1001", "59.94"}, {"32", "59.94df"},
+  };
+  for (const auto& [spelling, canonical] : kCases) {
+    const auto r = qtest::runTool(std::string("tc --json --type ") + spelling + " 0");
+    ASSERT_EQ(r.exitCode, 0) << spelling << r.err;
+    EXPECT_EQ(r.out.rfind(std::string("{\"type\":\"") + canonical + "\"", 0), 0u) << spelling << ": " << r.out;
+  }
 }
 
 TEST(TcCli, JsonCarriesBothForms) {

@@ -21,8 +21,9 @@ TEST_F(FormatCli, DecodesAWord) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   for (const char* line : {"word        0x1380B21D\n", "text        \"1920x1080i@29.97\"\n",
                            "raster      1920x1080 (field 1920x540)\n", "scan        interlaced\n",
-                           "rate        30000/1001 (29.970 fps, 33 ms per frame)\n",
-                           "timecode    drop-frame (4)\n", "aspect      16:9\n", "matrix      4 (BT.709 full range)\n"})
+                           "rate        30000/1001 frames per second (29.970 fps, 33 ms per frame), "
+                           "60000/1001 fields per second\n",
+                           "timecode    29.97df (4)\n", "aspect      16:9\n", "matrix      4 (BT.709 full range)\n"})
     EXPECT_NE(r.out.find(line), std::string::npos) << line << "\nin:\n" << r.out;
 }
 
@@ -31,12 +32,19 @@ TEST_F(FormatCli, DerivesAndReportsJson) {
     const char* args;
     const char* expected;
   };
+  // A rate counts frames; the scan is progressive unless asked (or the raster has no other).
   const Case kCases[] = {
-      {"format 1920x1080 30000/1001 --psf --json", "\"word\":\"0x2380B21D\""},
-      {"format 1920x1080 23.976 --json", "\"text\":\"1920x1080psf@23.98\""},
-      {"format 1920x1080 25 --json", "\"word\":\"0x1380B219\""},
-      {"format 1920x1080 25 --psf --json", "\"word\":\"0x2380B219\""},
-      {"format 720x576 12.5 --json", "\"rate\":null"},
+      {"format 1920x1080 30000/1001 --json", "\"word\":\"0x2380B21D\""},
+      {"format 1920x1080 50 --json", "\"text\":\"1920x1080P@50\""},
+      {"format 1920x1080 24 --json", "\"scan\":\"progressive\""},
+      {"format 1920x1080 23.976 --scan psf --json", "\"text\":\"1920x1080psf@23.98\""},
+      {"format 1920x1080 25 --scan psf --json", "\"text\":\"1920x1080psf@25\""},
+      {"format 1920x1080 25 --scan interlaced --json", "\"word\":\"0x1380B219\""},
+      {"format 1920x1080 50 --scan interlaced --field-rate --json", "\"frameRate\":\"25/1\",\"fieldRate\":\"50/1\""},
+      {"format 1920x1080 29.97df --json", "\"frameRate\":\"30000/1001\",\"fieldRate\":null"},
+      {"format 1920x1080 60000/2002 --scan interlaced --json", "\"frameRate\":\"30000/1001\""},
+      {"format 720x576 12.5 --json", "\"frameRate\":null"},
+      {"format 720x576 pal --json", "\"text\":\"PAL-CCIR601\""},
       {"format 3840x2160 60000/1001 --video-range --json", "\"matrix\":7"},
       {"format 720x486 29.97 --json", "\"text\":\"NTSC-CCIR601\""},
       {"format 7680x4320 50 --json", "\"height\":4320"},
@@ -57,7 +65,9 @@ TEST_F(FormatCli, RefusesBadInputWithOneLine) {
   const Case kCases[] = {
       {"format", 2},           {"format 1920x1080", 2}, {"format zz", 2},
       {"format 19x 25", 2},    {"format 1920x1080 0/0", 2}, {"format 1920x1080 29.9.7", 2},
-      {"format 0xF0000000", 1}, {"format 100x100 25", 1},   {"format 0x2380B21D --psf", 2},
+      {"format 0xF0000000", 1}, {"format 100x100 25", 1},   {"format 0x2380B21D --scan psf", 2},
+      {"format 1280x720 50 --scan interlaced", 1}, {"format 1920x1080 24 --scan interlaced", 1},
+      {"format 1920x1080 50 --field-rate", 2},     {"format 1920x1080 50 --scan sideways", 2},
       {"format --bogus 0x2380B21D", 2},
   };
   for (const auto& c : kCases) {
@@ -78,10 +88,12 @@ TEST_F(FormatCli, RateTimecodeAndPlayVerbs) {
     const char* expected;
   };
   const Case kCases[] = {
-      {"format rate 29.97", "normalized  30000/1001\nsnapped     30000/1001 (exact)\ntimecode    drop-frame (4)\n"},
-      {"format rate 2400/100 --json", "\"normalized\":{\"rate\":24,\"scale\":1}"},
-      {"format rate 12.5 --json", "\"snapped\":{\"rate\":1250,\"scale\":100,\"exact\":false}"},
-      {"format tc 107892 29.97 pal", "from        107892 drop-frame 01:00:00;00\nto          90000 pal 01:00:00:00\n"},
+      {"format rate 29.97", "normalized  30000/1001\nsnapped     30000/1001 (exact)\ntimecode    29.97df (4)\n"},
+      {"format rate 60000/2002", "rate        30000/1001 (29.970 fps)\n"},
+      {"format rate 2400/100 --json", "\"normalized\":\"24/1\""},
+      {"format rate 12.5 --json", "\"snapped\":\"25/2\",\"snappedExact\":false"},
+      {"format tc 107892 29.97 pal", "from        107892 29.97df 01:00:00;00\nto          90000 25 01:00:00:00\n"},
+      {"format tc 107892 29.97 film-drop --json", "\"toTypeName\":\"23.98\""},
       {"format tc 90000 25 4 --json", "\"converted\":107892,\"toTimecode\":\"01:00:00;00\""},
       {"format play 1/4 --from 199 --range 0:200 --steps 3",
        "step  periods  frame  fraction\n1     2        0      0\n2     4        1      0\n3     4        2      0\n"},

@@ -1,0 +1,97 @@
+// cli::Command: a subcommand's options declared once, parsed by CLI11, read back by name.
+#include <CLI/CLI.hpp>
+
+#include "cli.h"
+
+namespace cli {
+
+namespace {
+// The description already starts with the command's usage lines, which say more than CLI11's
+// generic "[OPTIONS] [ARGS...]" for commands with verbs.
+class HelpFormatter : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App*, std::string) const override { return "\n"; }
+};
+}  // namespace
+
+Command::Command(const char* name, const std::string& description, const std::string& footer)
+    : name_(name), app_(std::make_unique<CLI::App>(description, std::string("quorvane ") + name)) {
+  app_->footer(footer);
+  auto formatter = std::make_shared<HelpFormatter>();
+  formatter->column_width(26);
+  app_->formatter(formatter);
+}
+
+Command::~Command() = default;
+
+// "-o,--output" is kept under "output".
+std::string Command::key(const std::string& names) const {
+  const size_t dashes = names.rfind("--");
+  return dashes == std::string::npos ? names : names.substr(dashes + 2);
+}
+
+Command& Command::option(const std::string& names, const std::string& help) {
+  app_->add_option(names, values_[key(names)], help)
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->type_name("VALUE")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  return *this;
+}
+
+Command& Command::repeatable(const std::string& names, const std::string& help) {
+  app_->add_option(names, values_[key(names)], help)
+      ->expected(1)
+      ->allow_extra_args(false)
+      ->type_name("VALUE")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  return *this;
+}
+
+Command& Command::flag(const std::string& names, const std::string& help) {
+  app_->add_flag(names, counts_[key(names)], help);
+  return *this;
+}
+
+Command& Command::forceFlag() { return flag("-y,--force", "overwrite an existing output file"); }
+
+Command& Command::positionals(const std::string& name, const std::string& help) {
+  app_->add_option(name, positional_, help)->type_name("");
+  return *this;
+}
+
+std::optional<int> Command::parse(int argc, char** argv) {
+  std::vector<std::string> args(argv, argv + argc);
+  std::reverse(args.begin(), args.end());  // CLI11 takes them last first
+  try {
+    app_->parse(args);
+  } catch (const CLI::CallForHelp&) {
+    std::fputs(help().c_str(), stdout);
+    return kOk;
+  } catch (const CLI::ParseError& e) {
+    return fail(name_, "%s (see --help)", e.what());
+  }
+  return std::nullopt;
+}
+
+std::string Command::help() const { return app_->help(); }
+
+bool Command::has(std::string_view name) const {
+  const std::string k(name);
+  if (auto it = counts_.find(k); it != counts_.end()) return it->second > 0;
+  auto it = values_.find(k);
+  return it != values_.end() && !it->second.empty();
+}
+
+std::optional<std::string> Command::get(std::string_view name) const {
+  auto it = values_.find(std::string(name));
+  if (it == values_.end() || it->second.empty()) return std::nullopt;
+  return it->second.back();
+}
+
+std::vector<std::string> Command::all(std::string_view name) const {
+  auto it = values_.find(std::string(name));
+  return it == values_.end() ? std::vector<std::string>{} : it->second;
+}
+
+}  // namespace cli
