@@ -33,10 +33,8 @@ bool derive(const params::StreamParams& sets, Derived& out) {
 
 }  // namespace
 
-void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
-  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
-  params::StreamParams sets = params::collect(stream);
-  sets.codec = codec;
+void inspectParams(const params::StreamParams& sets, FILE* out, cli::Json* json) {
+  if (sets.codec != StreamCodec::kHevc && sets.codec != StreamCodec::kH264) return;
   Derived derived;
   const bool ok = derive(sets, derived);
   if (json) {
