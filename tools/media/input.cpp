@@ -482,6 +482,7 @@ bool openAndSniff(const std::string& path, int& fd, Bytes& head, uint64_t& size,
 }  // namespace
 
 std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& options, std::string& error) {
+  av_log_set_level(AV_LOG_QUIET);  // every failure reaches the user as the command's one line
   int fd = -1;
   Bytes head;
   StreamInfo info;

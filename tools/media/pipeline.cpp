@@ -155,6 +155,9 @@ class ContainerSink : public Sink {
       }
       if (containerByName(input.info().container) != &kind) ost->codecpar->codec_tag = 0;
       ost->time_base = ist->time_base;
+      // MXF edit units are frames: its video clock must be the frame rate.
+      if (!std::strcmp(kind.muxer, "mxf") && static_cast<int>(i) == video_ && ist->avg_frame_rate.num)
+        ost->time_base = av_inv_q(ist->avg_frame_rate);
       ost->avg_frame_rate = ist->avg_frame_rate;
       ost->r_frame_rate = ist->r_frame_rate;
       ost->disposition = ist->disposition;
@@ -261,12 +264,17 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
   if (!info.elementary && !rawExtension(ext)) {
     kind = containerByExtension(ext);
     if (!kind) kind = containerByName(info.container);
+    if (options.esFramingGiven) {
+      error = "--to chooses the framing of an elementary-stream OUT; " + std::string(kind ? kind->name : info.container) +
+              " OUT keeps the container's framing";
+      return false;
+    }
     if (!kind) {
       error = "cannot write " + info.container + ": name OUT .mp4, .mov, .mkv, .ts or .mxf";
       return false;
     }
     if (outPath == "-" && std::strcmp(kind->muxer, "mpegts") && std::strcmp(kind->muxer, "matroska")) {
-      error = std::string(kind->name) + " cannot be written to standard output (MPEG-TS and Matroska can: -.ts is not a name, give a file)";
+      error = std::string(kind->name) + " cannot be written to standard output (elementary streams, MPEG-TS and Matroska can): give OUT a file name";
       return false;
     }
   } else if (info.elementary && containerByExtension(ext)) {
