@@ -40,7 +40,7 @@ const char* codecName(StreamCodec codec) {
 
 std::string describe(const StreamInfo& info) {
   static const char* const kNames[] = {"an H.264", "an HEVC", "an MPEG-2 video", "an unknown"};
-  if (!info.elementary) return std::string(kNames[static_cast<int>(info.codec)] + 3) + " track in " + info.container;
+  if (!info.elementary) return std::string(kNames[static_cast<int>(info.codec)]) + " track in " + info.container;
   return std::string(kNames[static_cast<int>(info.codec)]) + " elementary stream";
 }
 
