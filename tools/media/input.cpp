@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -70,12 +71,12 @@ struct Sample {
   std::vector<std::pair<const uint8_t*, size_t>> units;
 };
 
-Sample annexBSample(const Bytes& head) {
+Sample annexBSample(const Bytes& head, size_t limit = 64) {
   Sample s;
   size_t at = 0;
   uint32_t length = 0;
   if (klxutilFindStartCode(head.data(), head.size(), 0, &at, &length) != 1) return s;
-  for (int i = 0; i < 64; ++i) {
+  for (size_t i = 0; i < limit; ++i) {
     const size_t header = at + length;
     size_t next = 0;
     uint32_t nextLength = 0;
@@ -87,9 +88,9 @@ Sample annexBSample(const Bytes& head) {
   return s;
 }
 
-Sample lengthSample(const Bytes& head) {
+Sample lengthSample(const Bytes& head, size_t limit = 64) {
   Sample s;
-  for (size_t at = 0; at + 4 <= head.size() && s.units.size() < 64;) {
+  for (size_t at = 0; at + 4 <= head.size() && s.units.size() < limit;) {
     const size_t length = size_t(head[at]) << 24 | size_t(head[at + 1]) << 16 | size_t(head[at + 2]) << 8 | head[at + 3];
     if (length == 0) return {};
     if (length > head.size() - at - 4) {
@@ -129,6 +130,20 @@ bool looksAdts(const Bytes& head) {
   size_t length = 0, next = 0;
   if (!adtsAt(head, 0, &length)) return false;
   return length >= head.size() || adtsAt(head, length, &next);
+}
+
+// The distinct parameter sets among the sampled units, in stream order.
+void leadingParameterSets(StreamInfo& info, const Sample& sample) {
+  for (const auto& [u, size] : sample.units) {
+    if (size == 0) continue;
+    const int type = info.codec == StreamCodec::kHevc ? (u[0] >> 1) & 0x3F : u[0] & 0x1F;
+    const bool set = info.codec == StreamCodec::kHevc ? type >= 32 && type <= 34 : info.codec == StreamCodec::kH264 && (type == 7 || type == 8);
+    if (!set) continue;
+    Bytes unit(u, u + size);
+    while (unit.size() > 1 && unit.back() == 0) unit.pop_back();  // trailing_zero_8bits
+    if (std::find(info.leadingParameterSets.begin(), info.leadingParameterSets.end(), unit) == info.leadingParameterSets.end())
+      info.leadingParameterSets.push_back(std::move(unit));
+  }
 }
 
 // Signatures of containers that could pass for a length-prefixed stream.
@@ -503,6 +518,7 @@ std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& o
         ::close(fd);
         return nullptr;
       }
+      leadingParameterSets(info, info.framing == Framing::kAnnexB ? annexBSample(head, SIZE_MAX) : lengthSample(head, SIZE_MAX));
       return std::make_unique<EsInput>(fd, std::move(head), info, path);
     }
     if (looksAdts(head)) {

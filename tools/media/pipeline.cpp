@@ -295,6 +295,7 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
   stream.outContainer = kind ? kind->name : "";
   stream.framing = info.framing;
   stream.configRecord = info.configRecord;
+  stream.leadingParameterSets = info.leadingParameterSets;
   stream.frameRateNum = info.frameRateNum;
   stream.frameRateDen = info.frameRateDen;
   std::vector<Bytes> sets = info.parameterSets;

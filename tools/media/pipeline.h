@@ -30,6 +30,9 @@ struct PipelineStream {
   std::string outContainer;   // output container ("" for an elementary stream)
   Framing framing = Framing::kAnnexB;  // framing of the frames the editor gets
   bool configRecord = false;  // the extradata is an avcC / hvcC record
+  // An elementary stream's parameter sets as found in its first megabyte (for reading timing
+  // and field coding before the first frame); they stay in the frames, where edit() sees them.
+  std::vector<Bytes> leadingParameterSets;
   int frameRateNum = 0, frameRateDen = 0;  // container frame rate, 0 when not known
 };
 
