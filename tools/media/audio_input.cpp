@@ -10,9 +10,7 @@
 #include <cstring>
 
 
-extern "C" {
-#include <libavformat/avformat.h>
-}
+#include "media/libav.h"
 
 namespace media {
 
@@ -68,9 +66,9 @@ class RawAdts : public AudioInput {
 
 class ContainerAdts : public AudioInput {
  public:
-  ~ContainerAdts() override { avformat_close_input(&fmt_); }
+  ~ContainerAdts() override { libav::api().avformat_close_input(&fmt_); }
   bool open(const std::string& path, int track, std::string& error) {
-    if (avformat_open_input(&fmt_, path.c_str(), nullptr, nullptr) < 0 || avformat_find_stream_info(fmt_, nullptr) < 0) {
+    if (libav::api().avformat_open_input(&fmt_, path.c_str(), nullptr, nullptr) < 0 || libav::api().avformat_find_stream_info(fmt_, nullptr) < 0) {
       error = "neither an ADTS stream nor a known container";
       return false;
     }
@@ -104,18 +102,18 @@ class ContainerAdts : public AudioInput {
     return true;
   }
   bool next(std::vector<uint8_t>& bytes, uint64_t& offset) override {
-    AVPacket* packet = av_packet_alloc();
+    AVPacket* packet = libav::api().av_packet_alloc();
     bool got = false;
-    while (!got && av_read_frame(fmt_, packet) >= 0) {
+    while (!got && libav::api().av_read_frame(fmt_, packet) >= 0) {
       if (packet->stream_index == track_) {
         bytes.assign(packet->data, packet->data + packet->size);
         offset = position_;  // the offset in the ADTS stream the track holds
         position_ += bytes.size();
         got = true;
       }
-      av_packet_unref(packet);
+      libav::api().av_packet_unref(packet);
     }
-    av_packet_free(&packet);
+    libav::api().av_packet_free(&packet);
     return got;
   }
 
@@ -156,7 +154,10 @@ std::unique_ptr<AudioInput> AudioInput::open(const std::string& path, int track,
     error = name + " is empty";
     return nullptr;
   }
-  av_log_set_level(AV_LOG_QUIET);
+  if (std::string missing; !libav::load(missing)) {
+    error = name + ": not an ADTS stream, and " + missing;
+    return nullptr;
+  }
   auto container = std::make_unique<ContainerAdts>();
   if (!container->open(path, track, error)) {
     error = name + ": " + error;

@@ -13,13 +13,11 @@
 #include "config_record.h"
 #include "window_reader.h"
 
-extern "C" {
-#include <libavformat/avformat.h>
-}
+#include "media/libav.h"
 
 namespace media {
 
-void PacketDeleter::operator()(AVPacket* p) const { av_packet_free(&p); }
+void PacketDeleter::operator()(AVPacket* p) const { libav::api().av_packet_free(&p); }
 
 int32_t cutterCodec(StreamCodec codec) {
   switch (codec) {
@@ -254,7 +252,7 @@ struct PipeSource {
 std::string containerName(const AVFormatContext* fmt) {
   const std::string name = fmt->iformat->name;
   if (name.rfind("mov,mp4", 0) == 0) {
-    const AVDictionaryEntry* brand = av_dict_get(fmt->metadata, "major_brand", nullptr, 0);
+    const AVDictionaryEntry* brand = libav::api().av_dict_get(fmt->metadata, "major_brand", nullptr, 0);
     return brand && std::strncmp(brand->value, "qt", 2) == 0 ? "MOV" : "MP4";
   }
   if (name.rfind("matroska", 0) == 0) return "Matroska";
@@ -279,7 +277,7 @@ std::string trackList(const AVFormatContext* fmt) {
   std::string list;
   for (unsigned i = 0; i < fmt->nb_streams; ++i) {
     if (!list.empty()) list += ", ";
-    list += std::to_string(i) + ": " + avcodec_get_name(fmt->streams[i]->codecpar->codec_id);
+    list += std::to_string(i) + ": " + libav::api().avcodec_get_name(fmt->streams[i]->codecpar->codec_id);
   }
   return list.empty() ? "no tracks" : list;
 }
@@ -287,10 +285,10 @@ std::string trackList(const AVFormatContext* fmt) {
 class ContainerInput : public Input {
  public:
   ~ContainerInput() override {
-    avformat_close_input(&fmt_);
+    libav::api().avformat_close_input(&fmt_);
     if (avio_) {
-      av_freep(&avio_->buffer);
-      avio_context_free(&avio_);
+      libav::api().av_freep(&avio_->buffer);
+      libav::api().avio_context_free(&avio_);
     }
     if (pipe_.fd > 0) ::close(pipe_.fd);
   }
@@ -299,22 +297,22 @@ class ContainerInput : public Input {
   bool open(const std::string& path, int fd, Bytes head, uint64_t size, const OpenOptions& options, std::string& error) {
     path_ = path;
     info_.size = size;
-    fmt_ = avformat_alloc_context();
+    fmt_ = libav::api().avformat_alloc_context();
     if (path == "-") {
       pipe_ = PipeSource{fd, std::move(head), 0};
       constexpr int kBuffer = 1 << 16;
-      auto* buffer = static_cast<uint8_t*>(av_malloc(kBuffer));
-      avio_ = avio_alloc_context(buffer, kBuffer, 0, &pipe_, &PipeSource::read, nullptr, nullptr);
+      auto* buffer = static_cast<uint8_t*>(libav::api().av_malloc(kBuffer));
+      avio_ = libav::api().avio_alloc_context(buffer, kBuffer, 0, &pipe_, &PipeSource::read, nullptr, nullptr);
       fmt_->pb = avio_;
     } else {
       ::close(fd);
     }
-    if (avformat_open_input(&fmt_, path == "-" ? "" : path.c_str(), nullptr, nullptr) < 0) {
+    if (libav::api().avformat_open_input(&fmt_, path == "-" ? "" : path.c_str(), nullptr, nullptr) < 0) {
       fmt_ = nullptr;  // freed by the failed open
       error = "no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)";
       return false;
     }
-    if (avformat_find_stream_info(fmt_, nullptr) < 0) {
+    if (libav::api().avformat_find_stream_info(fmt_, nullptr) < 0) {
       error = "cannot read the streams of this " + std::string(fmt_->iformat->name) + " file";
       return false;
     }
@@ -323,13 +321,13 @@ class ContainerInput : public Input {
     return chooseTrack(options, error) && describeTrack(error);
   }
 
-  uint64_t position() const override { return fmt_->pb ? static_cast<uint64_t>(std::max<int64_t>(avio_tell(fmt_->pb), 0)) : 0; }
+  uint64_t position() const override { return fmt_->pb ? static_cast<uint64_t>(std::max<int64_t>(libav::api().avio_seek(fmt_->pb, 0, SEEK_CUR), 0)) : 0; }
   AVFormatContext* format() override { return fmt_; }
 
   bool next(AccessUnit& au) override {
-    PacketPtr packet(av_packet_alloc());
+    PacketPtr packet(libav::api().av_packet_alloc());
     for (;;) {
-      const int rc = av_read_frame(fmt_, packet.get());
+      const int rc = libav::api().av_read_frame(fmt_, packet.get());
       if (rc == AVERROR_EOF) return false;
       if (rc < 0) {
         error_ = "read error in the container";
@@ -337,7 +335,7 @@ class ContainerInput : public Input {
       }
       if (packet->stream_index == info_.track) break;
       if (otherSink_) otherSink_(otherUser_, packet.get());
-      av_packet_unref(packet.get());
+      libav::api().av_packet_unref(packet.get());
     }
     au.bytes.assign(packet->data, packet->data + packet->size);
     au.units.clear();
@@ -497,7 +495,6 @@ bool openAndSniff(const std::string& path, int& fd, Bytes& head, uint64_t& size,
 }  // namespace
 
 std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& options, std::string& error) {
-  av_log_set_level(AV_LOG_QUIET);  // every failure reaches the user as the command's one line
   int fd = -1;
   Bytes head;
   StreamInfo info;
@@ -526,6 +523,11 @@ std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& o
       ::close(fd);
       return nullptr;
     }
+  }
+  if (std::string missing; !libav::load(missing)) {
+    error = name + ": not an elementary stream, and " + missing;
+    ::close(fd);
+    return nullptr;
   }
   auto container = std::make_unique<ContainerInput>();
   if (!container->open(path, fd, std::move(head), info.size, options, error)) {

@@ -12,10 +12,7 @@
 #include "media/output.h"
 #include "streamutil/framing.h"
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
+#include "media/libav.h"
 
 namespace media {
 
@@ -123,8 +120,8 @@ class EsSink : public Sink {
 class ContainerSink : public Sink {
  public:
   ~ContainerSink() override {
-    if (out_ && out_->pb) avio_closep(&out_->pb);
-    avformat_free_context(out_);
+    if (out_ && out_->pb) libav::api().avio_closep(&out_->pb);
+    libav::api().avformat_free_context(out_);
   }
 
   // Sets up the muxer, its streams and its header. False with `error` before anything is written.
@@ -133,11 +130,11 @@ class ContainerSink : public Sink {
     in_ = input.format();
     video_ = input.info().track;
     const StreamCodec codec = input.info().codec;
-    if (avformat_alloc_output_context2(&out_, nullptr, kind.muxer, nullptr) < 0 || !out_) {
+    if (libav::api().avformat_alloc_output_context2(&out_, nullptr, kind.muxer, nullptr) < 0 || !out_) {
       error = std::string("no ") + kind.name + " writer in this libavformat";
       return false;
     }
-    if (avformat_query_codec(out_->oformat, codecId(codec), FF_COMPLIANCE_NORMAL) == 0 ||
+    if (libav::api().avformat_query_codec(out_->oformat, codecId(codec), FF_COMPLIANCE_NORMAL) == 0 ||
         (std::strcmp(kind.muxer, "mxf") == 0 && codec == StreamCodec::kHevc)) {
       error = std::string(kind.name) + " cannot carry " + codecTitle(codec) + " video: write OUT as .mp4, .mov, .mkv or .ts";
       return false;
@@ -146,10 +143,10 @@ class ContainerSink : public Sink {
     for (unsigned i = 0; i < in_->nb_streams; ++i) {
       const AVStream* ist = in_->streams[i];
       if (static_cast<int>(i) != video_ &&
-          avformat_query_codec(out_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) == 0)
+          libav::api().avformat_query_codec(out_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) == 0)
         continue;  // a track this container cannot hold at all
-      AVStream* ost = avformat_new_stream(out_, nullptr);
-      if (!ost || avcodec_parameters_copy(ost->codecpar, ist->codecpar) < 0) {
+      AVStream* ost = libav::api().avformat_new_stream(out_, nullptr);
+      if (!ost || libav::api().avcodec_parameters_copy(ost->codecpar, ist->codecpar) < 0) {
         error = "cannot set up the output tracks";
         return false;
       }
@@ -161,16 +158,16 @@ class ContainerSink : public Sink {
       ost->avg_frame_rate = ist->avg_frame_rate;
       ost->r_frame_rate = ist->r_frame_rate;
       ost->disposition = ist->disposition;
-      av_dict_copy(&ost->metadata, ist->metadata, 0);
+      libav::api().av_dict_copy(&ost->metadata, ist->metadata, 0);
       map_[i] = ost->index;
     }
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
-    av_dict_copy(&out_->metadata, in_->metadata, 0);
-    if (avio_open(&out_->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) {
+    libav::api().av_dict_copy(&out_->metadata, in_->metadata, 0);
+    if (libav::api().avio_open(&out_->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) {
       error = "cannot write " + path;
       return false;
     }
-    if (avformat_write_header(out_, nullptr) < 0) {
+    if (libav::api().avformat_write_header(out_, nullptr) < 0) {
       error = std::string(kind.name) + " cannot carry this " + codecTitle(codec) + " track: write OUT as .mp4, .mkv or .ts";
       return false;
     }
@@ -182,10 +179,10 @@ class ContainerSink : public Sink {
     const int to = self->map_[packet->stream_index];
     if (to < 0 || !self->error_.empty()) return;
     self->outBytes += static_cast<uint64_t>(packet->size);
-    av_packet_rescale_ts(packet, self->in_->streams[packet->stream_index]->time_base, self->out_->streams[to]->time_base);
+    libav::api().av_packet_rescale_ts(packet, self->in_->streams[packet->stream_index]->time_base, self->out_->streams[to]->time_base);
     packet->stream_index = to;
     packet->pos = -1;
-    if (av_interleaved_write_frame(self->out_, packet) < 0) self->error_ = "cannot write a packet of another track";
+    if (libav::api().av_interleaved_write_frame(self->out_, packet) < 0) self->error_ = "cannot write a packet of another track";
   }
 
   bool write(const DFRAME& f, Framing, const AVPacket* original, std::string& error) override {
@@ -193,25 +190,25 @@ class ContainerSink : public Sink {
       error = error_;
       return false;
     }
-    AVPacket* packet = av_packet_alloc();
-    bool ok = packet && av_new_packet(packet, static_cast<int>(f.nDataSize)) == 0;
+    AVPacket* packet = libav::api().av_packet_alloc();
+    bool ok = packet && libav::api().av_new_packet(packet, static_cast<int>(f.nDataSize)) == 0;
     if (ok) {
       std::memcpy(packet->data, f.pData, f.nDataSize);
-      av_packet_copy_props(packet, original);
+      libav::api().av_packet_copy_props(packet, original);
       const int to = map_[video_];
-      av_packet_rescale_ts(packet, in_->streams[video_]->time_base, out_->streams[to]->time_base);
+      libav::api().av_packet_rescale_ts(packet, in_->streams[video_]->time_base, out_->streams[to]->time_base);
       packet->stream_index = to;
       packet->pos = -1;
       outBytes += f.nDataSize;
-      ok = av_interleaved_write_frame(out_, packet) >= 0;
+      ok = libav::api().av_interleaved_write_frame(out_, packet) >= 0;
     }
-    av_packet_free(&packet);
+    libav::api().av_packet_free(&packet);
     if (!ok) error = "cannot write a video packet";
     return ok;
   }
 
   bool finish(std::string& error) override {
-    if (!error_.empty() || av_write_trailer(out_) < 0 || avio_closep(&out_->pb) < 0) {
+    if (!error_.empty() || libav::api().av_write_trailer(out_) < 0 || libav::api().avio_closep(&out_->pb) < 0) {
       error = error_.empty() ? "cannot finish the output" : error_;
       return false;
     }
@@ -230,10 +227,10 @@ class ContainerSink : public Sink {
       error = "cannot rebuild the decoder configuration record";
       return false;
     }
-    av_freep(&par->extradata);
+    libav::api().av_freep(&par->extradata);
     par->extradata_size = 0;
     if (record.empty()) return true;
-    par->extradata = static_cast<uint8_t*>(av_mallocz(record.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    par->extradata = static_cast<uint8_t*>(libav::api().av_mallocz(record.size() + AV_INPUT_BUFFER_PADDING_SIZE));
     std::memcpy(par->extradata, record.data(), record.size());
     par->extradata_size = static_cast<int>(record.size());
     return true;
