@@ -46,6 +46,10 @@ std::string md5Of(const std::string& commandLine) {
 int videoPackets(const std::string& path) {
   return std::stoi(probe(path, "-count_packets -show_entries stream=nb_read_packets"));
 }
+int audioPackets(const std::string& path) {
+  return std::stoi(qtest::runCommand("ffprobe -v error -select_streams a:0 -count_packets -show_entries stream=nb_read_packets -of csv=p=0 " +
+                                     qtest::shellQuote(path)).out);
+}
 int videoWidth(const std::string& path) { return std::stoi(probe(path, "-show_entries stream=width")); }
 
 std::string videoFrameMd5(const std::string& path) {

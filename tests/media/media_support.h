@@ -23,6 +23,7 @@ nlohmann::json runJson(const std::string& args);  // quorvane ... --json, parsed
 // ffprobe: video packet count, first video stream's width and height.
 int videoPackets(const std::string& path);
 int videoWidth(const std::string& path);
+int audioPackets(const std::string& path);
 // What must not change through an editing pass: decoded pictures, the audio bits, the timing.
 std::string videoFrameMd5(const std::string& path);
 std::string audioMd5(const std::string& path);
