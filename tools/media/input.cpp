@@ -144,16 +144,19 @@ void leadingParameterSets(StreamInfo& info, const Sample& sample) {
   }
 }
 
-// Signatures of containers that could pass for a length-prefixed stream.
-bool containerSignature(const Bytes& head) {
-  if (head.size() >= 189 && head[0] == 0x47 && head[188] == 0x47) return true;  // MPEG-TS
+// The container whose signature the first bytes carry ("" for none): those that could pass for a
+// length-prefixed stream are caught here before any stream sniffing.
+std::string containerSignature(const Bytes& head) {
+  if (head.size() >= 189 && head[0] == 0x47 && head[188] == 0x47) return "MPEG-TS";
   if (head.size() >= 8) {
     static const char* const kBoxes[] = {"ftyp", "moov", "mdat", "free", "wide", "skip", "styp", "pnot"};
     for (const char* box : kBoxes)
-      if (std::memcmp(head.data() + 4, box, 4) == 0) return true;
+      if (std::memcmp(head.data() + 4, box, 4) == 0) return "MP4/MOV";
   }
   static const uint8_t kEbml[] = {0x1A, 0x45, 0xDF, 0xA3}, kMxf[] = {0x06, 0x0E, 0x2B, 0x34};
-  return head.size() >= 4 && (!std::memcmp(head.data(), kEbml, 4) || !std::memcmp(head.data(), kMxf, 4));
+  if (head.size() >= 4 && !std::memcmp(head.data(), kEbml, 4)) return "Matroska";
+  if (head.size() >= 4 && !std::memcmp(head.data(), kMxf, 4)) return "MXF";
+  return "";
 }
 
 // ---------------------------------------------------------------- elementary streams
@@ -309,7 +312,8 @@ class ContainerInput : public Input {
     }
     if (libav::api().avformat_open_input(&fmt_, path == "-" ? "" : path.c_str(), nullptr, nullptr) < 0) {
       fmt_ = nullptr;  // freed by the failed open
-      error = "no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)";
+      error = signature_.empty() ? "no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)"
+                                 : "a damaged or cut-short " + signature_ + " file (libavformat cannot open it)";
       return false;
     }
     if (libav::api().avformat_find_stream_info(fmt_, nullptr) < 0) {
@@ -442,6 +446,11 @@ class ContainerInput : public Input {
 
   AVFormatContext* fmt_ = nullptr;
   AVIOContext* avio_ = nullptr;
+
+ public:
+  std::string signature_;  // the container its first bytes name, "" when they name none
+
+ private:
   PipeSource pipe_{-1, {}, 0};
   KLXUTIL_AU_CUTTER cutter_{};
   uint64_t packets_ = 0;
@@ -500,7 +509,8 @@ std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& o
   StreamInfo info;
   if (!openAndSniff(path, fd, head, info.size, error)) return nullptr;
   const std::string name = path == "-" ? "standard input" : path;
-  if (!containerSignature(head)) {
+  const std::string signature = containerSignature(head);
+  if (signature.empty()) {
     const Sample annexB = annexBSample(head);
     if (!annexB.units.empty() && annexB.units.front().first - head.data() <= 4) {
       info.codec = codecOf(annexB, true);
@@ -530,6 +540,7 @@ std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& o
     return nullptr;
   }
   auto container = std::make_unique<ContainerInput>();
+  container->signature_ = signature;
   if (!container->open(path, fd, std::move(head), info.size, options, error)) {
     error = name + ": " + error;
     return nullptr;

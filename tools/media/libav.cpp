@@ -49,6 +49,12 @@ const Api* load(std::string& error) {
   return loaded.ok ? &loaded.api : nullptr;
 }
 
+std::string errorText(int code) {
+  char text[AV_ERROR_MAX_STRING_SIZE] = {};
+  api().av_strerror(code, text, sizeof text);
+  return text;
+}
+
 const Api& api() {
   std::string unused;
   return *load(unused);

@@ -13,7 +13,7 @@ namespace media::libav {
 
 #define QUORVANE_LIBAV_FUNCTIONS(X)                                                                       \
   X(avutil, av_dict_copy) X(avutil, av_dict_get) X(avutil, av_freep) X(avutil, av_log_set_level)          \
-  X(avutil, av_malloc) X(avutil, av_mallocz)                                                              \
+  X(avutil, av_malloc) X(avutil, av_mallocz) X(avutil, av_strerror)                                                              \
   X(avcodec, av_new_packet) X(avcodec, av_packet_alloc) X(avcodec, av_packet_copy_props)                  \
   X(avcodec, av_packet_free) X(avcodec, av_packet_rescale_ts) X(avcodec, av_packet_unref)                 \
   X(avcodec, avcodec_get_name) X(avcodec, avcodec_parameters_copy)                                        \
@@ -35,5 +35,7 @@ struct Api {
 const Api* load(std::string& error);
 // The functions once load() has succeeded.
 const Api& api();
+// libavutil's text for an AVERROR code.
+std::string errorText(int code);
 
 }  // namespace media::libav

@@ -182,7 +182,8 @@ class ContainerSink : public Sink {
     libav::api().av_packet_rescale_ts(packet, self->in_->streams[packet->stream_index]->time_base, self->out_->streams[to]->time_base);
     packet->stream_index = to;
     packet->pos = -1;
-    if (libav::api().av_interleaved_write_frame(self->out_, packet) < 0) self->error_ = "cannot write a packet of another track";
+    if (const int rc = libav::api().av_interleaved_write_frame(self->out_, packet); rc < 0)
+      self->error_ = "cannot write a packet of track " + std::to_string(to) + ": " + libav::errorText(rc);
   }
 
   bool write(const DFRAME& f, Framing, const AVPacket* original, std::string& error) override {
@@ -200,10 +201,14 @@ class ContainerSink : public Sink {
       packet->stream_index = to;
       packet->pos = -1;
       outBytes += f.nDataSize;
-      ok = libav::api().av_interleaved_write_frame(out_, packet) >= 0;
+      const int rc = libav::api().av_interleaved_write_frame(out_, packet);
+      if (rc < 0) error = "cannot write video packet " + std::to_string(packets_) + ": " + libav::errorText(rc);
+      ok = rc >= 0;
+    } else {
+      error = "out of memory";
     }
+    ++packets_;
     libav::api().av_packet_free(&packet);
-    if (!ok) error = "cannot write a video packet";
     return ok;
   }
 
@@ -239,6 +244,7 @@ class ContainerSink : public Sink {
   AVFormatContext* in_ = nullptr;
   AVFormatContext* out_ = nullptr;
   int video_ = -1;
+  uint64_t packets_ = 0;
   std::vector<int> map_;
   std::string error_;
 };
