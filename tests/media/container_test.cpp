@@ -87,6 +87,17 @@ TEST_F(Containers, ReframeAcrossKinds) {
     size_t clip;
     const char* out;
   } cases[] = {{0, "x.ts"}, {3, "x.mp4"}, {7, "x.mp4"}, {0, "x.mkv"}, {0, "x.h264"}, {5, "x.hevc"}, {8, "x.hevc"}};
+  // An elementary stream into a container (timestamps from the display order) decodes the same.
+  {
+    qtest::TempDir dir;
+    const std::string clip = mtest::clipPath(mtest::kClips[5]);
+    ASSERT_EQ(qtest::runTool("reframe " + shellQuote(clip) + " " + shellQuote(dir.file("e.hevc"))).exitCode, 0);
+    for (const char* out : {"e.mp4", "e.mkv", "e.ts"}) {
+      auto r = qtest::runTool("reframe " + shellQuote(dir.file("e.hevc")) + " " + shellQuote(dir.file(out)));
+      ASSERT_EQ(r.exitCode, 0) << r.err;
+      EXPECT_EQ(mtest::videoFrameMd5(dir.file(out)), mtest::videoFrameMd5(clip)) << out;
+    }
+  }
   for (const auto& c : cases) {
     const std::string path = mtest::clipPath(mtest::kClips[c.clip]);
     SCOPED_TRACE(path + " -> " + c.out);

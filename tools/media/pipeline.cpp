@@ -10,6 +10,7 @@
 #include "media/command_input.h"
 #include "media/config_record.h"
 #include "media/output.h"
+#include "param_report.h"
 #include "streamutil/framing.h"
 
 #include "media/libav.h"
@@ -79,7 +80,9 @@ Bytes framed(const std::vector<Bytes>& units, Framing framing) {
 class Sink {
  public:
   virtual ~Sink() = default;
-  virtual bool write(const DFRAME& frame, Framing framing, const AVPacket* original, std::string& error) = 0;
+  // `original`: the container packet the frame came from (timing, flags); null for an
+  // elementary input, whose place in decode and display order is in `frame`.
+  virtual bool write(const PipelineFrame& frame, const AVPacket* original, std::string& error) = 0;
   virtual bool finish(std::string& error) = 0;
   uint64_t outBytes = 0;
 };
@@ -87,7 +90,9 @@ class Sink {
 class EsSink : public Sink {
  public:
   EsSink(OutputFile& file, Framing framing, Bytes prologue) : file_(file), framing_(framing), prologue_(std::move(prologue)) {}
-  bool write(const DFRAME& f, Framing framing, const AVPacket*, std::string& error) override {
+  bool write(const PipelineFrame& pf, const AVPacket*, std::string& error) override {
+    const DFRAME& f = *pf.frame;
+    const Framing framing = pf.framing;
     uint32_t size = f.nDataSize;
     if (framing != framing_) {
       if (framing_ == Framing::kAnnexB) {
@@ -163,16 +168,70 @@ class ContainerSink : public Sink {
     }
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
     libav::api().av_dict_copy(&out_->metadata, in_->metadata, 0);
-    if (libav::api().avio_open(&out_->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) {
-      error = "cannot write " + path;
-      return false;
-    }
-    if (libav::api().avformat_write_header(out_, nullptr) < 0) {
-      error = std::string(kind.name) + " cannot carry this " + codecTitle(codec) + " track: write OUT as .mp4, .mkv or .ts";
-      return false;
-    }
-    return true;
+    return openFile(kind, path, codec, error);
   }
+
+  // An elementary stream into a container: one video track described from its parameter sets;
+  // the packets get timestamps on a clock of one tick per frame (display order for pts, decode
+  // order less the reorder depth for dts).
+  bool openElementary(const StreamInfo& info, const ContainerKind& kind, const std::string& path,
+                      const std::vector<Bytes>& sets, std::string& error) {
+    const auto& av = libav::api();
+    if (av.avformat_alloc_output_context2(&out_, nullptr, kind.muxer, nullptr) < 0 || !out_) {
+      error = std::string("no ") + kind.name + " writer in this libavformat";
+      return false;
+    }
+    if (av.avformat_query_codec(out_->oformat, codecId(info.codec), FF_COMPLIANCE_NORMAL) == 0 ||
+        (std::strcmp(kind.muxer, "mxf") == 0 && info.codec == StreamCodec::kHevc)) {
+      error = std::string(kind.name) + " cannot carry " + codecTitle(info.codec) + " video: write OUT as .mp4, .mov, .mkv or .ts";
+      return false;
+    }
+    params::StreamParams p;
+    p.codec = info.codec;
+    for (const auto& u : sets) params::addUnit(p, u.data(), u.size());
+    params::Decoded d;
+    if (p.sps.empty() || !params::decodeUnit(info.codec, "SPS", p.sps.front(), d)) {
+      error = "no readable sequence parameter set in the first megabyte: the container needs one";
+      return false;
+    }
+    const params::Summary summary = info.codec == StreamCodec::kHevc ? params::summarize(*d.hevcSps, nullptr) : params::summarize(*d.avcSps);
+    reorder_ = KLXUTIL_REORDER_WINDOW;
+    if (info.codec == StreamCodec::kHevc)
+      reorder_ = d.hevcSps->sps_max_num_reorder_pics[std::clamp(d.hevcSps->sps_max_sub_layers_minus1, 0, 7)];
+    else if (d.avcSps->vui_parameters_present_flag && d.avcSps->vui.bitstream_restriction_flag)
+      reorder_ = d.avcSps->vui.max_num_reorder_frames;
+    reorder_ = std::clamp<int64_t>(reorder_, 0, KLXUTIL_REORDER_WINDOW);
+    AVStream* st = av.avformat_new_stream(out_, nullptr);
+    if (!st) {
+      error = "cannot set up the output track";
+      return false;
+    }
+    st->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+    st->codecpar->codec_id = codecId(info.codec);
+    st->codecpar->width = summary.width;
+    st->codecpar->height = summary.height;
+    const AVRational rate = summary.rate && summary.scale ? AVRational{int(summary.rate), int(summary.scale)} : AVRational{25, 1};
+    st->time_base = AVRational{rate.den, rate.num};
+    st->avg_frame_rate = st->r_frame_rate = rate;
+    const Bytes extradata = framed(sets, Framing::kAnnexB);
+    st->codecpar->extradata = static_cast<uint8_t*>(av.av_mallocz(extradata.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::memcpy(st->codecpar->extradata, extradata.data(), extradata.size());
+    st->codecpar->extradata_size = static_cast<int>(extradata.size());
+    video_ = 0;
+    map_.assign(1, 0);
+    frameClock_ = st->time_base;
+    return openFile(kind, path, info.codec, error);
+  }
+
+  // The timestamps of an elementary stream's frame (no packet to copy them from).
+  void stamp(AVPacket* packet, uint64_t decodeIndex, uint64_t displayIndex, bool randomAccess) const {
+    packet->dts = static_cast<int64_t>(decodeIndex) - reorder_;
+    packet->pts = displayIndex == kNoDisplayIndex ? packet->dts + reorder_ : static_cast<int64_t>(displayIndex);
+    if (packet->pts < packet->dts) packet->pts = packet->dts;
+    packet->duration = 1;
+    if (randomAccess) packet->flags |= AV_PKT_FLAG_KEY;
+  }
+  bool elementary() const { return frameClock_.num != 0; }
 
   static void other(void* user, AVPacket* packet) {
     auto* self = static_cast<ContainerSink*>(user);
@@ -186,18 +245,25 @@ class ContainerSink : public Sink {
       self->error_ = "cannot write a packet of track " + std::to_string(to) + ": " + libav::errorText(rc);
   }
 
-  bool write(const DFRAME& f, Framing, const AVPacket* original, std::string& error) override {
+  bool write(const PipelineFrame& pf, const AVPacket* original, std::string& error) override {
     if (!error_.empty()) {
       error = error_;
       return false;
     }
+    DFRAME& f = *pf.frame;
+    if (!original && pf.framing == Framing::kLengthPrefixed) f.nDataSize = klxUtilh264SizeToMarker(f.pData, f.nDataSize);
     AVPacket* packet = libav::api().av_packet_alloc();
     bool ok = packet && libav::api().av_new_packet(packet, static_cast<int>(f.nDataSize)) == 0;
     if (ok) {
       std::memcpy(packet->data, f.pData, f.nDataSize);
-      libav::api().av_packet_copy_props(packet, original);
       const int to = map_[video_];
-      libav::api().av_packet_rescale_ts(packet, in_->streams[video_]->time_base, out_->streams[to]->time_base);
+      if (original) {
+        libav::api().av_packet_copy_props(packet, original);
+        libav::api().av_packet_rescale_ts(packet, in_->streams[video_]->time_base, out_->streams[to]->time_base);
+      } else {
+        stamp(packet, pf.decodeIndex, pf.displayIndex, pf.randomAccess);
+        libav::api().av_packet_rescale_ts(packet, frameClock_, out_->streams[to]->time_base);
+      }
       packet->stream_index = to;
       packet->pos = -1;
       outBytes += f.nDataSize;
@@ -221,6 +287,18 @@ class ContainerSink : public Sink {
   }
 
  private:
+  bool openFile(const ContainerKind& kind, const std::string& path, StreamCodec codec, std::string& error) {
+    if (libav::api().avio_open(&out_->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) {
+      error = "cannot write " + path;
+      return false;
+    }
+    if (libav::api().avformat_write_header(out_, nullptr) < 0) {
+      error = std::string(kind.name) + " cannot carry this " + codecTitle(codec) + " track: write OUT as .mp4, .mkv or .ts";
+      return false;
+    }
+    return true;
+  }
+
   static bool replaceExtradata(const StreamInfo& info, const std::vector<Bytes>& sets, AVCodecParameters* par,
                                std::string& error) {
     Bytes record;
@@ -245,6 +323,8 @@ class ContainerSink : public Sink {
   AVFormatContext* out_ = nullptr;
   int video_ = -1;
   uint64_t packets_ = 0;
+  int64_t reorder_ = 0;
+  AVRational frameClock_{0, 1};  // elementary input: one tick per frame
   std::vector<int> map_;
   std::string error_;
 };
@@ -281,9 +361,19 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
       return false;
     }
   } else if (info.elementary && containerByExtension(ext)) {
-    error = "writing an elementary stream into " + std::string(containerByExtension(ext)->name) +
-            " is not supported: name OUT ." + (info.codec == StreamCodec::kHevc ? "hevc" : info.codec == StreamCodec::kH264 ? "h264" : "m2v");
-    return false;
+    kind = containerByExtension(ext);
+    if (options.esFramingGiven) {
+      error = std::string("--to chooses the framing of an elementary-stream OUT; ") + kind->name + " OUT keeps the container's framing";
+      return false;
+    }
+    if (info.codec == StreamCodec::kMpeg2 || !std::strcmp(kind->muxer, "mxf")) {
+      error = std::string("elementary streams of this kind go into ") + kind->name + " with ffmpeg -i IN -c copy OUT";
+      return false;
+    }
+    if (std::string missing; !libav::load(missing)) {
+      error = "writing " + std::string(kind->name) + ": " + missing;
+      return false;
+    }
   }
   const Framing esFraming = options.esFramingGiven ? options.esFraming : info.elementary ? info.framing : Framing::kAnnexB;
   if (info.framing == Framing::kLengthPrefixed && info.lengthSize != 4) {
@@ -314,8 +404,12 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
   if (kind) {
     auto container = std::make_unique<ContainerSink>();
     const std::string target = outPath == "-" ? "pipe:1" : file.temporaryPath();
-    if (!container->open(input, *kind, target, sets, setsReplaced, error)) return false;
-    input.setOtherPackets(&ContainerSink::other, container.get());
+    if (info.elementary) {
+      if (!container->openElementary(info, *kind, target, setsReplaced ? sets : info.leadingParameterSets, error)) return false;
+    } else {
+      if (!container->open(input, *kind, target, sets, setsReplaced, error)) return false;
+      input.setOtherPackets(&ContainerSink::other, container.get());
+    }
     sink = std::move(container);
     result.outKind = kind->name;
   } else {
@@ -356,7 +450,7 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
         error = "the editor overran a frame";
         return false;
       }
-      if (!sink->write(frame, info.framing, au.packet.get(), error)) return false;
+      if (!sink->write(pf, au.packet.get(), error)) return false;
       ++result.accessUnits;
       result.pictures += au.picture.hasPicture ? 1 : 0;
       result.inBytes += au.bytes.size();
