@@ -1,6 +1,6 @@
-// Access units of an H.264 or HEVC elementary stream in start-code form, with each picture's
-// place in display order (from its picture order count), for the commands that work frame by
-// frame (stamp, the frame section of inspect).
+// Access units of a whole H.264 or HEVC elementary stream in memory, with each picture's place in
+// display order: a layer over the library's cutter and display order (streamutil/access_units.h)
+// kept for `quorvane stamp` until it moves onto the frame pipeline (tools/media/pipeline.h).
 #pragma once
 #include <cstddef>
 #include <cstdint>

@@ -6,16 +6,22 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "media/audio_input.h"
+#include "media/command_input.h"
 #include "streamutil/aac.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quorvane adts FILE [--json]\n\n"
+    "usage: quorvane adts FILE [--json] [--track N]\n\n"
     "Lists the ADTS frame headers of an AAC stream (ISO/IEC 13818-7): offset, frame length,\n"
     "profile, sampling rate, channels, and prints the AudioSpecificConfig an MP4 file would carry\n"
-    "for the stream (from the first header). Stops with an error at the first byte that does not\n"
-    "start a header or a frame that runs past the end of the file.\n";
+    "for the stream (from the first header). FILE is a raw ADTS stream ('-': standard input) or\n"
+    "a container whose AAC track carries ADTS headers (MPEG-TS); an MP4, MOV or Matroska AAC\n"
+    "track has none, and is refused with the AudioSpecificConfig of its sample description.\n"
+    "Stops with an error at the first byte that does not start a header or a frame that runs\n"
+    "past the end of the file.\n"
+    "  --track N  the AAC track of a container (as ffprobe numbers them)\n";
 
 constexpr uint32_t kSyncword = 0xFFF;
 constexpr uint32_t kHeaderBytes = 7;
@@ -44,56 +50,71 @@ std::string audioSpecificConfigHex(const ADTS_HEADER& h) {
 
 int cmdAdts(int argc, char** argv) {
   cli::Args args;
-  if (!args.parse(argc, argv, {}, {"json"})) return cli::fail("adts", "%s", args.error().c_str());
+  if (!args.parse(argc, argv, {media::kTrackOption}, {"json"})) return cli::fail("adts", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
     return cli::kOk;
   }
   if (args.positional().size() != 1) return cli::fail("adts", "give one AAC file (see quorvane adts --help)");
   const std::string path = args.positional()[0];
-  auto file = cli::readFile(path);
-  if (!file) return cli::failWith(cli::kFailed, "adts", "cannot read %s: %s", path.c_str(), std::strerror(errno));
-  auto* data = reinterpret_cast<uint8_t*>(file->data());
-  const size_t size = file->size();
+  int track = -1;
+  if (auto t = args.get(media::kTrackOption)) {
+    auto n = cli::parseU32(*t);
+    if (!n || *n > 0xFFFF) return cli::fail("adts", "--track takes a track number as ffprobe counts them, not '%s'", t->c_str());
+    track = static_cast<int>(*n);
+  }
+  std::string error;
+  auto input = media::AudioInput::open(path, track, error);
+  if (!input) return cli::failWith(cli::kFailed, "adts", "%s", error.c_str());
 
   const bool json = args.has("json");
   cli::Json out;
   if (json) out.beginObject().str("file", path).beginArray("frames");
   ADTS_HEADER first{};
   size_t frames = 0;
-  for (size_t pos = 0; pos < size;) {
-    ADTS_HEADER h{};
-    if (size - pos < kHeaderBytes)
-      return cli::failWith(cli::kFailed, "adts", "%s: %zu stray bytes at offset %zu", path.c_str(), size - pos, pos);
-    // The reader takes the 16-bit check word when protection_absent is 1; give it room to.
-    uint8_t header[9] = {};
-    std::memcpy(header, data + pos, std::min<size_t>(sizeof header, size - pos));
-    zr_bitstream s{header, sizeof header, sizeof header * 8, 0};
-    klxutilReadADTS(&s, &h);
-    if (h.syncword != kSyncword)
-      return cli::failWith(cli::kFailed, "adts", "%s: no ADTS header at offset %zu", path.c_str(), pos);
-    if (h.aac_frame_length < kHeaderBytes || h.aac_frame_length > size - pos)
-      return cli::failWith(cli::kFailed, "adts", "%s: frame at offset %zu runs past the end (length %u)", path.c_str(), pos,
-                           h.aac_frame_length);
-    const uint32_t rate = klxutilAACFrequency(h.sampling_frequency_index);
-    if (!frames) first = h;
-    if (json) {
-      out.beginObject()
-          .num("offset", int64_t(pos))
-          .num("length", int64_t(h.aac_frame_length))
-          .str("profile", profileName(h.profile))
-          .num("sampleRate", int64_t(rate))
-          .num("channels", int64_t(h.channel_configuration))
-          .boolean("protectionAbsent", h.protection_absent == 1)
-          .num("rawDataBlocks", int64_t(h.number_of_raw_data_blocks_in_frame + 1))
-          .endObject();
-    } else {
-      std::printf("%8zu  length %5u  %s  %6u Hz  %u ch%s\n", pos, h.aac_frame_length, profileName(h.profile), rate,
-                  h.channel_configuration, h.protection_absent == 1 ? "" : "  crc");
+  std::vector<uint8_t> chunk;
+  uint64_t base = 0;
+  while (input->next(chunk, base)) {
+    const uint8_t* data = chunk.data();
+    const size_t size = chunk.size();
+    for (size_t pos = 0; pos < size;) {
+      ADTS_HEADER h{};
+      const uint64_t at = base + pos;
+      if (size - pos < kHeaderBytes)
+        return cli::failWith(cli::kFailed, "adts", "%s: %zu stray bytes at offset %llu", path.c_str(), size - pos,
+                             static_cast<unsigned long long>(at));
+      // The reader takes the 16-bit check word when protection_absent is 1; give it room to.
+      uint8_t header[9] = {};
+      std::memcpy(header, data + pos, std::min<size_t>(sizeof header, size - pos));
+      zr_bitstream s{header, sizeof header, sizeof header * 8, 0};
+      klxutilReadADTS(&s, &h);
+      if (h.syncword != kSyncword)
+        return cli::failWith(cli::kFailed, "adts", "%s: no ADTS header at offset %llu", path.c_str(),
+                             static_cast<unsigned long long>(at));
+      if (h.aac_frame_length < kHeaderBytes || h.aac_frame_length > size - pos)
+        return cli::failWith(cli::kFailed, "adts", "%s: frame at offset %llu runs past the end (length %u)", path.c_str(),
+                             static_cast<unsigned long long>(at), h.aac_frame_length);
+      const uint32_t rate = klxutilAACFrequency(h.sampling_frequency_index);
+      if (!frames) first = h;
+      if (json) {
+        out.beginObject()
+            .num("offset", int64_t(at))
+            .num("length", int64_t(h.aac_frame_length))
+            .str("profile", profileName(h.profile))
+            .num("sampleRate", int64_t(rate))
+            .num("channels", int64_t(h.channel_configuration))
+            .boolean("protectionAbsent", h.protection_absent == 1)
+            .num("rawDataBlocks", int64_t(h.number_of_raw_data_blocks_in_frame + 1))
+            .endObject();
+      } else {
+        std::printf("%8llu  length %5u  %s  %6u Hz  %u ch%s\n", static_cast<unsigned long long>(at), h.aac_frame_length,
+                    profileName(h.profile), rate, h.channel_configuration, h.protection_absent == 1 ? "" : "  crc");
+      }
+      ++frames;
+      pos += h.aac_frame_length;
     }
-    ++frames;
-    pos += h.aac_frame_length;
   }
+  if (!input->error().empty()) return cli::failWith(cli::kFailed, "adts", "%s: %s", path.c_str(), input->error().c_str());
   if (!frames) return cli::failWith(cli::kFailed, "adts", "%s: empty file", path.c_str());
   const std::string asc = audioSpecificConfigHex(first);
   if (json) {

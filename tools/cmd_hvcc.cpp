@@ -6,19 +6,22 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "media/command_input.h"
+#include "media/output.h"
 #include "param_report.h"
 #include "streamutil/hevc_config_record.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quorvane hvcc FILE -o hvcC.bin [--json]\n"
+    "usage: quorvane hvcc FILE -o hvcC.bin [-y] [--json] [--track N]\n"
     "       quorvane hvcc --read hvcC.bin [--json]\n\n"
-    "Builds the HEVCDecoderConfigurationRecord of an HEVC elementary stream from its first VPS,\n"
-    "SPS and PPS (header derived from them) and writes it as an hvcC box (size, type, record).\n"
+    "Builds the HEVCDecoderConfigurationRecord of an HEVC stream (elementary, or the video track\n"
+    "of a container) from its first VPS, SPS and PPS (header derived from them) and writes it as\n"
+    "an hvcC box (size, type, record). Reading stops once the parameter sets are found.\n"
     "With --read, prints the header fields and the parameter sets of an hvcC box (or of a bare\n"
     "record without the box words).\n\n"
-    "  -o, --output FILE   where to write the box\n"
+    "  -o, --output FILE   where to write the box (an existing file only with -y, --force)\n"
     "  --read FILE         print a box instead\n"
     "  --json              JSON output\n";
 
@@ -104,12 +107,15 @@ int readBox(const std::string& path, bool asJson) {
   return cli::kOk;
 }
 
-int writeBox(const std::string& path, const std::string& output, bool asJson) {
-  auto text = cli::readFile(path);
-  if (!text) return cli::failWith(cli::kFailed, "hvcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
-  std::vector<uint8_t> stream(text->begin(), text->end());
-  params::StreamParams sets = params::collect(stream);
-  if (sets.codec != StreamCodec::kHevc) return cli::failWith(cli::kFailed, "hvcc", "%s is not an HEVC elementary stream", path.c_str());
+int writeBox(const std::string& path, const std::string& output, const cli::Args& args, bool asJson) {
+  int exitCode = 0;
+  auto input = media::openInput("hvcc", path, args, exitCode);
+  if (!input) return exitCode;
+  if (input->info().codec != StreamCodec::kHevc)
+    return cli::failWith(cli::kFailed, "hvcc", "%s: %s, not HEVC", path.c_str(), media::describe(input->info()).c_str());
+  params::StreamParams sets;
+  if (!params::collectFrom(*input, sets))
+    return cli::failWith(cli::kFailed, "hvcc", "%s: %s", path.c_str(), input->error().c_str());
   if (sets.vps.empty() || sets.sps.empty() || sets.pps.empty())
     return cli::failWith(cli::kFailed, "hvcc", "%s lacks a VPS, SPS or PPS", path.c_str());
   params::Decoded d;
@@ -130,8 +136,8 @@ int writeBox(const std::string& path, const std::string& output, bool asJson) {
   if (n != capacity) return cli::failWith(cli::kFailed, "hvcc", "internal size mismatch (%u <> %zu)", n, capacity);
   const uint8_t head[8] = {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n), 'h', 'v', 'c', 'C'};
   std::memcpy(box.data(), head, 8);
-  std::ofstream file(output, std::ios::binary);
-  if (!file.write(reinterpret_cast<const char*>(box.data()), static_cast<std::streamsize>(box.size())) || !file.flush())
+  media::OutputFile file(output);
+  if (!file.ok() || !file.write(box.data(), box.size()) || !file.commit())
     return cli::failWith(cli::kFailed, "hvcc", "cannot write %s", output.c_str());
   if (asJson) {
     cli::Json json;
@@ -154,7 +160,8 @@ int cmdHvcc(int argc, char** argv) {
   std::vector<char*> rewritten(argv, argv + argc);
   for (auto& a : rewritten)
     if (!std::strcmp(a, "-o")) a = const_cast<char*>("--output");
-  if (!args.parse(argc, rewritten.data(), {"output", "read"}, {"json", "help"}))
+    else if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
+  if (!args.parse(argc, rewritten.data(), {"output", "read", media::kTrackOption}, {"json", "help", "force"}))
     return cli::fail("hvcc", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
@@ -168,5 +175,8 @@ int cmdHvcc(int argc, char** argv) {
   if (args.positional().size() != 1) return cli::fail("hvcc", "expected one HEVC stream file (see --help)");
   auto output = args.get("output");
   if (!output) return cli::fail("hvcc", "missing -o FILE for the hvcC box (see --help)");
-  return writeBox(args.positional()[0], *output, asJson);
+  if (std::string refusal; media::refuseSameFile(args.positional()[0], *output, refusal) ||
+                           media::refuseExisting(*output, args.has("force"), refusal))
+    return cli::failWith(cli::kFailed, "hvcc", "%s", refusal.c_str());
+  return writeBox(args.positional()[0], *output, args, asJson);
 }

@@ -1,92 +1,85 @@
-// quorvane inspect: what a stream is. The codec and framing, the unit list summary, then the
-// parameter-set and per-frame sections (inspect_params.cpp, inspect_frames.cpp).
-#include <cerrno>
-#include <cstring>
+// quorvane inspect: what a stream is. The container and track, codec and framing, the unit list
+// summary, then the parameter-set and per-frame sections (inspect_params.cpp,
+// inspect_frames.cpp). The input is read once, access unit by access unit.
 #include <map>
 #include <string>
 
 #include "cli.h"
 #include "commands.h"
 #include "inspect.h"
+#include "media/command_input.h"
+#include "param_report.h"
 #include "stream_units.h"
-#include "streamutil/framing.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quorvane inspect [--json] FILE\n\n"
-    "Summarises an H.264, HEVC or MPEG-2 elementary stream: codec, framing (Annex B start codes\n"
-    "or 32-bit length prefixes), unit and frame counts, units by type, SEI payload types, then\n"
-    "the parameter sets with the signal format derived from them, and per-frame timecodes and\n"
-    "captions. FILE may be '-' for standard input.\n"
-    "  --json   print one JSON object: {\"file\", \"codec\", \"framing\", \"bytes\", \"units\",\n"
-    "           \"frames\", \"unitTypes\":[{\"type\",\"name\",\"count\"}], \"sei\":[{\"type\",\"count\"}],\n"
-    "           ...sections}\n"
-    "Example: quorvane inspect clip.hevc\n";
+    "usage: quorvane inspect [--json] [--track N] FILE\n\n"
+    "Summarises the video of FILE: an H.264, HEVC or MPEG-2 elementary stream (start codes or\n"
+    "32-bit length prefixes) or the video track of a container (MP4, MOV, Matroska/WebM,\n"
+    "MPEG-TS, MXF), recognised by its content. Shows the container and track, codec, framing,\n"
+    "unit and frame counts, units by type, SEI payload types, then the parameter sets with the\n"
+    "signal format derived from them, and per-picture timecodes and captions in display order.\n"
+    "FILE may be '-' for an elementary stream on standard input.\n"
+    "  --track N  the video track of a container (as ffprobe numbers them)\n"
+    "  --json     print one JSON object: {\"file\", \"container\", \"track\", \"codec\", \"framing\",\n"
+    "             \"bytes\", \"units\", \"frames\", \"unitTypes\":[{\"type\",\"name\",\"count\"}],\n"
+    "             \"sei\":[{\"type\",\"count\"}], \"parameter_sets\", \"pictures\":[...]}\n"
+    "Example: quorvane inspect clip.mp4\n";
 
 struct Summary {
-  StreamCodec codec = StreamCodec::kUnknown;
-  const char* framing = "annexb";
+  uint64_t bytes = 0;
   size_t units = 0;
   size_t frames = 0;
   std::map<int, size_t> typeCounts;
   std::map<int, size_t> seiCounts;
 };
 
-// The stream in Annex B form (a length-prefixed input is converted with the library's
-// converter) and its units; false when it is neither.
-bool readUnits(std::vector<uint8_t>& stream, std::vector<units::Span>& spans, Summary& summary) {
-  spans = units::annexB(stream);
-  if (!spans.empty() && spans.front().codeOffset == 0) return true;
-  std::vector<units::Span> lengthSpans;
-  size_t bad = 0;
-  if (stream.empty() || stream.size() > UINT32_MAX || !units::lengthPrefixed(stream, &lengthSpans, &bad)) {
-    return !spans.empty();  // start codes further in: take the stream as it is
-  }
-  uint32_t size = klxUtilh264SizeToMarker(stream.data(), static_cast<uint32_t>(stream.size()));
-  stream.resize(size);
-  summary.framing = "length";
-  spans = units::annexB(stream);
-  return !spans.empty();
-}
-
-void summarise(const std::vector<uint8_t>& stream, const std::vector<units::Span>& spans, Summary& summary) {
-  summary.units = spans.size();
-  summary.frames = units::accessUnitStarts(summary.codec, stream, spans).size();
-  for (const auto& s : spans) {
-    const uint8_t* unit = stream.data() + s.offset;
-    summary.typeCounts[units::header(summary.codec, unit, s.size).type]++;
-    for (const auto& m : units::seiMessages(summary.codec, unit, s.size)) summary.seiCounts[m.payloadType]++;
+void count(const media::AccessUnit& au, StreamCodec codec, Summary& s) {
+  ++s.frames;
+  s.bytes += au.bytes.size();
+  for (const auto& u : au.units) {
+    ++s.units;
+    const uint8_t* unit = au.unit(u);
+    s.typeCounts[units::header(codec, unit, u.size).type]++;
+    for (const auto& m : units::seiMessages(codec, unit, u.size)) s.seiCounts[m.payloadType]++;
   }
 }
 
-void printText(const std::string& path, const std::vector<uint8_t>& stream, const Summary& s) {
+const char* framingName(const media::StreamInfo& info) {
+  return info.framing == media::Framing::kLengthPrefixed ? "length" : "annexb";
+}
+
+void printText(const std::string& path, const media::StreamInfo& info, const Summary& s) {
   std::printf("file     %s\n", path.c_str());
-  std::printf("codec    %s, %s framing, %zu bytes\n", units::codecName(s.codec), s.framing, stream.size());
+  if (!info.elementary) std::printf("container %s, track %d\n", info.container.c_str(), info.track);
+  std::printf("codec    %s, %s framing, %llu bytes\n", units::codecName(info.codec), framingName(info),
+              static_cast<unsigned long long>(s.bytes));
   std::printf("units    %zu in %zu frames\n", s.units, s.frames);
-  for (const auto& [type, count] : s.typeCounts)
-    std::printf("  %3d %-18s %zu\n", type, units::typeName(s.codec, type), count);
+  for (const auto& [type, n] : s.typeCounts) std::printf("  %3d %-18s %zu\n", type, units::typeName(info.codec, type), n);
   if (!s.seiCounts.empty()) {
     std::printf("sei      ");
     const char* sep = "";
-    for (const auto& [type, count] : s.seiCounts) {
-      std::printf("%stype %d x%zu", sep, type, count);
+    for (const auto& [type, n] : s.seiCounts) {
+      std::printf("%stype %d x%zu", sep, type, n);
       sep = ", ";
     }
     std::printf("\n");
   }
 }
 
-void addJson(cli::Json& json, const std::string& path, const std::vector<uint8_t>& stream, const Summary& s) {
-  json.str("file", path).str("codec", units::codecName(s.codec)).str("framing", s.framing);
-  json.num("bytes", int64_t(stream.size())).num("units", int64_t(s.units)).num("frames", int64_t(s.frames));
+void addJson(cli::Json& json, const std::string& path, const media::StreamInfo& info, const Summary& s) {
+  json.str("file", path);
+  if (!info.elementary) json.str("container", info.container).num("track", int64_t{info.track});
+  json.str("codec", units::codecName(info.codec)).str("framing", framingName(info));
+  json.num("bytes", int64_t(s.bytes)).num("units", int64_t(s.units)).num("frames", int64_t(s.frames));
   json.beginArray("unitTypes");
-  for (const auto& [type, count] : s.typeCounts) {
-    json.beginObject().num("type", int64_t{type}).str("name", units::typeName(s.codec, type));
-    json.num("count", int64_t(count)).endObject();
+  for (const auto& [type, n] : s.typeCounts) {
+    json.beginObject().num("type", int64_t{type}).str("name", units::typeName(info.codec, type));
+    json.num("count", int64_t(n)).endObject();
   }
   json.endArray().beginArray("sei");
-  for (const auto& [type, count] : s.seiCounts) json.beginObject().num("type", int64_t{type}).num("count", int64_t(count)).endObject();
+  for (const auto& [type, n] : s.seiCounts) json.beginObject().num("type", int64_t{type}).num("count", int64_t(n)).endObject();
   json.endArray();
 }
 
@@ -94,39 +87,53 @@ void addJson(cli::Json& json, const std::string& path, const std::vector<uint8_t
 
 int cmdInspect(int argc, char** argv) {
   cli::Args args;
-  if (!args.parse(argc, argv, {}, {"json", "help"})) return cli::fail("inspect", "%s", args.error().c_str());
+  if (!args.parse(argc, argv, {media::kTrackOption}, {"json", "help"}))
+    return cli::fail("inspect", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
     return cli::kOk;
   }
   if (args.positional().size() != 1) return cli::fail("inspect", "expected one FILE (see quorvane inspect --help)");
   const std::string path = args.positional()[0];
-  auto text = cli::readFile(path);
-  if (!text) return cli::failWith(cli::kFailed, "inspect", "cannot read %s: %s", path.c_str(), std::strerror(errno));
-  std::vector<uint8_t> stream(text->begin(), text->end());
-  text.reset();
+  int exitCode = 0;
+  auto input = media::openInput("inspect", path, args, exitCode);
+  if (!input) return exitCode;
+  const media::StreamInfo& info = input->info();
+  const bool json = args.has("json");
 
   Summary summary;
-  std::vector<units::Span> spans;
-  if (!readUnits(stream, spans, summary))
-    return cli::failWith(cli::kFailed, "inspect", "%s: no start codes or length prefixes found", path.c_str());
-  summary.codec = units::detect(stream, spans);
-  if (summary.codec == StreamCodec::kUnknown)
-    return cli::failWith(cli::kFailed, "inspect", "%s: not an H.264, HEVC or MPEG-2 stream", path.c_str());
-  summarise(stream, spans, summary);
+  params::LogCollector log;  // damaged parameter sets are reported in the parameter-set section
+  params::StreamParams sets;
+  sets.codec = info.codec;
+  for (const auto& unit : info.parameterSets) params::addUnit(sets, unit.data(), unit.size());
+  FrameReport frames(info.codec, json);
+  {
+    media::InputProgress progress("inspect", *input);
+    media::AccessUnit au;
+    while (input->next(au)) {
+      progress.tick();
+      count(au, info.codec, summary);
+      for (const auto& u : au.units) params::addUnit(sets, au.unit(u), u.size);
+      frames.add(au);
+    }
+    progress.done();
+  }
+  if (!input->error().empty()) return cli::failWith(cli::kFailed, "inspect", "%s: %s", path.c_str(), input->error().c_str());
+  if (summary.units == 0) return cli::failWith(cli::kFailed, "inspect", "%s: no units found", path.c_str());
+  frames.finish();
 
-  if (args.has("json")) {
-    cli::Json json;
-    json.beginObject();
-    addJson(json, path, stream, summary);
-    inspectParams(stream, summary.codec, nullptr, &json);
-    inspectFrames(stream, summary.codec, nullptr, &json);
-    json.endObject();
-    std::printf("%s\n", json.text().c_str());
+  if (json) {
+    cli::Json out;
+    out.beginObject();
+    addJson(out, path, info, summary);
+    inspectParams(sets, nullptr, &out);
+    frames.print(nullptr, &out);
+    out.endObject();
+    std::printf("%s\n", out.text().c_str());
   } else {
-    printText(path, stream, summary);
-    inspectParams(stream, summary.codec, stdout, nullptr);
-    inspectFrames(stream, summary.codec, stdout, nullptr);
+    printText(path, info, summary);
+    inspectParams(sets, stdout, nullptr);
+    frames.print(stdout, nullptr);
   }
   return cli::kOk;
 }

@@ -6,17 +6,21 @@
 #include "cli.h"
 #include "commands.h"
 #include "param_report.h"
+#include "media/command_input.h"
 #include "stream_units.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quorvane params FILE [--json]\n\n"
-    "Prints the parameter sets (HEVC VPS/SPS/PPS, H.264 SPS/PPS) of an Annex B elementary stream:\n"
+    "usage: quorvane params FILE [--json] [--track N]\n\n"
+    "Prints the parameter sets (HEVC VPS/SPS/PPS, H.264 SPS/PPS) of an elementary stream or of the\n"
+    "video track of a container (MP4, MOV, Matroska/WebM, MPEG-TS, MXF; those of an avcC/hvcC\n"
+    "record first, then those in the stream up to the first picture; the rest is not read):\n"
     "a summary line (picture size, rate, profile, level, chroma format, bit depth, colour\n"
     "description) and every syntax element of each distinct parameter set. The codec is detected.\n\n"
     "  --json    one JSON object: codec, summary, and the elements of each set\n"
-    "  FILE      the stream, or - for standard input\n";
+    "  --track N the video track of a container (as ffprobe numbers them)\n"
+    "  FILE      the stream or container, or - for an elementary stream on standard input\n";
 
 struct Kind {
   const char* name;  // "VPS", "SPS", "PPS"
@@ -28,20 +32,24 @@ struct Kind {
 
 int cmdParams(int argc, char** argv) {
   cli::Args args;
-  if (!args.parse(argc, argv, {}, {"json", "help"})) return cli::fail("params", "%s", args.error().c_str());
+  if (!args.parse(argc, argv, {media::kTrackOption}, {"json", "help"}))
+    return cli::fail("params", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
     return cli::kOk;
   }
   if (args.positional().size() != 1) return cli::fail("params", "expected one stream file (see --help)");
   const std::string& path = args.positional()[0];
-  auto text = cli::readFile(path);
-  if (!text) return cli::failWith(cli::kFailed, "params", "cannot read %s: %s", path.c_str(), std::strerror(errno));
-  std::vector<uint8_t> stream(text->begin(), text->end());
+  int exitCode = 0;
+  auto input = media::openInput("params", path, args, exitCode);
+  if (!input) return exitCode;
+  if (input->info().codec != StreamCodec::kHevc && input->info().codec != StreamCodec::kH264)
+    return cli::failWith(cli::kFailed, "params", "%s: %s has no parameter sets to list (H.264 and HEVC have)", path.c_str(),
+                         media::describe(input->info()).c_str());
   params::LogCollector log;  // reader reports are shown with the unit they concern
-  params::StreamParams sets = params::collect(stream);
-  if (sets.codec != StreamCodec::kHevc && sets.codec != StreamCodec::kH264)
-    return cli::failWith(cli::kFailed, "params", "%s is not an H.264 or HEVC elementary stream", path.c_str());
+  params::StreamParams sets;
+  if (!params::collectFrom(*input, sets))
+    return cli::failWith(cli::kFailed, "params", "%s: %s", path.c_str(), input->error().c_str());
   if (sets.sps.empty()) return cli::failWith(cli::kFailed, "params", "%s has no sequence parameter set", path.c_str());
 
   const Kind kinds[] = {{"VPS", "vps", &sets.vps}, {"SPS", "sps", &sets.sps}, {"PPS", "pps", &sets.pps}};

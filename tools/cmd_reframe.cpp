@@ -1,71 +1,65 @@
-// quorvane reframe: a whole H.264/HEVC stream between start codes (Annex B) and 32-bit length
-// prefixes, converted access unit by access unit in place with the library's frame converters.
-#include <cerrno>
+// quorvane reframe: a stream between start codes (Annex B) and 32-bit length prefixes, or
+// copied through the frame pipeline into another file of its container kind. Each access unit
+// is converted in place with the library's frame converters.
 #include <cstring>
 #include <string>
 
 #include "cli.h"
 #include "commands.h"
-#include "stream_units.h"
-#include "streamutil/framing.h"
+#include "media/command_input.h"
+#include "media/pipeline.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quorvane reframe --to length|annexb [--json] IN OUT\n\n"
-    "Converts an H.264 or HEVC elementary stream frame by frame:\n"
-    "  --to length   Annex B (00 00 01 / 00 00 00 01 start codes) to 4-byte big-endian length\n"
-    "                prefixes, as MP4 samples hold them; three-byte start codes are widened\n"
-    "  --to annexb   length prefixes to 00 00 00 01 start codes\n"
-    "  --json        print {\"in\", \"out\", \"to\", \"codec\", \"frames\", \"units\", \"inBytes\",\n"
-    "                \"outBytes\"} when done\n"
-    "IN may be '-' for standard input. A progress bar is shown on a terminal.\n"
+    "usage: quorvane reframe [--to length|annexb] [--track N] [-y] [--json] IN OUT\n\n"
+    "Copies the video of IN frame by frame into OUT through the frame pipeline:\n"
+    "  --to length   elementary-stream OUT with 4-byte big-endian length prefixes, as MP4\n"
+    "                samples hold them (three-byte start codes are widened)\n"
+    "  --to annexb   elementary-stream OUT with 00 00 00 01 start codes\n"
+    "IN is an elementary stream (H.264, HEVC, MPEG-2; start codes or length prefixes) or a\n"
+    "container (MP4, MOV, Matroska/WebM, MPEG-TS, MXF), recognised by its content. OUT is an\n"
+    "elementary stream when IN is one or OUT is named .h264/.264/.hevc/.265/.m2v (an avcC/hvcC\n"
+    "record's parameter sets then lead it); otherwise the container kind of IN, or the one OUT's\n"
+    "extension names (.mp4 .mov .mkv .ts .mxf), with every other track copied unchanged and the\n"
+    "timing kept. OUT is written beside its final name and renamed when complete.\n"
+    "  --track N     the video track of a container (as ffprobe numbers them)\n"
+    "  -y, --force   replace an existing OUT (OUT is never IN)\n"
+    "  --json        print {\"in\", \"out\", \"output\", \"to\", \"codec\", \"frames\", \"pictures\",\n"
+    "                \"inBytes\", \"outBytes\"} when done\n"
+    "IN and OUT may be '-' (standard input/output; the summary then goes to stderr). A progress\n"
+    "bar is shown on a terminal.\n"
     "Example: quorvane reframe --to length clip.hevc clip.len\n";
 
 struct Target {
   const char* name;
-  bool toLength;
+  media::Framing framing;
 };
-constexpr Target kTargets[] = {{"length", true}, {"annexb", false}};
+constexpr Target kTargets[] = {{"length", media::Framing::kLengthPrefixed}, {"annexb", media::Framing::kAnnexB}};
 
-struct Summary {
-  size_t frames = 0;
-  size_t units = 0;
-  size_t outBytes = 0;
-};
-
-// Converts frame after frame into `out`, each in a buffer with the room its conversion needs.
-bool convert(const std::vector<uint8_t>& stream, const std::vector<units::Span>& spans,
-             const std::vector<size_t>& frameStarts, bool toLength, FILE* out, Summary* summary) {
-  cli::Progress progress("reframe", stream.size());
-  std::vector<uint8_t> frame;
-  for (size_t f = 0; f < frameStarts.size(); f++) {
-    const size_t begin = spans[frameStarts[f]].codeOffset;
-    const size_t end = f + 1 < frameStarts.size() ? spans[frameStarts[f + 1]].codeOffset : stream.size();
-    frame.assign(stream.begin() + begin, stream.begin() + end);
-    const auto size = static_cast<uint32_t>(frame.size());
-    uint32_t newSize = size;
-    if (toLength) {
-      uint32_t room = klxUtilh264MarkerToSizeResult(frame.data(), size);
-      frame.resize(room);
-      if (klxUtilh264MarkerToSizeChecked(frame.data(), size, room, &newSize) != 0) return false;
-    } else {
-      newSize = klxUtilh264SizeToMarker(frame.data(), size);
+// The pipeline does the framing; this editor only checks that a frame's framing can change.
+class Reframer : public media::FrameEditor {
+ public:
+  bool begin(const media::PipelineStream& stream, std::vector<media::Bytes>&, std::string& error) override {
+    if (stream.codec == StreamCodec::kMpeg2 && converting_) {
+      error = "MPEG-2 video has start codes only: --to does not apply";
+      return false;
     }
-    if (std::fwrite(frame.data(), 1, newSize, out) != newSize) return false;
-    summary->outBytes += newSize;
-    progress.update(end);
+    return true;
   }
-  summary->frames = frameStarts.size();
-  summary->units = spans.size();
-  return true;
-}
+  bool edit(media::PipelineFrame&, std::string&) override { return true; }
+  bool converting_ = false;
+};
 
 }  // namespace
 
 int cmdReframe(int argc, char** argv) {
   cli::Args args;
-  if (!args.parse(argc, argv, {"to"}, {"json", "help"})) return cli::fail("reframe", "%s", args.error().c_str());
+  std::vector<char*> rewritten(argv, argv + argc);
+  for (auto& a : rewritten)
+    if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
+  if (!args.parse(argc, rewritten.data(), {"to", media::kTrackOption}, {"json", "help", "force"}))
+    return cli::fail("reframe", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
     return cli::kOk;
@@ -75,55 +69,42 @@ int cmdReframe(int argc, char** argv) {
     for (const auto& t : kTargets)
       if (*to == t.name) target = &t;
     if (!target) return cli::fail("reframe", "--to takes length or annexb, not '%s'", to->c_str());
-  } else {
-    return cli::fail("reframe", "--to length|annexb is required (see quorvane reframe --help)");
   }
   if (args.positional().size() != 2) return cli::fail("reframe", "expected IN and OUT (see quorvane reframe --help)");
   const std::string inPath = args.positional()[0], outPath = args.positional()[1];
 
-  auto text = cli::readFile(inPath);
-  if (!text) return cli::failWith(cli::kFailed, "reframe", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
-  const std::vector<uint8_t> stream(text->begin(), text->end());
-  text.reset();
+  int exitCode = 0;
+  auto input = media::openInput("reframe", inPath, args, exitCode);
+  if (!input) return exitCode;
+  Reframer editor;
+  editor.converting_ = target != nullptr;
+  media::PipelineOptions options;
+  options.force = args.has("force");
+  options.esFramingGiven = target != nullptr;
+  if (target) options.esFraming = target->framing;
+  options.label = "reframe";
+  media::PipelineResult result;
+  std::string error;
+  if (!media::runPipeline(*input, outPath, editor, options, result, error))
+    return cli::failWith(cli::kFailed, "reframe", "%s", error.c_str());
 
-  std::vector<units::Span> spans;
-  if (target->toLength) {
-    spans = units::annexB(stream);
-    if (spans.empty() || spans.front().codeOffset != 0)
-      return cli::failWith(cli::kFailed, "reframe", "%s: not an Annex B stream (no start code at offset 0)",
-                           inPath.c_str());
-  } else {
-    size_t bad = 0;
-    if (stream.empty() || !units::lengthPrefixed(stream, &spans, &bad))
-      return cli::failWith(cli::kFailed, "reframe", "%s: not a length-prefixed stream (bad length at offset %zu)",
-                           inPath.c_str(), bad);
-  }
-  const StreamCodec codec = units::detect(stream, spans);
-  if (codec != StreamCodec::kH264 && codec != StreamCodec::kHevc)
-    return cli::failWith(cli::kFailed, "reframe", "%s: not an H.264 or HEVC stream", inPath.c_str());
-  const auto frameStarts = units::accessUnitStarts(codec, stream, spans);
-  for (size_t f = 0; f < frameStarts.size(); f++) {
-    size_t end = f + 1 < frameStarts.size() ? spans[frameStarts[f + 1]].codeOffset : stream.size();
-    if (end - spans[frameStarts[f]].codeOffset > UINT32_MAX - UINT32_MAX / 3)
-      return cli::failWith(cli::kFailed, "reframe", "%s: frame %zu is too large", inPath.c_str(), f);
-  }
-
-  FILE* out = std::fopen(outPath.c_str(), "wb");
-  if (!out) return cli::failWith(cli::kFailed, "reframe", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
-  Summary summary;
-  bool ok = convert(stream, spans, frameStarts, target->toLength, out, &summary);
-  ok = std::fclose(out) == 0 && ok;
-  if (!ok) return cli::failWith(cli::kFailed, "reframe", "writing %s failed: %s", outPath.c_str(), std::strerror(errno));
-
+  FILE* report = result.toStdout ? stderr : stdout;
   if (args.has("json")) {
     cli::Json json;
-    json.beginObject().str("in", inPath).str("out", outPath).str("to", target->name).str("codec", units::codecName(codec));
-    json.num("frames", int64_t(summary.frames)).num("units", int64_t(summary.units));
-    json.num("inBytes", int64_t(stream.size())).num("outBytes", int64_t(summary.outBytes)).endObject();
-    std::printf("%s\n", json.text().c_str());
+    json.beginObject().str("in", inPath).str("out", outPath).str("output", result.outKind);
+    if (target)
+      json.str("to", target->name);
+    else
+      json.null("to");
+    json.str("codec", media::codecName(input->info().codec));
+    json.num("frames", int64_t(result.accessUnits)).num("pictures", int64_t(result.pictures));
+    json.num("inBytes", int64_t(result.inBytes)).num("outBytes", int64_t(result.outBytes)).endObject();
+    std::fprintf(report, "%s\n", json.text().c_str());
   } else {
-    std::printf("%s: %zu frames, %zu units, %zu -> %zu bytes (%s)\n", outPath.c_str(), summary.frames, summary.units,
-                stream.size(), summary.outBytes, target->name);
+    std::fprintf(report, "%s: %llu frames, %llu -> %llu bytes (%s%s%s)\n", outPath.c_str(),
+                 static_cast<unsigned long long>(result.accessUnits), static_cast<unsigned long long>(result.inBytes),
+                 static_cast<unsigned long long>(result.outBytes), result.outKind.c_str(), target ? ", " : "",
+                 target ? target->name : "");
   }
   return cli::kOk;
 }

@@ -1,16 +1,59 @@
-// Sections of `quorvane inspect`. cmd_inspect.cpp reads the stream, lists its units, and asks
-// each section to add its part of the report, as text on `out` or into `json` when --json is
-// given (exactly one of the two is non-null). Each section lives in its own file.
+// Sections of `quorvane inspect`. cmd_inspect.cpp reads the input once, access unit by access
+// unit, hands each unit to the sections that collect from it, and then asks each section to add
+// its part of the report, as text on `out` or into `json` when --json is given (exactly one of
+// the two is non-null). Each section lives in its own file.
 #pragma once
 #include <cstdint>
 #include <cstdio>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "cli.h"
+#include "streamutil/access_units.h"
 
 enum class StreamCodec { kH264, kHevc, kMpeg2, kUnknown };
 
+namespace params {
+struct StreamParams;
+}
+namespace media {
+struct AccessUnit;
+}
+
 // Parameter sets (VPS/SPS/PPS) and the signal format derived from them.  inspect_params.cpp
-void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json);
-// Per-frame timecodes and caption counts found in SEI/user data.          inspect_frames.cpp
-void inspectFrames(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json);
+void inspectParams(const params::StreamParams& sets, FILE* out, cli::Json* json);
+
+// Per-picture timecodes and caption counts found in SEI/user data, in display order, from a
+// window of pictures (the library's display order).                      inspect_frames.cpp
+class FrameReport {
+ public:
+  // Text lines wait in a temporary file, so the memory stays the same whatever the length of
+  // the stream; JSON pictures are kept in memory.
+  FrameReport(StreamCodec codec, bool json);
+  ~FrameReport();
+  FrameReport(const FrameReport&) = delete;
+  FrameReport& operator=(const FrameReport&) = delete;
+  void add(const media::AccessUnit& au);  // in decode order
+  void finish();                          // the end of the stream
+  void print(FILE* out, cli::Json* json) const;
+
+ private:
+  struct Facts {
+    int32_t poc = 0;
+    std::string timecode;  // empty: none
+    int captions = -1;     // cc_count of the picture's cc_data, -1: none
+  };
+  void release(int32_t flush);
+  StreamCodec codec_;
+  KLXUTIL_DISPLAY_ORDER order_{};
+  std::map<uint64_t, Facts> waiting_;  // pictures not yet placed, by decode index
+  struct Line {
+    uint64_t display, decode;
+    Facts facts;
+  };
+  std::vector<Line> lines_;  // JSON
+  FILE* spill_ = nullptr;    // text
+  bool json_;
+  std::string error_;
+};

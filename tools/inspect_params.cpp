@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "inspect.h"
-#include "inspect_hdr.h"
 #include "param_report.h"
 #include "video/vidformat.h"
 
@@ -32,9 +31,10 @@ bool derive(const params::StreamParams& sets, Derived& out) {
   return true;
 }
 
-void parameterSection(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
-  params::StreamParams sets = params::collect(stream);
-  sets.codec = codec;
+}  // namespace
+
+void inspectParams(const params::StreamParams& sets, FILE* out, cli::Json* json) {
+  if (sets.codec != StreamCodec::kHevc && sets.codec != StreamCodec::kH264) return;
   Derived derived;
   const bool ok = derive(sets, derived);
   if (json) {
@@ -58,10 +58,3 @@ void parameterSection(const std::vector<uint8_t>& stream, StreamCodec codec, FIL
                derived.text);
 }
 
-}  // namespace
-
-void inspectParams(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
-  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
-  parameterSection(stream, codec, out, json);
-  hdrinfo::inspectHdr(stream, codec, out, json);  // HDR/colour section: the lead may move this call into cmd_inspect.cpp
-}

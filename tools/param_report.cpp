@@ -97,27 +97,30 @@ std::string LogCollector::trimmed(std::string t) {
   return t;
 }
 
-StreamCodec detectCodec(const std::vector<uint8_t>& stream) {
-  auto spans = units::annexB(stream);
-  return units::detect(stream, spans);
+void addUnit(StreamParams& p, const uint8_t* unit, size_t size) {
+  if (size == 0) return;
+  const int type = units::header(p.codec, unit, size).type;
+  std::vector<Bytes>* into = nullptr;
+  if (p.codec == StreamCodec::kHevc)
+    into = type == 32 ? &p.vps : type == 33 ? &p.sps : type == 34 ? &p.pps : nullptr;
+  else if (p.codec == StreamCodec::kH264)
+    into = type == 7 ? &p.sps : type == 8 ? &p.pps : nullptr;
+  if (into && !sameUnitSeen(*into, unit, size)) into->emplace_back(unit, unit + size);
 }
 
-StreamParams collect(const std::vector<uint8_t>& stream) {
-  StreamParams p;
-  auto spans = units::annexB(stream);
-  p.codec = units::detect(stream, spans);
-  for (const auto& span : spans) {
-    if (span.size == 0) continue;
-    const uint8_t* unit = stream.data() + span.offset;
-    int type = units::header(p.codec, unit, span.size).type;
-    std::vector<Bytes>* into = nullptr;
-    if (p.codec == StreamCodec::kHevc)
-      into = type == 32 ? &p.vps : type == 33 ? &p.sps : type == 34 ? &p.pps : nullptr;
-    else if (p.codec == StreamCodec::kH264)
-      into = type == 7 ? &p.sps : type == 8 ? &p.pps : nullptr;
-    if (into && !sameUnitSeen(*into, unit, span.size)) into->emplace_back(unit, unit + span.size);
+bool complete(const StreamParams& p) {
+  return !p.sps.empty() && !p.pps.empty() && (p.codec != StreamCodec::kHevc || !p.vps.empty());
+}
+
+bool collectFrom(media::Input& input, StreamParams& out) {
+  out.codec = input.info().codec;
+  for (const auto& unit : input.info().parameterSets) addUnit(out, unit.data(), unit.size());
+  media::AccessUnit au;
+  while (input.next(au)) {
+    for (const auto& s : au.units) addUnit(out, au.unit(s), s.size);
+    if (complete(out) && au.picture.hasPicture) return true;
   }
-  return p;
+  return input.error().empty();
 }
 
 Summary summarize(const HEVC_SPS_DECODED& sps, const HEVC_VPS_DECODED* vps) {

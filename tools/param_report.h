@@ -11,6 +11,7 @@
 
 #include "cli.h"
 #include "inspect.h"
+#include "media/input.h"
 #include "streamutil/avc_params.h"
 #include "streamutil/hevc_params.h"
 
@@ -42,9 +43,14 @@ struct StreamParams {
   StreamCodec codec = StreamCodec::kUnknown;
   std::vector<Bytes> vps, sps, pps;
 };
-StreamParams collect(const std::vector<uint8_t>& stream);
-// Codec detected from the stream's units.
-StreamCodec detectCodec(const std::vector<uint8_t>& stream);
+// Adds one unit (header byte first) when it is a parameter set not seen before.
+void addUnit(StreamParams& p, const uint8_t* unit, size_t size);
+// True once every kind of set a picture needs has been seen (VPS, SPS, PPS for HEVC).
+bool complete(const StreamParams& p);
+// The parameter sets of an input: those of the container's extradata, then those in the stream
+// up to the first picture that follows a complete set (the rest is not read). False with the
+// input's error when reading failed.
+bool collectFrom(media::Input& input, StreamParams& out);
 
 // What a viewer wants to know first, derived from the SPS (and VPS for HEVC timing).
 struct Summary {

@@ -59,75 +59,7 @@ h264_stream_t* context() {
   return shared.get();
 }
 
-// One vote per unit header that is valid in the codec.
-bool validH264(const uint8_t* unit, size_t size) {
-  h264_stream_t* h = context();
-  return h && peek_nal_unit(h, unit, static_cast<int>(std::min<size_t>(size, 1))) >= 0;
-}
-bool validHevc(const uint8_t* unit, size_t size) {
-  if (size < 2 || (unit[0] & 0x80) || (unit[1] & 0x07) == 0) return false;
-  int type = hevcType(unit[0]);
-  int layer = ((unit[0] & 1) << 5) | (unit[1] >> 3);
-  return layer == 0 && (type <= 40 || type >= 62) && !(type >= 10 && type <= 15) && !(type >= 22 && type <= 31);
-}
-
 }  // namespace
-
-std::vector<Span> annexB(const std::vector<uint8_t>& stream) {
-  std::vector<Span> spans;
-  size_t offset = 0;
-  while (offset < stream.size()) {
-    // find_nal_unit works on int sizes: look at most INT_MAX bytes ahead.
-    const int window = static_cast<int>(std::min<size_t>(stream.size() - offset, INT_MAX));
-    int start = 0, end = 0;
-    find_nal_unit(stream.data() + offset, window, &start, &end);
-    // No start code left, or a short tail / lone start code returned whole: not a unit.
-    if (start == 0) break;
-    Span s;
-    s.offset = offset + static_cast<size_t>(start);
-    s.size = static_cast<size_t>(end - start);
-    s.prefixLength = (start >= 4 && stream[s.offset - 4] == 0) ? 4 : 3;
-    s.codeOffset = s.offset - static_cast<size_t>(s.prefixLength);
-    spans.push_back(s);
-    offset += static_cast<size_t>(end);
-  }
-  return spans;
-}
-
-bool lengthPrefixed(const std::vector<uint8_t>& stream, std::vector<Span>* spans, size_t* badOffset) {
-  size_t p = 0;
-  while (p < stream.size()) {
-    if (stream.size() - p < 4) {
-      *badOffset = p;
-      return false;
-    }
-    size_t length = (size_t{stream[p]} << 24) | (size_t{stream[p + 1]} << 16) | (size_t{stream[p + 2]} << 8) |
-                    stream[p + 3];
-    if (length > stream.size() - p - 4) {
-      *badOffset = p;
-      return false;
-    }
-    spans->push_back({p, p + 4, length, 4});
-    p += 4 + length;
-  }
-  return true;
-}
-
-StreamCodec detect(const std::vector<uint8_t>& stream, const std::vector<Span>& spans) {
-  if (spans.empty()) return StreamCodec::kUnknown;
-  // MPEG-2 video opens with a sequence header start code (00 00 01 B3).
-  if (stream[spans.front().offset] == 0xB3) return StreamCodec::kMpeg2;
-  int h264 = 0, hevc = 0;
-  const size_t sample = std::min<size_t>(spans.size(), 64);
-  for (size_t i = 0; i < sample; i++) {
-    const uint8_t* unit = stream.data() + spans[i].offset;
-    if (spans[i].size == 0) continue;
-    h264 += validH264(unit, spans[i].size);
-    hevc += validHevc(unit, spans[i].size);
-  }
-  if (h264 == 0 && hevc == 0) return StreamCodec::kUnknown;
-  return hevc > h264 ? StreamCodec::kHevc : StreamCodec::kH264;
-}
 
 const char* codecName(StreamCodec codec) {
   switch (codec) {
@@ -188,51 +120,6 @@ std::vector<SeiMessage> seiMessages(StreamCodec codec, const uint8_t* unit, size
   }
   for (int i = 0; i < h->num_seis; i++) out.push_back({h->seis[i]->payloadType, h->seis[i]->payloadSize});
   return out;
-}
-
-bool isVcl(StreamCodec codec, int type) {
-  if (codec == StreamCodec::kH264) return type >= 1 && type <= 5;
-  if (codec == StreamCodec::kHevc) return type >= 0 && type <= 31;
-  return false;
-}
-
-bool opensAccessUnit(StreamCodec codec, const uint8_t* unit, size_t size, bool vclSeen) {
-  if (size == 0 || !vclSeen) return false;
-  if (codec == StreamCodec::kH264) {
-    const int type = unit[0] & 0x1F;
-    if (type == 9 || type == 7 || type == 8 || type == 6 || (type >= 14 && type <= 18)) return true;
-    // first_mb_in_slice == 0 codes as ue(v) '1': the top bit of the byte after the header.
-    return (type == 1 || type == 5) && size > 1 && (unit[1] & 0x80);
-  }
-  if (codec == StreamCodec::kHevc) {
-    const int type = hevcType(unit[0]);
-    if (type == 35 || type == 32 || type == 33 || type == 34 || type == 39 || (type >= 41 && type <= 44)) return true;
-    // first_slice_segment_in_pic_flag: the top bit after the two header bytes.
-    return type <= 31 && size > 2 && (unit[2] & 0x80);
-  }
-  if (codec == StreamCodec::kMpeg2) {
-    return unit[0] == 0x00 || unit[0] == 0xB3 || unit[0] == 0xB8;
-  }
-  return false;
-}
-
-std::vector<size_t> accessUnitStarts(StreamCodec codec, const std::vector<uint8_t>& stream,
-                                     const std::vector<Span>& spans) {
-  std::vector<size_t> starts;
-  bool vclSeen = false;
-  for (size_t i = 0; i < spans.size(); i++) {
-    const uint8_t* unit = stream.data() + spans[i].offset;
-    if (i == 0 || opensAccessUnit(codec, unit, spans[i].size, vclSeen)) {
-      starts.push_back(i);
-      vclSeen = false;
-    }
-    if (codec == StreamCodec::kMpeg2) {
-      vclSeen = vclSeen || (spans[i].size > 0 && unit[0] >= 0x01 && unit[0] <= 0xAF);
-    } else {
-      vclSeen = vclSeen || isVcl(codec, header(codec, unit, spans[i].size).type);
-    }
-  }
-  return starts;
 }
 
 }  // namespace units

@@ -87,6 +87,7 @@ TEST_F(Cli, BadInputFailsWithOneLine) {
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("noise.bin"), Bytes{0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0x11});
   qtest::writeBytes(dir.file("cut.len"), Bytes{0x00, 0x00, 0x00, 0x02, 0x09, 0xF0, 0x00, 0x00, 0x00, 0x09, 0x41});
+  qtest::writeBytes(dir.file("empty"), Bytes{});
   struct Case {
     std::string args;
     int exitCode;
@@ -94,15 +95,14 @@ TEST_F(Cli, BadInputFailsWithOneLine) {
   } cases[] = {
       {"nal", 2, "quorvane nal: expected one FILE (see quorvane nal --help)\n"},
       {"nal " + dir.file("missing"), 1, "quorvane nal: cannot read " + dir.file("missing") + ": No such file or directory\n"},
-      {"nal " + dir.file("noise.bin"), 1, "quorvane nal: " + dir.file("noise.bin") + ": no start code found\n"},
-      {"reframe a b", 2, "quorvane reframe: --to length|annexb is required (see quorvane reframe --help)\n"},
+      {"nal " + dir.file("noise.bin"), 1, "quorvane nal: " + dir.file("noise.bin") + ": no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)\n"},
+      {"reframe a b", 1, "quorvane reframe: cannot read a: No such file or directory\n"},
       {"reframe --to mp4 a b", 2, "quorvane reframe: --to takes length or annexb, not 'mp4'\n"},
-      {"reframe --to length " + dir.file("noise.bin") + " " + dir.file("o"), 1,
-       "quorvane reframe: " + dir.file("noise.bin") + ": not an Annex B stream (no start code at offset 0)\n"},
-      {"reframe --to annexb " + dir.file("cut.len") + " " + dir.file("o"), 1,
-       "quorvane reframe: " + dir.file("cut.len") + ": not a length-prefixed stream (bad length at offset 6)\n"},
-      {"inspect " + dir.file("noise.bin"), 1,
-       "quorvane inspect: " + dir.file("noise.bin") + ": no start codes or length prefixes found\n"},
+      {"reframe --to length " + dir.file("noise.bin") + " " + dir.file("o"), 1, "quorvane reframe: " + dir.file("noise.bin") + ": no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)\n"},
+      {"reframe --to annexb " + dir.file("cut.len") + " " + dir.file("o"), 1, "quorvane reframe: " + dir.file("cut.len") + ": no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)\n"},
+      {"inspect " + dir.file("noise.bin"), 1, "quorvane inspect: " + dir.file("noise.bin") + ": no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)\n"},
+      {"inspect " + dir.path(), 1, "quorvane inspect: " + dir.path() + " is a directory\n"},
+      {"nal " + dir.file("empty"), 1, "quorvane nal: " + dir.file("empty") + " is empty\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args);

@@ -1,0 +1,114 @@
+// Access units of H.264, HEVC and MPEG-2 video streams, cut unit by unit as the units arrive,
+// and the pictures' display order from their picture order count.
+//
+// A host hands the cutter every NAL unit (header byte onwards, no start code or length field)
+// in stream order; the cutter says which unit opens a new access unit (ITU-T H.264 7.4.1.2.3,
+// H.265 7.4.2.4.4) and what the finished access unit held: whether it has a picture, its picture
+// order count (ITU-T H.264 8.2.1, H.265 8.3.1), its coded video sequence and whether the picture
+// is a field. Parameter sets that travel outside the stream (avcC/hvcC records of MP4-style
+// containers) are taught with klxutilAuCutterLearn. Nothing allocates; all state lives in the
+// caller's records, so a recorder can cut and order a stream of any length in constant memory.
+//
+// The display order keeps a bounded window of pictures (the largest reorder depth of either
+// standard, 16) and releases each picture once no later picture can precede it.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+extern "C" {
+
+enum {
+  KLXUTIL_AU_H264 = 1,
+  KLXUTIL_AU_HEVC = 2,
+  KLXUTIL_AU_MPEG2 = 3,  // units are start-code units: the "header" is the start code value
+};
+
+// What is known of one access unit's picture.
+struct KLXUTIL_AU_PICTURE {
+  int32_t hasPicture;    // 1 when a slice (VCL unit) belongs to the access unit
+  int32_t poc;           // picture order count (decode count for MPEG-2 and H.264 POC types 1, 2)
+  uint32_t sequence;     // coded video sequence: grows at each IDR / BLA picture
+  int32_t fieldPicture;  // 1 field, 0 frame, -1 not known (HEVC: field_seq_flag is in the VUI)
+  int32_t randomAccess;  // 1 for IDR (H.264), IRAP (HEVC), sequence header (MPEG-2)
+  uint64_t decodeIndex;  // access units before this one
+};
+
+// What the cutter learnt of one unit.
+struct KLXUTIL_AU_UNIT {
+  int32_t type;             // nal_unit_type (start code value for MPEG-2)
+  int32_t isSlice;          // 1 for a VCL unit
+  int32_t opensAccessUnit;  // 1 when this unit is the first of a new access unit
+  int32_t finishedValid;    // 1 when `finished` describes the access unit this unit closed
+  KLXUTIL_AU_PICTURE finished;
+};
+
+struct KLXUTIL_AU_HEVC_SPS {
+  uint8_t valid, log2MaxPocLsb, separateColourPlanes;
+};
+struct KLXUTIL_AU_HEVC_PPS {
+  uint8_t valid, spsId, outputFlagPresent, extraSliceHeaderBits;
+};
+struct KLXUTIL_AU_AVC_SPS {
+  uint8_t valid, log2MaxFrameNum, pocType, log2MaxPocLsb, frameMbsOnly, separateColourPlanes;
+};
+struct KLXUTIL_AU_AVC_PPS {
+  uint8_t valid, spsId;
+};
+
+// The cutter's state: caller-owned, filled by klxutilAuCutterInit.
+struct KLXUTIL_AU_CUTTER {
+  int32_t codec;
+  int32_t vclSeen;        // the current access unit already has a slice
+  int32_t started;        // a unit has been pushed
+  int32_t firstPicture;   // no picture yet
+  int32_t prevPocLsb, prevPocMsb;  // H.264: POC type 0 reference; HEVC: prevPocLsb holds prevTid0Pic's POC
+  uint64_t accessUnits;   // access units opened so far
+  uint64_t pictures;      // pictures seen so far
+  KLXUTIL_AU_PICTURE current;  // the access unit being cut
+  KLXUTIL_AU_HEVC_SPS hevcSps[16];
+  KLXUTIL_AU_HEVC_PPS hevcPps[64];
+  KLXUTIL_AU_AVC_SPS avcSps[32];
+  KLXUTIL_AU_AVC_PPS avcPps[256];
+};
+
+// 0, or -1 for an unknown codec or a null cutter.
+int klxutilAuCutterInit(KLXUTIL_AU_CUTTER* cutter, int32_t codec);
+
+// Reads a parameter set handed over outside the stream (avcC / hvcC arrays). Other units are
+// ignored. 0, or -1 when the unit is a parameter set that cannot be read.
+int klxutilAuCutterLearn(KLXUTIL_AU_CUTTER* cutter, const uint8_t* unit, uint32_t size);
+
+// Takes the next unit of the stream. 0 with `info` filled, or -1 (info->type still set) when a
+// parameter set cannot be read or a slice names a parameter set not seen: the picture order of
+// the access unit is then not known, and the cutting itself goes on.
+int klxutilAuCutterPush(KLXUTIL_AU_CUTTER* cutter, const uint8_t* unit, uint32_t size, KLXUTIL_AU_UNIT* info);
+
+// Starts a new access unit whatever the next unit is: for containers, where each sample is one
+// access unit. Returns 1 and fills `finished` when an access unit was open, else 0.
+int klxutilAuCutterBreak(KLXUTIL_AU_CUTTER* cutter, KLXUTIL_AU_PICTURE* finished);
+
+enum { KLXUTIL_REORDER_WINDOW = 16 };
+
+struct KLXUTIL_DISPLAY_ENTRY {
+  uint64_t decodeIndex;
+  uint32_t sequence;
+  int32_t poc;
+};
+struct KLXUTIL_DISPLAY_ORDER {
+  uint32_t count;                 // pictures waiting
+  uint64_t nextDisplayIndex;      // display index of the next picture released
+  KLXUTIL_DISPLAY_ENTRY pending[KLXUTIL_REORDER_WINDOW + 1];
+};
+
+int klxutilDisplayOrderInit(KLXUTIL_DISPLAY_ORDER* order);
+// Adds a picture in decode order. -1 when the window is full: take pictures out first.
+int klxutilDisplayOrderAdd(KLXUTIL_DISPLAY_ORDER* order, uint64_t decodeIndex, uint32_t sequence, int32_t poc);
+// Releases the next picture in display order once it is certain (a picture of a later coded
+// video sequence has arrived, the window is full, or `flush` says the stream has ended).
+// 1 with both indices set, 0 when no picture is certain yet, -1 for a null argument.
+int klxutilDisplayOrderNext(KLXUTIL_DISPLAY_ORDER* order, int32_t flush, uint64_t* decodeIndex, uint64_t* displayIndex);
+
+// The next Annex B start code (00 00 01, or 00 00 00 01 counted as four bytes) at or after
+// `from`. 1 with *codeAt (its first zero byte) and *codeLength set, else 0.
+int klxutilFindStartCode(const uint8_t* data, size_t size, size_t from, size_t* codeAt, uint32_t* codeLength);
+}

@@ -1,0 +1,166 @@
+// The library's access-unit API (streamutil/access_units.h) on real x264/x265 streams: the cut
+// agrees with ffmpeg's packets and the display order with the order ffmpeg's decoder outputs
+// the pictures in; hostile input is refused or cut without harm.
+#include "streamutil/access_units.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+
+#include "support/test_support.h"
+
+namespace {
+
+struct Cut {
+  std::vector<uint64_t> offsets;        // access units, decode order
+  std::vector<uint64_t> displayToDecode;
+  int errors = 0;
+};
+
+// Feeds every unit of an Annex B stream to the cutter and the pictures to the display order.
+Cut cutStream(const std::vector<uint8_t>& s, int32_t codec) {
+  Cut cut;
+  KLXUTIL_AU_CUTTER cutter;
+  KLXUTIL_DISPLAY_ORDER order;
+  EXPECT_EQ(klxutilAuCutterInit(&cutter, codec), 0);
+  klxutilDisplayOrderInit(&order);
+  auto place = [&](const KLXUTIL_AU_PICTURE& p, int32_t flush) {
+    if (p.hasPicture) {
+      EXPECT_EQ(klxutilDisplayOrderAdd(&order, p.decodeIndex, p.sequence, p.poc), 0);
+    }
+    uint64_t decode = 0, display = 0;
+    while (klxutilDisplayOrderNext(&order, flush, &decode, &display) == 1) {
+      EXPECT_EQ(display, cut.displayToDecode.size());
+      cut.displayToDecode.push_back(decode);
+    }
+  };
+  size_t at = 0;
+  uint32_t length = 0;
+  bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1;
+  while (more) {
+    size_t next = 0;
+    uint32_t nextLength = 0;
+    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
+    const size_t end = more ? next : s.size();
+    KLXUTIL_AU_UNIT info;
+    cut.errors += klxutilAuCutterPush(&cutter, s.data() + at + length, uint32_t(end - at - length), &info) != 0;
+    if (info.opensAccessUnit) cut.offsets.push_back(at);
+    if (info.finishedValid) place(info.finished, 0);
+    at = next, length = nextLength;
+  }
+  place(cutter.current, 0);
+  KLXUTIL_AU_PICTURE none{};
+  place(none, 1);
+  return cut;
+}
+
+std::vector<uint64_t> numbers(const std::string& text) {
+  std::vector<uint64_t> out;
+  std::istringstream in(text);
+  std::string line;
+  while (std::getline(in, line))
+    if (!line.empty() && isdigit(static_cast<unsigned char>(line[0]))) out.push_back(std::stoull(line));
+  return out;
+}
+
+TEST(AccessUnitApi, CutAndDisplayOrderAgreeWithFfmpeg) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
+  struct Case {
+    const char* name;
+    const char* args;
+    int32_t codec;
+  } cases[] = {
+      {"au_x264_bpyramid.h264", "-c:v libx264 -bf 3 -b_strategy 2 -g 20 -f h264", KLXUTIL_AU_H264},
+      {"au_x264_slices.h264", "-c:v libx264 -bf 2 -x264-params slices=3:aud=1 -g 9 -f h264", KLXUTIL_AU_H264},
+      {"au_x265_pyramid.hevc", "-c:v libx265 -x265-params log-level=error:bframes=4:b-pyramid=1:keyint=16 -f hevc", KLXUTIL_AU_HEVC},
+      {"au_x265_slices.hevc", "-c:v libx265 -x265-params log-level=error:slices=2:aud=1:keyint=8 -f hevc", KLXUTIL_AU_HEVC},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path =
+        qtest::encodedStream(c.name, std::string("-f lavfi -i testsrc2=size=192x108:rate=25 -frames:v 40 ") + c.args);
+    const Cut cut = cutStream(qtest::readBytes(path), c.codec);
+    EXPECT_EQ(cut.errors, 0);
+    const auto packets = numbers(qtest::runCommand("ffprobe -v error -show_entries packet=pos -of csv=p=0 " + qtest::shellQuote(path)).out);
+    const auto frames = numbers(qtest::runCommand("ffprobe -v error -show_entries frame=pkt_pos -of csv=p=0 " + qtest::shellQuote(path)).out);
+    ASSERT_EQ(cut.offsets.size(), packets.size());
+    ASSERT_EQ(cut.displayToDecode.size(), frames.size());
+    // ffmpeg's positions point into the start code of the access unit's first unit.
+    auto decodeIndexAt = [&](uint64_t pos) {
+      for (size_t i = 0; i < cut.offsets.size(); ++i)
+        if (pos >= cut.offsets[i] && pos < cut.offsets[i] + 4) return i;
+      return cut.offsets.size();
+    };
+    for (size_t i = 0; i < packets.size(); ++i) EXPECT_EQ(decodeIndexAt(packets[i]), i) << "packet " << i;
+    for (size_t d = 0; d < frames.size(); ++d) EXPECT_EQ(cut.displayToDecode[d], decodeIndexAt(frames[d])) << "display " << d;
+  }
+}
+
+// Random bytes and absurd parameter sets: a result code, never a crash or an overrun (the
+// sanitizers watch), and the display order stays a permutation.
+TEST(AccessUnitApi, HostileUnitsAreHarmless) {
+  std::mt19937 random(11);
+  for (int32_t codec : {KLXUTIL_AU_H264, KLXUTIL_AU_HEVC, KLXUTIL_AU_MPEG2}) {
+    KLXUTIL_AU_CUTTER cutter;
+    klxutilAuCutterInit(&cutter, codec);
+    KLXUTIL_DISPLAY_ORDER order;
+    klxutilDisplayOrderInit(&order);
+    uint64_t added = 0, released = 0, decode = 0, display = 0;
+    for (int i = 0; i < 4000; ++i) {
+      std::vector<uint8_t> unit(1 + random() % 40);
+      for (auto& b : unit) b = uint8_t(random());
+      KLXUTIL_AU_UNIT info;
+      const int rc = klxutilAuCutterPush(&cutter, unit.data(), uint32_t(unit.size()), &info);
+      EXPECT_TRUE(rc == 0 || rc == -1);
+      if (info.finishedValid && info.finished.hasPicture) {
+        ASSERT_EQ(klxutilDisplayOrderAdd(&order, info.finished.decodeIndex, info.finished.sequence, info.finished.poc), 0);
+        ++added;
+      }
+      while (klxutilDisplayOrderNext(&order, 0, &decode, &display) == 1) EXPECT_EQ(display, released++);
+    }
+    while (klxutilDisplayOrderNext(&order, 1, &decode, &display) == 1) EXPECT_EQ(display, released++);
+    EXPECT_EQ(released, added);
+  }
+  KLXUTIL_AU_UNIT info;
+  KLXUTIL_AU_CUTTER cutter;
+  const uint8_t unit[1] = {0x67};
+  EXPECT_EQ(klxutilAuCutterInit(&cutter, 7), -1);
+  EXPECT_EQ(klxutilAuCutterInit(nullptr, KLXUTIL_AU_H264), -1);
+  klxutilAuCutterInit(&cutter, KLXUTIL_AU_H264);
+  EXPECT_EQ(klxutilAuCutterPush(&cutter, unit, 0, &info), -1);
+  EXPECT_EQ(klxutilAuCutterPush(&cutter, nullptr, 1, &info), -1);
+  EXPECT_EQ(klxutilAuCutterLearn(&cutter, unit, 1), -1);
+}
+
+// Parameter sets taught from an avcC-style side channel let the slices of a sample be ordered.
+TEST(AccessUnitApi, LearnedParameterSetsOrderSlices) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg not installed";
+  const auto s = qtest::readBytes(qtest::encodedStream("au_x264_bpyramid.h264",
+      "-f lavfi -i testsrc2=size=192x108:rate=25 -frames:v 40 -c:v libx264 -bf 3 -b_strategy 2 -g 20 -f h264"));
+  KLXUTIL_AU_CUTTER withSets, without;
+  klxutilAuCutterInit(&withSets, KLXUTIL_AU_H264);
+  klxutilAuCutterInit(&without, KLXUTIL_AU_H264);
+  size_t at = 0, next = 0;
+  uint32_t length = 0, nextLength = 0;
+  int slicesWith = 0, failuresWith = 0, failuresWithout = 0;
+  for (bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1; more; at = next, length = nextLength) {
+    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
+    const uint8_t* unit = s.data() + at + length;
+    const uint32_t size = uint32_t((more ? next : s.size()) - at - length);
+    const int type = unit[0] & 0x1F;
+    KLXUTIL_AU_UNIT info;
+    if (type == 7 || type == 8) {
+      EXPECT_EQ(klxutilAuCutterLearn(&withSets, unit, size), 0);
+      continue;  // the sample chain holds no parameter sets
+    }
+    failuresWith += klxutilAuCutterPush(&withSets, unit, size, &info) != 0;
+    slicesWith += info.isSlice;
+    failuresWithout += klxutilAuCutterPush(&without, unit, size, &info) != 0;
+  }
+  EXPECT_GT(slicesWith, 0);
+  EXPECT_EQ(failuresWith, 0);
+  EXPECT_EQ(failuresWithout, slicesWith) << "a slice without its parameter sets is reported";
+}
+
+}  // namespace

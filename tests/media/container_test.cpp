@@ -1,0 +1,195 @@
+// The stream commands on real containers, checked against ffprobe and ffmpeg: the right answer
+// or a one-line refusal, never a misread; an editing pass keeps pictures, audio and timing.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <random>
+
+#include "media_support.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+
+class Containers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
+  }
+};
+
+int lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
+
+// inspect, params, nal and hvcc read the video track the way ffprobe does.
+TEST_F(Containers, ReadOnlyCommandsAgreeWithFfprobe) {
+  for (const auto& clip : mtest::kClips) {
+    SCOPED_TRACE(clip.name);
+    const std::string path = mtest::clipPath(clip), quoted = shellQuote(path);
+    auto inspect = mtest::runJson("inspect " + quoted);
+    ASSERT_TRUE(inspect.is_object());
+    EXPECT_EQ(inspect["container"], clip.container);
+    EXPECT_EQ(inspect["codec"], clip.codec);
+    EXPECT_EQ(inspect["frames"], mtest::videoPackets(path));
+    EXPECT_EQ(inspect["pictures"].size(), size_t(mtest::videoPackets(path)));
+    EXPECT_EQ(inspect["parameter_sets"]["summary"]["width"], mtest::videoWidth(path));
+    // Display order is a permutation of the decode order.
+    std::vector<int> displays;
+    for (const auto& p : inspect["pictures"]) displays.push_back(p["display"]);
+    for (size_t i = 0; i < displays.size(); ++i) EXPECT_EQ(displays[i], int(i));
+
+    auto params = mtest::runJson("params " + quoted);
+    EXPECT_EQ(params["summary"]["width"], mtest::videoWidth(path));
+    auto nal = mtest::runJson("nal " + quoted);
+    EXPECT_EQ(nal["count"], nal["units"].size());
+    EXPECT_EQ(nal["count"], inspect["units"]);
+
+    qtest::TempDir dir;
+    auto hvcc = qtest::runTool("hvcc " + quoted + " -o " + shellQuote(dir.file("h.bin")));
+    if (std::string(clip.codec) == "hevc") {
+      EXPECT_EQ(hvcc.exitCode, 0) << hvcc.err;
+    } else {
+      EXPECT_EQ(hvcc.exitCode, 1);
+      EXPECT_EQ(hvcc.err, "quorvane hvcc: " + path + ": an H.264 track in " + clip.container + ", not HEVC\n");
+    }
+    auto adts = qtest::runTool("adts --json " + quoted);
+    if (std::string(clip.container) == "MPEG-TS") {  // ADTS in the transport stream: listed
+      ASSERT_EQ(adts.exitCode, 0) << adts.err;
+      EXPECT_EQ(nlohmann::json::parse(adts.out)["frames"].size(), size_t(mtest::audioPackets(path)));
+    } else {
+      EXPECT_EQ(adts.exitCode, 1);
+      EXPECT_EQ(lines(adts.err), 1) << adts.err;
+    }
+  }
+}
+
+// An editing pass into the same container kind changes neither pictures, audio nor timing.
+TEST_F(Containers, ReframeKeepsPicturesAudioAndTiming) {
+  for (const auto& clip : mtest::kClips) {
+    SCOPED_TRACE(clip.name);
+    const std::string path = mtest::clipPath(clip);
+    qtest::TempDir dir;
+    const std::string out = dir.file(std::string("out") + std::strrchr(clip.name, '.'));
+    auto r = qtest::runTool("reframe " + shellQuote(path) + " " + shellQuote(out));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(path));
+    EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(path));
+    EXPECT_EQ(mtest::videoPts(out), mtest::videoPts(path));
+    EXPECT_EQ(mtest::runJson("inspect " + shellQuote(out))["container"], clip.container);
+  }
+}
+
+// Into another container, or out to an elementary stream: the same pictures.
+TEST_F(Containers, ReframeAcrossKinds) {
+  struct Case {
+    size_t clip;
+    const char* out;
+  } cases[] = {{0, "x.ts"}, {3, "x.mp4"}, {7, "x.mp4"}, {0, "x.mkv"}, {0, "x.h264"}, {5, "x.hevc"}, {8, "x.hevc"}};
+  // An elementary stream into a container (timestamps from the display order) decodes the same.
+  {
+    qtest::TempDir dir;
+    const std::string clip = mtest::clipPath(mtest::kClips[5]);
+    ASSERT_EQ(qtest::runTool("reframe " + shellQuote(clip) + " " + shellQuote(dir.file("e.hevc"))).exitCode, 0);
+    for (const char* out : {"e.mp4", "e.mkv", "e.ts"}) {
+      auto r = qtest::runTool("reframe " + shellQuote(dir.file("e.hevc")) + " " + shellQuote(dir.file(out)));
+      ASSERT_EQ(r.exitCode, 0) << r.err;
+      EXPECT_EQ(mtest::videoFrameMd5(dir.file(out)), mtest::videoFrameMd5(clip)) << out;
+    }
+  }
+  for (const auto& c : cases) {
+    const std::string path = mtest::clipPath(mtest::kClips[c.clip]);
+    SCOPED_TRACE(path + " -> " + c.out);
+    qtest::TempDir dir;
+    auto r = qtest::runTool("reframe " + shellQuote(path) + " " + shellQuote(dir.file(c.out)));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(mtest::videoFrameMd5(dir.file(c.out)), mtest::videoFrameMd5(path));
+  }
+}
+
+// What cannot be done is said in one line that names what was found and what would work.
+TEST_F(Containers, RefusalsSayWhatWasFound) {
+  qtest::TempDir dir;
+  const std::string h264 = mtest::clipPath(mtest::kClips[0]), hevc = mtest::clipPath(mtest::kClips[5]);
+  const std::string twoVideo = dir.file("two.ts"), vp9 = dir.file("vp9.mkv"), audio = dir.file("a.m4a");
+  qtest::runCommand("ffmpeg -v error -i " + shellQuote(h264) + " -i " + shellQuote(hevc) +
+                    " -map 0:v -map 1:v -map 0:a -c copy " + shellQuote(twoVideo));
+  qtest::runCommand("ffmpeg -v error -f lavfi -i testsrc2=size=64x64:rate=5 -t 1 -c:v libvpx-vp9 " + shellQuote(vp9));
+  qtest::runCommand("ffmpeg -v error -i " + shellQuote(h264) + " -vn -c copy " + shellQuote(audio));
+  qtest::runCommand("cp " + shellQuote(h264) + " " + shellQuote(dir.file("exists.mp4")));
+  qtest::runCommand("ln " + shellQuote(dir.file("exists.mp4")) + " " + shellQuote(dir.file("link.mp4")));
+  struct Case {
+    std::string args, message;
+  } cases[] = {
+      {"inspect " + twoVideo, twoVideo + ": MPEG-TS with 2 video tracks: choose one with --track (0: h264, 1: hevc, 2: aac)"},
+      {"params --track 2 " + twoVideo, twoVideo + ": MPEG-TS track 2 is not an H.264, HEVC or MPEG-2 video track (tracks: 0: h264, 1: hevc, 2: aac)"},
+      {"nal " + vp9, vp9 + ": Matroska with no H.264, HEVC or MPEG-2 video track (found: 0: vp9)"},
+      {"inspect " + audio, audio + ": MP4 with no H.264, HEVC or MPEG-2 video track (found: 0: aac)"},
+      {"reframe " + hevc + " " + dir.file("o.mxf"), "MXF cannot carry HEVC video: write OUT as .mp4, .mov, .mkv or .ts"},
+      {"reframe " + h264 + " " + dir.file("exists.mp4"), dir.file("exists.mp4") + " exists: give -y (--force) to replace it"},
+      {"reframe -y " + dir.file("exists.mp4") + " " + dir.file("link.mp4"),
+       dir.file("link.mp4") + " is the input file " + dir.file("exists.mp4") + ": choose another OUT"},
+      {"reframe " + h264 + " -", "MP4 cannot be written to standard output (elementary streams, MPEG-TS and Matroska can): give OUT a file name"},
+      {"reframe --to length " + h264 + " " + dir.file("o.mp4"), "--to chooses the framing of an elementary-stream OUT; MP4 OUT keeps the container's framing"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args);
+    auto r = qtest::runTool(c.args);
+    const std::string command = c.args.substr(0, c.args.find(' '));
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "quorvane " + command + ": " + c.message + "\n");
+  }
+  auto twoOk = mtest::runJson("inspect --track 1 " + twoVideo);
+  EXPECT_EQ(twoOk["codec"], "hevc");
+  EXPECT_EQ(qtest::readBytes(dir.file("exists.mp4")), qtest::readBytes(h264)) << "a refused OUT is left alone";
+}
+
+// Damaged containers: cut short, or bytes flipped all over: the answer, or one line, never a crash
+// (the sanitizers watch) and never a partial OUT.
+TEST_F(Containers, DamagedFilesGiveAnAnswerOrOneLine) {
+  qtest::TempDir dir;
+  std::mt19937 random(5);
+  for (size_t index : {0, 2, 3, 4, 5, 8}) {  // each container kind once, each codec's MP4 and TS
+    const mtest::Clip& clip = mtest::kClips[index];
+    SCOPED_TRACE(clip.name);
+    const auto bytes = qtest::readBytes(mtest::clipPath(clip));
+    auto cut = bytes;
+    cut.resize(bytes.size() / 3);
+    auto flipped = bytes;
+    for (int i = 0; i < 200; ++i) flipped[1024 + random() % (flipped.size() - 1024)] = uint8_t(random());
+    for (const auto& [name, content] : {std::pair{"cut", cut}, std::pair{"flipped", flipped}}) {
+      const std::string in = dir.file(std::string(name) + std::strrchr(clip.name, '.'));
+      const std::string out = dir.file(std::string("out-") + name + std::strrchr(clip.name, '.'));
+      qtest::writeBytes(in, content);
+      for (const std::string command : {"inspect", "nal", "params", "reframe"}) {
+        auto r = qtest::runTool(command + " " + shellQuote(in) + (command == "reframe" ? " " + shellQuote(out) : ""));
+        EXPECT_TRUE(r.exitCode == 0 || (r.exitCode == 1 && lines(r.err) == 1)) << command << " " << name << ": " << r.err;
+        if (command == "reframe" && r.exitCode != 0) {
+          EXPECT_TRUE(qtest::readBytes(out).empty()) << "no partial OUT";
+        }
+      }
+      std::remove(out.c_str());
+    }
+  }
+}
+
+// '-' is standard input and output for elementary streams and MPEG-TS; the summary then goes
+// to stderr.
+TEST_F(Containers, StandardInputAndOutput) {
+  qtest::TempDir dir;
+  const std::string ts = mtest::clipPath(mtest::kClips[8]);
+  auto viaFile = qtest::runTool("reframe " + shellQuote(ts) + " " + shellQuote(dir.file("a.hevc")));
+  ASSERT_EQ(viaFile.exitCode, 0) << viaFile.err;
+  auto piped = qtest::runCommand("cat " + shellQuote(dir.file("a.hevc")) + " | " + shellQuote(QUORVANE_TOOL) +
+                                 " reframe --to length - - | " + shellQuote(QUORVANE_TOOL) + " reframe --to annexb - - > " +
+                                 shellQuote(dir.file("b.hevc")));
+  ASSERT_EQ(piped.exitCode, 0) << piped.err;
+  EXPECT_EQ(lines(piped.err), 2) << "one summary line per reframe, on stderr";
+  EXPECT_EQ(mtest::videoFrameMd5(dir.file("b.hevc")), mtest::videoFrameMd5(ts));
+  auto tsOut = qtest::runCommand(shellQuote(QUORVANE_TOOL) + " reframe " + shellQuote(ts) + " - > " + shellQuote(dir.file("c.ts")));
+  ASSERT_EQ(tsOut.exitCode, 0) << tsOut.err;
+  EXPECT_EQ(mtest::audioMd5(dir.file("c.ts")), mtest::audioMd5(ts));
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+// See media_support.h.
+#include "media_support.h"
+
+#include <gtest/gtest.h>
+
+#include "support/test_support.h"
+
+namespace mtest {
+
+namespace {
+constexpr const char* kSource =
+    "-f lavfi -i testsrc2=size=192x108:rate=25 -f lavfi -i sine=frequency=440:sample_rate=48000 -t 1 ";
+}
+
+#define CLIP(name, codec, container, args) {name, codec, container, args}
+const std::vector<Clip> kClips = {
+    CLIP("media_h264.mp4", "h264", "MP4", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mp4"),
+    CLIP("media_h264.mov", "h264", "MOV", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mov"),
+    CLIP("media_h264.mkv", "h264", "Matroska", "-c:v libx264 -bf 2 -g 12 -c:a aac -f matroska"),
+    CLIP("media_h264.ts", "h264", "MPEG-TS", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mpegts"),
+    CLIP("media_h264.mxf", "h264", "MXF", "-c:v libx264 -bf 2 -g 12 -c:a pcm_s16le -f mxf"),
+    CLIP("media_hevc.mp4", "hevc", "MP4", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mp4"),
+    CLIP("media_hevc.mov", "hevc", "MOV", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mov"),
+    CLIP("media_hevc.mkv", "hevc", "Matroska", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f matroska"),
+    CLIP("media_hevc.ts", "hevc", "MPEG-TS", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mpegts"),
+};
+#undef CLIP
+
+std::string clipPath(const Clip& clip) { return qtest::encodedStream(clip.name, std::string(kSource) + clip.ffmpegArgs); }
+
+nlohmann::json runJson(const std::string& args) {
+  auto r = qtest::runTool(args + " --json");
+  EXPECT_EQ(r.exitCode, 0) << args << ": " << r.err;
+  return nlohmann::json::parse(r.out, nullptr, false);
+}
+
+namespace {
+std::string probe(const std::string& path, const std::string& entries) {
+  return qtest::runCommand("ffprobe -v error -select_streams v:0 " + entries + " -of csv=p=0 " + qtest::shellQuote(path)).out;
+}
+std::string md5Of(const std::string& commandLine) {
+  return qtest::runCommand(commandLine + " | md5sum").out;
+}
+}  // namespace
+
+int videoPackets(const std::string& path) {
+  return std::stoi(probe(path, "-count_packets -show_entries stream=nb_read_packets"));
+}
+int audioPackets(const std::string& path) {
+  return std::stoi(qtest::runCommand("ffprobe -v error -select_streams a:0 -count_packets -show_entries stream=nb_read_packets -of csv=p=0 " +
+                                     qtest::shellQuote(path)).out);
+}
+int videoWidth(const std::string& path) { return std::stoi(probe(path, "-show_entries stream=width")); }
+
+std::string videoFrameMd5(const std::string& path) {
+  // Only the picture hashes: the timestamps of framemd5 follow the container's clock.
+  return md5Of("ffmpeg -v error -i " + qtest::shellQuote(path) + " -map 0:v -f framemd5 - | grep -v '^#' | cut -d, -f6");
+}
+std::string audioMd5(const std::string& path) {
+  return qtest::runCommand("ffmpeg -v error -i " + qtest::shellQuote(path) + " -map 0:a -c copy -f md5 -").out;
+}
+std::string videoPts(const std::string& path) { return md5Of("ffprobe -v error -select_streams v -show_entries packet=pts_time -of csv " + qtest::shellQuote(path)); }
+
+}  // namespace mtest

@@ -1,0 +1,22 @@
+// See command_input.h.
+#include "command_input.h"
+
+namespace media {
+
+std::unique_ptr<Input> openInput(const char* command, const std::string& path, const cli::Args& args, int& exitCode) {
+  OpenOptions options;
+  if (auto track = args.get(kTrackOption)) {
+    auto n = cli::parseU32(*track);
+    if (!n || *n > 0xFFFF) {
+      exitCode = cli::fail(command, "--track takes a track number as ffprobe counts them, not '%s'", track->c_str());
+      return nullptr;
+    }
+    options.track = static_cast<int>(*n);
+  }
+  std::string error;
+  auto input = Input::open(path, options, error);
+  if (!input) exitCode = cli::failWith(cli::kFailed, command, "%s", error.c_str());
+  return input;
+}
+
+}  // namespace media

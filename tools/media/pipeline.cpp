@@ -1,0 +1,496 @@
+// See pipeline.h.
+#include "pipeline.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+
+#include "cli.h"
+#include "media/command_input.h"
+#include "media/config_record.h"
+#include "media/output.h"
+#include "param_report.h"
+#include "streamutil/framing.h"
+
+#include "media/libav.h"
+
+namespace media {
+
+namespace {
+
+std::string extensionOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/'), dot = path.find_last_of('.');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+  std::string ext = path.substr(dot + 1);
+  for (auto& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return ext;
+}
+
+struct ContainerKind {
+  const char* extension;
+  const char* muxer;
+  const char* name;
+};
+// Output containers by extension; the names are those Input gives the input containers.
+constexpr ContainerKind kContainers[] = {
+    {"mp4", "mp4", "MP4"},      {"m4v", "mp4", "MP4"},           {"mov", "mov", "MOV"},
+    {"mkv", "matroska", "Matroska"}, {"webm", "webm", "Matroska"}, {"ts", "mpegts", "MPEG-TS"},
+    {"m2ts", "mpegts", "MPEG-TS"}, {"mts", "mpegts", "MPEG-TS"}, {"mxf", "mxf", "MXF"},
+};
+constexpr const char* kRawExtensions[] = {"h264", "264", "avc", "h265", "265", "hevc", "m2v", "mpv", "es", "bin", "len", "annexb"};
+
+const ContainerKind* containerByExtension(const std::string& ext) {
+  for (const auto& k : kContainers)
+    if (ext == k.extension) return &k;
+  return nullptr;
+}
+const ContainerKind* containerByName(const std::string& name) {
+  for (const auto& k : kContainers)
+    if (name == k.name) return &k;
+  return nullptr;
+}
+bool rawExtension(const std::string& ext) {
+  return std::find_if(std::begin(kRawExtensions), std::end(kRawExtensions), [&](const char* e) { return ext == e; }) !=
+         std::end(kRawExtensions);
+}
+
+AVCodecID codecId(StreamCodec codec) {
+  return codec == StreamCodec::kHevc ? AV_CODEC_ID_HEVC : codec == StreamCodec::kH264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MPEG2VIDEO;
+}
+const char* codecTitle(StreamCodec codec) {
+  return codec == StreamCodec::kHevc ? "HEVC" : codec == StreamCodec::kH264 ? "H.264" : "MPEG-2";
+}
+
+// Units in one framing, concatenated (parameter sets put in front of the first frame).
+Bytes framed(const std::vector<Bytes>& units, Framing framing) {
+  Bytes out;
+  for (const auto& u : units) {
+    const size_t n = u.size();
+    if (framing == Framing::kAnnexB)
+      out.insert(out.end(), {0, 0, 0, 1});
+    else
+      out.insert(out.end(), {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)});
+    out.insert(out.end(), u.begin(), u.end());
+  }
+  return out;
+}
+
+// Where the edited frames go.
+class Sink {
+ public:
+  virtual ~Sink() = default;
+  // `original`: the container packet the frame came from (timing, flags); null for an
+  // elementary input, whose place in decode and display order is in `frame`.
+  virtual bool write(const PipelineFrame& frame, const AVPacket* original, std::string& error) = 0;
+  virtual bool finish(std::string& error) = 0;
+  uint64_t outBytes = 0;
+};
+
+class EsSink : public Sink {
+ public:
+  EsSink(OutputFile& file, Framing framing, Bytes prologue) : file_(file), framing_(framing), prologue_(std::move(prologue)) {}
+  bool write(const PipelineFrame& pf, const AVPacket*, std::string& error) override {
+    const DFRAME& f = *pf.frame;
+    const Framing framing = pf.framing;
+    uint32_t size = f.nDataSize;
+    if (framing != framing_) {
+      if (framing_ == Framing::kAnnexB) {
+        size = klxUtilh264SizeToMarker(f.pData, size);
+      } else if (klxUtilh264MarkerToSizeChecked(f.pData, size, f.nBufferSize, &size) != 0) {
+        error = "a frame has no room for its length fields";
+        return false;
+      }
+    }
+    if (!prologue_.empty()) {
+      if (!put(prologue_.data(), prologue_.size(), error)) return false;
+      prologue_.clear();
+    }
+    return put(f.pData, size, error);
+  }
+  bool finish(std::string&) override { return true; }
+
+ private:
+  bool put(const uint8_t* data, size_t n, std::string& error) {
+    outBytes += n;
+    if (file_.write(data, n)) return true;
+    error = std::string("cannot write the output: ") + std::strerror(errno);
+    return false;
+  }
+  OutputFile& file_;
+  Framing framing_;
+  Bytes prologue_;
+};
+
+class ContainerSink : public Sink {
+ public:
+  ~ContainerSink() override {
+    if (out_ && out_->pb) libav::api().avio_closep(&out_->pb);
+    libav::api().avformat_free_context(out_);
+  }
+
+  // Sets up the muxer, its streams and its header. False with `error` before anything is written.
+  bool open(Input& input, const ContainerKind& kind, const std::string& path, const std::vector<Bytes>& sets,
+            bool setsReplaced, std::string& error) {
+    in_ = input.format();
+    video_ = input.info().track;
+    const StreamCodec codec = input.info().codec;
+    if (libav::api().avformat_alloc_output_context2(&out_, nullptr, kind.muxer, nullptr) < 0 || !out_) {
+      error = std::string("no ") + kind.name + " writer in this libavformat";
+      return false;
+    }
+    if (libav::api().avformat_query_codec(out_->oformat, codecId(codec), FF_COMPLIANCE_NORMAL) == 0 ||
+        (std::strcmp(kind.muxer, "mxf") == 0 && codec == StreamCodec::kHevc)) {
+      error = std::string(kind.name) + " cannot carry " + codecTitle(codec) + " video: write OUT as .mp4, .mov, .mkv or .ts";
+      return false;
+    }
+    map_.assign(in_->nb_streams, -1);
+    for (unsigned i = 0; i < in_->nb_streams; ++i) {
+      const AVStream* ist = in_->streams[i];
+      if (static_cast<int>(i) != video_ &&
+          libav::api().avformat_query_codec(out_->oformat, ist->codecpar->codec_id, FF_COMPLIANCE_NORMAL) == 0)
+        continue;  // a track this container cannot hold at all
+      AVStream* ost = libav::api().avformat_new_stream(out_, nullptr);
+      if (!ost || libav::api().avcodec_parameters_copy(ost->codecpar, ist->codecpar) < 0) {
+        error = "cannot set up the output tracks";
+        return false;
+      }
+      if (containerByName(input.info().container) != &kind) ost->codecpar->codec_tag = 0;
+      ost->time_base = ist->time_base;
+      // MXF edit units are frames: its video clock must be the frame rate.
+      if (!std::strcmp(kind.muxer, "mxf") && static_cast<int>(i) == video_ && ist->avg_frame_rate.num)
+        ost->time_base = av_inv_q(ist->avg_frame_rate);
+      ost->avg_frame_rate = ist->avg_frame_rate;
+      ost->r_frame_rate = ist->r_frame_rate;
+      ost->disposition = ist->disposition;
+      libav::api().av_dict_copy(&ost->metadata, ist->metadata, 0);
+      map_[i] = ost->index;
+    }
+    if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
+    libav::api().av_dict_copy(&out_->metadata, in_->metadata, 0);
+    return openFile(kind, path, codec, error);
+  }
+
+  // An elementary stream into a container: one video track described from its parameter sets;
+  // the packets get timestamps on a clock of one tick per frame (display order for pts, decode
+  // order less the reorder depth for dts).
+  bool openElementary(const StreamInfo& info, const ContainerKind& kind, const std::string& path,
+                      const std::vector<Bytes>& sets, std::string& error) {
+    const auto& av = libav::api();
+    if (av.avformat_alloc_output_context2(&out_, nullptr, kind.muxer, nullptr) < 0 || !out_) {
+      error = std::string("no ") + kind.name + " writer in this libavformat";
+      return false;
+    }
+    if (av.avformat_query_codec(out_->oformat, codecId(info.codec), FF_COMPLIANCE_NORMAL) == 0 ||
+        (std::strcmp(kind.muxer, "mxf") == 0 && info.codec == StreamCodec::kHevc)) {
+      error = std::string(kind.name) + " cannot carry " + codecTitle(info.codec) + " video: write OUT as .mp4, .mov, .mkv or .ts";
+      return false;
+    }
+    params::StreamParams p;
+    p.codec = info.codec;
+    for (const auto& u : sets) params::addUnit(p, u.data(), u.size());
+    params::Decoded d;
+    if (p.sps.empty() || !params::decodeUnit(info.codec, "SPS", p.sps.front(), d)) {
+      error = "no readable sequence parameter set in the first megabyte: the container needs one";
+      return false;
+    }
+    const params::Summary summary = info.codec == StreamCodec::kHevc ? params::summarize(*d.hevcSps, nullptr) : params::summarize(*d.avcSps);
+    reorder_ = KLXUTIL_REORDER_WINDOW;
+    if (info.codec == StreamCodec::kHevc)
+      reorder_ = d.hevcSps->sps_max_num_reorder_pics[std::clamp(d.hevcSps->sps_max_sub_layers_minus1, 0, 7)];
+    else if (d.avcSps->vui_parameters_present_flag && d.avcSps->vui.bitstream_restriction_flag)
+      reorder_ = d.avcSps->vui.max_num_reorder_frames;
+    reorder_ = std::clamp<int64_t>(reorder_, 0, KLXUTIL_REORDER_WINDOW);
+    AVStream* st = av.avformat_new_stream(out_, nullptr);
+    if (!st) {
+      error = "cannot set up the output track";
+      return false;
+    }
+    st->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+    st->codecpar->codec_id = codecId(info.codec);
+    st->codecpar->width = summary.width;
+    st->codecpar->height = summary.height;
+    const AVRational rate = summary.rate && summary.scale ? AVRational{int(summary.rate), int(summary.scale)} : AVRational{25, 1};
+    st->time_base = AVRational{rate.den, rate.num};
+    st->avg_frame_rate = st->r_frame_rate = rate;
+    const Bytes extradata = framed(sets, Framing::kAnnexB);
+    st->codecpar->extradata = static_cast<uint8_t*>(av.av_mallocz(extradata.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::memcpy(st->codecpar->extradata, extradata.data(), extradata.size());
+    st->codecpar->extradata_size = static_cast<int>(extradata.size());
+    video_ = 0;
+    map_.assign(1, 0);
+    frameClock_ = st->time_base;
+    return openFile(kind, path, info.codec, error);
+  }
+
+  // The timestamps of an elementary stream's frame (no packet to copy them from).
+  void stamp(AVPacket* packet, uint64_t decodeIndex, uint64_t displayIndex, bool randomAccess) const {
+    packet->dts = static_cast<int64_t>(decodeIndex) - reorder_;
+    packet->pts = displayIndex == kNoDisplayIndex ? packet->dts + reorder_ : static_cast<int64_t>(displayIndex);
+    if (packet->pts < packet->dts) packet->pts = packet->dts;
+    packet->duration = 1;
+    if (randomAccess) packet->flags |= AV_PKT_FLAG_KEY;
+  }
+  bool elementary() const { return frameClock_.num != 0; }
+
+  static void other(void* user, AVPacket* packet) {
+    auto* self = static_cast<ContainerSink*>(user);
+    const int to = self->map_[packet->stream_index];
+    if (to < 0 || !self->error_.empty()) return;
+    self->outBytes += static_cast<uint64_t>(packet->size);
+    libav::api().av_packet_rescale_ts(packet, self->in_->streams[packet->stream_index]->time_base, self->out_->streams[to]->time_base);
+    packet->stream_index = to;
+    packet->pos = -1;
+    if (const int rc = libav::api().av_interleaved_write_frame(self->out_, packet); rc < 0)
+      self->error_ = "cannot write a packet of track " + std::to_string(to) + ": " + libav::errorText(rc);
+  }
+
+  bool write(const PipelineFrame& pf, const AVPacket* original, std::string& error) override {
+    if (!error_.empty()) {
+      error = error_;
+      return false;
+    }
+    DFRAME& f = *pf.frame;
+    if (!original && pf.framing == Framing::kLengthPrefixed) f.nDataSize = klxUtilh264SizeToMarker(f.pData, f.nDataSize);
+    AVPacket* packet = libav::api().av_packet_alloc();
+    bool ok = packet && libav::api().av_new_packet(packet, static_cast<int>(f.nDataSize)) == 0;
+    if (ok) {
+      std::memcpy(packet->data, f.pData, f.nDataSize);
+      const int to = map_[video_];
+      if (original) {
+        libav::api().av_packet_copy_props(packet, original);
+        libav::api().av_packet_rescale_ts(packet, in_->streams[video_]->time_base, out_->streams[to]->time_base);
+      } else {
+        stamp(packet, pf.decodeIndex, pf.displayIndex, pf.randomAccess);
+        libav::api().av_packet_rescale_ts(packet, frameClock_, out_->streams[to]->time_base);
+      }
+      packet->stream_index = to;
+      packet->pos = -1;
+      outBytes += f.nDataSize;
+      const int rc = libav::api().av_interleaved_write_frame(out_, packet);
+      if (rc < 0) error = "cannot write video packet " + std::to_string(packets_) + ": " + libav::errorText(rc);
+      ok = rc >= 0;
+    } else {
+      error = "out of memory";
+    }
+    ++packets_;
+    libav::api().av_packet_free(&packet);
+    return ok;
+  }
+
+  bool finish(std::string& error) override {
+    if (!error_.empty() || libav::api().av_write_trailer(out_) < 0 || libav::api().avio_closep(&out_->pb) < 0) {
+      error = error_.empty() ? "cannot finish the output" : error_;
+      return false;
+    }
+    return true;
+  }
+
+ private:
+  bool openFile(const ContainerKind& kind, const std::string& path, StreamCodec codec, std::string& error) {
+    if (libav::api().avio_open(&out_->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) {
+      error = "cannot write " + path;
+      return false;
+    }
+    if (libav::api().avformat_write_header(out_, nullptr) < 0) {
+      error = std::string(kind.name) + " cannot carry this " + codecTitle(codec) + " track: write OUT as .mp4, .mkv or .ts";
+      return false;
+    }
+    return true;
+  }
+
+  static bool replaceExtradata(const StreamInfo& info, const std::vector<Bytes>& sets, AVCodecParameters* par,
+                               std::string& error) {
+    Bytes record;
+    if (info.configRecord)
+      record = info.codec == StreamCodec::kHevc ? rewriteHvcC(info.extradata, sets) : rewriteAvcC(info.extradata, sets);
+    else
+      record = framed(sets, Framing::kAnnexB);
+    if (record.empty() && !sets.empty()) {
+      error = "cannot rebuild the decoder configuration record";
+      return false;
+    }
+    libav::api().av_freep(&par->extradata);
+    par->extradata_size = 0;
+    if (record.empty()) return true;
+    par->extradata = static_cast<uint8_t*>(libav::api().av_mallocz(record.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::memcpy(par->extradata, record.data(), record.size());
+    par->extradata_size = static_cast<int>(record.size());
+    return true;
+  }
+
+  AVFormatContext* in_ = nullptr;
+  AVFormatContext* out_ = nullptr;
+  int video_ = -1;
+  uint64_t packets_ = 0;
+  int64_t reorder_ = 0;
+  AVRational frameClock_{0, 1};  // elementary input: one tick per frame
+  std::vector<int> map_;
+  std::string error_;
+};
+
+// Access units wait here until their display index is known.
+struct Waiting {
+  AccessUnit au;
+  uint64_t displayIndex = kNoDisplayIndex;
+  bool placed = false;
+};
+
+}  // namespace
+
+bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, const PipelineOptions& options,
+                 PipelineResult& result, std::string& error) {
+  const StreamInfo& info = input.info();
+  if (refuseSameFile(input.path(), outPath, error) || refuseExisting(outPath, options.force, error)) return false;
+  const std::string ext = outPath == "-" ? "" : extensionOf(outPath);
+  const ContainerKind* kind = nullptr;
+  if (!info.elementary && !rawExtension(ext)) {
+    kind = containerByExtension(ext);
+    if (!kind) kind = containerByName(info.container);
+    if (options.esFramingGiven) {
+      error = "--to chooses the framing of an elementary-stream OUT; " + std::string(kind ? kind->name : info.container) +
+              " OUT keeps the container's framing";
+      return false;
+    }
+    if (!kind) {
+      error = "cannot write " + info.container + ": name OUT .mp4, .mov, .mkv, .ts or .mxf";
+      return false;
+    }
+    if (outPath == "-" && std::strcmp(kind->muxer, "mpegts") && std::strcmp(kind->muxer, "matroska")) {
+      error = std::string(kind->name) + " cannot be written to standard output (elementary streams, MPEG-TS and Matroska can): give OUT a file name";
+      return false;
+    }
+  } else if (info.elementary && containerByExtension(ext)) {
+    kind = containerByExtension(ext);
+    if (options.esFramingGiven) {
+      error = std::string("--to chooses the framing of an elementary-stream OUT; ") + kind->name + " OUT keeps the container's framing";
+      return false;
+    }
+    if (info.codec == StreamCodec::kMpeg2 || !std::strcmp(kind->muxer, "mxf")) {
+      error = std::string("elementary streams of this kind go into ") + kind->name + " with ffmpeg -i IN -c copy OUT";
+      return false;
+    }
+    if (std::string missing; !libav::load(missing)) {
+      error = "writing " + std::string(kind->name) + ": " + missing;
+      return false;
+    }
+  }
+  const Framing esFraming = options.esFramingGiven ? options.esFraming : info.elementary ? info.framing : Framing::kAnnexB;
+  if (info.framing == Framing::kLengthPrefixed && info.lengthSize != 4) {
+    error = "length fields of " + std::to_string(info.lengthSize) + " bytes are not supported (4 are)";
+    return false;
+  }
+
+  PipelineStream stream;
+  stream.codec = info.codec;
+  stream.elementary = info.elementary;
+  stream.container = info.container;
+  stream.outContainer = kind ? kind->name : "";
+  stream.framing = info.framing;
+  stream.configRecord = info.configRecord;
+  stream.leadingParameterSets = info.leadingParameterSets;
+  stream.frameRateNum = info.frameRateNum;
+  stream.frameRateDen = info.frameRateDen;
+  std::vector<Bytes> sets = info.parameterSets;
+  if (!editor.begin(stream, sets, error)) return false;
+  const bool setsReplaced = sets != info.parameterSets;
+
+  OutputFile file(outPath);
+  if (!file.ok()) {
+    error = "cannot create " + outPath + ": " + std::strerror(errno);
+    return false;
+  }
+  std::unique_ptr<Sink> sink;
+  if (kind) {
+    auto container = std::make_unique<ContainerSink>();
+    const std::string target = outPath == "-" ? "pipe:1" : file.temporaryPath();
+    if (info.elementary) {
+      if (!container->openElementary(info, *kind, target, setsReplaced ? sets : info.leadingParameterSets, error)) return false;
+    } else {
+      if (!container->open(input, *kind, target, sets, setsReplaced, error)) return false;
+      input.setOtherPackets(&ContainerSink::other, container.get());
+    }
+    sink = std::move(container);
+    result.outKind = kind->name;
+  } else {
+    // Parameter sets that travelled in the extradata lead the elementary stream.
+    sink = std::make_unique<EsSink>(file, esFraming, info.configRecord ? framed(sets, esFraming) : Bytes{});
+    result.outKind = std::string(codecName(info.codec)) + " elementary stream";
+  }
+  result.toStdout = outPath == "-";
+
+  KLXUTIL_DISPLAY_ORDER order;
+  klxutilDisplayOrderInit(&order);
+  std::deque<Waiting> queue;
+  Bytes buffer;
+  auto place = [&](int32_t flush) {
+    uint64_t decode = 0, display = 0;
+    while (klxutilDisplayOrderNext(&order, flush, &decode, &display) == 1)
+      for (auto& w : queue)
+        if (w.au.picture.decodeIndex == decode && w.au.picture.hasPicture) w.displayIndex = display, w.placed = true;
+  };
+  auto drain = [&]() -> bool {
+    while (!queue.empty() && queue.front().placed) {
+      Waiting& w = queue.front();
+      const AccessUnit& au = w.au;
+      const size_t room = au.bytes.size() + 4096 + au.bytes.size() / 3;
+      if (room > UINT32_MAX) {
+        error = "an access unit larger than 3 GB";
+        return false;
+      }
+      buffer.assign(room, 0);
+      std::memcpy(buffer.data(), au.bytes.data(), au.bytes.size());
+      DFRAME frame;
+      klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(au.bytes.size()), static_cast<uint32_t>(room));
+      frame.nFrame = static_cast<uint32_t>(result.accessUnits);
+      PipelineFrame pf{&frame, info.framing, info.codec, result.accessUnits, w.displayIndex, au.picture.hasPicture != 0,
+                       au.picture.fieldPicture, au.picture.randomAccess != 0};
+      if (!editor.edit(pf, error)) return false;
+      if (frame.nDataSize > frame.nBufferSize) {
+        error = "the editor overran a frame";
+        return false;
+      }
+      if (!sink->write(pf, au.packet.get(), error)) return false;
+      ++result.accessUnits;
+      result.pictures += au.picture.hasPicture ? 1 : 0;
+      result.inBytes += au.bytes.size();
+      queue.pop_front();
+    }
+    return true;
+  };
+
+  InputProgress progress(options.label, input);
+  for (;;) {
+    Waiting w;
+    if (!input.next(w.au)) break;
+    progress.tick();
+    if (w.au.picture.hasPicture && w.au.orderKnown) {
+      klxutilDisplayOrderAdd(&order, w.au.picture.decodeIndex, w.au.picture.sequence, w.au.picture.poc);
+    } else {
+      w.placed = true;  // no picture, or its order cannot be read: no display index
+    }
+    queue.push_back(std::move(w));
+    place(0);
+    if (!drain()) return false;
+  }
+  if (!input.error().empty()) {
+    error = input.error();
+    return false;
+  }
+  place(1);
+  if (!drain()) return false;
+  progress.done();
+  if (result.accessUnits == 0) {
+    error = "no access units found";
+    return false;
+  }
+  if (!sink->finish(error)) return false;
+  if (!file.commit()) {
+    error = "cannot write " + outPath + ": " + std::strerror(errno);
+    return false;
+  }
+  result.outBytes = sink->outBytes;
+  return true;
+}
+
+}  // namespace media
