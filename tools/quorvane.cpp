@@ -20,6 +20,7 @@ constexpr SubCommand kCommands[] = {
     {"reframe", "convert a stream between start codes and length prefixes", cmdReframe},
     {"inspect", "summarise a stream: units, parameter sets, format, timecodes", cmdInspect},
     {"stamp", "stamp SMPTE timecode and captions into a stream", cmdStamp},
+    {"captions", "extract the captions of a stream as SCC, SRT or JSON cues", cmdCaptions},
     {"adts", "list the ADTS headers of an AAC stream", cmdAdts},
     {"names", "print file-type and codec labels", cmdNames},
 };
