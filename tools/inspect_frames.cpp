@@ -16,7 +16,7 @@ void inspectFrames(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* 
   }
   const bool mpeg2 = codec == StreamCodec::kMpeg2;
   const char* orderKey = mpeg2 ? "temporalReference" : "poc";
-  if (json) json->beginArray("frames");
+  if (json) json->beginArray("pictures");  // "frames" is the summary's count
   if (out) std::fprintf(out, "frames (display order):\n  display  decode  %4s  timecode      captions\n", mpeg2 ? "tref" : "poc");
   for (const PictureMetadata& p : s.pictures) {
     const std::string tc = p.hasTimecode ? timecodeString(p.timecode) : "";
