@@ -25,13 +25,14 @@
 #include "streamutil/sei.h"
 #include "streamutil/sei_read.h"
 #include "streamutil/sei_remove.h"
+#include <algorithm>
 
 namespace {
 
 constexpr const char* kUsage =
     "usage: quorvane stamp IN OUT --tc HH:MM:SS:FF [--rate R] [--captions FILE.scc] [--fields]\n"
     "                      [--keep-existing] [--length-prefixed] [--force] [--json]\n\n"
-    "Writes OUT: the H.264 or HEVC elementary stream IN with every picture stamped.\n"
+    "Writes OUT: the H.264, HEVC or MPEG-2 elementary stream IN with every picture stamped.\n"
     "  --tc HH:MM:SS:FF     timecode of the first picture in display order (';' before the\n"
     "                       frames is accepted for drop-frame rates)\n"
     "  --rate R             timecode rate: 23.98, 24, 25, 29.97 (drop-frame), 30, 50,\n"
@@ -49,7 +50,9 @@ constexpr const char* kUsage =
     "  --json               print a summary as JSON\n"
     "HEVC pictures get a time_code SEI, H.264 pictures clock timestamps in their pic_timing SEI\n"
     "(the SPS gains pic_struct_present_flag when it lacks it); captions go in as a registered\n"
-    "user-data SEI in front of each picture. Pictures reach the stream in decoding order; each\n"
+    "user-data SEI in front of each picture. MPEG-2: each GOP header's time_code is rewritten\n"
+    "in place (drop_frame_flag included) and captions go in as picture user data.\n"
+    "Pictures reach the stream in decoding order; each\n"
     "is stamped with the timecode of its display position. The summary names the rate and\n"
     "timecode type used. OUT is never IN, and is only created once the whole stream is stamped.\n";
 
@@ -320,6 +323,130 @@ void warnOutsideRange(const StampPlan& plan, uint32_t first, uint32_t last) {
                timecodeText(plan.captionPairs.back().frame, type).c_str());
 }
 
+// ---- MPEG-2 video (ISO/IEC 13818-2): GOP time_code rewritten in place, captions as
+// picture user data in front of each picture's first slice.
+
+struct Mpeg2Picture {
+  size_t begin, end;   // the picture with the headers in front of it
+  size_t firstSlice;   // its first slice start code
+  uint32_t display;    // GOP base + temporal_reference
+  bool opensGop;
+};
+
+bool isMpeg2(const uint8_t* d, size_t size) {
+  for (size_t i = 0; i + 3 < size && i < 64; ++i)
+    if (!d[i] && !d[i + 1] && d[i + 2] == 1) return d[i + 3] == 0xB3;
+  return false;
+}
+
+// Splits in front of the first header (sequence, GOP, picture) that follows a slice.
+std::vector<Mpeg2Picture> mpeg2Pictures(const uint8_t* d, size_t size, double& fps) {
+  static constexpr double kRates[16] = {0, 24000.0 / 1001, 24, 25, 30000.0 / 1001, 30, 50, 60000.0 / 1001, 60};
+  std::vector<Mpeg2Picture> out;
+  Mpeg2Picture cur{0, 0, 0, 0, false};
+  bool inSlices = false, havePicture = false;
+  uint32_t gopBase = 0, gopPictures = 0;
+  auto close = [&](size_t at) {
+    if (havePicture) cur.end = at, out.push_back(cur);
+    havePicture = false;
+    cur = Mpeg2Picture{at, 0, 0, 0, false};
+  };
+  for (size_t i = 0; i + 3 < size; ++i) {
+    if (d[i] || d[i + 1] || d[i + 2] != 1) continue;
+    const uint8_t code = d[i + 3];
+    const bool slice = code >= 0x01 && code <= 0xAF;
+    if (!slice && inSlices) close(i), inSlices = false;
+    if (code == 0xB3 && i + 8 <= size && fps == 0) fps = kRates[d[i + 7] & 15];
+    if (code == 0xB8) cur.opensGop = true, gopBase += gopPictures, gopPictures = 0;
+    if (code == 0x00 && i + 6 <= size) {
+      cur.display = gopBase + ((uint32_t(d[i + 4]) << 2) | (d[i + 5] >> 6));
+      ++gopPictures;
+      havePicture = true;
+    }
+    if (slice && !inSlices) cur.firstSlice = i;
+    inSlices = inSlices || slice;
+    i += 2;
+  }
+  close(size);
+  return out;
+}
+
+int stampMpeg2(const cli::Args& args, const std::string& inPath, const std::string& outPath, const std::string& input,
+               const RateInfo* givenRate, const std::string& tcText) {
+  const auto* data = reinterpret_cast<const uint8_t*>(input.data());
+  double fps = 0;
+  const std::vector<Mpeg2Picture> pictures = mpeg2Pictures(data, input.size(), fps);
+  if (pictures.empty()) return cli::failWith(cli::kFailed, "stamp", "%s: no MPEG-2 pictures", inPath.c_str());
+  StampPlan plan;
+  plan.codec = StreamCodec::kMpeg2;
+  plan.rate = givenRate ? givenRate : rateForStream(fps);
+  plan.rateSource = givenRate ? "given with --rate" : plan.rate ? "from the sequence header" : "the default";
+  if (!plan.rate) plan.rate = findRate("25");
+  std::string error;
+  if (tc2Frame(tcText.c_str(), plan.rate->tcType | TCF_TEXT, &plan.startFrame) != 0)
+    return cli::fail("stamp", "bad timecode '%s' at %s", tcText.c_str(), plan.rate->name);
+  if (auto scc = args.get("captions"); scc && !readCaptions(*scc, plan, error))
+    return cli::failWith(cli::kFailed, "stamp", "%s", error.c_str());
+  PartialFile out(outPath);
+  if (!out.ok()) return cli::failWith(cli::kFailed, "stamp", "cannot create %s: %s", outPath.c_str(), std::strerror(errno));
+  std::vector<uint8_t> buffer;
+  uint32_t captioned = 0, gops = 0, last = plan.startFrame;
+  std::vector<uint8_t> head(input.begin(), input.begin() + long(pictures.front().begin));  // bytes before the first picture
+  if (!out.write(head.data(), head.size())) return cli::failWith(cli::kFailed, "stamp", "cannot write %s", outPath.c_str());
+  uint32_t gopBaseDisplay = 0;
+  for (size_t k = 0; k < pictures.size(); ++k) {
+    const Mpeg2Picture& p = pictures[k];
+    buffer.assign(data + p.begin, data + p.end);
+    buffer.resize(buffer.size() + 512);
+    if (p.opensGop) {
+      // The GOP's time_code is the timecode of its first picture in display order.
+      gopBaseDisplay = p.display;
+      for (size_t j = k; j < pictures.size() && (j == k || !pictures[j].opensGop); ++j)
+        gopBaseDisplay = std::min(gopBaseDisplay, pictures[j].display);
+      uint8_t digits[4];
+      if (tc2String(plan.startFrame + gopBaseDisplay, plan.rate->tcType | 0x400, digits, sizeof digits) != 0)
+        return cli::failWith(cli::kFailed, "stamp", "picture %zu: timecode out of range", k);
+      KLX_TIMECODE tc{digits[0], digits[1], digits[2], digits[3],
+                      uint8_t(plan.rate->tcType == TC_DF2997 || plan.rate->tcType == TC_DF5994), 0, 0, 1};
+      const size_t headerBytes = p.firstSlice > p.begin ? p.firstSlice - p.begin : 0;
+      gops += klxutilSetMpeg2TimeCode(buffer.data(), uint32_t(headerBytes), &tc) > 0 ? 1 : 0;
+    }
+    last = std::max(last, plan.startFrame + p.display);
+    uint32_t size = uint32_t(p.end - p.begin);
+    if (plan.captions && p.firstSlice > p.begin) {
+      const uint32_t display = p.display;
+      const int32_t index = display < plan.captionAt.size() ? plan.captionAt[display] : -1;
+      const SCC_CAPTION* pair = index >= 0 ? &plan.captionPairs[size_t(index)] : nullptr;
+      uint8_t packet[64];
+      DFRAME tail;  // from the first slice on: the block lands behind the picture's headers
+      const uint32_t sliceAt = uint32_t(p.firstSlice - p.begin);
+      klxutilInitFrame(&tail, buffer.data() + sliceAt, size - sliceAt, uint32_t(buffer.size()) - sliceAt);
+      tail.pCaption = packet;
+      tail.nCaptionSize = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(display), packet, sizeof packet);
+      if (klxutilAddMPEG2Captions(&tail) != 0) return cli::failWith(cli::kFailed, "stamp", "picture %zu: captions not inserted", k);
+      size = sliceAt + tail.nDataSize;
+      captioned += pair ? 1 : 0;
+    }
+    if (!out.write(buffer.data(), size)) return cli::failWith(cli::kFailed, "stamp", "cannot write %s", outPath.c_str());
+  }
+  if (!out.commit()) return cli::failWith(cli::kFailed, "stamp", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
+  if (plan.captions) warnOutsideRange(plan, plan.startFrame, last);
+  const std::string first = timecodeText(plan.startFrame, plan.rate->tcType), lastText = timecodeText(last, plan.rate->tcType);
+  if (args.has("json")) {
+    cli::Json j;
+    j.beginObject().str("codec", "mpeg2").num("pictures", int64_t(pictures.size())).num("gopHeaders", int64_t(gops));
+    j.str("rate", plan.rate->name).str("timecodeType", plan.rate->typeName).str("rateSource", plan.rateSource);
+    j.str("first", first).str("last", lastText).num("captionFrames", int64_t(captioned)).endObject();
+    std::printf("%s\n", j.text().c_str());
+  } else {
+    std::printf("MPEG-2: %zu pictures, %u GOP headers stamped, timecode %s .. %s at %s (rate %s)", pictures.size(), gops,
+                first.c_str(), lastText.c_str(), plan.rate->typeName, plan.rateSource.c_str());
+    if (plan.captions) std::printf(", captions in %u frames", captioned);
+    std::printf("\n");
+  }
+  return cli::kOk;
+}
+
 }  // namespace
 
 int cmdStamp(int argc, char** argv) {
@@ -347,6 +474,7 @@ int cmdStamp(int argc, char** argv) {
   if (!input) return cli::failWith(cli::kFailed, "stamp", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
   const auto* data = reinterpret_cast<const uint8_t*>(input->data());
   const size_t size = input->size();
+  if (isMpeg2(data, size)) return stampMpeg2(args, inPath, outPath, *input, givenRate, *tcText);
   StampPlan plan;
   plan.codec = detectCodec(data, size, listNalUnits(data, size));
   std::vector<AccessUnitRef> aus;
