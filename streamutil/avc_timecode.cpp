@@ -145,9 +145,9 @@ int rewriteSpsUnits(DFRAME* frame, uint32_t lengthPrefixed) {
   for (bool again = true; again;) {
     again = false;
     nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
-    for (nalwalk::Unit u; walk.next(u);) {
-      const uint8_t h = frame->pData[u.header];
-      if (seirewrite::isPictureUnit(KLX_CODEC_H264, h)) return 0;
+    nalwalk::Unit u;
+    for (uint8_t h; walk.peek(h) && !seirewrite::isPictureUnit(KLX_CODEC_H264, h);) {
+      if (!walk.next(u)) return 0;
       if ((h & 0x1F) != 7) continue;
       uint8_t buffer[1024 + 4];
       uint32_t n = 0;
@@ -175,6 +175,12 @@ extern "C" int klxutilAVCSpsForTimeCode(const uint8_t* nal, uint32_t nalLength, 
   static thread_local SPS_DECODED sps;
   zr_bitstream in{const_cast<uint8_t*>(nal), int64_t(nalLength), uint64_t(nalLength) * 8, 0};
   if (klxutilRead_SPS(&in, &sps) == 0 || in.position > in.length) return -1;
+  if (sps.vui_parameters_present_flag && sps.vui.pic_struct_present_flag) {
+    if (capacity < nalLength) return KLX_SEI_NO_ROOM;
+    std::memcpy(out, nal, nalLength);
+    *outLength = nalLength;
+    return 1;
+  }
   auto scaling = [](AVC_SCALING_MATRIX& m) {
     for (int i = 0; i < 6; ++i) klxutilScalingListToDeltas(m.ScalingList4x4[i], 16, m.ScalingList4x4[i]);
     for (int i = 0; i < 6; ++i) klxutilScalingListToDeltas(m.ScalingList8x8[i], 64, m.ScalingList8x8[i]);
@@ -185,12 +191,6 @@ extern "C" int klxutilAVCSpsForTimeCode(const uint8_t* nal, uint32_t nalLength, 
   // The writer must give back the very bytes read, or this SPS holds something it cannot code.
   const uint32_t same = klxutilWrite_SPS(&w, &sps);
   if (same != nalLength || std::memcmp(check, nal, nalLength) != 0) return -1;
-  if (sps.vui_parameters_present_flag && sps.vui.pic_struct_present_flag) {
-    if (capacity < nalLength) return KLX_SEI_NO_ROOM;
-    std::memcpy(out, nal, nalLength);
-    *outLength = nalLength;
-    return 1;
-  }
   if (!sps.vui_parameters_present_flag) {
     std::memset(&sps.vui, 0, sizeof sps.vui);
     sps.vui_parameters_present_flag = 1;
@@ -217,16 +217,20 @@ extern "C" int klxutilAddAVCTimeCode(DFRAME* frame, uint32_t tcType, const SPS_D
 
   // The units in front of the picture: an existing pic_timing SEI, and the first slice.
   nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
-  nalwalk::Unit timingUnit{}, slice{};
+  nalwalk::Unit timingUnit{}, slice{}, u;
   bool haveTiming = false, haveSlice = false;
-  for (nalwalk::Unit u; !haveSlice && walk.next(u);) {
-    const uint8_t h = frame->pData[u.header];
+  for (uint8_t h; walk.peek(h);) {
     if (seirewrite::isPictureUnit(KLX_CODEC_H264, h)) {
+      // The slice header's opening fields are all that is read: its end is not looked for.
+      const uint32_t header = walk.peekHeaderAt();
+      slice = nalwalk::Unit{walk.peekAt(), header, header + 64 < frame->nDataSize ? header + 64 : frame->nDataSize};
       haveSlice = (h & 0x1F) >= 1 && (h & 0x1F) <= 5;
-      slice = u;
-    } else if ((h & 0x1F) == 6 && !haveTiming &&
-               seirewrite::forEachMessage(frame->pData, u, KLX_CODEC_H264,
-                                          [](const nalwalk::SeiMessage& m, const uint8_t*) { return m.type == kPicTiming; })) {
+      break;
+    }
+    if (!walk.next(u)) break;
+    if ((h & 0x1F) == 6 && !haveTiming &&
+        seirewrite::forEachMessage(frame->pData, u, KLX_CODEC_H264, [](uint32_t type) { return type == kPicTiming; },
+                                   [](uint32_t, const uint8_t*, uint32_t) { return true; })) {
       haveTiming = true;
       timingUnit = u;
     }

@@ -34,6 +34,20 @@ class Walker {
   Walker(const uint8_t* d, uint32_t size, bool lengthPrefixed) : d_(d), size_(size), lengthPrefixed_(lengthPrefixed) {
     if (!lengthPrefixed_) code_ = nextStartCode(d_, size_, 0);
   }
+  // The first header byte of the unit next() would give, without looking for its end (so a
+  // walk that stops in front of the picture never scans the slice data). False at the end.
+  bool peek(uint8_t& header) const {
+    const uint32_t at = lengthPrefixed_ ? pos_ + 4 : code_ + 3;
+    if (lengthPrefixed_ ? pos_ + 5 > size_ : code_ + 3 >= size_) return false;
+    header = d_[at];
+    return true;
+  }
+  uint32_t peekHeaderAt() const { return lengthPrefixed_ ? pos_ + 4 : code_ + 3; }
+  // Where that unit's start code or length field begins.
+  uint32_t peekAt() const {
+    if (lengthPrefixed_) return pos_;
+    return code_ > prevEnd_ && code_ < size_ && !d_[code_ - 1] ? code_ - 1 : code_;
+  }
   // The next unit; false at the end of the frame or at a length that runs past it.
   bool next(Unit& u) {
     if (lengthPrefixed_) {
@@ -99,6 +113,51 @@ inline uint32_t escape(const uint8_t* src, uint32_t n, uint8_t* dst, uint32_t ca
   }
   return out;
 }
+
+// Reads RBSP bytes straight from escaped NAL bytes (emulation-prevention bytes dropped), so
+// that messages nobody asked for are skipped without being copied.
+class EscapedCursor {
+ public:
+  EscapedCursor(const uint8_t* d, uint32_t begin, uint32_t end) : d_(d), pos_(begin), end_(end) {}
+  bool atEnd() const { return pos_ >= end_; }
+  // Next RBSP byte; false at the end.
+  bool byte(uint8_t& b) {
+    if (pos_ < end_ && zeros_ >= 2 && d_[pos_] == 3) ++pos_, zeros_ = 0;
+    if (pos_ >= end_) return false;
+    b = d_[pos_++];
+    zeros_ = b ? 0 : zeros_ + 1;
+    return true;
+  }
+  // Skips n RBSP bytes; false when the unit ends first. A stretch without zero bytes is
+  // passed in one step.
+  bool skip(uint32_t n) {
+    while (n) {
+      if (!zeros_ && pos_ < end_) {
+        const uint32_t span = n < end_ - pos_ ? n : end_ - pos_;
+        const void* zero = std::memchr(d_ + pos_, 0, span);
+        const uint32_t clean = zero ? uint32_t(static_cast<const uint8_t*>(zero) - (d_ + pos_)) : span;
+        pos_ += clean, n -= clean;
+        if (!n) return true;
+      }
+      uint8_t b;
+      if (!byte(b)) return false;
+      --n;
+    }
+    return true;
+  }
+  // The trailing bits are all that is left (rbsp_trailing_bits, maybe cabac zero words).
+  bool onlyTrailingBits() const {
+    uint32_t p = pos_;
+    if (p < end_ && d_[p] == 0x80) ++p;
+    else if (p < end_) return false;
+    while (p < end_ && !d_[p]) ++p;
+    return p >= end_;
+  }
+
+ private:
+  const uint8_t* d_;
+  uint32_t pos_, end_, zeros_ = 0;
+};
 
 struct SeiMessage {
   uint32_t type;

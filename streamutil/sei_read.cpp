@@ -38,15 +38,15 @@ void readTimestamp(zr_bitstream& s, uint32_t framesBits, KLX_TIMECODE& tc) {
   tc.dropFrame = tc.countingType >= 4 && tc.countingType <= 6;
 }
 
-// Calls f(message, rbsp) for the SEI messages in front of the first picture until it returns true.
-template <class F>
-bool eachLeadingMessage(const uint8_t* d, uint32_t size, uint32_t codec, bool lengthPrefixed, F&& f) {
+// Calls f(type, payload, size) for the wanted SEI messages in front of the first picture until
+// it returns true.
+template <class Wanted, class F>
+bool eachLeadingMessage(const uint8_t* d, uint32_t size, uint32_t codec, bool lengthPrefixed, Wanted&& wanted, F&& f) {
   nalwalk::Walker walk(d, size, lengthPrefixed);
-  for (nalwalk::Unit u; walk.next(u);) {
-    if (u.header >= u.end) continue;
-    const uint8_t h = d[u.header];
-    if (seirewrite::isPictureUnit(codec, h)) return false;
-    if (seirewrite::isSeiUnit(codec, h) && seirewrite::forEachMessage(d, u, codec, f)) return true;
+  nalwalk::Unit u;
+  for (uint8_t h; walk.peek(h) && !seirewrite::isPictureUnit(codec, h);) {
+    if (!walk.next(u)) return false;
+    if (seirewrite::isSeiUnit(codec, h) && seirewrite::forEachMessage(d, u, codec, wanted, f)) return true;
   }
   return false;
 }
@@ -54,16 +54,17 @@ bool eachLeadingMessage(const uint8_t* d, uint32_t size, uint32_t codec, bool le
 int readCaptions(const uint8_t* d, uint32_t size, uint32_t codec, uint32_t lengthPrefixed, uint8_t* out, uint32_t capacity) {
   if (!d || (capacity && !out)) return -1;
   uint32_t count = 0;
-  eachLeadingMessage(d, size, codec, lengthPrefixed != 0, [&](const nalwalk::SeiMessage& m, const uint8_t* rbsp) {
-    if (m.type != kUserDataRegistered || !seirewrite::isCaptionPayload(rbsp + m.payload, m.size) || m.size < kCaptionHeader + 2)
-      return false;
-    const uint8_t* p = rbsp + m.payload + kCaptionHeader;
-    const uint32_t announced = p[0] & 0x1F, fits = (m.size - kCaptionHeader - 2) / 3;
-    const uint32_t n = announced < fits ? announced : fits;
-    for (uint32_t i = 0; i < n; ++i, ++count)
-      if (count < capacity) std::memcpy(out + 3 * count, p + 2 + 3 * i, 3);
-    return false;
-  });
+  eachLeadingMessage(
+      d, size, codec, lengthPrefixed != 0, [](uint32_t type) { return type == kUserDataRegistered; },
+      [&](uint32_t, const uint8_t* payload, uint32_t n) {
+        if (!seirewrite::isCaptionPayload(payload, n) || n < kCaptionHeader + 2) return false;
+        const uint8_t* p = payload + kCaptionHeader;
+        const uint32_t announced = p[0] & 0x1F, fits = (n - kCaptionHeader - 2) / 3;
+        const uint32_t k = announced < fits ? announced : fits;
+        for (uint32_t i = 0; i < k; ++i, ++count)
+          if (count < capacity) std::memcpy(out + 3 * count, p + 2 + 3 * i, 3);
+        return false;
+      });
   return int(count);
 }
 
@@ -84,9 +85,9 @@ void eachMpeg2Header(const uint8_t* d, uint32_t size, F&& f) {
 extern "C" int klxUtilReadHevcTimeCode(const uint8_t* frame, uint32_t size, uint32_t lengthPrefixed, KLX_TIMECODE* tc) {
   if (!frame || !tc) return -1;
   const bool found = eachLeadingMessage(frame, size, KLX_CODEC_HEVC, lengthPrefixed != 0,
-                                        [&](const nalwalk::SeiMessage& m, const uint8_t* rbsp) {
-                                          if (m.type != kHevcTimeCode) return false;
-                                          zr_bitstream s = readerOver(rbsp + m.payload, m.size);
+                                        [](uint32_t type) { return type == kHevcTimeCode; },
+                                        [&](uint32_t, const uint8_t* payload, uint32_t n) {
+                                          zr_bitstream s = readerOver(payload, n);
                                           const uint32_t num = ReadBits(&s, 2);
                                           KLX_TIMECODE t{};
                                           for (uint32_t i = 0; i < num; ++i) {
@@ -111,9 +112,9 @@ extern "C" int klxUtilReadH264TimeCode(const uint8_t* frame, uint32_t size, uint
                               : v.vcl_hrd_parameters_present_flag ? &v.vcl_hrd
                                                                   : nullptr;
   const bool found = eachLeadingMessage(frame, size, KLX_CODEC_H264, lengthPrefixed != 0,
-                                        [&](const nalwalk::SeiMessage& m, const uint8_t* rbsp) {
-                                          if (m.type != kAvcPicTiming) return false;
-                                          zr_bitstream s = readerOver(rbsp + m.payload, m.size);
+                                        [](uint32_t type) { return type == kAvcPicTiming; },
+                                        [&](uint32_t, const uint8_t* payload, uint32_t n) {
+                                          zr_bitstream s = readerOver(payload, n);
                                           if (hrd) {
                                             SkipBits(&s, (hrd->cpb_removal_delay_length_minus1 & 31) + 1);
                                             SkipBits(&s, (hrd->dpb_output_delay_length_minus1 & 31) + 1);

@@ -47,8 +47,11 @@ extern "C" int klxutilRemoveSEIMessages(DFRAME* frame, uint32_t codec, uint32_t 
 extern "C" uint32_t ReadSEIEnd(const uint8_t* frame, uint32_t size, uint32_t codec, uint32_t lengthPrefixed) {
   if (!frame || !validCodec(codec)) return 0;
   nalwalk::Walker walk(frame, size, lengthPrefixed != 0);
-  for (nalwalk::Unit u; walk.next(u);)
-    if (u.header < u.end && seirewrite::isPictureUnit(codec, frame[u.header])) return u.at;
+  nalwalk::Unit u;
+  for (uint8_t h; walk.peek(h);) {
+    if (seirewrite::isPictureUnit(codec, h)) return walk.peekAt();
+    if (!walk.next(u)) break;
+  }
   return size;
 }
 

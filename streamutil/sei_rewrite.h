@@ -128,18 +128,38 @@ inline bool isCaptionPayload(const uint8_t* p, uint32_t size) {
 
 namespace seirewrite {
 
-// Calls f(message, rbsp) for each SEI message of unit `u` until f returns true; returns
-// whether it did. Units that cannot be parsed give false.
-template <class F>
-bool forEachMessage(const uint8_t* d, const nalwalk::Unit& u, uint32_t codec, F&& f) {
+// Calls f(type, payload, size) for each SEI message of unit `u` that `wanted(type)` selects,
+// until f returns true; returns whether it did. Other payloads are skipped in place; a
+// selected payload is unescaped into a small buffer (longer ones are cut to it, `size` then
+// telling the full length). Units that cannot be parsed end the walk.
+template <class Wanted, class F>
+bool forEachMessage(const uint8_t* d, const nalwalk::Unit& u, uint32_t codec, Wanted&& wanted, F&& f) {
   const uint32_t hb = headerBytes(codec);
   if (u.end - u.header <= hb) return false;
-  Scratch scratch;
-  uint8_t* rbsp = scratch.get(u.end - u.header);
-  const uint32_t n = nalwalk::unescape(d + u.header, u.end - u.header, rbsp, u.end - u.header);
-  nalwalk::SeiMessages walk(rbsp, n, hb);
-  for (nalwalk::SeiMessage m; walk.next(m);)
-    if (f(m, static_cast<const uint8_t*>(rbsp))) return true;
+  nalwalk::EscapedCursor c(d, u.header + hb, u.end);
+  uint8_t payload[256];
+  while (!c.onlyTrailingBits()) {
+    uint32_t type = 0, size = 0;
+    uint8_t b = 0xFF;
+    while (b == 0xFF) {
+      if (!c.byte(b)) return false;
+      type += b;
+    }
+    b = 0xFF;
+    while (b == 0xFF) {
+      if (!c.byte(b)) return false;
+      size += b;
+    }
+    if (!wanted(type)) {
+      if (!c.skip(size)) return false;
+      continue;
+    }
+    uint32_t n = 0;
+    for (; n < size && n < sizeof payload; ++n)
+      if (!c.byte(payload[n])) return false;
+    if (size > n && !c.skip(size - n)) return false;
+    if (f(type, static_cast<const uint8_t*>(payload), size < n ? size : n)) return true;
+  }
   return false;
 }
 
