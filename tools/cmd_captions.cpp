@@ -33,7 +33,7 @@ constexpr const char* kUsage =
     "  --channel N          1..4: CC1, CC2 (field 1), CC3, CC4 (field 2); default 1\n"
     "  --force              replace OUT when it exists\n"
     "  --json               list the decoded cues as JSON: {\"file\", \"codec\", \"channel\",\n"
-    "                       \"pairs\", \"cues\":[{\"startFrame\", \"endFrame\", \"start\", \"end\",\n"
+    "                       \"pairs\", \"cues\":[{\"startFrame\", \"endFrame\", \"startMs\", \"endMs\",\n"
     "                       \"startTimecode\", \"text\"}]}\n"
     "Example: quorvane captions extract clip.264 -o clip.srt\n";
 
@@ -230,7 +230,8 @@ int cmdCaptions(int argc, char** argv) {
           break;
         }
       j.beginObject().num("startFrame", int64_t(c.startFrame)).num("endFrame", int64_t(c.endFrame));
-      j.num("start", c.startFrame / e.pictureRate).num("end", c.endFrame / e.pictureRate);
+      j.num("startMs", int64_t(std::llround(c.startFrame * 1000.0 / e.pictureRate)));
+      j.num("endMs", int64_t(std::llround(c.endFrame * 1000.0 / e.pictureRate)));
       j.str("startTimecode", timecodeText(timecode, e.tcType)).str("text", c.text).endObject();
     }
     j.endArray().endObject();

@@ -17,6 +17,7 @@
 #include "access_units.h"
 #include "cli.h"
 #include "commands.h"
+#include "stamp_plan.h"
 #include "platform/tcxlat.h"
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
@@ -56,14 +57,9 @@ constexpr const char* kUsage =
     "is stamped with the timecode of its display position. The summary names the rate and\n"
     "timecode type used. OUT is never IN, and is only created once the whole stream is stamped.\n";
 
-struct RateInfo {
-  const char* name;
-  const char* typeName;  // as the summary says it
-  uint32_t tcType;       // counting of the timecode text (and of the H.264 clock timestamps)
-  uint32_t hevcRate;     // integer rate for the HEVC time_code SEI writer
-  uint32_t cdpRate;      // caption packet frame-rate code
-  double fps;
-};
+}  // namespace
+
+namespace {
 constexpr RateInfo kRates[] = {
     {"23.98", "23.98 (counted as 24)", TC_2398, 24, CDP_RATE_23_976, 24000.0 / 1001},
     {"24", "24", TC_FILM, 24, CDP_RATE_24, 24},
@@ -74,6 +70,8 @@ constexpr RateInfo kRates[] = {
     {"59.94", "59.94 drop-frame", TC_DF5994, 59, CDP_RATE_59_94, 60000.0 / 1001},
     {"60", "60", TC_60, 60, CDP_RATE_60, 60},
 };
+
+}  // namespace
 
 // The rate a --rate name stands for (one small lookup, to give way to a shared table).
 const RateInfo* findRate(const std::string& name) {
@@ -94,30 +92,13 @@ const RateInfo* rateForStream(double fps) {
   return best;
 }
 
-// Everything stampAccessUnit needs, settled once per stream.
-struct StampPlan {
-  StreamCodec codec = StreamCodec::kUnknown;
-  const RateInfo* rate = nullptr;
-  std::string rateSource;  // where the rate came from, for the summary
-  bool fields = false;     // each picture is one field: two pictures per timecode frame
-  uint32_t startFrame = 0;
-  bool captions = false;
-  std::vector<SCC_CAPTION> captionPairs;
-  std::vector<int32_t> captionAt;  // display frame (from startFrame) -> index in captionPairs, -1 none
-  bool keepExisting = false;
-  std::shared_ptr<const SPS_DECODED> avcSps;  // H.264: the active SPS as the input carries it
-  uint32_t avcFlags = 0;
-  // The parameter-set units (from their header byte) as the output carries them: H.264 SPS
-  // rewritten with pic_struct_present_flag. For carriers that keep them outside the frames.
-  std::vector<std::vector<uint8_t>> parameterSets;
-};
-
-// What stampAccessUnit did, as bits of its result.
-constexpr int kReplacedTimecode = 1, kReplacedCaptions = 2, kWroteCaption = 4;
+namespace {
 
 zr_bitstream readerOver(const std::vector<uint8_t>& unit) {
   return zr_bitstream{const_cast<uint8_t*>(unit.data()), int64_t(unit.size()), uint64_t(unit.size()) * 8, 0};
 }
+
+}  // namespace
 
 // Stream-level preparation over the parameter-set units (each from its header byte, with its
 // emulation prevention): the rate (from --rate or the VUI timing), field coding, the active
@@ -178,6 +159,8 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
   return true;
 }
 
+namespace {
+
 // Caption packet of one picture: the field-1 pair (CC1) or padding, and field-2 padding.
 uint32_t captionPacketFor(const SCC_CAPTION* pair, uint32_t cdpRate, uint16_t sequence, uint8_t* out, uint32_t cap) {
   const uint8_t triplets[6] = {0xFC, pair ? pair->data[0] : uint8_t(0x80), pair ? pair->data[1] : uint8_t(0x80),
@@ -206,6 +189,8 @@ int timecodeInto(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, std:
   if (rc != 0) return error = rc == KLX_SEI_NO_ROOM ? "no room for the pic_timing SEI" : "cannot write the pic_timing SEI", -1;
   return done;
 }
+
+}  // namespace
 
 // Edits one access unit in place (start codes, or 4-byte lengths when lengthPrefixed):
 // timecode of its display position, and its caption pair. Returns kReplaced.../kWroteCaption
@@ -241,6 +226,8 @@ int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, u
   if (klxutilAddCaptionsSEI(&frame, codec, packet, packetLength, framing) != 0) return error = "no room for the caption SEI", -1;
   return done | (pair ? kWroteCaption : 0);
 }
+
+namespace {
 
 class PartialFile {
  public:

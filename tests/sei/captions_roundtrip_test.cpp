@@ -296,3 +296,54 @@ TEST(Cea608, ControlCodesParityAndChannels) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(CaptionsTool, RefusesBadUsageWithOneLine) {
+  qtest::TempDir dir;
+  const std::string sample = qtest::samplePath("hevc_main_160x90_25fps.hevc");
+  qtest::writeBytes(dir.file("taken.srt"), {'x'});
+  qtest::writeBytes(dir.file("junk.264"), std::vector<uint8_t>(64, 0x42));
+  const struct {
+    std::string args;
+    int exit;
+  } cases[] = {
+      {"captions", 2},
+      {"captions extract " + shellQuote(sample), 2},  // neither -o nor --json
+      {"captions list " + shellQuote(sample) + " --json", 2},
+      {"captions extract " + shellQuote(sample) + " --channel 5 --json", 2},
+      {"captions extract " + shellQuote(sample) + " -o " + shellQuote(dir.file("out.txt")), 2},
+      {"captions extract " + shellQuote(sample) + " -o " + shellQuote(dir.file("taken.srt")), 2},
+      {"captions extract " + shellQuote(sample) + " -o " + shellQuote(sample) + " --format srt --force", 2},
+      {"captions extract " + shellQuote(dir.file("missing.264")) + " --json", 1},
+      {"captions extract " + shellQuote(dir.file("junk.264")) + " --json", 1},
+  };
+  for (const auto& c : cases) {
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exit) << c.args << "\n" << r.err;
+    EXPECT_EQ(r.err.rfind("quorvane captions: ", 0), 0u) << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+  }
+  EXPECT_EQ(fileText(dir.file("taken.srt")), "x");
+  // A stream without captions: no cues, valid JSON.
+  auto r = qtest::runTool("captions extract " + shellQuote(sample) + " --json");
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("\"pairs\":0,\"cues\":[]"), std::string::npos) << r.out;
+}
+
+// Caption pairs outside the stamped timecodes: one warning line naming both ranges, exit 0.
+TEST(CaptionsTool, StampWarnsAboutCuesOutsideTheRange) {
+  qtest::TempDir dir;
+  const std::string sample = qtest::samplePath("hevc_main_160x90_25fps.hevc");
+  const std::string text = "Scenarist_SCC V1.0\n\n02:00:00:00\t9420 9420\n";
+  qtest::writeBytes(dir.file("late.scc"), std::vector<uint8_t>(text.begin(), text.end()));
+  auto r = qtest::runTool("stamp " + shellQuote(sample) + " " + shellQuote(dir.file("out.hevc")) +
+                          " --tc 01:00:00:00 --rate 25 --captions " + shellQuote(dir.file("late.scc")));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("warning: 2 of 2 caption byte pairs fall outside the stamped range 01:00:00:00-"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("(the captions run 02:00:00:00-02:00:00:01)"), std::string::npos) << r.err;
+  EXPECT_NE(r.out.find("at 25 (rate given with --rate)"), std::string::npos) << r.out;
+}
+
+}  // namespace
