@@ -22,6 +22,7 @@
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
 #include "streamutil/hevc_params.h"
+#include "streamutil/mpeg2_pictures.h"
 #include "streamutil/scc.h"
 #include "streamutil/sei.h"
 #include "streamutil/sei_read.h"
@@ -313,56 +314,21 @@ void warnOutsideRange(const StampPlan& plan, uint32_t first, uint32_t last) {
 // ---- MPEG-2 video (ISO/IEC 13818-2): GOP time_code rewritten in place, captions as
 // picture user data in front of each picture's first slice.
 
-struct Mpeg2Picture {
-  size_t begin, end;   // the picture with the headers in front of it
-  size_t firstSlice;   // its first slice start code
-  uint32_t display;    // GOP base + temporal_reference
-  bool opensGop;
-};
-
 bool isMpeg2(const uint8_t* d, size_t size) {
   for (size_t i = 0; i + 3 < size && i < 64; ++i)
     if (!d[i] && !d[i + 1] && d[i + 2] == 1) return d[i + 3] == 0xB3;
   return false;
 }
 
-// Splits in front of the first header (sequence, GOP, picture) that follows a slice.
-std::vector<Mpeg2Picture> mpeg2Pictures(const uint8_t* d, size_t size, double& fps) {
-  static constexpr double kRates[16] = {0, 24000.0 / 1001, 24, 25, 30000.0 / 1001, 30, 50, 60000.0 / 1001, 60};
-  std::vector<Mpeg2Picture> out;
-  Mpeg2Picture cur{0, 0, 0, 0, false};
-  bool inSlices = false, havePicture = false;
-  uint32_t gopBase = 0, gopPictures = 0;
-  auto close = [&](size_t at) {
-    if (havePicture) cur.end = at, out.push_back(cur);
-    havePicture = false;
-    cur = Mpeg2Picture{at, 0, 0, 0, false};
-  };
-  for (size_t i = 0; i + 3 < size; ++i) {
-    if (d[i] || d[i + 1] || d[i + 2] != 1) continue;
-    const uint8_t code = d[i + 3];
-    const bool slice = code >= 0x01 && code <= 0xAF;
-    if (!slice && inSlices) close(i), inSlices = false;
-    if (code == 0xB3 && i + 8 <= size && fps == 0) fps = kRates[d[i + 7] & 15];
-    if (code == 0xB8) cur.opensGop = true, gopBase += gopPictures, gopPictures = 0;
-    if (code == 0x00 && i + 6 <= size) {
-      cur.display = gopBase + ((uint32_t(d[i + 4]) << 2) | (d[i + 5] >> 6));
-      ++gopPictures;
-      havePicture = true;
-    }
-    if (slice && !inSlices) cur.firstSlice = i;
-    inSlices = inSlices || slice;
-    i += 2;
-  }
-  close(size);
-  return out;
-}
-
 int stampMpeg2(const cli::Args& args, const std::string& inPath, const std::string& outPath, const std::string& input,
                const RateInfo* givenRate, const std::string& tcText) {
   const auto* data = reinterpret_cast<const uint8_t*>(input.data());
-  double fps = 0;
-  const std::vector<Mpeg2Picture> pictures = mpeg2Pictures(data, input.size(), fps);
+  if (input.size() > UINT32_MAX) return cli::failWith(cli::kFailed, "stamp", "%s: too large", inPath.c_str());
+  uint32_t rateCode = 0;
+  const int count = klxutilMpeg2Pictures(data, uint32_t(input.size()), nullptr, 0, &rateCode);
+  std::vector<KLX_MPEG2_PICTURE> pictures(size_t(count > 0 ? count : 0));
+  klxutilMpeg2Pictures(data, uint32_t(input.size()), pictures.data(), uint32_t(pictures.size()), &rateCode);
+  const double fps = klxutilMpeg2FrameRate(rateCode);
   if (pictures.empty()) return cli::failWith(cli::kFailed, "stamp", "%s: no MPEG-2 pictures", inPath.c_str());
   StampPlan plan;
   plan.codec = StreamCodec::kMpeg2;
@@ -382,14 +348,14 @@ int stampMpeg2(const cli::Args& args, const std::string& inPath, const std::stri
   if (!out.write(head.data(), head.size())) return cli::failWith(cli::kFailed, "stamp", "cannot write %s", outPath.c_str());
   uint32_t gopBaseDisplay = 0;
   for (size_t k = 0; k < pictures.size(); ++k) {
-    const Mpeg2Picture& p = pictures[k];
+    const KLX_MPEG2_PICTURE& p = pictures[k];
     buffer.assign(data + p.begin, data + p.end);
     buffer.resize(buffer.size() + 512);
     if (p.opensGop) {
       // The GOP's time_code is the timecode of its first picture in display order.
-      gopBaseDisplay = p.display;
+      gopBaseDisplay = p.displayIndex;
       for (size_t j = k; j < pictures.size() && (j == k || !pictures[j].opensGop); ++j)
-        gopBaseDisplay = std::min(gopBaseDisplay, pictures[j].display);
+        gopBaseDisplay = std::min(gopBaseDisplay, pictures[j].displayIndex);
       uint8_t digits[4];
       if (tc2String(plan.startFrame + gopBaseDisplay, plan.rate->tcType | 0x400, digits, sizeof digits) != 0)
         return cli::failWith(cli::kFailed, "stamp", "picture %zu: timecode out of range", k);
@@ -398,10 +364,10 @@ int stampMpeg2(const cli::Args& args, const std::string& inPath, const std::stri
       const size_t headerBytes = p.firstSlice > p.begin ? p.firstSlice - p.begin : 0;
       gops += klxutilSetMpeg2TimeCode(buffer.data(), uint32_t(headerBytes), &tc) > 0 ? 1 : 0;
     }
-    last = std::max(last, plan.startFrame + p.display);
+    last = std::max(last, plan.startFrame + p.displayIndex);
     uint32_t size = uint32_t(p.end - p.begin);
     if (plan.captions && p.firstSlice > p.begin) {
-      const uint32_t display = p.display;
+      const uint32_t display = p.displayIndex;
       const int32_t index = display < plan.captionAt.size() ? plan.captionAt[display] : -1;
       const SCC_CAPTION* pair = index >= 0 ? &plan.captionPairs[size_t(index)] : nullptr;
       uint8_t packet[64];

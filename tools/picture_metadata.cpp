@@ -8,14 +8,9 @@
 #include "access_units.h"
 #include "platform/tcxlat.h"
 #include "streamutil/hevc_params.h"
+#include "streamutil/mpeg2_pictures.h"
 
 namespace {
-
-// ISO/IEC 13818-2 Table 6-4 frame_rate_code.
-double mpeg2Rate(uint32_t code) {
-  static constexpr double kRates[16] = {0, 24000.0 / 1001, 24, 25, 30000.0 / 1001, 30, 50, 60000.0 / 1001, 60};
-  return kRates[code & 15];
-}
 
 bool readAvcOrHevc(const uint8_t* data, size_t size, StreamCodec codec, StreamPictures& out, std::string& error) {
   std::vector<AccessUnitRef> aus;
@@ -59,76 +54,49 @@ bool readAvcOrHevc(const uint8_t* data, size_t size, StreamCodec codec, StreamPi
   return true;
 }
 
-// MPEG-2: a picture runs from the headers in front of its picture header to its last slice;
-// its display position in the GOP is its temporal_reference.
+// MPEG-2: each picture with the headers in front of it; the GOP time_code counts on by
+// temporal_reference.
 bool readMpeg2(const uint8_t* data, size_t size, StreamPictures& out, std::string& error) {
   if (size > UINT32_MAX) return error = "stream too large", false;
-  std::vector<size_t> starts;  // start code offsets
-  for (size_t i = 0; i + 3 < size; ++i)
-    if (!data[i] && !data[i + 1] && data[i + 2] == 1) starts.push_back(i), i += 2;
+  uint32_t rateCode = 0;
+  const int n = klxutilMpeg2Pictures(data, uint32_t(size), nullptr, 0, &rateCode);
+  std::vector<KLX_MPEG2_PICTURE> pictures(size_t(n > 0 ? n : 0));
+  klxutilMpeg2Pictures(data, uint32_t(size), pictures.data(), uint32_t(pictures.size()), &rateCode);
+  out.framesPerSecond = klxutilMpeg2FrameRate(rateCode);
   KLX_TIMECODE gop{};
   bool haveGop = false;
-  uint32_t gopBase = 0, gopPictures = 0, decode = 0, tcType = TC_DF2997;
-  size_t frameBegin = starts.empty() ? 0 : starts.front();
-  bool inSlices = false;
-  PictureMetadata pending;
-  bool havePending = false;
-  auto finish = [&](size_t end) {
-    if (!havePending) return;
-    const uint8_t* frame = data + frameBegin;
-    const uint32_t length = static_cast<uint32_t>(end - frameBegin);
-    uint8_t triplets[3 * 64];
-    const int n = klxUtilReadMpeg2Captions(frame, length, triplets, 64);
-    if (n > 0) pending.triplets.assign(triplets, triplets + 3 * std::min(n, 64));
-    out.pictures.push_back(pending);
-    havePending = false;
-  };
-  for (size_t k = 0; k < starts.size(); ++k) {
-    const size_t at = starts[k];
-    const uint8_t code = data[at + 3];
-    const bool slice = code >= 0x01 && code <= 0xAF;
-    if (!slice && inSlices) {
-      finish(at);
-      frameBegin = at;
-      inSlices = false;
-    }
-    if (code == 0xB3 && at + 8 <= size) {
-      if (out.framesPerSecond == 0) out.framesPerSecond = mpeg2Rate(data[at + 7] & 15);
-    } else if (code == 0xB8) {
-      KLX_TIMECODE tc{};
-      const size_t end = k + 1 < starts.size() ? starts[k + 1] : size;
-      if (klxUtilReadMpeg2TimeCode(data + at, uint32_t(end - at), &tc) == 1) gop = tc, haveGop = true;
-      gopBase += gopPictures;
-      gopPictures = 0;
-    } else if (code == 0x00 && at + 6 <= size) {
-      pending = PictureMetadata{};
-      pending.order = int32_t((uint32_t(data[at + 4]) << 2) | (data[at + 5] >> 6));  // temporal_reference
-      pending.decode = decode++;
-      pending.display = gopBase + uint32_t(pending.order);
-      ++gopPictures;
-      if (haveGop) {
-        const double fps = out.framesPerSecond;
-        tcType = gop.dropFrame ? (fps > 40 ? TC_DF5994 : TC_DF2997)
-                               : fps > 55 ? TC_60 : fps > 45 ? TC_50 : fps > 27 ? TC_NDF30 : fps > 24.5 ? TC_PAL : TC_FILM;
-        char text[16];
-        std::snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", gop.hours, gop.minutes, gop.seconds, gop.dropFrame ? ';' : ':', gop.frames);
-        uint32_t frames = 0;
-        if (tc2Frame(text, tcType | TCF_TEXT, &frames) == 0) {
-          uint8_t digits[4];
-          if (tc2String(frames + uint32_t(pending.order), tcType | 0x400, digits, sizeof digits) == 0) {
-            pending.timecode = gop;
-            pending.timecode.hours = digits[0], pending.timecode.minutes = digits[1];
-            pending.timecode.seconds = digits[2], pending.timecode.frames = digits[3];
-            pending.hasTimecode = true;
-          }
-        }
+  uint32_t decode = 0;
+  for (const auto& pic : pictures) {
+    const uint8_t* frame = data + pic.begin;
+    const uint32_t length = pic.end - pic.begin;
+    if (pic.opensGop) haveGop = klxUtilReadMpeg2TimeCode(frame, length, &gop) == 1;
+    PictureMetadata p;
+    p.order = int32_t(pic.temporalReference);
+    p.decode = decode++;
+    p.display = pic.displayIndex;
+    if (haveGop) {
+      const double fps = out.framesPerSecond;
+      const uint32_t tcType = gop.dropFrame ? (fps > 40 ? TC_DF5994 : TC_DF2997)
+                              : fps > 55    ? TC_60
+                              : fps > 45    ? TC_50
+                              : fps > 27    ? TC_NDF30
+                              : fps > 24.5  ? TC_PAL
+                                            : TC_FILM;
+      const uint8_t digits[4] = {gop.hours, gop.minutes, gop.seconds, gop.frames};
+      uint32_t frames = 0;
+      uint8_t shown[4];
+      if (tc2Frame(reinterpret_cast<const char*>(digits), tcType | 0x400, &frames) == 0 &&
+          tc2String(frames + pic.temporalReference, tcType | 0x400, shown, sizeof shown) == 0) {
+        p.timecode = gop;
+        p.timecode.hours = shown[0], p.timecode.minutes = shown[1], p.timecode.seconds = shown[2], p.timecode.frames = shown[3];
+        p.hasTimecode = true;
       }
-      havePending = true;
     }
-    inSlices = inSlices || slice;
+    uint8_t triplets[3 * 64];
+    const int k = klxUtilReadMpeg2Captions(frame, length, triplets, 64);
+    if (k > 0) p.triplets.assign(triplets, triplets + 3 * std::min(k, 64));
+    out.pictures.push_back(std::move(p));
   }
-  finish(size);
-  // Display order: GOP base + temporal_reference, unique per picture in a well-formed stream.
   std::stable_sort(out.pictures.begin(), out.pictures.end(), [](const auto& a, const auto& b) { return a.display < b.display; });
   for (size_t i = 0; i < out.pictures.size(); ++i) out.pictures[i].display = uint32_t(i);
   return true;

@@ -2,11 +2,13 @@
 // frames built here unit by unit; hostile frames in buffers of exactly their capacity.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
+#include "streamutil/mpeg2_pictures.h"
 #include "streamutil/sei_read.h"
 #include "streamutil/sei_remove.h"
 
@@ -162,6 +164,10 @@ TEST(SeiRemove, HostileFramesStayInBounds) {
     EXPECT_GE(klxUtilReadHevcTimeCode(frame.data(), uint32_t(frame.size()), framing, &tc), 0);
     EXPECT_GE(klxUtilReadMpeg2TimeCode(frame.data(), uint32_t(frame.size()), &tc), 0);
     EXPECT_GE(klxUtilReadMpeg2Captions(frame.data(), uint32_t(frame.size()), triplets, 32), 0);
+    KLX_MPEG2_PICTURE pictures[4];
+    uint32_t rateCode = 0;
+    const int n2 = klxutilMpeg2Pictures(frame.data(), uint32_t(frame.size()), pictures, 4, &rateCode);
+    for (int i = 0; i < std::min(n2, 4); ++i) EXPECT_LE(pictures[i].end, frame.size());
   }
 }
 
