@@ -9,3 +9,7 @@
 #include "streamutil/aac.h"
 #include "streamutil/scc.h"
 #include "streamutil/parameter_sets.h"
+#include "streamutil/sei_remove.h"
+#include "streamutil/sei_read.h"
+#include "streamutil/mpeg2_pictures.h"
+#include "streamutil/cea608.h"

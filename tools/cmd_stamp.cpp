@@ -54,9 +54,10 @@ constexpr const char* kUsage =
     "(the SPS gains pic_struct_present_flag when it lacks it); captions go in as a registered\n"
     "user-data SEI in front of each picture. MPEG-2: each GOP header's time_code is rewritten\n"
     "in place (drop_frame_flag included) and captions go in as picture user data.\n"
-    "Pictures reach the stream in decoding order; each\n"
-    "is stamped with the timecode of its display position. The summary names the rate and\n"
-    "timecode type used. OUT is never IN, and is only created once the whole stream is stamped.\n";
+    "Pictures reach the stream in decoding order; each is stamped with the timecode of its\n"
+    "display position. The summary names the rate and timecode type used, and warns about SCC\n"
+    "pairs outside the stamped timecodes. OUT is never IN, and is only created once the whole\n"
+    "stream is stamped.\n";
 
 }  // namespace
 
