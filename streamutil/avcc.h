@@ -3,8 +3,8 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/avc_params.h"
-#include "syntax/h264_stream.h"
+#include "avc_params.h"
+#include "../syntax/h264_stream.h"
 
 extern "C" {
 

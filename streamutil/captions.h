@@ -87,4 +87,14 @@ uint32_t klxUtilAddHevcCaptionsSEIChecked(uint8_t* dst, uint32_t capacity, const
 // frame's flags have both DFRAME_TWO_PARTS and DFRAME_SECOND_PART_VALID and the unit lands in
 // front of the second part. `unused` is ignored.
 uint32_t klxUtilAddHevcCaptions(DFRAME* frame, uint32_t unused);
+
+// H.264 or HEVC (codec KLX_CODEC_H264 / KLX_CODEC_HEVC of sei_remove.h): inserts the packet's
+// caption triplets (all of them, up to 31) as a registered user-data SEI unit in front of the
+// frame's first picture: behind any access unit delimiter, parameter sets and buffering period
+// SEI, as ITU-T H.264 7.4.1.2.3 and H.265 7.4.2.4.4 order them. lengthPrefixed nonzero: 4-byte
+// lengths, else start codes. Returns 0; -1 for a bad argument or a packet the check rejects;
+// KLX_CC_NO_ROOM, frame untouched, when nBufferSize cannot take the unit. Existing caption
+// SEI stays (remove it first with klxutilRemoveSEIMessages and KLX_SEI_CC_DATA).
+int klxutilAddCaptionsSEI(DFRAME* frame, uint32_t codec, const uint8_t* packet, uint32_t packetLength,
+                          uint32_t lengthPrefixed);
 }

@@ -8,8 +8,8 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/avc_params.h"
-#include "streamutil/hevc_params.h"
+#include "avc_params.h"
+#include "hevc_params.h"
 
 extern "C" {
 

@@ -7,7 +7,7 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/dframe.h"
+#include "dframe.h"
 
 extern "C" {
 

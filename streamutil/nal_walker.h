@@ -3,8 +3,8 @@
 #pragma once
 #include <cstdint>
 
-#include "streamutil/nal_units.h"
-#include "syntax/byte_scan.h"
+#include "nal_units.h"
+#include "../syntax/byte_scan.h"
 
 namespace nal_walk {
 

@@ -8,6 +8,7 @@
 #pragma once
 #include <cstdint>
 
+#include "avc_params.h"
 #include "dframe.h"
 #include "hevc_params.h"
 #include "zr_bitstream.h"
@@ -55,4 +56,39 @@ uint32_t klxUtilAddHevcTimecodeSEIRate(uint8_t* dst, uint32_t frameNumber, uint3
 uint32_t klxUtilAddSeiATC(uint8_t* dst, uint32_t flags);
 // 0 and nothing written when `capacity` is too small.
 uint32_t klxUtilAddSeiATCChecked(uint8_t* dst, uint32_t capacity, uint32_t flags);
+
+// ---- H.264 timecode: clock timestamps in the picture timing SEI (ITU-T H.264 D.1.3, D.2.3)
+
+// Flags of klxutilAddAVCTimeCode.
+constexpr uint32_t KLX_AVC_TC_BOTTOM_FIELD_FIRST = 1;  // interlaced frames show the bottom field first
+
+// Gives the picture of an H.264 frame the frame's timecode (klxFrameTimecode) of type tcType
+// (1 24, 2 30, 4 29.97 drop-frame, 8 25, 16 50, 32 59.94 drop-frame, 64 60, 128 23.98) as a
+// full clock timestamp in every clock timestamp slot of its pic_timing SEI: counting_type 4
+// with cnt_dropped_flag on the first picture after dropped frame numbers for drop-frame types,
+// else 0; nuit_field_based_flag when the VUI ticks are field periods. `sps` is the active
+// SPS as the input stream carries it (it says how an existing pic_timing is laid out).
+//  - An existing pic_timing keeps its cpb_removal_delay, dpb_output_delay and pic_struct; only
+//    its clock timestamps are rewritten.
+//  - Otherwise a pic_timing SEI unit is inserted in front of the first slice (behind any
+//    delimiter, parameter sets and buffering period SEI), with pic_struct from the slice
+//    header: 0 for frames of progressive streams, 1 / 2 for field pictures, 3 (4 with
+//    KLX_AVC_TC_BOTTOM_FIELD_FIRST) for frames of interlaced (MBAFF or PAFF) streams.
+//  - An SPS in the frame without pic_struct_present_flag is rewritten through the AVC
+//    parameter-set writer with the flag set (see klxutilAVCSpsForTimeCode). The caller must
+//    do the same for parameter sets carried outside the frames (avcC).
+// lengthPrefixed nonzero: 4-byte length framing, else start codes. Checked against
+// nBufferSize. Returns 0; -1 for a bad argument, an unknown type or an SPS that cannot be
+// rewritten faithfully; KLX_SEI_NO_ROOM with the frame untouched when the room is missing
+// (an SPS already rewritten then stays rewritten).
+int klxutilAddAVCTimeCode(DFRAME* frame, uint32_t tcType, const SPS_DECODED* sps, uint32_t lengthPrefixed,
+                          uint32_t flags);
+
+// Writes the H.264 SPS unit `nal` (from its header byte, emulation prevention in place) to
+// out with pic_struct_present_flag set (adding an otherwise empty VUI when it has none).
+// Returns 0 (rewritten), 1 (the flag was already set: out holds a copy), -1 when the unit is not
+// an SPS or the parameter-set writer cannot reproduce it exactly (for example default scaling
+// lists), KLX_SEI_NO_ROOM when `capacity` is too small. *outLength receives the length.
+int klxutilAVCSpsForTimeCode(const uint8_t* nal, uint32_t nalLength, uint8_t* out, uint32_t capacity,
+                             uint32_t* outLength);
 }

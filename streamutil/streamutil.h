@@ -13,3 +13,7 @@
 #include "parameter_sets.h"
 #include "colour.h"
 #include "avcc.h"
+#include "sei_remove.h"
+#include "sei_read.h"
+#include "mpeg2_pictures.h"
+#include "cea608.h"

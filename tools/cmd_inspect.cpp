@@ -106,7 +106,7 @@ int cmdInspect(int argc, char** argv) {
   params::StreamParams sets;
   sets.codec = info.codec;
   for (const auto& unit : info.parameterSets) params::addUnit(sets, unit.data(), unit.size());
-  FrameReport frames(info.codec, json);
+  FrameReport frames(info.codec, info.framing == media::Framing::kLengthPrefixed, json);
   {
     media::InputProgress progress("inspect", *input);
     media::AccessUnit au;

@@ -1,116 +1,235 @@
 // quorvane stamp: SMPTE timecode and CEA-608 captions into every access unit of an H.264 or
-// HEVC elementary stream.
+// HEVC elementary stream, replacing what the stream carried before.
+//
+// Two pieces are kept apart so that other front ends (container demuxers) can feed them:
+// prepareStampPlan works on the stream's parameter-set units once, stampAccessUnit edits one
+// access unit in either framing.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "access_units.h"
 #include "cli.h"
 #include "commands.h"
+#include "stamp_plan.h"
 #include "platform/tcxlat.h"
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
 #include "streamutil/hevc_params.h"
+#include "streamutil/mpeg2_pictures.h"
 #include "streamutil/scc.h"
 #include "streamutil/sei.h"
+#include "streamutil/sei_read.h"
+#include "streamutil/sei_remove.h"
+#include <algorithm>
 
 namespace {
 
 constexpr const char* kUsage =
     "usage: quorvane stamp IN OUT --tc HH:MM:SS:FF [--rate R] [--captions FILE.scc] [--fields]\n"
-    "                      [--length-prefixed] [--json]\n\n"
-    "Writes OUT: the H.264 or HEVC elementary stream IN with every picture stamped.\n"
+    "                      [--keep-existing] [--length-prefixed] [--force] [--json]\n\n"
+    "Writes OUT: the H.264, HEVC or MPEG-2 elementary stream IN with every picture stamped.\n"
     "  --tc HH:MM:SS:FF     timecode of the first picture in display order (';' before the\n"
     "                       frames is accepted for drop-frame rates)\n"
     "  --rate R             timecode rate: 23.98, 24, 25, 29.97 (drop-frame), 30, 50,\n"
-    "                       59.94 (drop-frame) or 60; default: the HEVC stream's VUI timing\n"
+    "                       59.94 (drop-frame) or 60; default: the stream's VUI timing\n"
     "                       (frame rate, not field rate), else 25\n"
     "  --captions FILE.scc  CEA-608 captions from a Scenarist SCC file, each byte pair in the\n"
     "                       picture shown at its timecode (SCC times are on the --tc clock)\n"
     "  --fields             each coded picture is one field: two pictures share a timecode\n"
     "                       (taken from the SPS's field_seq_flag for HEVC when not given)\n"
+    "  --keep-existing      refuse, writing nothing, when IN already carries timecode or\n"
+    "                       captions (by default they are replaced)\n"
     "  --length-prefixed    edit each frame in length-prefixed framing, as MP4 hosts hold it\n"
     "                       (the output is start-code framed either way)\n"
+    "  --force              replace OUT when it exists\n"
     "  --json               print a summary as JSON\n"
-    "HEVC pictures get a time_code SEI (and captions as a registered user-data SEI); H.264\n"
-    "pictures get captions (an H.264 timecode SEI is not written). Pictures reach the stream\n"
-    "in decoding order; each is stamped with the timecode of its display position. OUT is\n"
-    "never IN, and is only created once the whole stream is stamped.\n";
+    "HEVC pictures get a time_code SEI, H.264 pictures clock timestamps in their pic_timing SEI\n"
+    "(the SPS gains pic_struct_present_flag when it lacks it); captions go in as a registered\n"
+    "user-data SEI in front of each picture. MPEG-2: each GOP header's time_code is rewritten\n"
+    "in place (drop_frame_flag included) and captions go in as picture user data.\n"
+    "Pictures reach the stream in decoding order; each is stamped with the timecode of its\n"
+    "display position. The summary names the rate and timecode type used, and warns about SCC\n"
+    "pairs outside the stamped timecodes. OUT is never IN, and is only created once the whole\n"
+    "stream is stamped.\n";
 
-struct RateInfo {
-  const char* name;
-  uint32_t tcType;      // counting of the timecode text
-  uint32_t seiType;     // type handed to the time_code SEI writer
-  uint32_t cdpRate;     // caption packet frame-rate code
-};
+}  // namespace
+
+namespace {
 constexpr RateInfo kRates[] = {
-    {"23.98", TC_2398, TC_FILM, CDP_RATE_23_976}, {"23.976", TC_2398, TC_FILM, CDP_RATE_23_976},
-    {"24", TC_FILM, TC_FILM, CDP_RATE_24},        {"25", TC_PAL, TC_PAL, CDP_RATE_25},
-    {"29.97", TC_DF2997, TC_DF2997, CDP_RATE_29_97}, {"30", TC_NDF30, TC_NDF30, CDP_RATE_30},
-    {"50", TC_50, TC_50, CDP_RATE_50},            {"59.94", TC_DF5994, TC_DF5994, CDP_RATE_59_94},
-    {"60", TC_60, TC_60, CDP_RATE_60},
+    {"23.98", "23.98 (counted as 24)", TC_2398, 24, CDP_RATE_23_976, 24000.0 / 1001},
+    {"24", "24", TC_FILM, 24, CDP_RATE_24, 24},
+    {"25", "25", TC_PAL, 25, CDP_RATE_25, 25},
+    {"29.97", "29.97 drop-frame", TC_DF2997, 29, CDP_RATE_29_97, 30000.0 / 1001},
+    {"30", "30 non-drop", TC_NDF30, 30, CDP_RATE_30, 30},
+    {"50", "50", TC_50, 50, CDP_RATE_50, 50},
+    {"59.94", "59.94 drop-frame", TC_DF5994, 59, CDP_RATE_59_94, 60000.0 / 1001},
+    {"60", "60", TC_60, 60, CDP_RATE_60, 60},
 };
 
+}  // namespace
+
+// The rate a --rate name stands for (one small lookup, to give way to a shared table).
 const RateInfo* findRate(const std::string& name) {
+  if (name == "23.976") return &kRates[0];
   for (const auto& r : kRates)
     if (name == r.name) return &r;
   return nullptr;
 }
 
-// What the first HEVC sequence parameter set says about timing: frames per second (0 when the
-// VUI carries no timing) and whether each picture is one field.
-struct StreamTiming {
-  double framesPerSecond = 0;
-  bool fieldPictures = false;
-};
-
-StreamTiming hevcTiming(const uint8_t* data, const std::vector<AccessUnitRef>& aus) {
-  for (const auto& au : aus)
-    for (const auto& u : au.units) {
-      if (u.type != 33) continue;
-      HEVC_SPS_DECODED sps{};
-      zr_bitstream s{const_cast<uint8_t*>(data + u.header), static_cast<int64_t>(u.end - u.header),
-                     uint64_t(u.end - u.header) * 8, 0};
-      if (klxutilRead_HEVC_SPS(&s, &sps, nullptr, 0) == 0xFFFFFFFFu) return {};
-      StreamTiming t;
-      t.fieldPictures = sps.vui.field_seq_flag != 0;
-      if (sps.vui.vui_timing_info_present_flag && sps.vui.vui_num_units_in_tick)
-        t.framesPerSecond = double(sps.vui.vui_time_scale) / sps.vui.vui_num_units_in_tick / (t.fieldPictures ? 2 : 1);
-      return t;
-    }
-  return {};
-}
-
-// The timecode rate nearest to a stream's frame rate; 25 when the stream does not say.
+// The timecode rate nearest to a stream's frame rate, or null.
 const RateInfo* rateForStream(double fps) {
-  static constexpr struct {
-    double fps;
-    const char* name;
-  } kNominal[] = {{24000.0 / 1001, "23.98"}, {24, "24"}, {25, "25"}, {30000.0 / 1001, "29.97"},
-                  {30, "30"}, {50, "50"}, {60000.0 / 1001, "59.94"}, {60, "60"}};
-  const char* best = "25";
+  const RateInfo* best = nullptr;
   double bestDistance = 0.05;
-  for (const auto& n : kNominal) {
-    const double d = fps > n.fps ? fps - n.fps : n.fps - fps;
-    if (d < bestDistance) bestDistance = d, best = n.name;
+  for (const auto& r : kRates) {
+    const double d = fps > r.fps ? fps - r.fps : r.fps - fps;
+    if (d < bestDistance) bestDistance = d, best = &r;
   }
-  return findRate(best);
+  return best;
 }
 
-constexpr uint32_t kSpareBytes = 2048;  // room behind each frame for the inserted units
-constexpr uint8_t kAccessUnitDelimiter[] = {0, 0, 0, 1, 0x09, 0xF0};  // primary_pic_type 7: any
+namespace {
 
-// Caption triplets of one picture: the field-1 pair (CC1) or padding, and field-2 padding.
+zr_bitstream readerOver(const std::vector<uint8_t>& unit) {
+  return zr_bitstream{const_cast<uint8_t*>(unit.data()), int64_t(unit.size()), uint64_t(unit.size()) * 8, 0};
+}
+
+}  // namespace
+
+// Stream-level preparation over the parameter-set units (each from its header byte, with its
+// emulation prevention): the rate (from --rate or the VUI timing), field coding, the active
+// H.264 SPS and its rewrite for pic_struct.
+bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& units, const RateInfo* givenRate,
+                      std::string& error) {
+  double fps = 0;
+  std::string timing;
+  for (const auto& unit : units) {
+    if (unit.empty()) continue;
+    std::vector<uint8_t> out = unit;
+    if (plan.codec == StreamCodec::kHevc && ((unit[0] >> 1) & 0x3F) == 33 && fps == 0) {
+      HEVC_SPS_DECODED sps{};
+      zr_bitstream s = readerOver(unit);
+      if (klxutilRead_HEVC_SPS(&s, &sps, nullptr, 0) != 0xFFFFFFFFu) {
+        plan.fields = plan.fields || sps.vui.field_seq_flag;
+        if (sps.vui.vui_timing_info_present_flag && sps.vui.vui_num_units_in_tick) {
+          fps = double(sps.vui.vui_time_scale) / sps.vui.vui_num_units_in_tick / (sps.vui.field_seq_flag ? 2 : 1);
+          timing = std::to_string(sps.vui.vui_time_scale) + "/" + std::to_string(sps.vui.vui_num_units_in_tick);
+        }
+      }
+    } else if (plan.codec == StreamCodec::kH264 && (unit[0] & 0x1F) == 7) {
+      auto sps = std::make_shared<SPS_DECODED>();
+      zr_bitstream s = readerOver(unit);
+      if (klxutilRead_SPS(&s, sps.get()) == 0) {
+        error = "cannot read the H.264 sequence parameter set";
+        return false;
+      }
+      out.resize(unit.size() + 64);
+      uint32_t n = 0;
+      if (klxutilAVCSpsForTimeCode(unit.data(), uint32_t(unit.size()), out.data(), uint32_t(out.size()), &n) < 0) {
+        error = "the H.264 sequence parameter set cannot be rewritten for pic_struct (an unusual scaling list?)";
+        return false;
+      }
+      out.resize(n);
+      const AVC_VUI_PARAMETERS& v = sps->vui;
+      if (!plan.avcSps && sps->vui_parameters_present_flag && v.timing_info_present_flag && v.num_units_in_tick) {
+        fps = double(v.time_scale) / (2.0 * v.num_units_in_tick);  // H.264 ticks are field periods
+        timing = std::to_string(v.time_scale) + "/" + std::to_string(2ull * v.num_units_in_tick);
+      }
+      if (!plan.avcSps) plan.avcSps = sps;
+    }
+    plan.parameterSets.push_back(std::move(out));
+  }
+  if (plan.codec == StreamCodec::kH264 && !plan.avcSps) {
+    error = "no H.264 sequence parameter set in the stream";
+    return false;
+  }
+  if (givenRate) {
+    plan.rate = givenRate;
+    plan.rateSource = "given with --rate";
+  } else if ((plan.rate = rateForStream(fps))) {
+    plan.rateSource = "from the stream's VUI timing " + timing;
+  } else {
+    plan.rate = findRate("25");
+    plan.rateSource = fps > 0 ? "the default: VUI timing " + timing + " is no timecode rate" : "the default: the stream carries no timing";
+  }
+  return true;
+}
+
+namespace {
+
+// Caption packet of one picture: the field-1 pair (CC1) or padding, and field-2 padding.
 uint32_t captionPacketFor(const SCC_CAPTION* pair, uint32_t cdpRate, uint16_t sequence, uint8_t* out, uint32_t cap) {
   const uint8_t triplets[6] = {0xFC, pair ? pair->data[0] : uint8_t(0x80), pair ? pair->data[1] : uint8_t(0x80),
                                0xFD, 0x80, 0x80};
   return klxutilMakeCaptionPacket(out, cap, triplets, 2, cdpRate, sequence);
 }
+
+uint32_t libraryCodec(StreamCodec codec) { return codec == StreamCodec::kHevc ? KLX_CODEC_HEVC : KLX_CODEC_H264; }
+
+int timecodeInto(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, std::string& error) {
+  const uint32_t framing = lengthPrefixed ? 1 : 0;
+  int done = 0;
+  if (plan.codec == StreamCodec::kHevc) {
+    static constexpr uint32_t kTimeCode = 136;
+    const int removed = klxutilRemoveSEIMessages(&frame, KLX_CODEC_HEVC, framing, &kTimeCode, 1);
+    if (removed < 0) return error = "cannot edit the frame", -1;
+    done |= removed > 0 ? kReplacedTimecode : 0;
+    uint8_t unit[512];
+    const uint32_t n = klxUtilAddHevcTimecodeSEIRate(unit, frame.nTimecode, plan.rate->hevcRate, false);
+    if (klxutilInsertUnitBeforePicture(&frame, KLX_CODEC_HEVC, framing, unit, n) != 0) return error = "no room for the time_code SEI", -1;
+    return done;
+  }
+  KLX_TIMECODE old{};
+  if (klxUtilReadH264TimeCode(frame.pData, frame.nDataSize, framing, plan.avcSps.get(), &old) == 1) done |= kReplacedTimecode;
+  const int rc = klxutilAddAVCTimeCode(&frame, plan.rate->tcType, plan.avcSps.get(), framing, plan.avcFlags);
+  if (rc != 0) return error = rc == KLX_SEI_NO_ROOM ? "no room for the pic_timing SEI" : "cannot write the pic_timing SEI", -1;
+  return done;
+}
+
+}  // namespace
+
+// Edits one access unit in place (start codes, or 4-byte lengths when lengthPrefixed):
+// timecode of its display position, and its caption pair. Returns kReplaced.../kWroteCaption
+// bits, or -1 with `error` set.
+int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, uint64_t displayIndex, bool hasPicture,
+                    std::string& error) {
+  if (!hasPicture) return 0;
+  const uint64_t displayFrame = plan.fields ? displayIndex / 2 : displayIndex;
+  const bool firstField = !plan.fields || displayIndex % 2 == 0;
+  frame.nTimecode = static_cast<uint32_t>(plan.startFrame + displayFrame);
+  const uint32_t codec = libraryCodec(plan.codec), framing = lengthPrefixed ? 1 : 0;
+  if (plan.keepExisting) {
+    KLX_TIMECODE tc{};
+    const bool timecode = plan.codec == StreamCodec::kHevc
+                              ? klxUtilReadHevcTimeCode(frame.pData, frame.nDataSize, framing, &tc) == 1
+                              : klxUtilReadH264TimeCode(frame.pData, frame.nDataSize, framing, plan.avcSps.get(), &tc) == 1;
+    const bool captions = plan.captions && (plan.codec == StreamCodec::kHevc
+                                                ? klxUtilReadHevcCaptionsSEI(frame.pData, frame.nDataSize, framing, nullptr, 0)
+                                                : klxUtilReadH264CaptionsSEI(frame.pData, frame.nDataSize, framing, nullptr, 0)) > 0;
+    if (timecode || captions)
+      return error = std::string("IN already carries ") + (timecode ? "timecode" : "captions") +
+                     " and --keep-existing was given: nothing written",
+             -1;
+  }
+  int done = timecodeInto(plan, frame, lengthPrefixed, error);
+  if (done < 0 || !plan.captions) return done;
+  const int removed = klxutilRemoveSEIMessages(&frame, codec, framing, &KLX_SEI_CC_DATA, 1);
+  done |= removed > 0 ? kReplacedCaptions : 0;
+  const int32_t index = firstField && displayFrame < plan.captionAt.size() ? plan.captionAt[displayFrame] : -1;
+  const SCC_CAPTION* pair = index >= 0 ? &plan.captionPairs[size_t(index)] : nullptr;
+  uint8_t packet[64];
+  const uint32_t packetLength = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(displayIndex), packet, sizeof packet);
+  if (klxutilAddCaptionsSEI(&frame, codec, packet, packetLength, framing) != 0) return error = "no room for the caption SEI", -1;
+  return done | (pair ? kWroteCaption : 0);
+}
+
+namespace {
 
 class PartialFile {
  public:
@@ -158,11 +277,135 @@ std::string timecodeText(uint32_t frames, uint32_t tcType) {
   return text;
 }
 
+bool readCaptions(const std::string& path, StampPlan& plan, std::string& error) {
+  auto text = cli::readFile(path);
+  if (!text) return error = "cannot read " + path + ": " + std::strerror(errno), false;
+  uint32_t count = 0, line = 0;
+  int rc = klxutilReadScc(text->data(), text->size(), plan.rate->tcType, nullptr, 0, &count, &line);
+  if (rc == -2) {
+    plan.captionPairs.resize(count);
+    rc = klxutilReadScc(text->data(), text->size(), plan.rate->tcType, plan.captionPairs.data(), count, &count, &line);
+  }
+  if (rc != 0) return error = path + ":" + std::to_string(line) + ": not a Scenarist SCC caption line", false;
+  plan.captions = true;
+  for (size_t i = 0; i < plan.captionPairs.size(); ++i) {
+    const SCC_CAPTION& c = plan.captionPairs[i];
+    if (c.frame < plan.startFrame) continue;
+    const uint32_t at = c.frame - plan.startFrame;
+    if (at >= plan.captionAt.size()) plan.captionAt.resize(size_t(at) + 1, -1);
+    plan.captionAt[at] = int32_t(i);
+  }
+  return true;
+}
+
+// One warning line for the caption pairs that fall outside the stamped timecodes.
+void warnOutsideRange(const StampPlan& plan, uint32_t first, uint32_t last) {
+  size_t outside = 0;
+  for (const auto& c : plan.captionPairs) outside += (c.frame < first || c.frame > last) ? 1 : 0;
+  if (!outside) return;
+  const uint32_t type = plan.rate->tcType;
+  std::fprintf(stderr,
+               "quorvane stamp: warning: %zu of %zu caption byte pairs fall outside the stamped range %s-%s "
+               "(the captions run %s-%s)\n",
+               outside, plan.captionPairs.size(), timecodeText(first, type).c_str(), timecodeText(last, type).c_str(),
+               timecodeText(plan.captionPairs.front().frame, type).c_str(),
+               timecodeText(plan.captionPairs.back().frame, type).c_str());
+}
+
+// ---- MPEG-2 video (ISO/IEC 13818-2): GOP time_code rewritten in place, captions as
+// picture user data in front of each picture's first slice.
+
+bool isMpeg2(const uint8_t* d, size_t size) {
+  for (size_t i = 0; i + 3 < size && i < 64; ++i)
+    if (!d[i] && !d[i + 1] && d[i + 2] == 1) return d[i + 3] == 0xB3;
+  return false;
+}
+
+int stampMpeg2(const cli::Args& args, const std::string& inPath, const std::string& outPath, const std::string& input,
+               const RateInfo* givenRate, const std::string& tcText) {
+  const auto* data = reinterpret_cast<const uint8_t*>(input.data());
+  if (input.size() > UINT32_MAX) return cli::failWith(cli::kFailed, "stamp", "%s: too large", inPath.c_str());
+  uint32_t rateCode = 0;
+  const int count = klxutilMpeg2Pictures(data, uint32_t(input.size()), nullptr, 0, &rateCode);
+  std::vector<KLX_MPEG2_PICTURE> pictures(size_t(count > 0 ? count : 0));
+  klxutilMpeg2Pictures(data, uint32_t(input.size()), pictures.data(), uint32_t(pictures.size()), &rateCode);
+  const double fps = klxutilMpeg2FrameRate(rateCode);
+  if (pictures.empty()) return cli::failWith(cli::kFailed, "stamp", "%s: no MPEG-2 pictures", inPath.c_str());
+  StampPlan plan;
+  plan.codec = StreamCodec::kMpeg2;
+  plan.rate = givenRate ? givenRate : rateForStream(fps);
+  plan.rateSource = givenRate ? "given with --rate" : plan.rate ? "from the sequence header" : "the default";
+  if (!plan.rate) plan.rate = findRate("25");
+  std::string error;
+  if (tc2Frame(tcText.c_str(), plan.rate->tcType | TCF_TEXT, &plan.startFrame) != 0)
+    return cli::fail("stamp", "bad timecode '%s' at %s", tcText.c_str(), plan.rate->name);
+  if (auto scc = args.get("captions"); scc && !readCaptions(*scc, plan, error))
+    return cli::failWith(cli::kFailed, "stamp", "%s", error.c_str());
+  PartialFile out(outPath);
+  if (!out.ok()) return cli::failWith(cli::kFailed, "stamp", "cannot create %s: %s", outPath.c_str(), std::strerror(errno));
+  std::vector<uint8_t> buffer;
+  uint32_t captioned = 0, gops = 0, last = plan.startFrame;
+  std::vector<uint8_t> head(input.begin(), input.begin() + long(pictures.front().begin));  // bytes before the first picture
+  if (!out.write(head.data(), head.size())) return cli::failWith(cli::kFailed, "stamp", "cannot write %s", outPath.c_str());
+  uint32_t gopBaseDisplay = 0;
+  for (size_t k = 0; k < pictures.size(); ++k) {
+    const KLX_MPEG2_PICTURE& p = pictures[k];
+    buffer.assign(data + p.begin, data + p.end);
+    buffer.resize(buffer.size() + 512);
+    if (p.opensGop) {
+      // The GOP's time_code is the timecode of its first picture in display order.
+      gopBaseDisplay = p.displayIndex;
+      for (size_t j = k; j < pictures.size() && (j == k || !pictures[j].opensGop); ++j)
+        gopBaseDisplay = std::min(gopBaseDisplay, pictures[j].displayIndex);
+      uint8_t digits[4];
+      if (tc2String(plan.startFrame + gopBaseDisplay, plan.rate->tcType | 0x400, digits, sizeof digits) != 0)
+        return cli::failWith(cli::kFailed, "stamp", "picture %zu: timecode out of range", k);
+      KLX_TIMECODE tc{digits[0], digits[1], digits[2], digits[3],
+                      uint8_t(plan.rate->tcType == TC_DF2997 || plan.rate->tcType == TC_DF5994), 0, 0, 1};
+      const size_t headerBytes = p.firstSlice > p.begin ? p.firstSlice - p.begin : 0;
+      gops += klxutilSetMpeg2TimeCode(buffer.data(), uint32_t(headerBytes), &tc) > 0 ? 1 : 0;
+    }
+    last = std::max(last, plan.startFrame + p.displayIndex);
+    uint32_t size = uint32_t(p.end - p.begin);
+    if (plan.captions && p.firstSlice > p.begin) {
+      const uint32_t display = p.displayIndex;
+      const int32_t index = display < plan.captionAt.size() ? plan.captionAt[display] : -1;
+      const SCC_CAPTION* pair = index >= 0 ? &plan.captionPairs[size_t(index)] : nullptr;
+      uint8_t packet[64];
+      DFRAME tail;  // from the first slice on: the block lands behind the picture's headers
+      const uint32_t sliceAt = uint32_t(p.firstSlice - p.begin);
+      klxutilInitFrame(&tail, buffer.data() + sliceAt, size - sliceAt, uint32_t(buffer.size()) - sliceAt);
+      tail.pCaption = packet;
+      tail.nCaptionSize = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(display), packet, sizeof packet);
+      if (klxutilAddMPEG2Captions(&tail) != 0) return cli::failWith(cli::kFailed, "stamp", "picture %zu: captions not inserted", k);
+      size = sliceAt + tail.nDataSize;
+      captioned += pair ? 1 : 0;
+    }
+    if (!out.write(buffer.data(), size)) return cli::failWith(cli::kFailed, "stamp", "cannot write %s", outPath.c_str());
+  }
+  if (!out.commit()) return cli::failWith(cli::kFailed, "stamp", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
+  if (plan.captions) warnOutsideRange(plan, plan.startFrame, last);
+  const std::string first = timecodeText(plan.startFrame, plan.rate->tcType), lastText = timecodeText(last, plan.rate->tcType);
+  if (args.has("json")) {
+    cli::Json j;
+    j.beginObject().str("codec", "mpeg2").num("pictures", int64_t(pictures.size())).num("gopHeaders", int64_t(gops));
+    j.str("rate", plan.rate->name).str("timecodeType", plan.rate->typeName).str("rateSource", plan.rateSource);
+    j.str("first", first).str("last", lastText).num("captionFrames", int64_t(captioned)).endObject();
+    std::printf("%s\n", j.text().c_str());
+  } else {
+    std::printf("MPEG-2: %zu pictures, %u GOP headers stamped, timecode %s .. %s at %s (rate %s)", pictures.size(), gops,
+                first.c_str(), lastText.c_str(), plan.rate->typeName, plan.rateSource.c_str());
+    if (plan.captions) std::printf(", captions in %u frames", captioned);
+    std::printf("\n");
+  }
+  return cli::kOk;
+}
+
 }  // namespace
 
 int cmdStamp(int argc, char** argv) {
   cli::Args args;
-  if (!args.parse(argc, argv, {"tc", "rate", "captions"}, {"fields", "length-prefixed", "json"}))
+  if (!args.parse(argc, argv, {"tc", "rate", "captions"}, {"fields", "length-prefixed", "keep-existing", "force", "json"}))
     return cli::fail("stamp", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
@@ -172,119 +415,91 @@ int cmdStamp(int argc, char** argv) {
   const std::string inPath = args.positional()[0], outPath = args.positional()[1];
   const auto tcText = args.get("tc");
   if (!tcText) return cli::fail("stamp", "give the first timecode with --tc HH:MM:SS:FF");
-  const RateInfo* rate = args.get("rate") ? findRate(*args.get("rate")) : nullptr;
-  if (args.get("rate") && !rate)
+  const RateInfo* givenRate = args.get("rate") ? findRate(*args.get("rate")) : nullptr;
+  if (args.get("rate") && !givenRate)
     return cli::fail("stamp", "unknown rate '%s' (23.98, 24, 25, 29.97, 30, 50, 59.94, 60)", args.get("rate")->c_str());
   if (inPath == outPath || sameFile(inPath, outPath)) return cli::fail("stamp", "OUT must not be IN");
+  std::error_code ec;
+  if (!args.has("force") && std::filesystem::exists(outPath, ec))
+    return cli::fail("stamp", "%s exists (give --force to replace it)", outPath.c_str());
   const bool lengthPrefixed = args.has("length-prefixed");
 
   auto input = cli::readFile(inPath);
   if (!input) return cli::failWith(cli::kFailed, "stamp", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
   const auto* data = reinterpret_cast<const uint8_t*>(input->data());
   const size_t size = input->size();
-  const auto units = listNalUnits(data, size);
-  const StreamCodec codec = detectCodec(data, size, units);
+  if (isMpeg2(data, size)) return stampMpeg2(args, inPath, outPath, *input, givenRate, *tcText);
+  StampPlan plan;
+  plan.codec = detectCodec(data, size, listNalUnits(data, size));
   std::vector<AccessUnitRef> aus;
   std::string error;
-  if (!splitAccessUnits(data, size, codec, aus, error)) return cli::failWith(cli::kFailed, "stamp", "%s: %s", inPath.c_str(), error.c_str());
-  const StreamTiming timing = codec == StreamCodec::kHevc ? hevcTiming(data, aus) : StreamTiming{};
-  if (!rate) rate = rateForStream(timing.framesPerSecond);
-  const bool fields = args.has("fields") || timing.fieldPictures;
-  uint32_t startFrame = 0;
-  if (tc2Frame(tcText->c_str(), rate->tcType | TCF_TEXT, &startFrame) != 0)
-    return cli::fail("stamp", "bad timecode '%s' at %s", tcText->c_str(), rate->name);
-
-  std::vector<SCC_CAPTION> captions;
-  if (auto sccPath = args.get("captions")) {
-    auto text = cli::readFile(*sccPath);
-    if (!text) return cli::failWith(cli::kFailed, "stamp", "cannot read %s: %s", sccPath->c_str(), std::strerror(errno));
-    uint32_t count = 0, line = 0;
-    int rc = klxutilReadScc(text->data(), text->size(), rate->tcType, nullptr, 0, &count, &line);
-    if (rc == -2) {
-      captions.resize(count);
-      rc = klxutilReadScc(text->data(), text->size(), rate->tcType, captions.data(), count, &count, &line);
-    }
-    if (rc != 0) return cli::failWith(cli::kFailed, "stamp", "%s:%u: not a Scenarist SCC caption line", sccPath->c_str(), line);
-  }
-  // Display frame -> caption pair.
-  std::vector<const SCC_CAPTION*> captionAt;
-  for (const auto& c : captions) {
-    if (c.frame < startFrame) continue;
-    const uint32_t at = c.frame - startFrame;
-    if (at >= captionAt.size()) captionAt.resize(at + 1, nullptr);
-    captionAt[at] = &c;
-  }
-  const bool withCaptions = args.has("captions");
-  if (codec == StreamCodec::kH264 && !withCaptions)
-    return cli::fail("stamp", "H.264 streams take captions only: give --captions FILE.scc");
+  if (!splitAccessUnits(data, size, plan.codec, aus, error))
+    return cli::failWith(cli::kFailed, "stamp", "%s: %s", inPath.c_str(), error.c_str());
+  std::vector<std::vector<uint8_t>> parameterSets;
+  for (const auto& au : aus)
+    for (const auto& u : au.units)
+      if (plan.codec == StreamCodec::kHevc ? (u.type >= 32 && u.type <= 34) : (u.type == 7 || u.type == 8))
+        parameterSets.emplace_back(data + u.header, data + u.end);
+  plan.fields = args.has("fields");
+  plan.keepExisting = args.has("keep-existing");
+  if (!prepareStampPlan(plan, parameterSets, givenRate, error))
+    return cli::failWith(cli::kFailed, "stamp", "%s: %s", inPath.c_str(), error.c_str());
+  if (tc2Frame(tcText->c_str(), plan.rate->tcType | TCF_TEXT, &plan.startFrame) != 0)
+    return cli::fail("stamp", "bad timecode '%s' at %s", tcText->c_str(), plan.rate->name);
+  if (auto sccPath = args.get("captions"); sccPath && !readCaptions(*sccPath, plan, error))
+    return cli::failWith(cli::kFailed, "stamp", "%s", error.c_str());
 
   PartialFile out(outPath);
   if (!out.ok()) return cli::failWith(cli::kFailed, "stamp", "cannot create %s: %s", outPath.c_str(), std::strerror(errno));
   cli::Progress progress("stamp", aus.size());
+  constexpr uint32_t kSpareBytes = 4096;  // room behind each frame for the inserted units
   std::vector<uint8_t> buffer;
-  uint32_t pictures = 0, captioned = 0, lastTimecode = startFrame;
+  uint32_t pictures = 0, captioned = 0, lastTimecode = plan.startFrame, replacedTimecode = 0, replacedCaptions = 0;
   for (size_t i = 0; i < aus.size(); ++i) {
     const AccessUnitRef& au = aus[i];
-    const bool addAud = codec == StreamCodec::kH264 && au.units.front().type != 9;
-    const size_t audBytes = addAud ? sizeof kAccessUnitDelimiter : 0;
     const size_t length = au.end - au.begin;
-    buffer.assign(length + audBytes + kSpareBytes, 0);
-    if (addAud) std::memcpy(buffer.data(), kAccessUnitDelimiter, audBytes);
-    std::memcpy(buffer.data() + audBytes, data + au.begin, length);
+    buffer.assign(length + length / 4 + kSpareBytes, 0);
+    std::memcpy(buffer.data(), data + au.begin, length);
     DFRAME frame;
-    klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(length + audBytes), static_cast<uint32_t>(buffer.size()));
+    klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(length), static_cast<uint32_t>(buffer.size()));
+    if (lengthPrefixed) {
+      uint32_t prefixedSize = 0;
+      if (klxUtilh264MarkerToSizeChecked(frame.pData, frame.nDataSize, frame.nBufferSize, &prefixedSize) != 0)
+        return cli::failWith(cli::kFailed, "stamp", "access unit %zu: cannot convert to length prefixes", i);
+      frame.nDataSize = prefixedSize;
+    }
+    const int done = stampAccessUnit(plan, frame, lengthPrefixed, au.displayIndex, au.hasPicture, error);
+    if (done < 0) return cli::failWith(cli::kFailed, "stamp", "access unit %zu: %s", i, error.c_str());
+    if (lengthPrefixed) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
     if (au.hasPicture) {
-      const uint32_t displayFrame = fields ? au.displayIndex / 2 : au.displayIndex;
-      const bool firstField = !fields || au.displayIndex % 2 == 0;
-      frame.nTimecode = startFrame + displayFrame;
-      lastTimecode = std::max(lastTimecode, frame.nTimecode);
-      if (codec == StreamCodec::kHevc && klxutilAddHEVCTimeCodeChecked(&frame, rate->seiType) != 0)
-        return cli::failWith(cli::kFailed, "stamp", "access unit %zu: no room for the time_code SEI", i);
-      if (withCaptions) {
-        const SCC_CAPTION* pair = firstField && displayFrame < captionAt.size() ? captionAt[displayFrame] : nullptr;
-        uint8_t packet[64];
-        const uint32_t packetLength = captionPacketFor(pair, rate->cdpRate, uint16_t(au.displayIndex), packet, sizeof packet);
-        captioned += pair ? 1 : 0;
-        int rc = 0;
-        if (codec == StreamCodec::kHevc) {
-          frame.pCaption = packet;
-          frame.nCaptionSize = packetLength;
-          const uint32_t added = klxUtilAddHevcCaptions(&frame, 0);
-          frame.nDataSize += added;
-          rc = added ? 0 : -1;
-        } else if (lengthPrefixed) {
-          uint32_t prefixedSize = 0;
-          rc = klxUtilh264MarkerToSizeChecked(frame.pData, frame.nDataSize, frame.nBufferSize, &prefixedSize);
-          if (rc == 0) {
-            frame.nDataSize = prefixedSize;
-            rc = klxutilAddAVCCaptions(&frame, packet, packetLength, 1);
-            frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
-          }
-        } else {
-          rc = klxutilAddAVCCaptions(&frame, packet, packetLength, 0);
-        }
-        if (rc != 0) return cli::failWith(cli::kFailed, "stamp", "access unit %zu: captions not inserted (%d)", i, rc);
-      }
       ++pictures;
+      lastTimecode = std::max(lastTimecode, frame.nTimecode);
+      captioned += done & kWroteCaption ? 1 : 0;
+      replacedTimecode += done & kReplacedTimecode ? 1 : 0;
+      replacedCaptions += done & kReplacedCaptions ? 1 : 0;
     }
     if (!out.write(frame.pData, frame.nDataSize))
       return cli::failWith(cli::kFailed, "stamp", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
     progress.update(i + 1);
   }
   if (!out.commit()) return cli::failWith(cli::kFailed, "stamp", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
+  if (plan.captions) warnOutsideRange(plan, plan.startFrame, lastTimecode);
 
-  const char* codecName = codec == StreamCodec::kHevc ? "HEVC" : "H.264";
-  const std::string first = timecodeText(startFrame, rate->tcType), last = timecodeText(lastTimecode, rate->tcType);
+  const char* codecName = plan.codec == StreamCodec::kHevc ? "hevc" : "h264";
+  const std::string first = timecodeText(plan.startFrame, plan.rate->tcType), last = timecodeText(lastTimecode, plan.rate->tcType);
   if (args.has("json")) {
     cli::Json j;
     j.beginObject().str("codec", codecName).num("accessUnits", int64_t(aus.size())).num("pictures", int64_t(pictures));
-    j.boolean("timecode", codec == StreamCodec::kHevc).str("rate", rate->name).str("first", first).str("last", last);
-    j.num("captionFrames", int64_t(captioned)).endObject();
+    j.str("rate", plan.rate->name).str("timecodeType", plan.rate->typeName).str("rateSource", plan.rateSource);
+    j.str("first", first).str("last", last).num("captionFrames", int64_t(captioned));
+    j.num("replacedTimecodes", int64_t(replacedTimecode)).num("replacedCaptions", int64_t(replacedCaptions)).endObject();
     std::printf("%s\n", j.text().c_str());
   } else {
-    std::printf("%s: %u pictures stamped", codecName, pictures);
-    if (codec == StreamCodec::kHevc) std::printf(", timecode %s .. %s at %s", first.c_str(), last.c_str(), rate->name);
-    if (withCaptions) std::printf(", captions in %u frames", captioned);
+    std::printf("%s: %u pictures stamped, timecode %s .. %s at %s (rate %s)", plan.codec == StreamCodec::kHevc ? "HEVC" : "H.264",
+                pictures, first.c_str(), last.c_str(), plan.rate->typeName, plan.rateSource.c_str());
+    if (plan.captions) std::printf(", captions in %u frames", captioned);
+    if (replacedTimecode || replacedCaptions)
+      std::printf("; replaced the timecode of %u and the captions of %u pictures", replacedTimecode, replacedCaptions);
     std::printf("\n");
   }
   return cli::kOk;

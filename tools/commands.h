@@ -22,5 +22,6 @@ int cmdNal(int argc, char** argv);
 int cmdReframe(int argc, char** argv);
 int cmdInspect(int argc, char** argv);
 int cmdStamp(int argc, char** argv);
+int cmdCaptions(int argc, char** argv);
 int cmdAdts(int argc, char** argv);
 int cmdNames(int argc, char** argv);

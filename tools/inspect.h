@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,7 @@ class FrameReport {
  public:
   // Text lines wait in a temporary file, so the memory stays the same whatever the length of
   // the stream; JSON pictures are kept in memory.
-  FrameReport(StreamCodec codec, bool json);
+  FrameReport(StreamCodec codec, bool lengthPrefixed, bool json);
   ~FrameReport();
   FrameReport(const FrameReport&) = delete;
   FrameReport& operator=(const FrameReport&) = delete;
@@ -46,6 +47,8 @@ class FrameReport {
   };
   void release(int32_t flush);
   StreamCodec codec_;
+  bool lengthPrefixed_;
+  std::shared_ptr<struct SPS_DECODED> avcSps_;  // the last H.264 SPS seen
   KLXUTIL_DISPLAY_ORDER order_{};
   std::map<uint64_t, Facts> waiting_;  // pictures not yet placed, by decode index
   struct Line {

@@ -6,66 +6,13 @@
 
 #include "inspect.h"
 #include "media/input.h"
-#include "streamutil/zr_bitstream.h"
-#include "syntax/nal_framing.h"
+#include "picture_metadata.h"
+#include "streamutil/avc_params.h"
+#include "streamutil/sei_read.h"
 
-namespace {
 
-constexpr uint32_t kTimeCode = 136;
-constexpr uint32_t kUserDataRegistered = 4;
-
-void readTimeCode(zr_bitstream* s, std::string& timecode) {
-  if (ReadBits(s, 2) < 1 || ReadBit(s) != 1) return;  // num_clock_ts, clock_timestamp_flag
-  ReadBit(s);                                         // units_field_based_flag
-  const uint32_t countingType = ReadBits(s, 5);
-  const uint32_t full = ReadBit(s);
-  ReadBit(s), ReadBit(s);  // discontinuity_flag, cnt_dropped_flag
-  const uint32_t frames = ReadBits(s, 9);
-  uint32_t seconds = 0, minutes = 0, hours = 0;
-  if (full) {
-    seconds = ReadBits(s, 6), minutes = ReadBits(s, 6), hours = ReadBits(s, 5);
-  } else if (ReadBit(s)) {
-    seconds = ReadBits(s, 6);
-    if (ReadBit(s)) {
-      minutes = ReadBits(s, 6);
-      if (ReadBit(s)) hours = ReadBits(s, 5);
-    }
-  }
-  char text[32];
-  const char frameSeparator = (countingType == 4 || countingType == 6) ? ';' : ':';
-  std::snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", hours, minutes, seconds, frameSeparator, frames);
-  timecode = text;
-}
-
-void readCaptions(zr_bitstream* s, uint32_t payloadSize, int& captions) {
-  if (payloadSize < 10 || ReadBits(s, 8) != 0xB5 || ReadBits(s, 16) != 0x0031 || ReadBits(s, 32) != 0x47413934 ||
-      ReadBits(s, 8) != 3)
-    return;
-  captions = std::max(captions, 0) + int(ReadBits(s, 8) & 0x1F);
-}
-
-// Walks the SEI messages of one SEI unit (its RBSP behind `headerBytes` header bytes).
-void readSeiUnit(const uint8_t* unit, uint32_t size, int headerBytes, std::string& timecode, int& captions) {
-  int nalSize = static_cast<int>(std::min<uint32_t>(size, 1 << 20)), rbspSize = nalSize;
-  std::vector<uint8_t> rbsp(static_cast<size_t>(nalSize) + 8, 0);
-  if (nal_to_rbsp(unit, &nalSize, rbsp.data(), &rbspSize) < 0) return;
-  const size_t skip = static_cast<size_t>(headerBytes - 1);  // nal_to_rbsp drops the first header byte
-  if (static_cast<size_t>(rbspSize) <= skip) return;
-  uint64_t at = skip;
-  while (at + 2 <= static_cast<size_t>(rbspSize) && rbsp[at] != 0x80) {
-    zr_bitstream s{rbsp.data(), static_cast<int64_t>(rbsp.size()), uint64_t(rbspSize) * 8, at * 8};
-    const uint32_t type = ReadCodedNumber(&s), payloadSize = ReadCodedNumber(&s);
-    const uint64_t payload = s.position / 8;
-    if (payload + payloadSize > static_cast<size_t>(rbspSize)) return;
-    if (type == kTimeCode) readTimeCode(&s, timecode);
-    if (type == kUserDataRegistered) readCaptions(&s, payloadSize, captions);
-    at = payload + payloadSize;
-  }
-}
-
-}  // namespace
-
-FrameReport::FrameReport(StreamCodec codec, bool json) : codec_(codec), json_(json) {
+FrameReport::FrameReport(StreamCodec codec, bool lengthPrefixed, bool json)
+    : codec_(codec), lengthPrefixed_(lengthPrefixed), json_(json) {
   klxutilDisplayOrderInit(&order_);
   if (!json) spill_ = std::tmpfile();
 }
@@ -90,14 +37,26 @@ void FrameReport::add(const media::AccessUnit& au) {
     return;
   }
   const bool hevc = codec_ == StreamCodec::kHevc;
+  const uint32_t lengthPrefixed = lengthPrefixed_ ? 1 : 0;
   Facts facts;
   facts.poc = au.picture.poc;
-  for (const auto& u : au.units) {
-    if (u.size == 0) continue;
-    const uint8_t* unit = au.unit(u);
-    const int type = hevc ? (unit[0] >> 1) & 0x3F : unit[0] & 0x1F;
-    if ((hevc && type == 39) || (!hevc && type == 6)) readSeiUnit(unit, u.size, hevc ? 2 : 1, facts.timecode, facts.captions);
-  }
+  if (!hevc)  // pic_timing needs the active SPS (pic_struct_present_flag, HRD field lengths)
+    for (const auto& u : au.units) {
+      if (u.size == 0 || (au.unit(u)[0] & 0x1F) != 7) continue;
+      if (!avcSps_) avcSps_ = std::make_shared<SPS_DECODED>();
+      zr_bitstream s{const_cast<uint8_t*>(au.unit(u)), int64_t(u.size), uint64_t(u.size) * 8, 0};
+      if (klxutilRead_SPS(&s, avcSps_.get()) == 0) avcSps_.reset();
+    }
+  const uint8_t* frame = au.bytes.data();
+  const uint32_t size = static_cast<uint32_t>(au.bytes.size());
+  KLX_TIMECODE tc{};
+  const int found = hevc ? klxUtilReadHevcTimeCode(frame, size, lengthPrefixed, &tc)
+                         : avcSps_ ? klxUtilReadH264TimeCode(frame, size, lengthPrefixed, avcSps_.get(), &tc) : 0;
+  if (found == 1) facts.timecode = timecodeString(tc);
+  uint8_t triplets[3 * 64];
+  const int n = hevc ? klxUtilReadHevcCaptionsSEI(frame, size, lengthPrefixed, triplets, 64)
+                     : klxUtilReadH264CaptionsSEI(frame, size, lengthPrefixed, triplets, 64);
+  if (n > 0) facts.captions = n;
   waiting_[au.picture.decodeIndex] = facts;
   klxutilDisplayOrderAdd(&order_, au.picture.decodeIndex, au.picture.sequence, au.picture.poc);
   release(0);

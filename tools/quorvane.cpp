@@ -24,6 +24,7 @@ constexpr SubCommand kCommands[] = {
     {"inspect", "summarise a stream: units, parameter sets, format, timecodes", cmdInspect},
     {"stamp", "stamp SMPTE timecode and captions into a stream", cmdStamp},
     {"hdr", "set HDR metadata SEI and the colour description of a stream", cmdHdr},
+    {"captions", "extract the captions of a stream as SCC, SRT or JSON cues", cmdCaptions},
     {"adts", "list the ADTS headers of an AAC stream", cmdAdts},
     {"names", "print file-type and codec labels", cmdNames},
 };

@@ -110,16 +110,26 @@ TEST(StampInterop, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
   }
 }
 
-TEST(StampInterop, StreamWithATimeCodeAlreadyIsLeftAsItIs) {
+// Re-stamping replaces the time_code SEI (one per picture, the new timecode); --keep-existing
+// refuses and writes nothing.
+TEST(StampInterop, RestampingReplacesTheTimecodeAndKeepExistingRefuses) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
   qtest::TempDir dir;
   const std::string in = hevcStream(kRates[2], dir);
   auto once = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(dir.file("a.hevc")) + " --tc 01:00:00:00");
   ASSERT_EQ(once.exitCode, 0) << once.err;
   auto twice = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("b.hevc")) +
-                              " --tc 02:00:00:00");
+                              " --tc 02:00:00:00 --json");
   ASSERT_EQ(twice.exitCode, 0) << twice.err;
-  EXPECT_EQ(qtest::readBytes(dir.file("a.hevc")), qtest::readBytes(dir.file("b.hevc")));
+  const auto got = probedTimecodes(dir.file("b.hevc"));
+  ASSERT_EQ(got.size(), lines(framemd5(in)).size()) << "one time_code per picture";
+  for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i], expectedTimecode(180000 + uint32_t(i), TC_PAL));
+  EXPECT_NE(twice.out.find("\"replacedTimecodes\":" + std::to_string(got.size())), std::string::npos) << twice.out;
+  auto keep = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("c.hevc")) +
+                             " --tc 02:00:00:00 --keep-existing");
+  EXPECT_EQ(keep.exitCode, 1);
+  EXPECT_NE(keep.err.find("already carries timecode"), std::string::npos) << keep.err;
+  EXPECT_TRUE(qtest::readBytes(dir.file("c.hevc")).empty()) << "nothing written";
 }
 
 // ---- captions

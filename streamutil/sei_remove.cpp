@@ -1,0 +1,72 @@
+// Removing SEI messages from a frame in place; the end of the units in front of the picture.
+#include "streamutil/sei_remove.h"
+
+#include "streamutil/sei_rewrite.h"
+
+namespace {
+
+bool wanted(const nalwalk::SeiMessage& m, const uint8_t* rbsp, const uint32_t* types, uint32_t count) {
+  for (uint32_t i = 0; i < count; ++i) {
+    if (types[i] == m.type) return true;
+    if (types[i] == KLX_SEI_CC_DATA && m.type == 4 && seirewrite::isCaptionPayload(rbsp + m.payload, m.size)) return true;
+  }
+  return false;
+}
+
+bool validCodec(uint32_t codec) { return codec == KLX_CODEC_H264 || codec == KLX_CODEC_HEVC; }
+
+}  // namespace
+
+extern "C" int klxutilRemoveSEIMessages(DFRAME* frame, uint32_t codec, uint32_t lengthPrefixed, const uint32_t* types,
+                                        uint32_t count) {
+  if (!frame || !frame->pData || !validCodec(codec) || (count && !types) || frame->nDataSize > frame->nBufferSize)
+    return -1;
+  int removed = 0;
+  // A rewritten unit moves everything behind it, so the walk starts again after each change;
+  // a unit once rewritten holds none of the types and is passed over the next time.
+  for (bool again = true; again;) {
+    again = false;
+    nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
+    for (nalwalk::Unit u; walk.next(u);) {
+      if (!seirewrite::isSeiUnit(codec, frame->pData[u.header])) continue;
+      const int n = seirewrite::rewriteSeiUnit(
+          frame, u, codec, lengthPrefixed != 0,
+          [&](const nalwalk::SeiMessage& m, const uint8_t* rbsp, uint8_t*, uint32_t) {
+            return wanted(m, rbsp, types, count) ? seirewrite::kDrop : seirewrite::kKeep;
+          });
+      if (n > 0) {
+        removed += n;
+        again = true;
+        break;
+      }
+    }
+  }
+  return removed;
+}
+
+extern "C" uint32_t ReadSEIEnd(const uint8_t* frame, uint32_t size, uint32_t codec, uint32_t lengthPrefixed) {
+  if (!frame || !validCodec(codec)) return 0;
+  nalwalk::Walker walk(frame, size, lengthPrefixed != 0);
+  nalwalk::Unit u;
+  for (uint8_t h; walk.peek(h);) {
+    if (seirewrite::isPictureUnit(codec, h)) return walk.peekAt();
+    if (!walk.next(u)) break;
+  }
+  return size;
+}
+
+extern "C" int klxutilInsertUnitBeforePicture(DFRAME* frame, uint32_t codec, uint32_t lengthPrefixed,
+                                              const uint8_t* unit, uint32_t unitLength) {
+  if (!frame || !frame->pData || !unit || unitLength < 5 || !validCodec(codec) || frame->nDataSize > frame->nBufferSize)
+    return -1;
+  uint8_t prefix[4] = {0, 0, 0, 1};
+  if (lengthPrefixed) {
+    const uint32_t n = unitLength - 4;
+    prefix[0] = uint8_t(n >> 24), prefix[1] = uint8_t(n >> 16), prefix[2] = uint8_t(n >> 8), prefix[3] = uint8_t(n);
+  }
+  const uint32_t at = ReadSEIEnd(frame->pData, frame->nDataSize, codec, lengthPrefixed);
+  if (uint64_t(frame->nDataSize) + unitLength > frame->nBufferSize) return KLX_SEI_NO_ROOM_FRAME;
+  seirewrite::replaceRange(frame, at, at, unit, unitLength);
+  std::memcpy(frame->pData + at, prefix, 4);
+  return 0;
+}

@@ -1,0 +1,202 @@
+// H.264 timecode (pic_timing clock timestamps) stamped into real x264 streams, read back by
+// ffprobe; the SPS rewrite; pictures decode unchanged.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/tcxlat.h"
+#include "streamutil/sei.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+
+// Timecodes ffprobe reports per frame (display order), every clock timestamp of the frame.
+std::vector<std::vector<std::string>> probedFrames(const std::string& path) {
+  auto r = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame=key_frame:frame_side_data=value " +
+                             shellQuote(path));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  std::vector<std::vector<std::string>> frames;
+  std::istringstream in(r.out);
+  for (std::string l; std::getline(in, l);) {
+    if (l == "[FRAME]") frames.emplace_back();
+    if (l.rfind("value=", 0) == 0 && !frames.empty()) {
+      for (auto& c : l)
+        if (c == ';') c = ':';  // FFmpeg marks only some drop-frame timecodes with ';'
+      frames.back().push_back(l.substr(6));
+    }
+  }
+  return frames;
+}
+
+std::string framemd5(const std::string& path) {
+  auto r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(path) + " -f framemd5 - | grep -v '^#'");
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  return r.out;
+}
+
+std::string timecode(uint32_t frames, uint32_t type) {
+  char text[32] = {};
+  EXPECT_EQ(tc2String(frames, type | TCF_TEXT | TCF_ALL_FIELDS | TCF_PAD, text, sizeof text), 0);
+  for (auto& c : text)
+    if (c == ';') c = ':';
+  return text;
+}
+
+struct AvcCase {
+  const char* name;
+  const char* fps;     // source picture rate
+  const char* x264;    // x264 options (ffmpeg -x264-params), or an x264 command line for pulldown
+  const char* rate;    // --rate, or "" to take it from the VUI
+  const char* rateName;  // the rate the summary must name
+  uint32_t type;
+  const char* start;
+  size_t timestampsPerFrame;  // clock timestamps per picture: 1 frame, 2 interlaced frame
+};
+
+const AvcCase kCases[] = {
+    {"23.98", "24000/1001", "bframes=3", "", "23.98", TC_2398, "00:59:59:20", 1},
+    {"24", "24", "bframes=3", "", "24", TC_FILM, "10:59:59:18", 1},
+    {"25", "25", "bframes=3", "", "25", TC_PAL, "01:00:00:00", 1},
+    {"29.97 DF", "30000/1001", "bframes=3", "", "29.97", TC_DF2997, "00:00:59;25", 1},
+    {"30", "30", "bframes=3", "", "30", TC_NDF30, "00:59:59:25", 1},
+    {"50", "50", "bframes=3", "", "50", TC_50, "00:09:59:45", 1},
+    {"59.94 DF", "60000/1001", "bframes=3", "", "59.94", TC_DF5994, "00:00:59;55", 1},
+    {"60", "60", "bframes=3", "", "60", TC_60, "23:59:59:50", 1},
+    {"MBAFF 25 top field first", "25", "bframes=2:interlaced=1:tff=1", "", "25", TC_PAL, "00:00:59:20", 2},
+    {"MBAFF 29.97 bottom field first", "30000/1001", "bframes=2:interlaced=1:bff=1", "", "29.97", TC_DF2997, "00:09:59;26", 2},
+    {"fake-interlaced 25", "25", "bframes=2:fake-interlaced=1:tff=1", "", "25", TC_PAL, "01:00:00:00", 2},
+    {"--rate over the VUI", "25", "bframes=3", "50", "50", TC_50, "00:00:00:00", 1},
+};
+
+std::string avcStream(const AvcCase& c) {
+  std::string name = std::string("avc-tc-") + c.name + ".264";
+  for (auto& ch : name)
+    if (ch == '/' || ch == ' ') ch = '_';
+  return qtest::encodedStream(name, std::string("-f lavfi -i testsrc2=size=160x96:rate=") + c.fps +
+                                        " -frames:v 14 -pix_fmt yuv420p -c:v libx264 -x264-params threads=1:" + c.x264 +
+                                        " -f h264");
+}
+
+void expectStamped(const std::string& out, uint32_t start, uint32_t type, size_t pictures, size_t perFrame) {
+  const auto frames = probedFrames(out);
+  ASSERT_EQ(frames.size(), pictures);
+  for (size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_EQ(frames[i].size(), perFrame) << "picture " << i;
+    for (const auto& v : frames[i]) EXPECT_EQ(v, timecode(start + uint32_t(i), type)) << "picture " << i;
+  }
+}
+
+TEST(AvcTimecode, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg missing";
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    qtest::TempDir dir;
+    const std::string in = avcStream(c);
+    ASSERT_FALSE(in.empty());
+    const std::string out = dir.file("out.264"), again = dir.file("again.264");
+    const std::string rate = *c.rate ? std::string(" --rate ") + c.rate : "";
+    auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "'" + rate);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find(std::string(" at ") + c.rateName), std::string::npos) << "names the rate: " << r.out;
+    EXPECT_NE(r.out.find(*c.rate ? "given with --rate" : "from the stream's VUI timing"), std::string::npos) << r.out;
+    uint32_t start = 0;
+    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
+    const std::string pictures = framemd5(in);
+    const size_t count = size_t(std::count(pictures.begin(), pictures.end(), '\n'));
+    expectStamped(out, start, c.type, count, c.timestampsPerFrame);
+    EXPECT_EQ(framemd5(out), pictures) << "pictures changed";
+    // Re-stamping (here in length-prefixed editing) leaves only the new timecode.
+    r = qtest::runTool("stamp " + shellQuote(out) + " " + shellQuote(again) + " --tc 12:00:00:00 --length-prefixed" + rate);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    uint32_t restart = 0;
+    ASSERT_EQ(tc2Frame("12:00:00:00", c.type | TCF_TEXT, &restart), 0);
+    expectStamped(again, restart, c.type, count, c.timestampsPerFrame);
+    EXPECT_EQ(framemd5(again), pictures);
+  }
+}
+
+// x264's 3:2 pulldown: pic_struct 3..6 stay, every clock timestamp slot gets the timecode.
+TEST(AvcTimecode, PulldownKeepsPicStructAndFillsEverySlot) {
+  if (!qtest::haveProgram("ffprobe") || !qtest::haveProgram("x264")) GTEST_SKIP();
+  qtest::TempDir dir;
+  const std::string yuv = dir.file("in.yuv"), in = dir.file("in.264"), out = dir.file("out.264");
+  auto r = qtest::runCommand("ffmpeg -v error -f lavfi -i testsrc2=size=160x96:rate=24000/1001 -frames:v 10 -pix_fmt yuv420p "
+                             "-f rawvideo " + shellQuote(yuv) + " && x264 --quiet --pulldown 32 --fps 24000/1001 --bframes 2 "
+                             "--threads 1 --input-res 160x96 -o " + shellQuote(in) + " " + shellQuote(yuv));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc 01:00:00:00 --rate 23.98");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  auto trace = [](const std::string& path) {
+    return qtest::runCommand("ffmpeg -v trace -i " + shellQuote(path) +
+                             " -c copy -bsf:v trace_headers -f null - 2>&1 | grep -E ' (pic_struct|cpb_removal_delay) ' | "
+                             "sed 's/^\\[[^]]*\\] //' | awk '{print $2, $NF}'").out;
+  };
+  EXPECT_EQ(trace(out), trace(in));
+  const auto frames = probedFrames(out);
+  ASSERT_EQ(frames.size(), 10u);
+  size_t slots = 0;
+  for (size_t i = 0; i < frames.size(); ++i) {
+    slots += frames[i].size();
+    for (const auto& v : frames[i]) EXPECT_EQ(v, timecode(86400 + uint32_t(i), TC_2398));
+  }
+  EXPECT_EQ(slots, 25u) << "3:2 pulldown: 10 pictures, 25 fields";
+  EXPECT_EQ(framemd5(out), framemd5(in));
+}
+
+// An HRD stream's pic_timing keeps its delays; its SPS is left as it is (pic_struct present).
+TEST(AvcTimecode, ExistingPicTimingKeepsItsDelays) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
+  qtest::TempDir dir;
+  const std::string in = qtest::samplePath("h264_160x90_2997_aud_hrd.264"), out = dir.file("out.264");
+  auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '00:59:59;28'");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  auto fields = [](const std::string& path) {
+    return qtest::runCommand("ffmpeg -v trace -i " + shellQuote(path) +
+                             " -c copy -bsf:v trace_headers -f null - 2>&1 | grep -E ' (cpb_removal_delay|dpb_output_delay|"
+                             "pic_struct|seq_parameter_set_id|initial_cpb_removal_delay) ' | sed 's/^\\[[^]]*\\] //' | "
+                             "awk '{print $2, $NF}'").out;
+  };
+  EXPECT_FALSE(fields(in).empty());
+  EXPECT_EQ(fields(out), fields(in));
+  expectStamped(out, 107890, TC_DF2997, 10, 1);
+}
+
+// The SPS rewrite: pic_struct_present_flag set, every other field as read.
+TEST(AvcTimecode, SpsRewriteSetsOnlyPicStructPresent) {
+  const auto stream = qtest::readBytes(qtest::samplePath("h264_160x90_25fps.264"));
+  size_t at = 0;
+  for (size_t i = 0; i + 4 < stream.size(); ++i)
+    if (!stream[i] && !stream[i + 1] && stream[i + 2] == 1 && (stream[i + 3] & 0x1F) == 7) {
+      at = i + 3;
+      break;
+    }
+  ASSERT_GT(at, 0u);
+  size_t end = at + 1;
+  while (end + 2 < stream.size() && !(stream[end] == 0 && stream[end + 1] == 0 && stream[end + 2] <= 1)) ++end;
+  std::vector<uint8_t> nal(stream.begin() + long(at), stream.begin() + long(end)), out(nal.size() + 16);
+  uint32_t n = 0;
+  ASSERT_EQ(klxutilAVCSpsForTimeCode(nal.data(), uint32_t(nal.size()), out.data(), uint32_t(out.size()), &n), 0);
+  static SPS_DECODED before, after;
+  zr_bitstream a{nal.data(), int64_t(nal.size()), nal.size() * 8, 0}, b{out.data(), int64_t(n), uint64_t(n) * 8, 0};
+  ASSERT_GT(klxutilRead_SPS(&a, &before), 0u);
+  ASSERT_GT(klxutilRead_SPS(&b, &after), 0u);
+  EXPECT_EQ(before.vui.pic_struct_present_flag, 0);
+  EXPECT_EQ(after.vui.pic_struct_present_flag, 1);
+  after.vui.pic_struct_present_flag = 0;
+  EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+  // Once set, the unit comes back as it is (1), and too small an output is refused.
+  std::vector<uint8_t> copy(n + 4);
+  uint32_t m = 0;
+  EXPECT_EQ(klxutilAVCSpsForTimeCode(out.data(), n, copy.data(), uint32_t(copy.size()), &m), 1);
+  EXPECT_EQ(std::vector<uint8_t>(copy.begin(), copy.begin() + m), std::vector<uint8_t>(out.begin(), out.begin() + n));
+  EXPECT_EQ(klxutilAVCSpsForTimeCode(nal.data(), uint32_t(nal.size()), out.data(), 4, &m), KLX_SEI_NO_ROOM);
+  EXPECT_EQ(klxutilAVCSpsForTimeCode(nal.data(), 3, out.data(), 64, &m), -1);
+}
+
+}  // namespace

@@ -1,0 +1,349 @@
+// Reading timecode and captions back: SCC -> stamp -> extract gives the same byte pairs at the
+// same timecodes; the decoded text equals FFmpeg's ccaption decoder; the readers agree with
+// ffprobe on streams written by FFmpeg (libx264 -a53cc, MPEG-2 GOP timecode) and GStreamer.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/tcxlat.h"
+#include "streamutil/cea608.h"
+#include "streamutil/scc.h"
+#include "streamutil/sei_read.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+
+uint8_t parity(uint8_t b) { return __builtin_popcount(b) % 2 ? b : uint8_t(b | 0x80); }
+
+// SCC text from lines of control pairs and text.
+struct SccLine {
+  const char* timecode;
+  std::vector<std::pair<uint8_t, uint8_t>> controls;  // each sent twice, as captioners do
+  const char* text;
+  std::vector<std::pair<uint8_t, uint8_t>> after;
+};
+
+std::string scc(const std::vector<SccLine>& lines) {
+  std::string out = "Scenarist_SCC V1.0\n";
+  char word[8];
+  auto add = [&](uint8_t a, uint8_t b) {
+    std::snprintf(word, sizeof word, " %02x%02x", parity(a), parity(b));
+    out += word;
+  };
+  for (const auto& l : lines) {
+    out += std::string("\n") + l.timecode + "\t";
+    for (const auto& [a, b] : l.controls) add(a, b), add(a, b);
+    const size_t n = std::strlen(l.text);
+    for (size_t i = 0; i < n; i += 2) add(uint8_t(l.text[i]), i + 1 < n ? uint8_t(l.text[i + 1]) : 0);
+    for (const auto& [a, b] : l.after) add(a, b), add(a, b);
+    out += "\n";
+  }
+  for (size_t at; (at = out.find("\t ")) != std::string::npos;) out.erase(at + 1, 1);
+  return out;
+}
+
+constexpr std::pair<uint8_t, uint8_t> kRcl{0x14, 0x20}, kEnm{0x14, 0x2E}, kEdm{0x14, 0x2C}, kEoc{0x14, 0x2F},
+    kRu2{0x14, 0x25}, kCr{0x14, 0x2D}, kRdc{0x14, 0x29}, kRow14{0x14, 0x50}, kRow15{0x14, 0x70}, kRow15Indent4{0x14, 0x72};
+
+// Pop-on (two rows, one indented, a special and an extended character), roll-up, paint-on.
+const std::string kCaptions = scc({
+    {"01:00:00;05", {kRcl, kEnm, kRow14}, "Hello, World", {}},
+    {"01:00:00;25", {kRow15Indent4}, "caf", {}},
+    {"01:00:01;00", {}, "e", {{0x13, 0x30}}},  // 0x13 0x30: Ä replaces the 'e'
+    {"01:00:01;10", {kEdm, kEoc}, "", {}},
+    {"01:00:02;10", {kRu2, kCr, kRow15}, "Hello roll", {}},
+    {"01:00:03;00", {kCr, kRow15}, "second", {}},
+    {"01:00:03;20", {kCr}, "", {}},
+    {"01:00:04;00", {kRdc, kRow14}, "Paint", {}},
+    {"01:00:04;20", {kEdm}, "", {}},
+});
+
+std::vector<SCC_CAPTION> readScc(const std::string& text) {
+  uint32_t count = 0, line = 0;
+  EXPECT_EQ(klxutilReadScc(text.data(), text.size(), TC_DF2997, nullptr, 0, &count, &line), -2) << text;
+  std::vector<SCC_CAPTION> pairs(count);
+  EXPECT_EQ(klxutilReadScc(text.data(), text.size(), TC_DF2997, pairs.data(), count, &count, &line), 0) << line;
+  return pairs;
+}
+
+std::string fileText(const std::string& path) {
+  const auto bytes = qtest::readBytes(path);
+  return std::string(bytes.begin(), bytes.end());
+}
+
+// FFmpeg's subcc text, cue by cue, with its styling tags taken off.
+std::vector<std::string> ffmpegCueTexts(const std::string& stream, const qtest::TempDir& dir) {
+  const std::string mp4 = dir.file("ff.mp4"), srt = dir.file("ff.srt");
+  auto r = qtest::runCommand("ffmpeg -v error -y -r 30000/1001 -i " + shellQuote(stream) + " -c copy " + shellQuote(mp4) +
+                             " && ffmpeg -v error -y -f lavfi -i " + shellQuote("movie=" + mp4 + "[out0+subcc]") + " -map s " +
+                             shellQuote(srt));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  return {};
+}
+
+std::vector<std::string> srtTexts(std::string srt) {
+  srt = std::regex_replace(srt, std::regex("<[^>]*>|\\{[^}]*\\}|\r"), "");
+  std::vector<std::string> cues;
+  std::istringstream in(srt);
+  std::string line, text;
+  int state = 0;  // 0 number, 1 times, 2 text
+  while (std::getline(in, line)) {
+    if (state == 0 && !line.empty()) state = 1;
+    else if (state == 1) state = 2, text.clear();
+    else if (state == 2 && line.empty()) cues.push_back(text), state = 0;
+    else if (state == 2) text += (text.empty() ? "" : "\n") + line;
+  }
+  if (state == 2) cues.push_back(text);
+  return cues;
+}
+
+std::string avcStream() {
+  return qtest::encodedStream("cc-rt-h264.264", "-f lavfi -i testsrc2=size=160x96:rate=30000/1001 -frames:v 160 "
+                                                 "-pix_fmt yuv420p -c:v libx264 -bf 3 -x264-params threads=1 -f h264");
+}
+
+TEST(CaptionsRoundTrip, SccComesBackPairForPairAndTextMatchesFfmpeg) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
+  struct Case {
+    const char* name;
+    std::string stream;
+    const char* options;
+  } cases[] = {
+      {"H.264", avcStream(), ""},
+      {"H.264, length-prefixed editing", avcStream(), " --length-prefixed"},
+      {"HEVC", qtest::encodedStream("cc-rt-hevc.hevc", "-f lavfi -i testsrc2=size=160x96:rate=30000/1001 -frames:v 160 "
+                                                       "-pix_fmt yuv420p -c:v libx265 -x265-params "
+                                                       "log-level=error:pools=1:frame-threads=1:bframes=3 -f hevc"),
+       ""},
+  };
+  const std::vector<std::string> wanted = {"Hello, World\ncafÄ", "Hello roll", "Hello roll\nsecond", "Paint"};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    qtest::TempDir dir;
+    qtest::writeBytes(dir.file("in.scc"), std::vector<uint8_t>(kCaptions.begin(), kCaptions.end()));
+    const std::string stamped = dir.file("s.es");
+    auto r = qtest::runTool("stamp " + shellQuote(c.stream) + " " + shellQuote(stamped) +
+                            " --tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")) + c.options);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = qtest::runTool("captions extract " + shellQuote(stamped) + " -o " + shellQuote(dir.file("out.scc")));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto in = readScc(kCaptions), out = readScc(fileText(dir.file("out.scc")));
+    ASSERT_EQ(out.size(), in.size());
+    for (size_t i = 0; i < in.size(); ++i) {
+      EXPECT_EQ(out[i].frame, in[i].frame) << i;
+      EXPECT_EQ(out[i].data[0], in[i].data[0]) << i;
+      EXPECT_EQ(out[i].data[1], in[i].data[1]) << i;
+    }
+    r = qtest::runTool("captions extract " + shellQuote(stamped) + " -o -");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(srtTexts(r.out), wanted) << r.out;
+    ffmpegCueTexts(stamped, dir);
+    // FFmpeg lets the pop-on caption stand until the end of the stream, so it comes last there.
+    auto theirs = srtTexts(fileText(dir.file("ff.srt")));
+    std::rotate(theirs.rbegin(), theirs.rbegin() + 1, theirs.rend());
+    EXPECT_EQ(theirs, wanted);
+  }
+}
+
+// Stamping captions into a captioned stream replaces them: one caption SEI (two triplets) per
+// picture, and the text still decodes cleanly.
+TEST(CaptionsRoundTrip, RestampingReplacesTheCaptions) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("in.scc"), std::vector<uint8_t>(kCaptions.begin(), kCaptions.end()));
+  const std::string once = dir.file("a.264"), twice = dir.file("b.264");
+  for (const auto& [from, to] : {std::pair{avcStream(), once}, std::pair{once, twice}}) {
+    auto r = qtest::runTool("stamp " + shellQuote(from) + " " + shellQuote(to) + " --tc '01:00:00;00' --captions " +
+                            shellQuote(dir.file("in.scc")));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+  }
+  auto r = qtest::runTool("inspect --json " + shellQuote(twice));
+  ASSERT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out.find("\"captions\":4"), std::string::npos);
+  size_t perPicture = 0;
+  for (size_t at = 0; (at = r.out.find("\"captions\":2}", at)) != std::string::npos; ++at) ++perPicture;
+  EXPECT_EQ(perPicture, 160u);
+  ffmpegCueTexts(twice, dir);
+  EXPECT_EQ(srtTexts(fileText(dir.file("ff.srt"))).size(), 4u);
+  r = qtest::runTool("stamp " + shellQuote(once) + " " + shellQuote(dir.file("c.264")) +
+                     " --tc '01:00:00;00' --keep-existing --captions " + shellQuote(dir.file("in.scc")));
+  EXPECT_EQ(r.exitCode, 1);
+}
+
+// Captions re-encoded by FFmpeg's libx264 wrapper (-a53cc) from a stamped stream: our reader
+// gives the text FFmpeg gives.
+TEST(CaptionsRoundTrip, ReadsCaptionsWrittenByFfmpeg) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
+  qtest::TempDir dir;
+  const std::string popOn = scc({
+      {"01:00:00;05", {kRcl, kEnm, kRow14}, "First", {kEdm, kEoc}},
+      {"01:00:01;20", {kRcl, kEnm, kRow15}, "Second one", {kEdm, kEoc}},
+      {"01:00:03;00", {kEdm}, "", {}},
+  });
+  qtest::writeBytes(dir.file("in.scc"), std::vector<uint8_t>(popOn.begin(), popOn.end()));
+  auto r = qtest::runTool("stamp " + shellQuote(avcStream()) + " " + shellQuote(dir.file("s.264")) +
+                          " --tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const std::string again = dir.file("ffmpeg.264");
+  r = qtest::runCommand("ffmpeg -v error -y -i " + shellQuote(dir.file("s.264")) +
+                        " -c:v libx264 -a53cc 1 -bf 2 -x264-params threads=1 -f h264 " + shellQuote(again));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = qtest::runTool("captions extract " + shellQuote(again) + " -o -");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  ffmpegCueTexts(again, dir);
+  const std::string theirs = fileText(dir.file("ff.srt"));
+  EXPECT_EQ(srtTexts(r.out), srtTexts(theirs));
+  // Same cue times too, to the millisecond FFmpeg rounds to.
+  auto times = [](const std::string& srt) {
+    std::vector<long> out;
+    std::regex t("(\\d+):(\\d+):(\\d+),(\\d+)");
+    for (auto it = std::sregex_iterator(srt.begin(), srt.end(), t); it != std::sregex_iterator(); ++it)
+      out.push_back(((std::stol((*it)[1]) * 60 + std::stol((*it)[2])) * 60 + std::stol((*it)[3])) * 1000 + std::stol((*it)[4]));
+    return out;
+  };
+  const auto ours = times(r.out), ffmpegs = times(theirs);
+  ASSERT_EQ(ours.size(), ffmpegs.size());
+  for (size_t i = 0; i < ours.size(); ++i) EXPECT_NEAR(ours[i], ffmpegs[i], 2) << i;
+}
+
+// Timecode written by other tools: GStreamer's h264parse (pic_timing from timecodestamper) and
+// FFmpeg's MPEG-2 encoder (GOP time_code); inspect shows what ffprobe shows.
+TEST(TimecodeReaders, AgreeWithFfprobeOnOtherWriters) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
+  qtest::TempDir dir;
+  auto probe = [](const std::string& path) {
+    auto r = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame_side_data=value,timecode " + shellQuote(path) +
+                               " | grep -E '^(value|timecode)=' | cut -d= -f2");
+    std::vector<std::string> out;
+    std::istringstream in(r.out);
+    for (std::string l; std::getline(in, l);) out.push_back(l);
+    return out;
+  };
+  auto inspected = [](const std::string& path) {
+    auto r = qtest::runTool("inspect --json " + shellQuote(path));
+    std::vector<std::string> out;
+    std::regex tc("\"timecode\":\"([^\"]*)\"");
+    for (auto it = std::sregex_iterator(r.out.begin(), r.out.end(), tc); it != std::sregex_iterator(); ++it) out.push_back((*it)[1]);
+    return out;
+  };
+  if (qtest::haveProgram("gst-launch-1.0")) {
+    const std::string gst = dir.file("gst.264");
+    auto r = qtest::runCommand("timeout 120 gst-launch-1.0 -q videotestsrc num-buffers=14 ! "
+                               "video/x-raw,width=160,height=96,framerate=25/1 ! timecodestamper ! "
+                               "x264enc option-string=pic-struct=1 bframes=2 ! h264parse update-timecode=true ! "
+                               "video/x-h264,stream-format=byte-stream ! filesink location=" + shellQuote(gst));
+    if (r.exitCode == 0) {
+      const auto theirs = probe(gst);
+      EXPECT_EQ(theirs.size(), 14u);
+      EXPECT_EQ(inspected(gst), theirs);
+    }
+  }
+  // MPEG-2: the GOP time_code of each GOP, as the library reads it from the frame holding it.
+  const std::string m2v = qtest::encodedStream("tc-mpeg2-2997.m2v", "-f lavfi -i testsrc2=size=160x96:rate=30000/1001 "
+                                                                    "-frames:v 40 -c:v mpeg2video -g 6 -bf 2 -timecode '00:00:59;26' -f mpeg2video");
+  const auto bytes = qtest::readBytes(m2v);
+  std::vector<std::string> gops;
+  for (size_t i = 0; i + 4 < bytes.size(); ++i)
+    if (!bytes[i] && !bytes[i + 1] && bytes[i + 2] == 1 && bytes[i + 3] == 0xB8) {
+      KLX_TIMECODE tc{};
+      ASSERT_EQ(klxUtilReadMpeg2TimeCode(bytes.data() + i, uint32_t(bytes.size() - i), &tc), 1);
+      char text[16];
+      std::snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", tc.hours, tc.minutes, tc.seconds, tc.dropFrame ? ';' : ':', tc.frames);
+      gops.push_back(text);
+    }
+  std::vector<std::string> theirs = probe(m2v);
+  EXPECT_EQ(gops, theirs);
+  // Per picture, inspect counts on from each GOP's time_code in display order.
+  const auto perPicture = inspected(m2v);
+  ASSERT_EQ(perPicture.size(), 40u);
+  uint32_t start = 0;
+  ASSERT_EQ(tc2Frame("00:00:59;26", TC_DF2997 | TCF_TEXT, &start), 0);
+  for (size_t i = 0; i < perPicture.size(); ++i) {
+    char text[32] = {};
+    tc2String(start + uint32_t(i), TC_DF2997 | TCF_FULL_TEXT, text, sizeof text);
+    EXPECT_EQ(perPicture[i], text) << i;
+  }
+}
+
+// The decoder on hand-made pairs: doubled control codes count once, parity errors are dropped,
+// characters of the other data channel are not shown.
+TEST(Cea608, ControlCodesParityAndChannels) {
+  static CEA608_DECODER d;
+  static CEA608_CUE cue;
+  ASSERT_EQ(klxutilCea608Init(&d, 1), 0);
+  EXPECT_EQ(klxutilCea608Init(&d, 5), -1);
+  ASSERT_EQ(klxutilCea608Init(&d, 1), 0);
+  const std::vector<std::pair<uint8_t, uint8_t>> pairs = {
+      {0x14, 0x20}, {0x14, 0x20}, {0x14, 0x70}, {'A', 'B'}, {0x14, 0x21}, {0x14, 0x21},  // RCL, PAC, "AB", BS once
+      {0x1C, 0x20}, {'X', 'Y'},                                                          // CC2 text: not ours
+      {0x14, 0x70}, {'C', 'D'}};                                                         // "CD" overwrites
+  uint32_t frame = 0;
+  for (const auto& [a, b] : pairs) EXPECT_EQ(klxutilCea608Feed(&d, frame++, parity(a), parity(b), &cue), 0);
+  EXPECT_EQ(klxutilCea608Feed(&d, 20, 0x7E /* even parity: dropped */, parity('E'), &cue), 0);
+  EXPECT_EQ(klxutilCea608Feed(&d, 20, parity(0x14), parity(0x2F), &cue), 0);  // EOC: shows
+  EXPECT_EQ(klxutilCea608Feed(&d, 30, parity(0x14), parity(0x2C), &cue), 1);  // EDM: ends
+  EXPECT_EQ(cue.startFrame, 20u);
+  EXPECT_EQ(cue.endFrame, 30u);
+  EXPECT_STREQ(cue.text, "CD");
+  EXPECT_EQ(klxutilCea608Flush(&d, 40, &cue), 0);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(CaptionsTool, RefusesBadUsageWithOneLine) {
+  qtest::TempDir dir;
+  const std::string sample = qtest::samplePath("hevc_main_160x90_25fps.hevc");
+  qtest::writeBytes(dir.file("taken.srt"), {'x'});
+  qtest::writeBytes(dir.file("junk.264"), std::vector<uint8_t>(64, 0x42));
+  const struct {
+    std::string args;
+    int exit;
+  } cases[] = {
+      {"captions", 2},
+      {"captions extract " + shellQuote(sample), 2},  // neither -o nor --json
+      {"captions list " + shellQuote(sample) + " --json", 2},
+      {"captions extract " + shellQuote(sample) + " --channel 5 --json", 2},
+      {"captions extract " + shellQuote(sample) + " -o " + shellQuote(dir.file("out.txt")), 2},
+      {"captions extract " + shellQuote(sample) + " -o " + shellQuote(dir.file("taken.srt")), 2},
+      {"captions extract " + shellQuote(sample) + " -o " + shellQuote(sample) + " --format srt --force", 2},
+      {"captions extract " + shellQuote(dir.file("missing.264")) + " --json", 1},
+      {"captions extract " + shellQuote(dir.file("junk.264")) + " --json", 1},
+  };
+  for (const auto& c : cases) {
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exit) << c.args << "\n" << r.err;
+    EXPECT_EQ(r.err.rfind("quorvane captions: ", 0), 0u) << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+  }
+  EXPECT_EQ(fileText(dir.file("taken.srt")), "x");
+  // A stream without captions: no cues, valid JSON.
+  auto r = qtest::runTool("captions extract " + shellQuote(sample) + " --json");
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("\"pairs\":0,\"cues\":[]"), std::string::npos) << r.out;
+}
+
+// Caption pairs outside the stamped timecodes: one warning line naming both ranges, exit 0.
+TEST(CaptionsTool, StampWarnsAboutCuesOutsideTheRange) {
+  qtest::TempDir dir;
+  const std::string sample = qtest::samplePath("hevc_main_160x90_25fps.hevc");
+  const std::string text = "Scenarist_SCC V1.0\n\n02:00:00:00\t9420 9420\n";
+  qtest::writeBytes(dir.file("late.scc"), std::vector<uint8_t>(text.begin(), text.end()));
+  auto r = qtest::runTool("stamp " + shellQuote(sample) + " " + shellQuote(dir.file("out.hevc")) +
+                          " --tc 01:00:00:00 --rate 25 --captions " + shellQuote(dir.file("late.scc")));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("warning: 2 of 2 caption byte pairs fall outside the stamped range 01:00:00:00-"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("(the captions run 02:00:00:00-02:00:00:01)"), std::string::npos) << r.err;
+  EXPECT_NE(r.out.find("at 25 (rate given with --rate)"), std::string::npos) << r.out;
+}
+
+}  // namespace

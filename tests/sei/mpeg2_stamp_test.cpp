@@ -1,0 +1,88 @@
+// quorvane stamp on MPEG-2 video: GOP time_code rewritten in place (ffprobe reads it),
+// captions as picture user data (read back by quorvane captions), pictures unchanged.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/tcxlat.h"
+#include "streamutil/scc.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+
+TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
+  struct Case {
+    const char* fps;
+    const char* rate;
+    uint32_t type;
+    const char* start;
+    const char* scc;
+  } cases[] = {
+      {"30000/1001", "29.97", TC_DF2997, "00:00:59;26", "Scenarist_SCC V1.0\n\n00:00:59;28\t9420 9420 94ae c8e9 942f 942f\n"},
+      {"25", "25", TC_PAL, "09:59:59:20", "Scenarist_SCC V1.0\n\n10:00:00:01\t9420 9420 94ae c8e9 942f 942f\n"},
+      {"24", "24", TC_FILM, "00:09:59:20", "Scenarist_SCC V1.0\n\n00:10:00:03\t9420 c8e9 942f\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.rate);
+    qtest::TempDir dir;
+    const std::string in = dir.file("in.m2v"), out = dir.file("out.m2v");
+    auto r = qtest::runCommand(std::string("ffmpeg -v error -f lavfi -i testsrc2=size=160x96:rate=") + c.fps +
+                               " -frames:v 30 -c:v mpeg2video -g 6 -bf 2 -flags +cgop -sc_threshold 1000000000 -timecode 01:02:03:04 " + shellQuote(in));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    qtest::writeBytes(dir.file("cc.scc"), std::vector<uint8_t>(c.scc, c.scc + std::strlen(c.scc)));
+    r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "' --captions " +
+                       shellQuote(dir.file("cc.scc")));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find(std::string(" at ") + c.rate), std::string::npos) << r.out;
+    EXPECT_TRUE(r.err.empty()) << "no cue outside the range: " << r.err;
+    // Every GOP header carries the timecode of its first picture in display order: as far
+    // from the start as FFmpeg's own (closed-GOP) time_codes in the input are from theirs.
+    auto gopTimecodes = [](const std::string& path) {
+      auto p = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame_side_data=timecode " + shellQuote(path) +
+                                 " | grep '^timecode=' | cut -d= -f2");
+      std::vector<std::string> out;
+      std::istringstream lines(p.out);
+      for (std::string l; std::getline(lines, l);) out.push_back(l);
+      return out;
+    };
+    const auto theirs = gopTimecodes(in), ours = gopTimecodes(out);
+    ASSERT_EQ(ours.size(), theirs.size());
+    uint32_t start = 0, theirStart = 0;
+    const uint32_t theirType = c.type == TC_DF2997 ? TC_NDF30 : c.type;  // FFmpeg counted "01:02:03:04" non-drop
+    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
+    ASSERT_EQ(tc2Frame(theirs.front().c_str(), theirType | TCF_TEXT, &theirStart), 0);
+    size_t gop = 0;
+    for (; gop < ours.size(); ++gop) {
+      uint32_t theirFrame = 0;
+      ASSERT_EQ(tc2Frame(theirs[gop].c_str(), theirType | TCF_TEXT, &theirFrame), 0);
+      char want[32] = {};
+      tc2String(start + (theirFrame - theirStart), c.type | TCF_FULL_TEXT, want, sizeof want);
+      EXPECT_EQ(ours[gop], want) << "GOP " << gop;
+    }
+    EXPECT_GE(gop, 5u);
+    auto md5 = [](const std::string& path) { return qtest::runCommand("ffmpeg -v error -i " + shellQuote(path) + " -f framemd5 -").out; };
+    EXPECT_EQ(md5(out), md5(in));
+    // The caption pairs come back at their timecodes.
+    r = qtest::runTool("captions extract " + shellQuote(out) + " -o " + shellQuote(dir.file("back.scc")));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    auto pairs = [&](const std::string& path) {
+      const auto bytes = qtest::readBytes(path);
+      uint32_t count = 0, line = 0;
+      std::vector<SCC_CAPTION> v(64);
+      EXPECT_EQ(klxutilReadScc(reinterpret_cast<const char*>(bytes.data()), bytes.size(), c.type, v.data(), 64, &count, &line), 0);
+      v.resize(count);
+      std::vector<std::string> out;
+      for (const auto& s : v) out.push_back(std::to_string(s.frame) + ":" + std::to_string(s.data[0]) + "," + std::to_string(s.data[1]));
+      return out;
+    };
+    EXPECT_EQ(pairs(dir.file("back.scc")), pairs(dir.file("cc.scc")));
+  }
+}
+
+}  // namespace

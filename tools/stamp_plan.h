@@ -1,0 +1,63 @@
+// quorvane stamp in two pieces, so that any front end (elementary streams here, container
+// demuxers elsewhere) can drive it: prepareStampPlan once over the stream's parameter-set
+// units, then stampAccessUnit on every access unit, in start-code or 4-byte length framing.
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "inspect.h"
+#include "streamutil/avc_params.h"
+#include "streamutil/dframe.h"
+#include "streamutil/scc.h"
+
+// A timecode rate of the command.
+struct RateInfo {
+  const char* name;
+  const char* typeName;  // as the summary says it
+  uint32_t tcType;       // counting of the timecode text (and of the H.264 clock timestamps)
+  uint32_t hevcRate;     // integer rate for the HEVC time_code SEI writer
+  uint32_t cdpRate;      // caption packet frame-rate code
+  double fps;
+};
+// The rate a --rate name stands for, or null (to give way to a shared table of rate names).
+const RateInfo* findRate(const std::string& name);
+// The timecode rate nearest to a stream's frame rate, or null.
+const RateInfo* rateForStream(double fps);
+
+// Everything stampAccessUnit needs, settled once per stream.
+struct StampPlan {
+  StreamCodec codec = StreamCodec::kUnknown;
+  const RateInfo* rate = nullptr;
+  std::string rateSource;  // where the rate came from, for the summary
+  bool fields = false;     // each picture is one field: two pictures per timecode frame
+  uint32_t startFrame = 0;
+  bool captions = false;
+  std::vector<SCC_CAPTION> captionPairs;
+  std::vector<int32_t> captionAt;  // display frame (from startFrame) -> index in captionPairs, -1 none
+  bool keepExisting = false;
+  std::shared_ptr<const SPS_DECODED> avcSps;  // H.264: the active SPS as the input carries it
+  uint32_t avcFlags = 0;
+  // The parameter-set units (from their header byte) as the output carries them: H.264 SPS
+  // rewritten with pic_struct_present_flag. For carriers that keep them outside the frames.
+  std::vector<std::vector<uint8_t>> parameterSets;
+};
+
+// What stampAccessUnit did, as bits of its result.
+constexpr int kReplacedTimecode = 1, kReplacedCaptions = 2, kWroteCaption = 4;
+
+// Stream-level preparation over the parameter-set units (each from its header byte, with its
+// emulation prevention): the rate (givenRate, else the VUI timing, else 25), field coding, the
+// active H.264 SPS and its rewrite for pic_struct (plan.parameterSets). plan.codec,
+// plan.fields (when forced) and plan.keepExisting are set by the caller first. False with
+// `error` set when the H.264 SPS is missing or cannot be rewritten.
+bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& units, const RateInfo* givenRate,
+                      std::string& error);
+
+// Edits one access unit in place (start codes, or 4-byte lengths when lengthPrefixed; the
+// frame's nBufferSize is its capacity): the timecode of its display position (replacing what
+// it carried), and its caption pair (captions replaced too). Returns kReplaced.../kWroteCaption
+// bits, or -1 with `error` set (no room, or existing timecode/captions with keepExisting).
+int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, uint64_t displayIndex, bool hasPicture,
+                    std::string& error);
