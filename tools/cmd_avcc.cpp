@@ -8,6 +8,7 @@
 
 #include "cli.h"
 #include "commands.h"
+#include "media/command_input.h"
 #include "param_report.h"
 #include "streamutil/avcc.h"
 
@@ -89,17 +90,27 @@ int readBox(const std::string& path, bool asJson) {
   return cli::kOk;
 }
 
-int writeBox(const std::string& path, const std::string& output, bool force, bool asJson) {
+int writeBox(const std::string& path, const std::string& output, const cli::Args& args, bool force, bool asJson) {
   std::error_code ec;
   if (std::filesystem::exists(output, ec)) {
     if (std::filesystem::equivalent(path, output, ec)) return cli::fail("avcc", "the output must not be the stream");
     if (!force) return cli::fail("avcc", "%s exists (give -y to overwrite it)", output.c_str());
   }
-  auto text = cli::readFile(path);
-  if (!text) return cli::failWith(cli::kFailed, "avcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
-  std::vector<uint8_t> stream(text->begin(), text->end());
-  if (params::detectCodec(stream) != StreamCodec::kH264)
-    return cli::failWith(cli::kFailed, "avcc", "%s is not an H.264 elementary stream", path.c_str());
+  int exitCode = 0;
+  auto input = media::openInput("avcc", path, args, exitCode);
+  if (!input) return exitCode;
+  if (input->info().codec != StreamCodec::kH264)
+    return cli::failWith(cli::kFailed, "avcc", "%s: %s, not H.264", path.c_str(), media::describe(input->info()).c_str());
+  params::StreamParams sets;
+  if (!params::collectFrom(*input, sets))
+    return cli::failWith(cli::kFailed, "avcc", "%s: %s", path.c_str(), input->error().c_str());
+  // The parameter sets as one start-code frame, the form klxutilGetAvcc reads.
+  std::vector<uint8_t> stream;
+  for (const auto* list : {&sets.sps, &sets.pps})
+    for (const auto& unit : *list) {
+      stream.insert(stream.end(), {0, 0, 0, 1});
+      stream.insert(stream.end(), unit.begin(), unit.end());
+    }
   if (stream.size() > 0xFFFFFFF0u) return cli::failWith(cli::kFailed, "avcc", "%s is too large", path.c_str());
   uint32_t n = 0;
   int rc = klxutilGetAvcc(stream.data(), static_cast<uint32_t>(stream.size()), 1, nullptr, 0, &n);
@@ -131,7 +142,7 @@ int cmdAvcc(int argc, char** argv) {
     if (!std::strcmp(a, "-o")) a = const_cast<char*>("--output");
     if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
   }
-  if (!args.parse(argc, rewritten.data(), {"output", "read"}, {"json", "force"}))
+  if (!args.parse(argc, rewritten.data(), {"output", "read", media::kTrackOption}, {"json", "force"}))
     return cli::fail("avcc", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
@@ -145,5 +156,5 @@ int cmdAvcc(int argc, char** argv) {
   if (args.positional().size() != 1) return cli::fail("avcc", "expected one H.264 stream file (see --help)");
   auto output = args.get("output");
   if (!output) return cli::fail("avcc", "missing -o FILE for the avcC box (see --help)");
-  return writeBox(args.positional()[0], *output, args.has("force"), asJson);
+  return writeBox(args.positional()[0], *output, args, args.has("force"), asJson);
 }

@@ -7,6 +7,7 @@
 #include "cli.h"
 #include "commands.h"
 #include "inspect.h"
+#include "inspect_hdr.h"
 #include "media/command_input.h"
 #include "param_report.h"
 #include "stream_units.h"
@@ -106,6 +107,7 @@ int cmdInspect(int argc, char** argv) {
   params::StreamParams sets;
   sets.codec = info.codec;
   for (const auto& unit : info.parameterSets) params::addUnit(sets, unit.data(), unit.size());
+  KLX_HDR_METADATA hdr{};
   FrameReport frames(info.codec, info.framing == media::Framing::kLengthPrefixed, json);
   {
     media::InputProgress progress("inspect", *input);
@@ -115,6 +117,8 @@ int cmdInspect(int argc, char** argv) {
       count(au, info.codec, summary);
       for (const auto& u : au.units) params::addUnit(sets, au.unit(u), u.size);
       frames.add(au);
+      hdrinfo::addHdrSei(au.bytes.data(), static_cast<uint32_t>(au.bytes.size()), info.framing == media::Framing::kLengthPrefixed,
+                info.codec == StreamCodec::kHevc, hdr);
     }
     progress.done();
   }
@@ -127,12 +131,14 @@ int cmdInspect(int argc, char** argv) {
     out.beginObject();
     addJson(out, path, info, summary);
     inspectParams(sets, nullptr, &out);
+    hdrinfo::inspectHdr(sets, hdr, info.codec, nullptr, &out);
     frames.print(nullptr, &out);
     out.endObject();
     std::printf("%s\n", out.text().c_str());
   } else {
     printText(path, info, summary);
     inspectParams(sets, stdout, nullptr);
+    hdrinfo::inspectHdr(sets, hdr, info.codec, stdout, nullptr);
     frames.print(stdout, nullptr);
   }
   return cli::kOk;

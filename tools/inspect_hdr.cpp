@@ -51,28 +51,6 @@ const CodeName* begin(ColourKind k, size_t& n) {
 }
 
 // The first HDR SEI value of each kind in the stream (Annex B).
-KLX_HDR_METADATA firstHdrSei(const std::vector<uint8_t>& stream, bool hevc) {
-  KLX_HDR_METADATA found{};
-  const uint32_t size = static_cast<uint32_t>(std::min<size_t>(stream.size(), 0xFFFFFFFFu));
-  uint32_t count = 0;
-  auto finder = hevc ? klxutilFindNalUnitsHevc : klxutilFindNalUnits;
-  finder(stream.data(), size, 1, nullptr, 0, &count);
-  std::vector<KLX_NAL_UNIT> units(count);
-  finder(stream.data(), size, 1, units.data(), count, &count);
-  const uint32_t all = KLX_HDR_HAS_MASTERING_DISPLAY | KLX_HDR_HAS_CONTENT_LIGHT_LEVEL | KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
-  for (const auto& u : units) {
-    if (u.type != (hevc ? 39 : 6)) continue;
-    KLX_HDR_METADATA one{};
-    if (klxutilReadHdrSei(stream.data() + u.offset, u.prefixLength + u.size, 1, hevc, &one) != 0) continue;
-    const uint32_t fresh = one.present & ~found.present;
-    if (fresh & KLX_HDR_HAS_MASTERING_DISPLAY) found.masteringDisplay = one.masteringDisplay;
-    if (fresh & KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) found.contentLightLevel = one.contentLightLevel;
-    if (fresh & KLX_HDR_HAS_ALTERNATIVE_TRANSFER) found.preferredTransferCharacteristics = one.preferredTransferCharacteristics;
-    found.present |= fresh;
-    if (found.present == all) break;
-  }
-  return found;
-}
 
 constexpr double kChromaticityUnit = 0.00002;
 constexpr double kLuminanceUnit = 0.0001;
@@ -168,15 +146,26 @@ std::optional<int> colourCode(ColourKind kind, std::string_view name) {
   return std::nullopt;
 }
 
-void inspectHdr(const std::vector<uint8_t>& stream, StreamCodec codec, FILE* out, cli::Json* json) {
+void addHdrSei(const uint8_t* frame, uint32_t size, bool lengthPrefixed, bool hevc, KLX_HDR_METADATA& found) {
+  const uint32_t all = KLX_HDR_HAS_MASTERING_DISPLAY | KLX_HDR_HAS_CONTENT_LIGHT_LEVEL | KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
+  if ((found.present & all) == all) return;
+  KLX_HDR_METADATA one{};
+  if (klxutilReadHdrSei(frame, size, lengthPrefixed ? 0 : 1, hevc, &one) != 0) return;
+  const uint32_t fresh = one.present & ~found.present;
+  if (fresh & KLX_HDR_HAS_MASTERING_DISPLAY) found.masteringDisplay = one.masteringDisplay;
+  if (fresh & KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) found.contentLightLevel = one.contentLightLevel;
+  if (fresh & KLX_HDR_HAS_ALTERNATIVE_TRANSFER) found.preferredTransferCharacteristics = one.preferredTransferCharacteristics;
+  found.present |= fresh;
+}
+
+void inspectHdr(const params::StreamParams& sets, const KLX_HDR_METADATA& md, StreamCodec codec, FILE* out,
+                cli::Json* json) {
   if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
   const bool hevc = codec == StreamCodec::kHevc;
-  params::StreamParams sets = params::collect(stream);
   params::Summary summary;
   params::Decoded d;
   if (!sets.sps.empty() && params::decodeUnit(codec, "SPS", sets.sps.front(), d))
     summary = hevc ? params::summarize(*d.hevcSps, nullptr) : params::summarize(*d.avcSps);
-  const KLX_HDR_METADATA md = firstHdrSei(stream, hevc);
   if (json) {
     hdrJson(*json, summary, md);
     return;
