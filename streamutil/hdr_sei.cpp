@@ -369,15 +369,24 @@ int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t
   for (uint32_t i = 0; i < prefix.count; ++i)
     if (isSeiUnit(hevc, prefix.units[i].type) && classify(bodyOf(frame, prefix.units[i], hevc)) == SeiKind::kUnreadable)
       return -1;
+  // A rewritten unit can come out longer than it was (escapes as coded), so a late refusal is
+  // possible: it restores the frame from this copy.
   const uint32_t before = *size;
+  const std::vector<uint8_t> original(frame, frame + before);
+  auto refuse = [&](int rc) {
+    std::memcpy(frame, original.data(), before);
+    *size = before;
+    return rc;
+  };
   const int removed = removeHdrMessages(frame, size, capacity, startCodes, hevc, prefix);
-  if (removed != KLX_NAL_OK) return removed;
+  if (removed != KLX_NAL_OK) return refuse(removed);
   if (count == 0) return 0;
   if (*size != before) {  // the first slice moved with the removals
     scanPrefix(frame, *size, startCodes, hevc, prefix);
-    if (prefix.bad) return -1;
+    if (prefix.bad) return refuse(-1);
   }
-  return klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, prefix.count, units, sizes, count);
+  const int rc = klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, prefix.count, units, sizes, count);
+  return rc == KLX_NAL_OK ? rc : refuse(rc);
 }
 
 int klxutilParseMasteringDisplay(const char* text, KLX_MASTERING_DISPLAY* out) {
