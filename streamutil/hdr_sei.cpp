@@ -176,6 +176,8 @@ UnitBody bodyOf(const uint8_t* frame, const KLX_NAL_UNIT& u, uint32_t hevc) {
   return start < end ? UnitBody{frame + start, end - start} : UnitBody{frame + end, 0};
 }
 
+// kUnreadable: cut short after an HDR message, which the reader still reports; a unit cut short
+// before any HDR message holds nothing to remove and counts as kNoHdr.
 enum class SeiKind { kNoHdr, kOnlyHdr, kMixed, kUnreadable };
 
 SeiKind classify(const UnitBody& body) {
@@ -184,8 +186,8 @@ SeiKind classify(const UnitBody& body) {
     (isHdrType(type) ? hdr : other) = true;
     return takePayload(r, size, nullptr, 0);
   });
-  if (!ok) return SeiKind::kUnreadable;
   if (!hdr) return SeiKind::kNoHdr;
+  if (!ok) return SeiKind::kUnreadable;
   return other ? SeiKind::kMixed : SeiKind::kOnlyHdr;
 }
 
@@ -363,15 +365,28 @@ int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t
   PrefixUnits prefix;
   scanPrefix(frame, *size, startCodes, hevc, prefix);
   if (prefix.bad || prefix.tooMany) return -1;
+  // An HDR message in a unit that cannot be rewritten would stay and still be read.
+  for (uint32_t i = 0; i < prefix.count; ++i)
+    if (isSeiUnit(hevc, prefix.units[i].type) && classify(bodyOf(frame, prefix.units[i], hevc)) == SeiKind::kUnreadable)
+      return -1;
+  // A rewritten unit can come out longer than it was (escapes as coded), so a late refusal is
+  // possible: it restores the frame from this copy.
   const uint32_t before = *size;
+  const std::vector<uint8_t> original(frame, frame + before);
+  auto refuse = [&](int rc) {
+    std::memcpy(frame, original.data(), before);
+    *size = before;
+    return rc;
+  };
   const int removed = removeHdrMessages(frame, size, capacity, startCodes, hevc, prefix);
-  if (removed != KLX_NAL_OK) return removed;
+  if (removed != KLX_NAL_OK) return refuse(removed);
   if (count == 0) return 0;
   if (*size != before) {  // the first slice moved with the removals
     scanPrefix(frame, *size, startCodes, hevc, prefix);
-    if (prefix.bad) return -1;
+    if (prefix.bad) return refuse(-1);
   }
-  return klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, prefix.count, units, sizes, count);
+  const int rc = klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, prefix.count, units, sizes, count);
+  return rc == KLX_NAL_OK ? rc : refuse(rc);
 }
 
 int klxutilParseMasteringDisplay(const char* text, KLX_MASTERING_DISPLAY* out) {

@@ -70,8 +70,8 @@ int klxutilReadHdrSei(const uint8_t* frame, uint32_t size, uint32_t startCodes, 
 // slice (at the end when there is none), after the parameter sets and the other SEI units.
 // md->present = 0 only removes. Refused with KLX_SEI_NO_ROOM (-102, frame untouched) unless
 // `capacity` holds the frame plus the new units (room freed by the removal is not counted);
-// -1 for a null argument or unreadable framing, or a frame with more than 256 units in front of
-// its first slice.
+// -1 for a null argument or unreadable framing, an SEI unit cut short behind one of these
+// messages, or a frame with more than 256 units in front of its first slice.
 int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t startCodes, uint32_t hevc,
                      const KLX_HDR_METADATA* md);
 

@@ -30,13 +30,16 @@ int findUnits(const uint8_t* frame, uint32_t size, uint32_t startCodes, KLX_NAL_
 }
 
 // Byte range [begin, end) of units index .. index + count - 1; `begin` alone when count is 0
-// (the insertion point: the frame's end when index equals the number of units).
+// (the insertion point: the frame's end when index equals the number of units; for length-prefixed
+// framing the end of the last unit, since zero bytes after it end the frame and would hide a unit
+// appended behind them).
 bool rangeOf(const uint8_t* frame, uint32_t size, bool startCodes, uint32_t index, uint32_t count, uint64_t& begin,
              uint64_t& end) {
   NalWalker walker(frame, size, startCodes);
   Step step;
   uint32_t n = 0;
   bool haveBegin = false;
+  uint64_t lastEnd = 0;
   // An insertion point needs only the offset of unit `index`, not its end.
   while (walker.next(step, [&](uint64_t) { return !(count == 0 && n == index); })) {
     if (count == 0 && n == index) {
@@ -48,11 +51,12 @@ bool rangeOf(const uint8_t* frame, uint32_t size, bool startCodes, uint32_t inde
       end = step.end;
       return haveBegin;
     }
+    lastEnd = step.end;
     ++n;
   }
   if (walker.bad()) return false;
   if (count == 0 && n == index) {
-    begin = end = size;
+    begin = end = startCodes ? size : lastEnd;
     return true;
   }
   if (count == 0) return haveBegin;

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "params/params_support.h"
+#include "support/param_streams.h"
 #include "support/test_support.h"
 
 namespace {

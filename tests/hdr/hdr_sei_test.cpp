@@ -8,7 +8,7 @@
 #include "streamutil/hdr_sei.h"
 #include "streamutil/nal_units.h"
 #include "support/test_support.h"
-#include "syntax/ffmpeg_oracle.h"
+#include "support/ffmpeg_oracle.h"
 
 namespace {
 

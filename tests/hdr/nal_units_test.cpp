@@ -7,7 +7,7 @@
 
 #include "streamutil/nal_units.h"
 #include "support/test_support.h"
-#include "syntax/ffmpeg_oracle.h"
+#include "support/ffmpeg_oracle.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <random>
 
-#include "params/params_support.h"
+#include "support/param_streams.h"
 #include "streamutil/avc_params.h"
 #include "support/test_support.h"
 

@@ -1,7 +1,7 @@
 // quorvane params / hvcc: sizes and profiles agree with ffprobe; hvcC files round-trip; errors.
 #include <gtest/gtest.h>
 
-#include "params/params_support.h"
+#include "support/param_streams.h"
 #include "support/test_support.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <memory>
 
-#include "params/params_support.h"
+#include "support/param_streams.h"
 #include "streamutil/hevc_config_record.h"
 #include "support/test_support.h"
 

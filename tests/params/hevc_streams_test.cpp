@@ -6,7 +6,7 @@
 #include <cstring>
 #include <memory>
 
-#include "params/params_support.h"
+#include "support/param_streams.h"
 #include "streamutil/hevc_params.h"
 #include "support/test_support.h"
 

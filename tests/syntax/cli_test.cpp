@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "ffmpeg_oracle.h"
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <map>
 
-#include "ffmpeg_oracle.h"
+#include "support/ffmpeg_oracle.h"
 #include "reference_framing.h"
 #include "streamutil/framing.h"
 #include "support/test_support.h"

@@ -9,6 +9,18 @@
 
 namespace oracle {
 
+// One line of `ffmpeg -bsf:v trace_headers`: a heading ("Packet: ...", "Sequence Parameter Set",
+// ...) or a syntax element with its name as printed (subscripts kept) and value.
+struct TraceLine {
+  bool isElement = false;
+  std::string text;  // the heading
+  std::string name;
+  int64_t value = 0;
+};
+// Every trace line ffmpeg prints for the stream file, extradata listing included; ffmpeg's exit
+// code goes to *exitCode (a stream ffmpeg stops reading half way still lists its first units).
+std::vector<TraceLine> traceHeaderLines(const std::string& path, int* exitCode = nullptr);
+
 struct SeiMessage {
   int payloadType = 0;
   int payloadSize = 0;

@@ -1,5 +1,5 @@
-// Helpers of the parameter-set tests: splitting Annex B streams, and the syntax elements that
-// ffmpeg's trace_headers bitstream filter reports for a stream (the independent parser).
+// Helpers of the parameter-set and HDR tests: splitting Annex B streams, and the syntax elements
+// that ffmpeg's trace_headers bitstream filter reports for a stream (the independent parser).
 #pragma once
 #include <cstdint>
 #include <map>

@@ -1,9 +1,10 @@
-#include "params/params_support.h"
+#include "support/param_streams.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 
 namespace ptest {
@@ -63,38 +64,14 @@ std::vector<Bytes> splitAnnexB(const Bytes& s) {
   return units;
 }
 
-namespace {
-std::string baseName(const std::string& name) {
-  size_t bracket = name.find('[');
-  return bracket == std::string::npos ? name : name.substr(0, bracket);
-}
-}  // namespace
-
 std::vector<TracedUnit> traceHeaders(const std::string& path) {
-  auto r = qtest::runCommand("ffmpeg -nostdin -hide_banner -v info -i " + qtest::shellQuote(path) +
-                             " -c copy -bsf:v trace_headers -f null - 2>&1");
   std::vector<TracedUnit> units;
-  std::istringstream lines(r.out + r.err);
-  std::string line;
-  while (std::getline(lines, line)) {
-    size_t tag = line.find("[trace_headers @ ");
-    if (tag == std::string::npos) continue;
-    size_t close = line.find("] ", tag);
-    if (close == std::string::npos) continue;
-    std::string rest = line.substr(close + 2);
-    std::istringstream words(rest);
-    std::string first;
-    words >> first;
-    bool isElement = !first.empty() && std::isdigit(static_cast<unsigned char>(first[0]));
-    if (!isElement) {
-      units.push_back({rest, {}});
-      continue;
+  for (const oracle::TraceLine& t : oracle::traceHeaderLines(path)) {
+    if (!t.isElement) {
+      units.push_back({t.text, {}});
+    } else if (!units.empty()) {
+      units.back().elements[t.name.substr(0, t.name.find('['))].push_back(t.value);  // subscripts dropped
     }
-    std::string name;
-    words >> name;
-    size_t eq = rest.rfind("= ");
-    if (eq == std::string::npos || units.empty()) continue;
-    units.back().elements[baseName(name)].push_back(std::stoll(rest.substr(eq + 2)));
   }
   return units;
 }

@@ -1,5 +1,5 @@
 // ffmpeg/ffprobe as oracles: see ffmpeg_oracle.h.
-#include "ffmpeg_oracle.h"
+#include "support/ffmpeg_oracle.h"
 
 #include <gtest/gtest.h>
 
@@ -9,67 +9,70 @@
 
 namespace oracle {
 
-namespace {
-
-// "[trace_headers @ 0x...] 16          last_payload_type_byte      00000101 = 5" -> name, value.
-bool parseTraceField(const std::string& line, std::string& name, long& value) {
-  const std::string tag = "[trace_headers @ ";
-  if (line.rfind(tag, 0) != 0) return false;
-  size_t close = line.find("] ");
-  if (close == std::string::npos) return false;
-  std::istringstream fields(line.substr(close + 2));
-  std::string bitPosition, bits, equals;
-  std::string valueText;
-  if (!(fields >> bitPosition >> name >> bits >> equals >> valueText) || equals != "=") return false;
-  if (bitPosition.empty() || !isdigit(static_cast<unsigned char>(bitPosition[0]))) return false;
-  try {
-    value = std::stol(valueText);
-  } catch (...) {
-    return false;
-  }
-  return true;
-}
-
-}  // namespace
-
-std::vector<TracedUnit> traceUnits(const std::string& path) {
+std::vector<TraceLine> traceHeaderLines(const std::string& path, int* exitCode) {
   auto r = qtest::runCommand("ffmpeg -nostdin -v verbose -i " + qtest::shellQuote(path) +
                              " -c copy -bsf:v trace_headers -f null - 2>&1");
-  EXPECT_EQ(r.exitCode, 0) << r.out;
-  std::vector<TracedUnit> units;
-  bool inPackets = false;
-  int pendingType = 0, pendingSize = 0;
-  bool typeDone = false;
+  if (exitCode) *exitCode = r.exitCode;
+  std::vector<TraceLine> trace;
   std::istringstream lines(r.out);
   std::string line;
   while (std::getline(lines, line)) {
     // ffmpeg's progress line may share a line with the next log line.
-    size_t tag = line.find("[trace_headers @ ");
+    const size_t tag = line.find("[trace_headers @ ");
     if (tag == std::string::npos) continue;
-    line = line.substr(tag);
-    if (line.find("] Packet: ") != std::string::npos) inPackets = true;
-    std::string name;
-    long value;
-    if (!inPackets || !parseTraceField(line, name, value)) continue;
+    const size_t close = line.find("] ", tag);
+    if (close == std::string::npos) continue;
+    // "16          last_payload_type_byte      00000101 = 5": bit position, name, bits, value.
+    const std::string rest = line.substr(close + 2);
+    std::istringstream words(rest);
+    std::string position, name;
+    words >> position >> name;
+    if (position.empty() || !std::isdigit(static_cast<unsigned char>(position[0]))) {
+      trace.push_back({false, rest, {}, 0});
+      continue;
+    }
+    const size_t equals = rest.rfind("= ");
+    if (equals == std::string::npos) continue;
+    try {
+      trace.push_back({true, {}, name, std::stoll(rest.substr(equals + 2))});
+    } catch (...) {
+    }
+  }
+  return trace;
+}
+
+std::vector<TracedUnit> traceUnits(const std::string& path) {
+  std::vector<TracedUnit> units;
+  bool inPackets = false;
+  int pendingType = 0, pendingSize = 0;
+  bool typeDone = false;
+  int exitCode = 0;
+  const std::vector<TraceLine> trace = traceHeaderLines(path, &exitCode);
+  EXPECT_EQ(exitCode, 0) << "ffmpeg trace_headers failed on " << path;
+  for (const TraceLine& t : trace) {
+    if (!t.isElement && t.text.rfind("Packet: ", 0) == 0) inPackets = true;
+    if (!inPackets || !t.isElement) continue;
+    const std::string& name = t.name;
+    const int value = static_cast<int>(t.value);
     if (name == "forbidden_zero_bit") {
       units.emplace_back();
-      units.back().forbiddenZeroBit = static_cast<int>(value);
+      units.back().forbiddenZeroBit = value;
       continue;
     }
     if (units.empty()) continue;
     TracedUnit& u = units.back();
-    if (name == "nal_ref_idc") u.nalRefIdc = static_cast<int>(value);
-    if (name == "nal_unit_type") u.nalUnitType = static_cast<int>(value);
-    if (name == "nuh_layer_id") u.nuhLayerId = static_cast<int>(value);
-    if (name == "nuh_temporal_id_plus1") u.temporalId = static_cast<int>(value) - 1;
+    if (name == "nal_ref_idc") u.nalRefIdc = value;
+    if (name == "nal_unit_type") u.nalUnitType = value;
+    if (name == "nuh_layer_id") u.nuhLayerId = value;
+    if (name == "nuh_temporal_id_plus1") u.temporalId = value - 1;
     // FF bytes of payloadType and payloadSize are both traced as "ff_byte".
     if (name == "ff_byte") (typeDone ? pendingSize : pendingType) += 255;
     if (name == "last_payload_type_byte") {
-      pendingType += static_cast<int>(value);
+      pendingType += value;
       typeDone = true;
     }
     if (name == "last_payload_size_byte") {
-      u.seis.push_back({pendingType, pendingSize + static_cast<int>(value)});
+      u.seis.push_back({pendingType, pendingSize + value});
       pendingType = pendingSize = 0;
       typeDone = false;
     }
