@@ -337,11 +337,17 @@ int klxutilAuCutterPush(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size
     } else if (c->codec == KLXUTIL_AU_H264) {
       if (avcPicture(c, unit, size, type) != 0) rc = -1;
     } else {
+      // ISO/IEC 13818-2 6.3.9: temporal_reference counts display order within a group of
+      // pictures, so each group is a sequence of its own for the display order.
       c->current.hasPicture = 1;
-      c->current.poc = static_cast<int32_t>(c->pictures - 1);
+      c->current.poc = c->mpeg2TemporalReference;
     }
   }
-  if (c->codec == KLXUTIL_AU_MPEG2 && type == 0xB3) c->current.randomAccess = 1;
+  if (c->codec == KLXUTIL_AU_MPEG2) {
+    if (type == 0xB3) c->current.randomAccess = 1;
+    if (type == 0xB8 && c->mpeg2Groups++ > 0) ++c->current.sequence;
+    if (type == 0x00) c->mpeg2TemporalReference = size >= 3 ? (unit[1] << 2) | (unit[2] >> 6) : 0;
+  }
   c->vclSeen = c->vclSeen || slice;
   return rc;
 }

@@ -69,6 +69,8 @@ struct KLXUTIL_AU_CUTTER {
   KLXUTIL_AU_HEVC_PPS hevcPps[64];
   KLXUTIL_AU_AVC_SPS avcSps[32];
   KLXUTIL_AU_AVC_PPS avcPps[256];
+  int32_t mpeg2TemporalReference;  // MPEG-2: temporal_reference of the last picture header
+  uint32_t mpeg2Groups;            // MPEG-2: group_of_pictures headers seen
 };
 
 // 0, or -1 for an unknown codec or a null cutter.

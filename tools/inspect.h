@@ -12,6 +12,7 @@
 
 #include "cli.h"
 #include "streamutil/access_units.h"
+#include "streamutil/sei_read.h"
 
 enum class StreamCodec { kH264, kHevc, kMpeg2, kUnknown };
 
@@ -46,8 +47,12 @@ class FrameReport {
     int captions = -1;     // cc_count of the picture's cc_data, -1: none
   };
   void release(int32_t flush);
+  void addMpeg2(const media::AccessUnit& au);
   StreamCodec codec_;
   bool lengthPrefixed_;
+  double mpeg2FramesPerSecond_ = 0;  // from the sequence header
+  KLX_TIMECODE mpeg2Gop_{};          // time_code of the current group of pictures
+  bool mpeg2HaveGop_ = false;
   std::shared_ptr<struct SPS_DECODED> avcSps_;  // the last H.264 SPS seen
   KLXUTIL_DISPLAY_ORDER order_{};
   std::map<uint64_t, Facts> waiting_;  // pictures not yet placed, by decode index

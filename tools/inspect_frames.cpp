@@ -8,6 +8,8 @@
 #include "media/input.h"
 #include "picture_metadata.h"
 #include "streamutil/avc_params.h"
+#include "platform/tcxlat.h"
+#include "streamutil/mpeg2_pictures.h"
 #include "streamutil/sei_read.h"
 
 
@@ -30,6 +32,7 @@ void printLine(FILE* out, uint64_t display, uint64_t decode, int32_t poc, const 
 }  // namespace
 
 void FrameReport::add(const media::AccessUnit& au) {
+  if (codec_ == StreamCodec::kMpeg2) return addMpeg2(au);
   if ((codec_ != StreamCodec::kHevc && codec_ != StreamCodec::kH264) || !error_.empty() || !au.picture.hasPicture) return;
   if (!au.orderKnown) {
     error_ = codec_ == StreamCodec::kHevc ? "cannot read an HEVC slice header (missing parameter sets?)"
@@ -62,6 +65,44 @@ void FrameReport::add(const media::AccessUnit& au) {
   release(0);
 }
 
+// MPEG-2: a picture's timecode is its group's time_code counted on by its temporal_reference
+// (ISO/IEC 13818-2 6.3.8, 6.3.9), on the clock of the sequence header's frame rate.
+void FrameReport::addMpeg2(const media::AccessUnit& au) {
+  for (const auto& u : au.units)
+    if (u.size >= 5 && au.unit(u)[0] == 0xB3) mpeg2FramesPerSecond_ = klxutilMpeg2FrameRate(au.unit(u)[4] & 0x0F);
+  const uint8_t* frame = au.bytes.data();
+  const uint32_t size = static_cast<uint32_t>(au.bytes.size());
+  KLX_TIMECODE gop{};
+  if (klxUtilReadMpeg2TimeCode(frame, size, &gop) == 1) mpeg2Gop_ = gop, mpeg2HaveGop_ = true;
+  if (!au.picture.hasPicture) return;
+  Facts facts;
+  facts.poc = au.picture.poc;
+  if (mpeg2HaveGop_) {
+    const double fps = mpeg2FramesPerSecond_;
+    const uint32_t tcType = mpeg2Gop_.dropFrame ? (fps > 40 ? TC_DF5994 : TC_DF2997)
+                            : fps > 55          ? TC_60
+                            : fps > 45          ? TC_50
+                            : fps > 27          ? TC_NDF30
+                            : fps > 24.5        ? TC_PAL
+                                                : TC_FILM;
+    const uint8_t digits[4] = {mpeg2Gop_.hours, mpeg2Gop_.minutes, mpeg2Gop_.seconds, mpeg2Gop_.frames};
+    uint32_t start = 0;
+    uint8_t shown[4];
+    if (tc2Frame(reinterpret_cast<const char*>(digits), tcType | TCF_DIGITS, &start) == 0 &&
+        tc2String(start + uint32_t(std::max(au.picture.poc, 0)), tcType | TCF_DIGITS, shown, sizeof shown) == 0) {
+      KLX_TIMECODE tc = mpeg2Gop_;
+      tc.hours = shown[0], tc.minutes = shown[1], tc.seconds = shown[2], tc.frames = shown[3];
+      facts.timecode = timecodeString(tc);
+    }
+  }
+  uint8_t triplets[3 * 64];
+  const int n = klxUtilReadMpeg2Captions(frame, size, triplets, 64);
+  if (n > 0) facts.captions = n;
+  waiting_[au.picture.decodeIndex] = facts;
+  klxutilDisplayOrderAdd(&order_, au.picture.decodeIndex, au.picture.sequence, au.picture.poc);
+  release(0);
+}
+
 void FrameReport::finish() { release(1); }
 
 void FrameReport::release(int32_t flush) {
@@ -78,17 +119,17 @@ void FrameReport::release(int32_t flush) {
 }
 
 void FrameReport::print(FILE* out, cli::Json* json) const {
-  if (codec_ != StreamCodec::kHevc && codec_ != StreamCodec::kH264) return;
+  if (codec_ != StreamCodec::kHevc && codec_ != StreamCodec::kH264 && codec_ != StreamCodec::kMpeg2) return;
   if (!error_.empty()) {
     if (out) std::fprintf(out, "frames: %s\n", error_.c_str());
     if (json) json->str("framesError", error_);
     return;
   }
   if (json) json->beginArray("pictures");
-  if (out) std::fprintf(out, "frames (display order):\n  display  decode  poc  timecode      captions\n");
+  if (out) std::fprintf(out, "frames (display order):\n  display  decode  %s  timecode      captions\n", codec_ == StreamCodec::kMpeg2 ? "tref" : "poc");
   for (const Line& l : lines_) {
     if (json) {
-      json->beginObject().num("display", int64_t(l.display)).num("decode", int64_t(l.decode)).num("poc", int64_t(l.facts.poc));
+      json->beginObject().num("display", int64_t(l.display)).num("decode", int64_t(l.decode)).num(codec_ == StreamCodec::kMpeg2 ? "temporalReference" : "poc", int64_t(l.facts.poc));
       if (l.facts.timecode.empty())
         json->null("timecode");
       else
