@@ -87,7 +87,7 @@ zr_bitstream over(const Bytes& unit) {
 }  // namespace
 
 LogCollector::LogCollector() { zrLogSetSink(&LogCollector::sink, this); }
-LogCollector::~LogCollector() { zrLogSetSink(nullptr, nullptr); }
+LogCollector::~LogCollector() { cli::installLogSink(); }
 void LogCollector::sink(void* user, int, uint32_t, uint32_t, uint32_t, const char* text) {
   static_cast<LogCollector*>(user)->lines_.emplace_back(text ? text : "");
 }
