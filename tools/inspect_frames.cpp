@@ -8,7 +8,6 @@
 #include "media/input.h"
 #include "picture_metadata.h"
 #include "streamutil/avc_params.h"
-#include "platform/tcxlat.h"
 #include "streamutil/mpeg2_pictures.h"
 #include "streamutil/sei_read.h"
 
@@ -77,24 +76,9 @@ void FrameReport::addMpeg2(const media::AccessUnit& au) {
   if (!au.picture.hasPicture) return;
   Facts facts;
   facts.poc = au.picture.poc;
-  if (mpeg2HaveGop_) {
-    const double fps = mpeg2FramesPerSecond_;
-    const uint32_t tcType = mpeg2Gop_.dropFrame ? (fps > 40 ? TC_DF5994 : TC_DF2997)
-                            : fps > 55          ? TC_60
-                            : fps > 45          ? TC_50
-                            : fps > 27          ? TC_NDF30
-                            : fps > 24.5        ? TC_PAL
-                                                : TC_FILM;
-    const uint8_t digits[4] = {mpeg2Gop_.hours, mpeg2Gop_.minutes, mpeg2Gop_.seconds, mpeg2Gop_.frames};
-    uint32_t start = 0;
-    uint8_t shown[4];
-    if (tc2Frame(reinterpret_cast<const char*>(digits), tcType | TCF_DIGITS, &start) == 0 &&
-        tc2String(start + uint32_t(std::max(au.picture.poc, 0)), tcType | TCF_DIGITS, shown, sizeof shown) == 0) {
-      KLX_TIMECODE tc = mpeg2Gop_;
-      tc.hours = shown[0], tc.minutes = shown[1], tc.seconds = shown[2], tc.frames = shown[3];
-      facts.timecode = timecodeString(tc);
-    }
-  }
+  KLX_TIMECODE tc{};
+  if (mpeg2HaveGop_ && mpeg2PictureTimecode(mpeg2Gop_, mpeg2FramesPerSecond_, uint32_t(std::max(au.picture.poc, 0)), tc))
+    facts.timecode = timecodeString(tc);
   uint8_t triplets[3 * 64];
   const int n = klxUtilReadMpeg2Captions(frame, size, triplets, 64);
   if (n > 0) facts.captions = n;

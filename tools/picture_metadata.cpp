@@ -74,24 +74,7 @@ bool readMpeg2(const uint8_t* data, size_t size, StreamPictures& out, std::strin
     p.order = int32_t(pic.temporalReference);
     p.decode = decode++;
     p.display = pic.displayIndex;
-    if (haveGop) {
-      const double fps = out.framesPerSecond;
-      const uint32_t tcType = gop.dropFrame ? (fps > 40 ? TC_DF5994 : TC_DF2997)
-                              : fps > 55    ? TC_60
-                              : fps > 45    ? TC_50
-                              : fps > 27    ? TC_NDF30
-                              : fps > 24.5  ? TC_PAL
-                                            : TC_FILM;
-      const uint8_t digits[4] = {gop.hours, gop.minutes, gop.seconds, gop.frames};
-      uint32_t frames = 0;
-      uint8_t shown[4];
-      if (tc2Frame(reinterpret_cast<const char*>(digits), tcType | 0x400, &frames) == 0 &&
-          tc2String(frames + pic.temporalReference, tcType | 0x400, shown, sizeof shown) == 0) {
-        p.timecode = gop;
-        p.timecode.hours = shown[0], p.timecode.minutes = shown[1], p.timecode.seconds = shown[2], p.timecode.frames = shown[3];
-        p.hasTimecode = true;
-      }
-    }
+    if (haveGop) p.hasTimecode = mpeg2PictureTimecode(gop, out.framesPerSecond, pic.temporalReference, p.timecode);
     uint8_t triplets[3 * 64];
     const int k = klxUtilReadMpeg2Captions(frame, length, triplets, 64);
     if (k > 0) p.triplets.assign(triplets, triplets + 3 * std::min(k, 64));
@@ -103,6 +86,26 @@ bool readMpeg2(const uint8_t* data, size_t size, StreamPictures& out, std::strin
 }
 
 }  // namespace
+
+bool mpeg2PictureTimecode(const KLX_TIMECODE& gop, double framesPerSecond, uint32_t temporalReference,
+                          KLX_TIMECODE& out) {
+  const double fps = framesPerSecond;
+  const uint32_t tcType = gop.dropFrame ? (fps > 40 ? TC_DF5994 : TC_DF2997)
+                          : fps > 55    ? TC_60
+                          : fps > 45    ? TC_50
+                          : fps > 27    ? TC_NDF30
+                          : fps > 24.5  ? TC_PAL
+                                        : TC_FILM;
+  const uint8_t digits[4] = {gop.hours, gop.minutes, gop.seconds, gop.frames};
+  uint32_t start = 0;
+  uint8_t shown[4];
+  if (tc2Frame(reinterpret_cast<const char*>(digits), tcType | TCF_DIGITS, &start) != 0 ||
+      tc2String(start + temporalReference, tcType | TCF_DIGITS, shown, sizeof shown) != 0)
+    return false;
+  out = gop;
+  out.hours = shown[0], out.minutes = shown[1], out.seconds = shown[2], out.frames = shown[3];
+  return true;
+}
 
 bool readStreamPictures(const uint8_t* data, size_t size, StreamCodec codec, StreamPictures& out, std::string& error) {
   out = StreamPictures{};

@@ -27,5 +27,10 @@ struct StreamPictures {
 // False with `error` set when the stream cannot be split into pictures.
 bool readStreamPictures(const uint8_t* data, size_t size, StreamCodec codec, StreamPictures& out, std::string& error);
 
+// MPEG-2: the timecode of the picture `temporalReference` frames behind its group's time_code,
+// counted at the sequence header's rate (ISO/IEC 13818-2 6.3.8, 6.3.9). False when unreadable.
+bool mpeg2PictureTimecode(const KLX_TIMECODE& gop, double framesPerSecond, uint32_t temporalReference,
+                          KLX_TIMECODE& out);
+
 // "HH:MM:SS:FF" (';' before the frames for drop-frame counting).
 std::string timecodeString(const KLX_TIMECODE& tc);
