@@ -29,10 +29,21 @@ step reframe --to annexb --json "$scratch/h264.len" "$scratch/h264.264"
 cat >"$scratch/hello.scc" <<'SCC'
 Scenarist_SCC V1.0
 
-00:59:59;28	9420 9420 94ae 94ae 9452 9452 97a1 97a1 c8e5 ecec ef80 942c 942c 942f 942f
+00:59:59;28	9420 94ae 9452 97a1 c8e5 ecec ef80 942f
 SCC
 step stamp "$samples/hevc_main_160x90_2997_bframes.hevc" "$scratch/stamped.hevc" --tc '00:59:59;28' --rate 29.97 --captions "$scratch/hello.scc"
 step inspect "$scratch/stamped.hevc"
+step captions extract "$scratch/stamped.hevc" -o -
+# H.264 timecode (pic_timing clock timestamps; the rate comes from the VUI).
+step stamp "$samples/h264_160x90_2997_aud_hrd.264" "$scratch/stamped.264" --tc '01:00:00;00'
+# Containers: the H.264 sample put into MP4, read back, its avcC record written.
+step reframe "$samples/h264_160x90_25fps.264" "$scratch/clip.mp4"
+step inspect "$scratch/clip.mp4"
+step avcc "$scratch/clip.mp4" -o "$scratch/avcC.bin"
+# HDR10 metadata and BT.2020/PQ colour written into the 10-bit HEVC sample, then decoded back.
+step hdr "$samples/hevc_main10_320x180_5994.hevc" "$scratch/hdr.hevc" --colour bt2020,pq,bt2020nc \
+  --master-display 'G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)' --max-cll 1000,400
+step inspect "$scratch/hdr.hevc"
 step adts "$samples/aac_lc_48k_stereo.aac"
 step names --file-type 203 --codec hvc1
 echo; echo "bundled samples in $samples:"; ls "$samples"
