@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "media/command_input.h"
 #include "stream_units.h"
+#include "streamutil/nal_units.h"
 
 namespace {
 
@@ -41,6 +42,47 @@ std::string seiText(const std::vector<units::SeiMessage>& messages) {
     text += std::to_string(m.payloadType) + "/" + std::to_string(m.payloadSize);
   }
   return text;
+}
+
+
+struct UnitRow {
+  uint32_t at, prefix, size;
+  units::Header h;
+};
+
+// The units of one access unit: H.264 and HEVC frames through the library's frame-wide search
+// (one pass gives offsets, types, nal_ref_idc, layer and temporal id); MPEG-2 start codes, and
+// frames the search cannot walk (length fields other than 4 bytes), as the input cut them.
+std::vector<UnitRow> unitRows(const media::AccessUnit& au, StreamCodec codec, const media::StreamInfo& info,
+                              std::vector<KLX_NAL_UNIT>& found) {
+  std::vector<UnitRow> rows;
+  const bool searchable = (codec == StreamCodec::kH264 || codec == StreamCodec::kHevc) &&
+                          (info.framing == media::Framing::kAnnexB || info.lengthSize == 4) &&
+                          au.bytes.size() <= 0xFFFFFFFFu;
+  if (searchable) {
+    auto search = codec == StreamCodec::kHevc ? klxutilFindNalUnitsHevc : klxutilFindNalUnits;
+    const uint32_t startCodes = info.framing == media::Framing::kAnnexB ? 1 : 0;
+    const uint32_t size = static_cast<uint32_t>(au.bytes.size());
+    uint32_t n = 0;
+    int rc = search(au.bytes.data(), size, startCodes, found.data(), uint32_t(found.size()), &n);
+    if (rc == KLX_NAL_NO_ROOM) {
+      found.resize(n);
+      rc = search(au.bytes.data(), size, startCodes, found.data(), uint32_t(found.size()), &n);
+    }
+    if (rc == KLX_NAL_OK) {
+      for (uint32_t i = 0; i < n; ++i) {
+        const KLX_NAL_UNIT& u = found[i];
+        units::Header h;
+        h.type = u.type;
+        if (codec == StreamCodec::kH264) h.refIdc = u.nalRefIdc;
+        if (codec == StreamCodec::kHevc) h.layer = u.layer, h.temporalId = u.temporalId;
+        rows.push_back(UnitRow{u.offset, u.prefixLength, u.size, h});
+      }
+      return rows;
+    }
+  }
+  for (const auto& s : au.units) rows.push_back(UnitRow{s.at, s.prefix, s.size, units::header(codec, au.unit(s), s.size)});
+  return rows;
 }
 
 }  // namespace
@@ -78,19 +120,20 @@ int cmdNal(int argc, char** argv) {
   }
   media::InputProgress progress("nal", *input);
   media::AccessUnit au;
+  std::vector<KLX_NAL_UNIT> found(256);
   size_t count = 0;
   while (input->next(au)) {
     progress.tick();
-    for (const auto& s : au.units) {
+    for (const UnitRow& row : unitRows(au, codec, input->info(), found)) {
       ++count;
-      const uint8_t* unit = au.unit(s);
-      const units::Header h = units::header(codec, unit, s.size);
-      const char* name = units::typeName(codec, h.type);
-      const auto seis = units::seiMessages(codec, unit, s.size);
-      const uint64_t offset = au.offset + s.at;
+      const uint8_t* unit = au.bytes.data() + row.at + row.prefix;
+      const char* name = units::typeName(codec, row.h.type);
+      const auto seis = units::seiMessages(codec, unit, row.size);
+      const uint64_t offset = au.offset + row.at;
+      const units::Header& h = row.h;
       if (json) {
-        out.beginObject().num("offset", int64_t(offset)).num("size", int64_t(s.size));
-        out.num("startCode", int64_t{s.prefix}).num("type", int64_t{h.type}).str("name", name);
+        out.beginObject().num("offset", int64_t(offset)).num("size", int64_t(row.size));
+        out.num("startCode", int64_t{row.prefix}).num("type", int64_t{h.type}).str("name", name);
         if (codec == StreamCodec::kH264) out.num("refIdc", int64_t{h.refIdc});
         if (codec == StreamCodec::kHevc) out.num("layer", int64_t{h.layer}).num("temporalId", int64_t{h.temporalId});
         if (!seis.empty()) {
@@ -102,7 +145,7 @@ int cmdNal(int argc, char** argv) {
         continue;
       }
       std::string type = std::to_string(h.type) + " " + name;
-      std::printf("%-10" PRIu64 " %9u %2u  %-22s", offset, s.size, s.prefix, type.c_str());
+      std::printf("%-10" PRIu64 " %9u %2u  %-22s", offset, row.size, row.prefix, type.c_str());
       if (codec == StreamCodec::kH264) std::printf(" %3d", h.refIdc);
       if (codec == StreamCodec::kHevc) std::printf(" %5d %3d", h.layer, h.temporalId);
       if (!seis.empty()) std::printf("  %s", seiText(seis).c_str());
