@@ -25,7 +25,7 @@ constexpr const char* kUsage =
     "  --track N  the video track of a container (as ffprobe numbers them)\n"
     "  --json     print one JSON object: {\"file\", \"container\", \"track\", \"codec\", \"framing\",\n"
     "             \"bytes\", \"units\", \"frames\", \"unitTypes\":[{\"type\",\"name\",\"count\"}],\n"
-    "             \"sei\":[{\"type\",\"count\"}], \"parameter_sets\", \"pictures\":[...]}\n"
+    "             \"sei\":[{\"type\",\"count\"}], \"parameterSets\", \"pictures\":[...]}\n"
     "Example: quorvane inspect clip.mp4\n";
 
 struct Summary {

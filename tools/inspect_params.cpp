@@ -38,13 +38,13 @@ void inspectParams(const params::StreamParams& sets, FILE* out, cli::Json* json)
   Derived derived;
   const bool ok = derive(sets, derived);
   if (json) {
-    json->beginObject("parameter_sets")
+    json->beginObject("parameterSets")
         .num("vps", static_cast<int64_t>(sets.vps.size()))
         .num("sps", static_cast<int64_t>(sets.sps.size()))
         .num("pps", static_cast<int64_t>(sets.pps.size()));
     if (ok) {
       params::summaryJson(*json, derived.summary);
-      json->num("signal_format", static_cast<int64_t>(derived.format)).str("signal_format_text", derived.text);
+      json->num("signalFormat", static_cast<int64_t>(derived.format)).str("signalFormatText", derived.text);
     }
     json->endObject();
     return;

@@ -217,7 +217,7 @@ std::string summaryLine(const Summary& s) {
 
 void summaryJson(cli::Json& json, const Summary& s) {
   json.beginObject("summary")
-      .str("codec", s.codec)
+      .str("codec", std::string_view(s.codec) == "HEVC" ? "hevc" : "h264")  // the command's codec names in JSON
       .str("profile", s.profile)
       .str("level", s.level)
       .num("width", int64_t{s.width})
@@ -229,14 +229,14 @@ void summaryJson(cli::Json& json, const Summary& s) {
     json.num("fps", double(s.rate) / s.scale);
   else
     json.null("fps");
-  json.str("chroma_format", kChromaNames[s.chromaFormat])
-      .num("bit_depth_luma", int64_t{s.bitDepthLuma})
-      .num("bit_depth_chroma", int64_t{s.bitDepthChroma})
-      .boolean("full_range", s.fullRange);
+  json.str("chromaFormat", kChromaNames[s.chromaFormat])
+      .num("bitDepthLuma", int64_t{s.bitDepthLuma})
+      .num("bitDepthChroma", int64_t{s.bitDepthChroma})
+      .boolean("fullRange", s.fullRange);
   if (s.colourDescription) {
-    json.num("colour_primaries", int64_t{s.colourPrimaries})
-        .num("transfer_characteristics", int64_t{s.transferCharacteristics})
-        .num("matrix_coefficients", int64_t{s.matrixCoefficients});
+    json.num("colourPrimaries", int64_t{s.colourPrimaries})
+        .num("transferCharacteristics", int64_t{s.transferCharacteristics})
+        .num("matrixCoefficients", int64_t{s.matrixCoefficients});
   }
   json.endObject();
 }

@@ -34,7 +34,7 @@ TEST_F(Containers, ReadOnlyCommandsAgreeWithFfprobe) {
     EXPECT_EQ(inspect["codec"], clip.codec);
     EXPECT_EQ(inspect["frames"], mtest::videoPackets(path));
     EXPECT_EQ(inspect["pictures"].size(), size_t(mtest::videoPackets(path)));
-    EXPECT_EQ(inspect["parameter_sets"]["summary"]["width"], mtest::videoWidth(path));
+    EXPECT_EQ(inspect["parameterSets"]["summary"]["width"], mtest::videoWidth(path));
     // Display order is a permutation of the decode order.
     std::vector<int> displays;
     for (const auto& p : inspect["pictures"]) displays.push_back(p["display"]);

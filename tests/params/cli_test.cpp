@@ -42,7 +42,7 @@ TEST(ParamsCommand, SummaryAgreesWithFfprobe) {
     EXPECT_EQ(jsonValue(r.out, "height"), ffprobeField(c.path, "height")) << c.path;
     EXPECT_EQ(jsonValue(r.out, "profile"), ffprobeField(c.path, "profile")) << c.path;
     std::string pixFmt = ffprobeField(c.path, "pix_fmt");
-    EXPECT_EQ(pixFmt.find("10") != std::string::npos, jsonValue(r.out, "bit_depth_luma") == "10") << pixFmt;
+    EXPECT_EQ(pixFmt.find("10") != std::string::npos, jsonValue(r.out, "bitDepthLuma") == "10") << pixFmt;
     auto text = qtest::runTool("params " + qtest::shellQuote(c.path));
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_NE(text.out.find("x" + ffprobeField(c.path, "height") + ","), std::string::npos) << text.out;
