@@ -9,9 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "access_units.h"
 #include "cli.h"
 #include "commands.h"
+#include "media/command_input.h"
+#include "media/pipeline.h"
 #include "hdr_plan.h"
 #include "inspect_hdr.h"
 #include "streamutil/framing.h"
@@ -21,8 +22,12 @@ namespace {
 constexpr const char* kUsage =
     "usage: quorvane hdr IN OUT [--master-display G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)]\n"
     "                    [--max-cll MaxCLL,MaxFALL] [--atc TRANSFER] [--colour P,T,M]\n"
-    "                    [--range limited|full] [--chroma-loc N] [-y] [--length-prefixed] [--json]\n\n"
-    "Writes OUT: the H.264 or HEVC elementary stream IN with HDR metadata set.\n"
+    "                    [--range limited|full] [--chroma-loc N] [--track N] [-y] [--length-prefixed]\n"
+    "                    [--json]\n\n"
+    "Writes OUT: IN with HDR metadata set. IN is an H.264 or HEVC elementary stream or a container\n"
+    "(MP4, MOV, Matroska/WebM, MPEG-TS, MXF); OUT is of its kind (or the container kind its\n"
+    "extension names), every other track copied unchanged, the avcC/hvcC SPS rewritten too.\n"
+    "  --track N           the video track of a container (as ffprobe numbers them)\n"
     "  --master-display S  mastering display colour volume (SMPTE ST 2086) in the notation of\n"
     "                      x265: chromaticities in 0.00002 units (G, B, R, white point),\n"
     "                      luminance in 0.0001 cd/m2, e.g.\n"
@@ -35,7 +40,7 @@ constexpr const char* kUsage =
     "  --chroma-loc N      chroma sample location type 0..5 (both fields)\n"
     "  -y, --force         overwrite an existing OUT\n"
     "  --length-prefixed   edit each access unit in 4-byte length-prefixed framing, as MP4\n"
-    "                      hosts hold it (the output is start-code framed either way)\n"
+    "                      hosts hold it (an elementary-stream OUT keeps the framing of IN)\n"
     "  --json              print a summary as JSON\n"
     "The SEI messages go into every access unit with an SPS or an IRAP/IDR picture, in front of\n"
     "its first slice, replacing the messages of the same kind already there. OUT is never IN.\n";
@@ -103,43 +108,46 @@ std::string planFromArgs(const cli::Args& args, HdrPlan& plan) {
   return "";
 }
 
-// Written beside OUT and renamed over it only when complete.
-class PartialOutput {
+// The frame pipeline's editor: every SPS of the extradata (or of an elementary stream's head)
+// is rewritten in begin(), each access unit in edit().
+class HdrEditor : public media::FrameEditor {
  public:
-  explicit PartialOutput(const std::string& target) : target_(target), path_(target + ".partial") {
-    file_ = std::fopen(path_.c_str(), "wb");
+  HdrEditor(HdrPlan& plan, bool lengthPrefixed) : plan_(plan), lengthPrefixed_(lengthPrefixed) {}
+
+  bool begin(const media::PipelineStream& stream, std::vector<media::Bytes>& parameterSets, std::string& error) override {
+    if (stream.codec != StreamCodec::kH264 && stream.codec != StreamCodec::kHevc)
+      return error = "not H.264 or HEVC video", false;
+    plan_.hevc = stream.codec == StreamCodec::kHevc;
+    const bool fromExtradata = !parameterSets.empty();
+    std::vector<media::Bytes> sets = fromExtradata ? parameterSets : stream.leadingParameterSets;
+    if (!hdrParameterSets(plan_, sets, error)) return false;
+    for (auto& unit : sets)
+      if (auto it = plan_.spsRewrites.find(unit); it != plan_.spsRewrites.end()) unit = it->second;
+    // An elementary stream's sets lead a container OUT only when they are replaced.
+    if (fromExtradata || !stream.outContainer.empty()) parameterSets = std::move(sets);
+    return true;
   }
-  ~PartialOutput() {
-    if (file_) std::fclose(file_);
-    if (!committed_) std::remove(path_.c_str());
-  }
-  bool ok() const { return file_ != nullptr; }
-  bool write(const uint8_t* p, size_t n) { return std::fwrite(p, 1, n, file_) == n; }
-  bool commit() {
-    const bool closed = std::fclose(file_) == 0;
-    file_ = nullptr;
-    committed_ = closed && std::rename(path_.c_str(), target_.c_str()) == 0;
-    return committed_;
+
+  bool edit(media::PipelineFrame& pf, std::string& error) override {
+    DFRAME& frame = *pf.frame;
+    // --length-prefixed edits start-code frames as an MP4 host holds them.
+    const bool convert = lengthPrefixed_ && pf.framing == media::Framing::kAnnexB;
+    if (convert) {
+      uint32_t prefixed = 0;
+      if (klxUtilh264MarkerToSizeChecked(frame.pData, frame.nDataSize, frame.nBufferSize, &prefixed) != 0)
+        return error = "access unit " + std::to_string(pf.decodeIndex) + ": no room to convert the access unit", false;
+      frame.nDataSize = prefixed;
+    }
+    if (hdrAccessUnit(plan_, frame, convert || pf.framing == media::Framing::kLengthPrefixed, error) != 0)
+      return error = "access unit " + std::to_string(pf.decodeIndex) + ": " + error, false;
+    if (convert) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
+    return true;
   }
 
  private:
-  std::string target_, path_;
-  FILE* file_ = nullptr;
-  bool committed_ = false;
+  HdrPlan& plan_;
+  bool lengthPrefixed_;
 };
-
-// Edits one access unit in the framing asked for; the result is start-code framed.
-int editAccessUnit(const HdrPlan& plan, std::vector<uint8_t>& buffer, DFRAME& frame, bool lengthPrefixed,
-                   std::string& error) {
-  if (!lengthPrefixed) return hdrAccessUnit(plan, frame, false, error);
-  uint32_t prefixed = 0;
-  if (klxUtilh264MarkerToSizeChecked(frame.pData, frame.nDataSize, frame.nBufferSize, &prefixed) != 0)
-    return error = "no room to convert the access unit", -1;
-  frame.nDataSize = prefixed;
-  if (hdrAccessUnit(plan, frame, true, error) != 0) return -1;
-  frame.nDataSize = klxUtilh264SizeToMarker(buffer.data(), frame.nDataSize);
-  return 0;
-}
 
 }  // namespace
 
@@ -148,7 +156,7 @@ int cmdHdr(int argc, char** argv) {
   std::vector<char*> rewritten(argv, argv + argc);
   for (auto& a : rewritten)
     if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
-  if (!args.parse(argc, rewritten.data(), {"master-display", "max-cll", "atc", "colour", "range", "chroma-loc"},
+  if (!args.parse(argc, rewritten.data(), {"master-display", "max-cll", "atc", "colour", "range", "chroma-loc", media::kTrackOption},
                   {"force", "length-prefixed", "json"}))
     return cli::fail("hdr", "%s", args.error().c_str());
   if (args.has("help")) {
@@ -161,60 +169,33 @@ int cmdHdr(int argc, char** argv) {
   if (std::string problem = planFromArgs(args, plan); !problem.empty()) return cli::fail("hdr", "%s", problem.c_str());
   if (inPath == outPath || sameFile(inPath, outPath)) return cli::fail("hdr", "OUT must not be IN");
   std::error_code ec;
-  if (std::filesystem::exists(outPath, ec) && !args.has("force"))
+  if (outPath != "-" && std::filesystem::exists(outPath, ec) && !args.has("force"))
     return cli::fail("hdr", "%s exists (give -y to overwrite it)", outPath.c_str());
 
-  auto input = cli::readFile(inPath);
-  if (!input) return cli::failWith(cli::kFailed, "hdr", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
-  const auto* data = reinterpret_cast<const uint8_t*>(input->data());
-  const size_t size = input->size();
-  if (size > 0xFFFFFFF0u) return cli::failWith(cli::kFailed, "hdr", "%s is too large", inPath.c_str());
-  const StreamCodec codec = detectCodec(data, size, listNalUnits(data, size));
-  std::vector<AccessUnitRef> aus;
+  int exitCode = 0;
+  auto input = media::openInput("hdr", inPath, args, exitCode);
+  if (!input) return exitCode;
+  HdrEditor editor(plan, args.has("length-prefixed"));
+  media::PipelineOptions options;
+  options.force = args.has("force");
+  options.label = "hdr";
+  media::PipelineResult result;
   std::string error;
-  if (!splitAccessUnits(data, size, codec, aus, error))
+  if (!media::runPipeline(*input, outPath, editor, options, result, error))
     return cli::failWith(cli::kFailed, "hdr", "%s: %s", inPath.c_str(), error.c_str());
-  plan.hevc = codec == StreamCodec::kHevc;
-
-  // (a) the stream pass: every parameter-set unit of the stream.
-  std::vector<std::vector<uint8_t>> parameterSets;
-  for (const auto& au : aus)
-    for (const auto& u : au.units)
-      if ((plan.hevc && u.type >= 32 && u.type <= 34) || (!plan.hevc && (u.type == 7 || u.type == 8)))
-        parameterSets.emplace_back(data + u.header, data + u.end);
-  if (!hdrParameterSets(plan, parameterSets, error)) return cli::failWith(cli::kFailed, "hdr", "%s: %s", inPath.c_str(), error.c_str());
-
-  // (b) access unit by access unit.
-  PartialOutput out(outPath);
-  if (!out.ok()) return cli::failWith(cli::kFailed, "hdr", "cannot create %s: %s", outPath.c_str(), std::strerror(errno));
-  const bool lengthPrefixed = args.has("length-prefixed");
-  cli::Progress progress("hdr", aus.size());
-  std::vector<uint8_t> buffer;
-  uint64_t bytesIn = 0, bytesOut = 0;
-  for (size_t i = 0; i < aus.size(); ++i) {
-    const size_t length = aus[i].end - aus[i].begin;
-    buffer.assign(length + kHdrSpareBytes + length / 2 + 16, 0);  // length prefixes may widen 3-byte codes
-    std::memcpy(buffer.data(), data + aus[i].begin, length);
-    DFRAME frame;
-    klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(length), static_cast<uint32_t>(buffer.size()));
-    if (editAccessUnit(plan, buffer, frame, lengthPrefixed, error) != 0)
-      return cli::failWith(cli::kFailed, "hdr", "access unit %zu: %s", i, error.c_str());
-    if (!out.write(frame.pData, frame.nDataSize))
-      return cli::failWith(cli::kFailed, "hdr", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
-    bytesIn += length, bytesOut += frame.nDataSize;
-    progress.update(i + 1);
-  }
-  if (!out.commit()) return cli::failWith(cli::kFailed, "hdr", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
+  const uint64_t bytesIn = result.inBytes, bytesOut = result.outBytes;
+  const uint64_t accessUnits = result.accessUnits;
+  FILE* report = result.toStdout ? stderr : stdout;
 
   if (args.has("json")) {
     cli::Json j;
-    j.beginObject().str("codec", plan.hevc ? "hevc" : "h264").num("accessUnits", int64_t(aus.size()));
+    j.beginObject().str("codec", plan.hevc ? "hevc" : "h264").str("output", result.outKind).num("accessUnits", int64_t(accessUnits));
     j.num("spsRewritten", int64_t(plan.spsRewrites.size())).num("bytesIn", int64_t(bytesIn)).num("bytesOut", int64_t(bytesOut));
     j.endObject();
-    std::printf("%s\n", j.text().c_str());
+    std::fprintf(report, "%s\n", j.text().c_str());
   } else {
-    std::printf("%s: %zu access units, %zu SPS rewritten, %llu -> %llu bytes\n", plan.hevc ? "HEVC" : "H.264",
-                aus.size(), plan.spsRewrites.size(), static_cast<unsigned long long>(bytesIn),
+    std::fprintf(report, "%s: %llu access units, %zu SPS rewritten, %llu -> %llu bytes\n", plan.hevc ? "HEVC" : "H.264",
+                static_cast<unsigned long long>(accessUnits), plan.spsRewrites.size(), static_cast<unsigned long long>(bytesIn),
                 static_cast<unsigned long long>(bytesOut));
   }
   return cli::kOk;

@@ -14,9 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "access_units.h"
 #include "cli.h"
 #include "commands.h"
+#include "media/command_input.h"
+#include "media/pipeline.h"
 #include "stamp_plan.h"
 #include "platform/tcxlat.h"
 #include "streamutil/captions.h"
@@ -33,8 +34,11 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: quorvane stamp IN OUT --tc HH:MM:SS:FF [--rate R] [--captions FILE.scc] [--fields]\n"
-    "                      [--keep-existing] [--length-prefixed] [--force] [--json]\n\n"
-    "Writes OUT: the H.264, HEVC or MPEG-2 elementary stream IN with every picture stamped.\n"
+    "                      [--keep-existing] [--length-prefixed] [--track N] [-y] [--json]\n\n"
+    "Writes OUT: IN with every picture stamped. IN is an H.264 or HEVC elementary stream or a\n"
+    "container (MP4, MOV, Matroska/WebM, MPEG-TS, MXF), or an MPEG-2 elementary stream. OUT is\n"
+    "of the kind of IN (or the container kind its extension names), every other track copied\n"
+    "unchanged; it is written frame by frame beside its final name and renamed when complete.\n"
     "  --tc HH:MM:SS:FF     timecode of the first picture in display order (';' before the\n"
     "                       frames is accepted for drop-frame rates)\n"
     "  --rate R             timecode rate: 23.98, 24, 25, 29.97 (drop-frame), 30, 50,\n"
@@ -47,8 +51,9 @@ constexpr const char* kUsage =
     "  --keep-existing      refuse, writing nothing, when IN already carries timecode or\n"
     "                       captions (by default they are replaced)\n"
     "  --length-prefixed    edit each frame in length-prefixed framing, as MP4 hosts hold it\n"
-    "                       (the output is start-code framed either way)\n"
-    "  --force              replace OUT when it exists\n"
+    "                       (an elementary-stream OUT keeps the framing of IN)\n"
+    "  --track N            the video track of a container (as ffprobe numbers them)\n"
+    "  -y, --force          replace OUT when it exists\n"
     "  --json               print a summary as JSON\n"
     "HEVC pictures get a time_code SEI, H.264 pictures clock timestamps in their pic_timing SEI\n"
     "(the SPS gains pic_struct_present_flag when it lacks it); captions go in as a registered\n"
@@ -403,9 +408,88 @@ int stampMpeg2(const cli::Args& args, const std::string& inPath, const std::stri
 
 }  // namespace
 
+namespace {
+
+// The frame pipeline's editor: the plan is settled from the stream's parameter sets in begin(),
+// then every access unit is stamped at its display position.
+class Stamper : public media::FrameEditor {
+ public:
+  Stamper(const cli::Args& args, const std::string& inPath, const RateInfo* givenRate, const std::string& tcText)
+      : args_(args), inPath_(inPath), givenRate_(givenRate), tcText_(tcText) {}
+
+  bool begin(const media::PipelineStream& stream, std::vector<media::Bytes>& parameterSets, std::string& error) override {
+    plan.codec = stream.codec;
+    plan.fields = args_.has("fields");
+    plan.keepExisting = args_.has("keep-existing");
+    if (plan.codec != StreamCodec::kH264 && plan.codec != StreamCodec::kHevc)
+      return error = inPath_ + ": not H.264, HEVC or MPEG-2 video", false;
+    const auto& units = parameterSets.empty() ? stream.leadingParameterSets : parameterSets;
+    if (!prepareStampPlan(plan, units, givenRate_, error)) return error = inPath_ + ": " + error, false;
+    if (!givenRate_ && plan.rateSource.rfind("the default", 0) == 0 && stream.frameRateNum > 0 && stream.frameRateDen > 0) {
+      if (const RateInfo* r = rateForStream(double(stream.frameRateNum) / stream.frameRateDen)) {
+        plan.rate = r;
+        plan.rateSource = "from the container frame rate " + std::to_string(stream.frameRateNum) + "/" +
+                          std::to_string(stream.frameRateDen);
+      }
+    }
+    if (tc2Frame(tcText_.c_str(), plan.rate->tcType | TCF_TEXT, &plan.startFrame) != 0) {
+      usageError = true;
+      return error = "bad timecode '" + tcText_ + "' at " + plan.rate->name, false;
+    }
+    if (auto sccPath = args_.get("captions"); sccPath && !readCaptions(*sccPath, plan, error)) return false;
+    lastTimecode = plan.startFrame;
+    // The output's extradata carries the SPS rewritten for pic_struct (an elementary stream's
+    // sets lead a container OUT only when they are replaced).
+    if (plan.codec == StreamCodec::kH264 && (!parameterSets.empty() || !stream.outContainer.empty()))
+      parameterSets = plan.parameterSets;
+    return true;
+  }
+
+  bool edit(media::PipelineFrame& pf, std::string& error) override {
+    DFRAME& frame = *pf.frame;
+    // --length-prefixed edits start-code frames as an MP4 host holds them.
+    const bool convert = args_.has("length-prefixed") && pf.framing == media::Framing::kAnnexB;
+    const bool lengthPrefixed = convert || pf.framing == media::Framing::kLengthPrefixed;
+    if (convert) {
+      uint32_t prefixedSize = 0;
+      if (klxUtilh264MarkerToSizeChecked(frame.pData, frame.nDataSize, frame.nBufferSize, &prefixedSize) != 0)
+        return error = "access unit " + std::to_string(pf.decodeIndex) + ": cannot convert to length prefixes", false;
+      frame.nDataSize = prefixedSize;
+    }
+    const uint64_t display = pf.displayIndex == media::kNoDisplayIndex ? pf.decodeIndex : pf.displayIndex;
+    const int done = stampAccessUnit(plan, frame, lengthPrefixed, display, pf.hasPicture, error);
+    if (done < 0) return error = "access unit " + std::to_string(pf.decodeIndex) + ": " + error, false;
+    if (convert) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
+    if (pf.hasPicture) {
+      ++pictures;
+      lastTimecode = std::max(lastTimecode, frame.nTimecode);
+      captioned += done & kWroteCaption ? 1 : 0;
+      replacedTimecode += done & kReplacedTimecode ? 1 : 0;
+      replacedCaptions += done & kReplacedCaptions ? 1 : 0;
+    }
+    return true;
+  }
+
+  StampPlan plan;
+  bool usageError = false;
+  uint32_t pictures = 0, captioned = 0, lastTimecode = 0, replacedTimecode = 0, replacedCaptions = 0;
+
+ private:
+  const cli::Args& args_;
+  const std::string& inPath_;
+  const RateInfo* givenRate_;
+  const std::string& tcText_;
+};
+
+}  // namespace
+
 int cmdStamp(int argc, char** argv) {
   cli::Args args;
-  if (!args.parse(argc, argv, {"tc", "rate", "captions"}, {"fields", "length-prefixed", "keep-existing", "force", "json"}))
+  std::vector<char*> rewritten(argv, argv + argc);
+  for (auto& a : rewritten)
+    if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
+  if (!args.parse(argc, rewritten.data(), {"tc", "rate", "captions", media::kTrackOption},
+                  {"fields", "length-prefixed", "keep-existing", "force", "json"}))
     return cli::fail("stamp", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
@@ -420,87 +504,55 @@ int cmdStamp(int argc, char** argv) {
     return cli::fail("stamp", "unknown rate '%s' (23.98, 24, 25, 29.97, 30, 50, 59.94, 60)", args.get("rate")->c_str());
   if (inPath == outPath || sameFile(inPath, outPath)) return cli::fail("stamp", "OUT must not be IN");
   std::error_code ec;
-  if (!args.has("force") && std::filesystem::exists(outPath, ec))
+  if (!args.has("force") && outPath != "-" && std::filesystem::exists(outPath, ec))
     return cli::fail("stamp", "%s exists (give --force to replace it)", outPath.c_str());
-  const bool lengthPrefixed = args.has("length-prefixed");
 
-  auto input = cli::readFile(inPath);
-  if (!input) return cli::failWith(cli::kFailed, "stamp", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
-  const auto* data = reinterpret_cast<const uint8_t*>(input->data());
-  const size_t size = input->size();
-  if (isMpeg2(data, size)) return stampMpeg2(args, inPath, outPath, *input, givenRate, *tcText);
-  StampPlan plan;
-  plan.codec = detectCodec(data, size, listNalUnits(data, size));
-  std::vector<AccessUnitRef> aus;
-  std::string error;
-  if (!splitAccessUnits(data, size, plan.codec, aus, error))
-    return cli::failWith(cli::kFailed, "stamp", "%s: %s", inPath.c_str(), error.c_str());
-  std::vector<std::vector<uint8_t>> parameterSets;
-  for (const auto& au : aus)
-    for (const auto& u : au.units)
-      if (plan.codec == StreamCodec::kHevc ? (u.type >= 32 && u.type <= 34) : (u.type == 7 || u.type == 8))
-        parameterSets.emplace_back(data + u.header, data + u.end);
-  plan.fields = args.has("fields");
-  plan.keepExisting = args.has("keep-existing");
-  if (!prepareStampPlan(plan, parameterSets, givenRate, error))
-    return cli::failWith(cli::kFailed, "stamp", "%s: %s", inPath.c_str(), error.c_str());
-  if (tc2Frame(tcText->c_str(), plan.rate->tcType | TCF_TEXT, &plan.startFrame) != 0)
-    return cli::fail("stamp", "bad timecode '%s' at %s", tcText->c_str(), plan.rate->name);
-  if (auto sccPath = args.get("captions"); sccPath && !readCaptions(*sccPath, plan, error))
-    return cli::failWith(cli::kFailed, "stamp", "%s", error.c_str());
-
-  PartialFile out(outPath);
-  if (!out.ok()) return cli::failWith(cli::kFailed, "stamp", "cannot create %s: %s", outPath.c_str(), std::strerror(errno));
-  cli::Progress progress("stamp", aus.size());
-  constexpr uint32_t kSpareBytes = 4096;  // room behind each frame for the inserted units
-  std::vector<uint8_t> buffer;
-  uint32_t pictures = 0, captioned = 0, lastTimecode = plan.startFrame, replacedTimecode = 0, replacedCaptions = 0;
-  for (size_t i = 0; i < aus.size(); ++i) {
-    const AccessUnitRef& au = aus[i];
-    const size_t length = au.end - au.begin;
-    buffer.assign(length + length / 4 + kSpareBytes, 0);
-    std::memcpy(buffer.data(), data + au.begin, length);
-    DFRAME frame;
-    klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(length), static_cast<uint32_t>(buffer.size()));
-    if (lengthPrefixed) {
-      uint32_t prefixedSize = 0;
-      if (klxUtilh264MarkerToSizeChecked(frame.pData, frame.nDataSize, frame.nBufferSize, &prefixedSize) != 0)
-        return cli::failWith(cli::kFailed, "stamp", "access unit %zu: cannot convert to length prefixes", i);
-      frame.nDataSize = prefixedSize;
-    }
-    const int done = stampAccessUnit(plan, frame, lengthPrefixed, au.displayIndex, au.hasPicture, error);
-    if (done < 0) return cli::failWith(cli::kFailed, "stamp", "access unit %zu: %s", i, error.c_str());
-    if (lengthPrefixed) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
-    if (au.hasPicture) {
-      ++pictures;
-      lastTimecode = std::max(lastTimecode, frame.nTimecode);
-      captioned += done & kWroteCaption ? 1 : 0;
-      replacedTimecode += done & kReplacedTimecode ? 1 : 0;
-      replacedCaptions += done & kReplacedCaptions ? 1 : 0;
-    }
-    if (!out.write(frame.pData, frame.nDataSize))
-      return cli::failWith(cli::kFailed, "stamp", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
-    progress.update(i + 1);
+  int exitCode = 0;
+  auto input = media::openInput("stamp", inPath, args, exitCode);
+  if (!input) return exitCode;
+  if (input->info().codec == StreamCodec::kMpeg2) {
+    if (!input->info().elementary)
+      return cli::failWith(cli::kFailed, "stamp", "%s: MPEG-2 video is stamped as an elementary stream only", inPath.c_str());
+    auto whole = cli::readFile(inPath);
+    if (!whole) return cli::failWith(cli::kFailed, "stamp", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
+    if (isMpeg2(reinterpret_cast<const uint8_t*>(whole->data()), whole->size()))
+      return stampMpeg2(args, inPath, outPath, *whole, givenRate, *tcText);
   }
-  if (!out.commit()) return cli::failWith(cli::kFailed, "stamp", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
-  if (plan.captions) warnOutsideRange(plan, plan.startFrame, lastTimecode);
 
+  Stamper stamper(args, inPath, givenRate, *tcText);
+  media::PipelineOptions options;
+  options.force = args.has("force");
+  options.label = "stamp";
+  media::PipelineResult result;
+  std::string error;
+  if (!media::runPipeline(*input, outPath, stamper, options, result, error)) {
+    if (stamper.usageError) return cli::fail("stamp", "%s", error.c_str());
+    return cli::failWith(cli::kFailed, "stamp", "%s", error.c_str());
+  }
+  const StampPlan& plan = stamper.plan;
+  if (plan.captions) warnOutsideRange(plan, plan.startFrame, stamper.lastTimecode);
+
+  FILE* report = result.toStdout ? stderr : stdout;
   const char* codecName = plan.codec == StreamCodec::kHevc ? "hevc" : "h264";
-  const std::string first = timecodeText(plan.startFrame, plan.rate->tcType), last = timecodeText(lastTimecode, plan.rate->tcType);
+  const std::string first = timecodeText(plan.startFrame, plan.rate->tcType),
+                    last = timecodeText(stamper.lastTimecode, plan.rate->tcType);
   if (args.has("json")) {
     cli::Json j;
-    j.beginObject().str("codec", codecName).num("accessUnits", int64_t(aus.size())).num("pictures", int64_t(pictures));
+    j.beginObject().str("codec", codecName).str("output", result.outKind);
+    j.num("accessUnits", int64_t(result.accessUnits)).num("pictures", int64_t(stamper.pictures));
     j.str("rate", plan.rate->name).str("timecodeType", plan.rate->typeName).str("rateSource", plan.rateSource);
-    j.str("first", first).str("last", last).num("captionFrames", int64_t(captioned));
-    j.num("replacedTimecodes", int64_t(replacedTimecode)).num("replacedCaptions", int64_t(replacedCaptions)).endObject();
-    std::printf("%s\n", j.text().c_str());
+    j.str("first", first).str("last", last).num("captionFrames", int64_t(stamper.captioned));
+    j.num("replacedTimecodes", int64_t(stamper.replacedTimecode)).num("replacedCaptions", int64_t(stamper.replacedCaptions)).endObject();
+    std::fprintf(report, "%s\n", j.text().c_str());
   } else {
-    std::printf("%s: %u pictures stamped, timecode %s .. %s at %s (rate %s)", plan.codec == StreamCodec::kHevc ? "HEVC" : "H.264",
-                pictures, first.c_str(), last.c_str(), plan.rate->typeName, plan.rateSource.c_str());
-    if (plan.captions) std::printf(", captions in %u frames", captioned);
-    if (replacedTimecode || replacedCaptions)
-      std::printf("; replaced the timecode of %u and the captions of %u pictures", replacedTimecode, replacedCaptions);
-    std::printf("\n");
+    std::fprintf(report, "%s: %u pictures stamped, timecode %s .. %s at %s (rate %s)",
+                 plan.codec == StreamCodec::kHevc ? "HEVC" : "H.264", stamper.pictures, first.c_str(), last.c_str(),
+                 plan.rate->typeName, plan.rateSource.c_str());
+    if (plan.captions) std::fprintf(report, ", captions in %u frames", stamper.captioned);
+    if (stamper.replacedTimecode || stamper.replacedCaptions)
+      std::fprintf(report, "; replaced the timecode of %u and the captions of %u pictures", stamper.replacedTimecode,
+                   stamper.replacedCaptions);
+    std::fprintf(report, "\n");
   }
   return cli::kOk;
 }

@@ -1,4 +1,4 @@
-// The frame pipeline of the commands that edit frames (reframe now; stamp and hdr next):
+// The frame pipeline of the commands that edit frames (reframe, stamp, hdr):
 //
 //   open IN (elementary stream or container)  ->  for each access unit in decode order, the
 //   editor edits a DFRAME in place  ->  write OUT
