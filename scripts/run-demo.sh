@@ -31,7 +31,7 @@ Scenarist_SCC V1.0
 
 00:59:59;28	9420 94ae 9452 97a1 c8e5 ecec ef80 942f
 SCC
-step stamp "$samples/hevc_main_160x90_2997_bframes.hevc" "$scratch/stamped.hevc" --tc '00:59:59;28' --rate 29.97 --captions "$scratch/hello.scc"
+step stamp "$samples/hevc_main_160x90_2997_bframes.hevc" "$scratch/stamped.hevc" --tc '00:59:59;28' --rate 29.97df --captions "$scratch/hello.scc"
 step inspect "$scratch/stamped.hevc"
 step captions extract "$scratch/stamped.hevc" -o -
 # H.264 timecode (pic_timing clock timestamps; the rate comes from the VUI).

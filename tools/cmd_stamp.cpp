@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -19,6 +20,7 @@
 #include "media/command_input.h"
 #include "media/pipeline.h"
 #include "stamp_plan.h"
+#include "video/tctype_names.h"
 #include "platform/tcxlat.h"
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
@@ -41,8 +43,10 @@ constexpr const char* kUsage =
     "unchanged; it is written frame by frame beside its final name and renamed when complete.\n"
     "  --tc HH:MM:SS:FF     timecode of the first picture in display order (';' before the\n"
     "                       frames is accepted for drop-frame rates)\n"
-    "  --rate R             timecode rate: 23.98, 24, 25, 29.97 (drop-frame), 30, 50,\n"
-    "                       59.94 (drop-frame) or 60; default: the stream's VUI timing\n"
+    "  --rate R             timecode rate: 23.98, 24, 25, 29.97df (drop-frame), 29.97, 30,\n"
+    "                       50, 59.94df, 59.94 or 60 (or 30000/1001, drop-frame, pal... as\n"
+    "                       everywhere); default: the stream's VUI timing (29.97 and 59.94 are\n"
+    "                       then counted drop-frame)\n"
     "                       (frame rate, not field rate), else 25\n"
     "  --captions FILE.scc  CEA-608 captions from a Scenarist SCC file, each byte pair in the\n"
     "                       picture shown at its timecode (SCC times are on the --tc clock)\n"
@@ -67,24 +71,31 @@ constexpr const char* kUsage =
 }  // namespace
 
 namespace {
+// Drop-frame entries come before the non-drop ones of the same rate: a stream's own 29.97 or
+// 59.94 timing is stamped drop-frame, as broadcast practice has it.
 constexpr RateInfo kRates[] = {
     {"23.98", "23.98 (counted as 24)", TC_2398, 24, CDP_RATE_23_976, 24000.0 / 1001},
     {"24", "24", TC_FILM, 24, CDP_RATE_24, 24},
     {"25", "25", TC_PAL, 25, CDP_RATE_25, 25},
-    {"29.97", "29.97 drop-frame", TC_DF2997, 29, CDP_RATE_29_97, 30000.0 / 1001},
+    {"29.97df", "29.97 drop-frame", TC_DF2997, 29, CDP_RATE_29_97, 30000.0 / 1001},
+    {"29.97", "29.97 non-drop", TC_NDF30, 30, CDP_RATE_29_97, 30000.0 / 1001},
     {"30", "30 non-drop", TC_NDF30, 30, CDP_RATE_30, 30},
     {"50", "50", TC_50, 50, CDP_RATE_50, 50},
-    {"59.94", "59.94 drop-frame", TC_DF5994, 59, CDP_RATE_59_94, 60000.0 / 1001},
+    {"59.94df", "59.94 drop-frame", TC_DF5994, 59, CDP_RATE_59_94, 60000.0 / 1001},
+    {"59.94", "59.94 non-drop", TC_60, 60, CDP_RATE_59_94, 60000.0 / 1001},
     {"60", "60", TC_60, 60, CDP_RATE_60, 60},
 };
 
 }  // namespace
 
-// The rate a --rate name stands for (one small lookup, to give way to a shared table).
+// The rate a --rate name stands for: any spelling of the shared timecode-type table (29.97df,
+// 30000/1001, drop-frame, pal...), matched on its counting and nominal rate.
 const RateInfo* findRate(const std::string& name) {
-  if (name == "23.976") return &kRates[0];
+  VIDTCTYPEINFO info{};
+  if (vidTCTypeFromName(name.c_str(), &info) != 0 || !info.scale) return nullptr;
+  const double fps = double(info.rate) / info.scale;
   for (const auto& r : kRates)
-    if (name == r.name) return &r;
+    if (r.tcType == info.tctype && std::fabs(r.fps - fps) < 0.01) return &r;
   return nullptr;
 }
 
@@ -501,7 +512,7 @@ int cmdStamp(int argc, char** argv) {
   if (!tcText) return cli::fail("stamp", "give the first timecode with --tc HH:MM:SS:FF");
   const RateInfo* givenRate = args.get("rate") ? findRate(*args.get("rate")) : nullptr;
   if (args.get("rate") && !givenRate)
-    return cli::fail("stamp", "unknown rate '%s' (23.98, 24, 25, 29.97, 30, 50, 59.94, 60)", args.get("rate")->c_str());
+    return cli::fail("stamp", "unknown rate '%s' (23.98, 24, 25, 29.97, 29.97df, 30, 50, 59.94, 59.94df, 60, or a fraction such as 30000/1001)", args.get("rate")->c_str());
   if (inPath == outPath || sameFile(inPath, outPath)) return cli::fail("stamp", "OUT must not be IN");
   std::error_code ec;
   if (!args.has("force") && outPath != "-" && std::filesystem::exists(outPath, ec))

@@ -58,10 +58,10 @@ struct RateCase {
 
 const RateCase kRates[] = {
     {"23.98", "24000/1001", TC_2398, "00:00:59:20", false}, {"24", "24", TC_FILM, "10:59:59:18", false},
-    {"25", "25", TC_PAL, "01:00:00:00", false},             {"29.97", "30000/1001", TC_DF2997, "00:00:59;25", false},
-    {"50", "50", TC_50, "00:09:59:45", false},              {"59.94", "60000/1001", TC_DF5994, "00:00:59;55", false},
+    {"25", "25", TC_PAL, "01:00:00:00", false},             {"29.97df", "30000/1001", TC_DF2997, "00:00:59;25", false},
+    {"50", "50", TC_50, "00:09:59:45", false},              {"59.94df", "60000/1001", TC_DF5994, "00:00:59;55", false},
     {"60", "60", TC_60, "23:59:59:50", false},              {"25", "50", TC_PAL, "00:00:59:20", true},
-    {"29.97", "60000/1001", TC_DF2997, "00:00:59;26", true},
+    {"29.97df", "60000/1001", TC_DF2997, "00:00:59;26", true}, {"29.97", "30000/1001", TC_NDF30, "00:00:59:25", false},
 };
 
 // An x265 stream with B-frames; field-coded ones come from the x265 command (each input picture
@@ -177,7 +177,7 @@ TEST(StampInterop, FfmpegExtractsTheCaptionTextBack) {
     qtest::TempDir dir;
     qtest::writeBytes(dir.file("in.scc"), std::vector<uint8_t>(kScc, kScc + std::strlen(kScc)));
     const std::string out = dir.file("out.es");
-    auto r = qtest::runTool("stamp " + shellQuote(c.stream) + " " + shellQuote(out) + " --tc '00:00:00;00' --rate 29.97 --captions " +
+    auto r = qtest::runTool("stamp " + shellQuote(c.stream) + " " + shellQuote(out) + " --tc '00:00:00;00' --rate 29.97df --captions " +
                             shellQuote(dir.file("in.scc")) + c.options);
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const std::string srt = extractCaptions(out, "30000/1001", dir);
@@ -265,7 +265,7 @@ TEST(InspectFrames, ListsTheStampedTimecodesAndCaptionCounts) {
   const std::string scc = "Scenarist_SCC V1.0\n\n00:00:59;28\t9420 9420\n";
   qtest::writeBytes(dir.file("a.scc"), std::vector<uint8_t>(scc.begin(), scc.end()));
   auto r = qtest::runTool("stamp " + qtest::shellQuote(in) + " " + qtest::shellQuote(dir.file("s.hevc")) +
-                          " --tc '00:00:59;28' --rate 29.97 --captions " + qtest::shellQuote(dir.file("a.scc")));
+                          " --tc '00:00:59;28' --rate 29.97df --captions " + qtest::shellQuote(dir.file("a.scc")));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   auto plain = qtest::runTool("inspect --json " + qtest::shellQuote(in));
   auto stamped = qtest::runTool("inspect --json " + qtest::shellQuote(dir.file("s.hevc")));
