@@ -156,7 +156,6 @@ TEST(KlxInfoStore, MissingEmptyAndUnreadableKeys) {
   EXPECT_EQ(r.rec.numeric[kxnTagNumber], 42u);
   EXPECT_EQ(r.rec.numeric[kxnWhitePoint], 235u);
   EXPECT_EQ(r.rec.numeric[kxnBlackPoint], 16u);
-  EXPECT_EQ(r.text(kxtVersionString), "8.0.0.216");
 }
 
 // The first read of a store without the switch value writes the record's items as defaults

@@ -71,11 +71,7 @@ TEST(Project, SavedFileHasTheDocumentedShapeAndLoadsBack) {
   EXPECT_EQ(edlPath(p), dir.file("cut.edl"));
   EXPECT_EQ(p.GetDataLength(true), kClipText.size());
   EXPECT_EQ(p.GetDataLength(false), kEdlText.size());
-  char value[ZR_PROJECT_PATH_SIZE];
-  p.GetConfigString("Operator", value);
-  EXPECT_STREQ(value, "A. Smith & \"crew\"");
-  EXPECT_EQ(p.GetConfigDWORD("Channels"), 8u);
-  EXPECT_EQ(p.GetConfigCount(), 2);
+  EXPECT_EQ(p.GetConfigCount(), 2);  // values round trip in RandomSettingsRoundTrip
 
   // Missing settings and short buffers leave the outputs alone.
   EXPECT_EQ(p.GetConfigDWORD("NoSuchSetting"), 0u);

@@ -191,23 +191,6 @@ TEST(TransportTC, PlayCount) {
   EXPECT_TRUE(tc.playCountDirty);
 }
 
-TEST(TransportTC, CompoundOperatorsCountOneStep) {
-  CKLXTransTC tc;
-  tc.SetTC(1000);
-  tc.SetSpeed(CKLXSpeed(65520));
-  EXPECT_EQ(tc += 5, 1005);
-  EXPECT_EQ(tc.steps, 1);
-  EXPECT_EQ(tc -= 2, 1003);
-  EXPECT_EQ(tc.steps, 0);
-  ++tc;
-  ++tc;
-  --tc;
-  EXPECT_EQ(tc.steps, 1);
-  EXPECT_EQ(tc.position.frames, 1004);
-  tc.SetTC(7);
-  EXPECT_EQ(tc.steps, 0);
-}
-
 // Steps a transport and checks every position against exact arithmetic: the position after
 // any number of steps is the start plus speed x (sum of play counts), with no drift.
 struct TransportRun {
@@ -268,8 +251,8 @@ TEST(TransportTC, SteppingHasNoDrift) {
   }
 }
 
-// At normal speed and faster the play count is 1, so n single steps equal one += n, and -= n
-// takes the transport back to where it was.
+// At normal speed and faster the play count is 1, so n single steps equal one += n (which
+// counts as one step), and -= n takes the transport back to where it was.
 TEST(TransportTC, CompoundStepsMatchSingleStepsAtSpeed) {
   for (int num : {1, 3, 4, -1, -5}) {
     CKLXTransTC single, compound;
@@ -280,14 +263,16 @@ TEST(TransportTC, CompoundStepsMatchSingleStepsAtSpeed) {
       tc->SetTC(500);
       tc->SetSpeed(speed);
     }
-    for (int i = 0; i < 9; ++i) ++single;
-    compound += 9;
-    EXPECT_EQ(single.position.frames, compound.position.frames) << num;
+    for (int i = 0; i < 10; ++i) ++single;
+    --single;
+    EXPECT_EQ(compound += 9, single.position.frames) << num;  // the operators give the new frame
     EXPECT_EQ(single.position.fraction, compound.position.fraction) << num;
-    compound -= 9;
-    EXPECT_EQ(compound.position.frames, 500) << num;
+    EXPECT_EQ(compound.steps, 1);  // a compound step counts once
+    EXPECT_EQ(compound -= 9, 500) << num;
     EXPECT_EQ(compound.steps, 0);
     EXPECT_EQ(single.steps, 9);
+    single.SetTC(7);
+    EXPECT_EQ(single.steps, 0);
   }
 }
 
