@@ -9,12 +9,9 @@
 
 #include "streamutil/framing.h"
 #include "syntax/syntax.h"
+#include "fuzz_check.h"
 
 namespace {
-
-void check(bool condition) {
-  if (!condition) std::abort();
-}
 
 void searches(const uint8_t* data, int size) {
   int start = 0, end = 0;

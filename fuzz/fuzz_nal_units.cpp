@@ -7,12 +7,9 @@
 #include <vector>
 
 #include "streamutil/nal_units.h"
+#include "fuzz_check.h"
 
 namespace {
-
-void check(bool condition) {
-  if (!condition) std::abort();
-}
 
 constexpr uint32_t kMaxUnits = 64;
 

@@ -11,12 +11,9 @@
 #include "streamutil/captions.h"
 #include "streamutil/scc.h"
 #include "streamutil/sei.h"
+#include "fuzz_check.h"
 
 namespace {
-
-void check(bool condition) {
-  if (!condition) std::abort();
-}
 
 struct Input {
   std::vector<uint8_t> frame, packet;
