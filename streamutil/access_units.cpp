@@ -39,10 +39,21 @@ struct Rbsp {
     s = zr_bitstream{bytes, static_cast<int64_t>(sizeof bytes), uint64_t(n) * 8, 0};
   }
   uint32_t u(int n) { return n ? ReadBits(&s, n) : 0; }
-  uint32_t ue() { return ReadExponentialGolombCode(&s); }
+  // ue(v) with the largest value its element may take; a larger one (or a code of 32 or more
+  // leading zeros) marks the unit bad, and the limit is returned so nothing computes with it.
+  uint32_t ue(uint32_t hi = 0xFFFFFFFEu) {
+    const uint64_t before = s.position;
+    const uint32_t value = ReadExponentialGolombCode(&s);
+    if (s.position - before > 63 || value > hi) {
+      bad = true;
+      return hi;
+    }
+    return value;
+  }
+  bool bad = false;
   int32_t se() { return ReadExponentialGolombCodeSigned(&s); }
   void skip(int n) { SkipBits(&s, n); }
-  bool overran() const { return s.position > s.length; }
+  bool overran() const { return bad || s.position > s.length; }
 };
 
 // Picture order count from its lsb (ITU-T H.264 8.2.1.1, H.265 8.3.1).
@@ -92,13 +103,13 @@ int learnHevcSps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
   if (maxSubLayersMinus1 > 6) return -1;
   r.skip(1);
   skipProfileTierLevel(r, maxSubLayersMinus1);
-  const uint32_t id = r.ue();
+  const uint32_t id = r.ue(15);
   KLXUTIL_AU_HEVC_SPS sps{1, 4, 0};
-  if (r.ue() == 3) sps.separateColourPlanes = static_cast<uint8_t>(r.u(1));
+  if (r.ue(3) == 3) sps.separateColourPlanes = static_cast<uint8_t>(r.u(1));
   r.ue(), r.ue();                              // picture width and height
   if (r.u(1)) r.ue(), r.ue(), r.ue(), r.ue();  // conformance window
-  r.ue(), r.ue();                              // bit depths
-  const uint32_t log2 = r.ue() + 4;
+  r.ue(8), r.ue(8);                            // bit depths
+  const uint32_t log2 = r.ue(12) + 4;
   if (r.overran() || id > 15 || log2 > 16) return -1;
   sps.log2MaxPocLsb = static_cast<uint8_t>(log2);
   c->hevcSps[id] = sps;
@@ -107,7 +118,7 @@ int learnHevcSps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
 
 int learnHevcPps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
   Rbsp<64> r(unit, size, 2);
-  const uint32_t id = r.ue(), spsId = r.ue();
+  const uint32_t id = r.ue(63), spsId = r.ue(15);
   r.skip(1);  // dependent_slice_segments_enabled_flag
   KLXUTIL_AU_HEVC_PPS pps{1, 0, 0, 0};
   pps.outputFlagPresent = static_cast<uint8_t>(r.u(1));
@@ -130,15 +141,15 @@ int hevcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int ty
   Rbsp<kSlicePeek> r(unit, size, 2);
   r.skip(1);                        // first_slice_segment_in_pic_flag
   if (hevcIrap(type)) r.skip(1);    // no_output_of_prior_pics_flag
-  const uint32_t ppsId = r.ue();
-  if (ppsId > 63 || !c->hevcPps[ppsId].valid || !c->hevcSps[c->hevcPps[ppsId].spsId].valid) return -1;
+  const uint32_t ppsId = r.ue(63);
+  if (r.overran() || !c->hevcPps[ppsId].valid || !c->hevcSps[c->hevcPps[ppsId].spsId].valid) return -1;
   const KLXUTIL_AU_HEVC_PPS& pps = c->hevcPps[ppsId];
   const KLXUTIL_AU_HEVC_SPS& sps = c->hevcSps[pps.spsId];
   const int32_t maxLsb = 1 << sps.log2MaxPocLsb;
   uint32_t lsb = 0;
   if (!hevcIdr(type)) {
     r.skip(pps.extraSliceHeaderBits);
-    r.ue();  // slice_type
+    r.ue(2);  // slice_type
     if (pps.outputFlagPresent) r.skip(1);
     if (sps.separateColourPlanes) r.skip(2);
     lsb = r.u(sps.log2MaxPocLsb);
@@ -170,29 +181,29 @@ int learnAvcSps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
   Rbsp<kParameterSetPeek> r(unit, size, 1);
   const uint32_t profile = r.u(8);
   r.skip(16);
-  const uint32_t id = r.ue();
+  const uint32_t id = r.ue(31);
   KLXUTIL_AU_AVC_SPS sps{1, 4, 0, 4, 1, 0};
   static constexpr uint32_t kHighProfiles[] = {100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135};
   bool high = false;
   for (uint32_t p : kHighProfiles) high = high || p == profile;
   if (high) {
-    const uint32_t chroma = r.ue();
+    const uint32_t chroma = r.ue(3);
     if (chroma == 3) sps.separateColourPlanes = static_cast<uint8_t>(r.u(1));
-    r.ue(), r.ue(), r.skip(1);
+    r.ue(6), r.ue(6), r.skip(1);
     if (r.u(1))
       for (int i = 0; i < (chroma != 3 ? 8 : 12); ++i)
         if (r.u(1)) skipScalingList(r, i < 6 ? 16 : 64);
   }
-  const uint32_t log2FrameNum = r.ue() + 4, pocType = r.ue();
+  const uint32_t log2FrameNum = r.ue(12) + 4, pocType = r.ue(2);
   uint32_t log2Lsb = 4;
   if (pocType == 0) {
-    log2Lsb = r.ue() + 4;
+    log2Lsb = r.ue(12) + 4;
   } else if (pocType == 1) {
     r.skip(1), r.se(), r.se();
-    const uint32_t cycle = r.ue();
+    const uint32_t cycle = r.ue(255);
     for (uint32_t i = 0; i < cycle && i < 256; ++i) r.se();
   }
-  r.ue(), r.skip(1), r.ue(), r.ue();  // max_num_ref_frames, gaps, width, height
+  r.ue(16), r.skip(1), r.ue(), r.ue();  // max_num_ref_frames, gaps, width, height
   sps.frameMbsOnly = static_cast<uint8_t>(r.u(1));
   if (r.overran() || id > 31 || log2FrameNum > 16 || log2Lsb > 16 || pocType > 2) return -1;
   sps.log2MaxFrameNum = static_cast<uint8_t>(log2FrameNum);
@@ -204,7 +215,7 @@ int learnAvcSps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
 
 int learnAvcPps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
   Rbsp<32> r(unit, size, 1);
-  const uint32_t id = r.ue(), spsId = r.ue();
+  const uint32_t id = r.ue(255), spsId = r.ue(31);
   if (r.overran() || id > 255 || spsId > 31) return -1;
   c->avcPps[id] = KLXUTIL_AU_AVC_PPS{1, static_cast<uint8_t>(spsId)};
   return 0;
@@ -219,9 +230,9 @@ int avcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int typ
   c->firstPicture = 0;
   if (idr) c->prevPocLsb = c->prevPocMsb = 0;
   Rbsp<kSlicePeek> r(unit, size, 1);
-  r.ue(), r.ue();  // first_mb_in_slice, slice_type
-  const uint32_t ppsId = r.ue();
-  if (ppsId > 255 || !c->avcPps[ppsId].valid || !c->avcSps[c->avcPps[ppsId].spsId].valid) return -1;
+  r.ue(), r.ue(9);  // first_mb_in_slice, slice_type
+  const uint32_t ppsId = r.ue(255);
+  if (r.overran() || !c->avcPps[ppsId].valid || !c->avcSps[c->avcPps[ppsId].spsId].valid) return -1;
   const KLXUTIL_AU_AVC_SPS& s = c->avcSps[c->avcPps[ppsId].spsId];
   if (s.separateColourPlanes) r.skip(2);
   r.skip(s.log2MaxFrameNum);
@@ -230,7 +241,7 @@ int avcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int typ
     p.fieldPicture = 1;
     r.skip(1);
   }
-  if (idr) r.ue();  // idr_pic_id
+  if (idr) r.ue(65535);  // idr_pic_id
   if (s.pocType == 0) {
     const int32_t lsb = static_cast<int32_t>(r.u(s.log2MaxPocLsb));
     if (r.overran()) return -1;

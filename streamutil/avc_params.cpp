@@ -14,6 +14,15 @@
 namespace {
 
 using syntax_io::bounded;
+using syntax_io::kInt32Max;
+using syntax_io::kSeMax;
+using syntax_io::kUeMax;
+using syntax_io::Range;
+
+// Bounds that element ranges of ITU-T H.264 derive from: MaxDpbFrames (A.3.1) is at most 16,
+// QpBdOffsetY at most 36 (bit depths up to 14).
+constexpr int64_t kMaxDpbFrames = 16;
+constexpr int64_t kMaxQpBdOffset = 36;
 using syntax_io::SignedCode;
 using syntax_io::SyntaxReader;
 using AvcWriter = syntax_io::SyntaxWriter<SignedCode::kStandardMapping>;
@@ -33,7 +42,8 @@ void scalingList(Io& io, int32_t* list, int32_t size, int32_t& useDefault, const
     int32_t lastScale = 8, nextScale = 8;
     for (int32_t j = 0; j < size; ++j) {
       if (nextScale != 0) {
-        int32_t deltaScale = ReadExponentialGolombCodeSigned(io.s);
+        int32_t deltaScale = 0;
+        io.se(deltaScale, "delta_scale", Range{-128, 127});
         nextScale = static_cast<int32_t>((static_cast<uint32_t>(lastScale) + static_cast<uint32_t>(deltaScale) + 256u) % 256u);
         useDefault = (j == 0 && nextScale == 0);
       }
@@ -63,8 +73,29 @@ void scalingMatrix(Io& io, AVC_SCALING_MATRIX& m, int32_t lists) {
 template <class Io>
 void hrdParameters(Io& io, hdr_parameters& h) {
   if constexpr (Io::kReading) {
+    // Walk the same elements on a copy first: the shared reader limits cpb_cnt_minus1 to 7 and
+    // keeps no zero count, so neither range could be checked after it.
+    zr_bitstream ahead = *io.s;
+    SyntaxReader peek{&ahead};
+    uint32_t count = 0, value = 0;
+    peek.ue(count, "cpb_cnt_minus1", Range{0, 31});
+    SkipBits(&ahead, 8);  // bit_rate_scale, cpb_size_scale
+    for (uint32_t i = 0; i <= std::min(count, 7u) && !peek.failed; ++i) {
+      peek.ue(value, "bit_rate_value_minus1", Range{0, kUeMax});
+      peek.ue(value, "cpb_size_value_minus1", Range{0, kUeMax});
+      SkipBits(&ahead, 1);  // cbr_flag
+    }
     read_hrd_parameters(&h, io.s);
+    if (peek.failed) {
+      if (!io.failed) io.refused = peek.refused;
+      io.failed = true;
+      h.cpb_cnt_minus1 = 0;
+    }
   } else if constexpr (Io::kWriting) {
+    if (!Range{0, 31}.holds(h.cpb_cnt_minus1)) io.failed = true;
+    for (int32_t i = 0; i <= bounded(h.cpb_cnt_minus1, 7); ++i)
+      if (!Range{0, kUeMax}.holds(h.cpb[i].bit_rate_value_minus1) || !Range{0, kUeMax}.holds(h.cpb[i].cpb_size_value_minus1))
+        io.failed = true;
     write_hrd_parameters(&h, io.s);
   } else {
     QV_UE(h.cpb_cnt_minus1);
@@ -108,8 +139,8 @@ void vuiParameters(Io& io, AVC_VUI_PARAMETERS& v) {
   }
   QV_FLAG(v.chroma_loc_info_present_flag);
   if (v.chroma_loc_info_present_flag) {
-    QV_UE(v.chroma_sample_loc_type_top_field);
-    QV_UE(v.chroma_sample_loc_type_bottom_field);
+    QV_UE_IN(v.chroma_sample_loc_type_top_field, 0, 5);
+    QV_UE_IN(v.chroma_sample_loc_type_bottom_field, 0, 5);
   }
   QV_FLAG(v.timing_info_present_flag);
   if (v.timing_info_present_flag) {
@@ -126,12 +157,12 @@ void vuiParameters(Io& io, AVC_VUI_PARAMETERS& v) {
   QV_FLAG(v.bitstream_restriction_flag);
   if (v.bitstream_restriction_flag) {
     QV_FLAG(v.motion_vectors_over_pic_boundaries_flag);
-    QV_UE(v.max_bytes_per_pic_denom);
-    QV_UE(v.max_bits_per_mb_denom);
-    QV_UE(v.log2_max_mv_length_horizontal);
-    QV_UE(v.log2_max_mv_length_vertical);
-    QV_UE(v.max_num_reorder_frames);
-    QV_UE(v.max_dec_frame_buffering);
+    QV_UE_IN(v.max_bytes_per_pic_denom, 0, 16);
+    QV_UE_IN(v.max_bits_per_mb_denom, 0, 16);
+    QV_UE_IN(v.log2_max_mv_length_horizontal, 0, 16);  // 16: earlier editions
+    QV_UE_IN(v.log2_max_mv_length_vertical, 0, 16);
+    QV_UE_IN(v.max_num_reorder_frames, 0, kMaxDpbFrames);
+    QV_UE_IN(v.max_dec_frame_buffering, 0, kMaxDpbFrames);
   }
 }
 
@@ -155,42 +186,42 @@ void spsBody(Io& io, SPS_DECODED& s) {
   QV_FLAG(s.constraint_set5_flag);
   QV_U(2, s.reserved_zero_2bits);
   QV_U(8, s.level_idc);
-  QV_UE(s.seq_parameter_set_id);
+  QV_UE_IN(s.seq_parameter_set_id, 0, 31);
   if (isHighProfile(s.profile_idc)) {
-    QV_UE(s.chroma_format_idc);
+    QV_UE_IN(s.chroma_format_idc, 0, 3);
     if (s.chroma_format_idc == 3) QV_FLAG(s.separate_colour_plane_flag);
-    QV_UE(s.bit_depth_luma_minus8);
-    QV_UE(s.bit_depth_chroma_minus8);
+    QV_UE_IN(s.bit_depth_luma_minus8, 0, 6);
+    QV_UE_IN(s.bit_depth_chroma_minus8, 0, 6);
     QV_FLAG(s.qpprime_y_zero_transform_bypass_flag);
     QV_FLAG(s.seq_scaling_matrix_present_flag);
     if (s.seq_scaling_matrix_present_flag) scalingMatrix(io, s.seq_scaling, s.chroma_format_idc != 3 ? 8 : 12);
   } else if (Io::kReading) {
     s.chroma_format_idc = 1;  // inferred 4:2:0
   }
-  QV_UE(s.log2_max_frame_num_minus4);
-  QV_UE(s.pic_order_cnt_type);
+  QV_UE_IN(s.log2_max_frame_num_minus4, 0, 12);
+  QV_UE_IN(s.pic_order_cnt_type, 0, 2);
   if (s.pic_order_cnt_type == 0) {
-    QV_UE(s.log2_max_pic_order_cnt_lsb_minus4);
+    QV_UE_IN(s.log2_max_pic_order_cnt_lsb_minus4, 0, 12);
   } else if (s.pic_order_cnt_type == 1) {
     QV_FLAG(s.delta_pic_order_always_zero_flag);
-    QV_SE(s.offset_for_non_ref_pic);
-    QV_SE(s.offset_for_top_to_bottom_field);
-    QV_UE(s.num_ref_frames_in_pic_order_cnt_cycle);
-    for (int32_t i = 0; i < bounded(s.num_ref_frames_in_pic_order_cnt_cycle, 256); ++i) QV_SE(s.offset_for_ref_frame[i]);
+    QV_SE_IN(s.offset_for_non_ref_pic, -kSeMax, kSeMax);
+    QV_SE_IN(s.offset_for_top_to_bottom_field, -kSeMax, kSeMax);
+    QV_UE_IN(s.num_ref_frames_in_pic_order_cnt_cycle, 0, 255);
+    for (int32_t i = 0; i < bounded(s.num_ref_frames_in_pic_order_cnt_cycle, 256); ++i) QV_SE_IN(s.offset_for_ref_frame[i], -kSeMax, kSeMax);
   }
-  QV_UE(s.max_num_ref_frames);
+  QV_UE_IN(s.max_num_ref_frames, 0, kMaxDpbFrames);
   QV_FLAG(s.gaps_in_frame_num_value_allowed_flag);
-  QV_UE(s.pic_width_in_mbs_minus1);
-  QV_UE(s.pic_height_in_map_units_minus1);
+  QV_UE_IN(s.pic_width_in_mbs_minus1, 0, kInt32Max);
+  QV_UE_IN(s.pic_height_in_map_units_minus1, 0, kInt32Max);
   QV_FLAG(s.frame_mbs_only_flag);
   if (!s.frame_mbs_only_flag) QV_FLAG(s.mb_adaptive_frame_field_flag);
   QV_FLAG(s.direct_8x8_inference_flag);
   QV_FLAG(s.frame_cropping_flag);
   if (s.frame_cropping_flag) {
-    QV_UE(s.frame_crop_left_offset);
-    QV_UE(s.frame_crop_right_offset);
-    QV_UE(s.frame_crop_top_offset);
-    QV_UE(s.frame_crop_bottom_offset);
+    QV_UE_IN(s.frame_crop_left_offset, 0, kInt32Max);
+    QV_UE_IN(s.frame_crop_right_offset, 0, kInt32Max);
+    QV_UE_IN(s.frame_crop_top_offset, 0, kInt32Max);
+    QV_UE_IN(s.frame_crop_bottom_offset, 0, kInt32Max);
   }
   QV_FLAG(s.vui_parameters_present_flag);
   if (s.vui_parameters_present_flag) vuiParameters(io, s.vui);
@@ -204,45 +235,45 @@ void ppsTail(Io& io, PPS_DECODED& p) {
   // 6 + (chroma_format_idc != 3 ? 2 : 6) * transform_8x8_mode_flag; the PPS alone cannot know
   // the chroma format, so 4:2:0/4:2:2 is assumed.
   if (p.pic_scaling_matrix_present_flag) scalingMatrix(io, p.pic_scaling, 6 + (p.transform_8x8_mode_flag ? 2 : 0));
-  QV_SE(p.second_chroma_qp_index_offset);
+  QV_SE_IN(p.second_chroma_qp_index_offset, -12, 12);
 }
 
 // 7.3.2.2 pic_parameter_set_rbsp() through redundant_pic_cnt_present_flag, NAL header first.
 template <class Io>
 void ppsBody(Io& io, PPS_DECODED& p) {
   nalHeader(io, p.forbidden_zero_bit, p.nal_ref_idc, p.nal_unit_type);
-  QV_UE(p.pic_parameter_set_id);
-  QV_UE(p.seq_parameter_set_id);
+  QV_UE_IN(p.pic_parameter_set_id, 0, 255);
+  QV_UE_IN(p.seq_parameter_set_id, 0, 31);
   QV_FLAG(p.entropy_coding_mode_flag);
   QV_FLAG(p.bottom_field_pic_order_in_frame_present_flag);
-  QV_UE(p.num_slice_groups_minus1);
+  QV_UE_IN(p.num_slice_groups_minus1, 0, 7);
   if (p.num_slice_groups_minus1 > 0) {
-    QV_UE(p.slice_group_map_type);
+    QV_UE_IN(p.slice_group_map_type, 0, 6);
     const int32_t groups = bounded(p.num_slice_groups_minus1, 7);
     if (p.slice_group_map_type == 0) {
-      for (int32_t g = 0; g <= groups; ++g) QV_UE(p.run_length_minus1[g]);
+      for (int32_t g = 0; g <= groups; ++g) QV_UE_IN(p.run_length_minus1[g], 0, kInt32Max);
     } else if (p.slice_group_map_type == 2) {
       for (int32_t g = 0; g < groups; ++g) {
-        QV_UE(p.top_left[g]);
-        QV_UE(p.bottom_right[g]);
+        QV_UE_IN(p.top_left[g], 0, kInt32Max);
+        QV_UE_IN(p.bottom_right[g], 0, kInt32Max);
       }
     } else if (p.slice_group_map_type >= 3 && p.slice_group_map_type <= 5) {
       QV_FLAG(p.slice_group_change_direction_flag);
-      QV_UE(p.slice_group_change_rate_minus1);
+      QV_UE_IN(p.slice_group_change_rate_minus1, 0, kInt32Max);
     } else if (p.slice_group_map_type == 6) {
-      QV_UE(p.pic_size_in_map_units_minus1);
+      QV_UE_IN(p.pic_size_in_map_units_minus1, 0, kInt32Max);
       const int bits = zrintlog2(p.num_slice_groups_minus1 + 1);
       for (int32_t i = 0; i <= bounded(p.pic_size_in_map_units_minus1, kAvcMaxSliceGroupIds - 1) && io.more(); ++i)
         QV_U(bits, p.slice_group_id[i]);
     }
   }
-  QV_UE(p.num_ref_idx_l0_default_active_minus1);
-  QV_UE(p.num_ref_idx_l1_default_active_minus1);
+  QV_UE_IN(p.num_ref_idx_l0_default_active_minus1, 0, 31);
+  QV_UE_IN(p.num_ref_idx_l1_default_active_minus1, 0, 31);
   QV_FLAG(p.weighted_pred_flag);
   QV_U(2, p.weighted_bipred_idc);
-  QV_SE(p.pic_init_qp_minus26);
-  QV_SE(p.pic_init_qs_minus26);
-  QV_SE(p.chroma_qp_index_offset);
+  QV_SE_IN(p.pic_init_qp_minus26, -(26 + kMaxQpBdOffset), 25);
+  QV_SE_IN(p.pic_init_qs_minus26, -26, 25);
+  QV_SE_IN(p.chroma_qp_index_offset, -12, 12);
   QV_FLAG(p.deblocking_filter_control_present_flag);
   QV_FLAG(p.constrained_intra_pred_flag);
   QV_FLAG(p.redundant_pic_cnt_present_flag);
@@ -272,7 +303,13 @@ uint32_t readUnit(zr_bitstream* s, Record* record, bool isPps, Body&& bodyAndTai
   uint8_t* callerBuffer = s->buffer;
   s->buffer = copy.data();
   SyntaxReader reader{s};
+  const uint64_t start = s->position;
   bodyAndTail(reader);
+  if (reader.failed) {  // a value outside its legal range: nothing is taken from the unit
+    s->buffer = callerBuffer;
+    s->position = start;
+    return 0;
+  }
   record->rbsp_stop_one_bit = static_cast<int32_t>(ReadBit(s));
   while (s->position % 8 != 0)
     if (ReadBit(s) == 0xFFFFFFFFu) break;
@@ -295,6 +332,7 @@ uint32_t writeUnit(zr_bitstream* out, Body&& body) {
   zr_bitstream w{work.data(), static_cast<int64_t>(work.size()), work.size() * 8, 0};
   AvcWriter writer{&w};
   body(writer);
+  if (writer.failed) return static_cast<uint32_t>(out->position / 8);  // refused: nothing written
   WriteBit(&w, 1);  // rbsp_stop_one_bit
   while (w.position % 8) WriteBit(&w, 0);
   const size_t bytes = std::min<size_t>(w.position / 8, work.size());

@@ -145,14 +145,20 @@ uint32_t readUnit(zr_bitstream* in, Record* record, uint64_t bitLength, const Un
     return kFailed;
   }
   SyntaxReader reader{&priv};
-  switch (body(reader)) {
+  BodyResult result = body(reader);
+  if (reader.failed) result = BodyResult::kOutOfRange;
+  switch (result) {
     case BodyResult::kOk: checkTrailingBits(&priv, unescapedBits, kind.readerName); break;
     case BodyResult::kExtensionSkipped: break;
     case BodyResult::kReservedBits:
       ErrOut("Vps Reserved bits incorrect %s %d", kSourceName, __LINE__);
       in->position = startByte * 8 + priv.position;
       return kFailed;
-    case BodyResult::kTooManyShortTermSets:
+    case BodyResult::kOutOfRange:
+      // Too many short-term sets has always failed silently (count stored as 0).
+      if (reader.refusedName() != "num_short_term_ref_pic_sets")
+        ErrOut("%s: %.*s out of range %s %d", kind.readerName, static_cast<int>(reader.refusedName().size()),
+             reader.refusedName().data(), kSourceName, __LINE__);
       in->position = startByte * 8 + priv.position;
       return kFailed;
   }
@@ -173,6 +179,7 @@ int32_t writeUnit(NalType type, uint8_t* out, size_t capacity, Body&& body) {
   WriteBits(&w, 3, 1);  // nuh_temporal_id_plus1
   HevcWriter writer{&w};
   body(writer);
+  if (writer.failed) return -1;  // a field outside its legal range
   WriteBit(&w, 1);  // rbsp_stop_one_bit
   while (w.position % 8) WriteBit(&w, 0);
   const size_t rbspBytes = std::min<size_t>(w.position / 8, kWorkBytes);

@@ -71,10 +71,10 @@ struct HEVC_PROFILE_TIER_LEVEL {
 
 // sub_layer_hrd_parameters(), E.2.3. CpbCnt is limited to 32 entries (cpb_cnt_minus1 <= 31).
 struct HEVC_SUB_LAYER_HRD {
-  int32_t bit_rate_value_minus1[32];
-  int32_t cpb_size_value_minus1[32];
-  int32_t cpb_size_du_value_minus1[32];
-  int32_t bit_rate_du_value_minus1[32];
+  uint32_t bit_rate_value_minus1[32];  // ue(v) up to 2^32 - 2, as the three below
+  uint32_t cpb_size_value_minus1[32];
+  uint32_t cpb_size_du_value_minus1[32];
+  uint32_t bit_rate_du_value_minus1[32];
   int32_t cbr_flag[32];
 };
 
@@ -157,7 +157,7 @@ struct HEVC_VUI_PARAMETERS {
   uint32_t vui_num_units_in_tick;
   uint32_t vui_time_scale;
   int32_t vui_poc_proportional_to_timing_flag;
-  int32_t vui_num_ticks_poc_diff_one_minus1;
+  uint32_t vui_num_ticks_poc_diff_one_minus1;  // up to 2^32 - 2
   int32_t vui_hrd_parameters_present_flag;
   HEVC_HRD_PARAMETERS hrd;
   int32_t bitstream_restriction_flag;
@@ -182,14 +182,14 @@ struct HEVC_VPS_DECODED {
   // Only the values of the last sub-layer read are kept.
   int32_t vps_max_dec_pic_buffering_minus1;
   int32_t vps_max_num_reorder_pics;
-  int32_t vps_max_latency_increase_plus1;
+  uint32_t vps_max_latency_increase_plus1;  // up to 2^32 - 2
   int32_t vps_max_layer_id;
   int32_t vps_num_layer_sets_minus1;
   int32_t vps_timing_info_present_flag;
   uint32_t vps_num_units_in_tick;
   uint32_t vps_time_scale;
   int32_t vps_poc_proportional_to_timing_flag;
-  int32_t vps_num_ticks_poc_diff_one;  // the coded _minus1 value plus one
+  uint32_t vps_num_ticks_poc_diff_one;  // the coded _minus1 value plus one: 1 .. 2^32 - 1
   int32_t vps_num_hrd_parameters;
   int32_t cprms_present_flag;  // of the last HRD entry
   int32_t hrd_layer_set_idx;   // of the last HRD entry
@@ -217,7 +217,7 @@ struct HEVC_SPS_DECODED {
   int32_t sps_sub_layer_ordering_info_present_flag;
   int32_t sps_max_dec_pic_buffering_minus1[8];
   int32_t sps_max_num_reorder_pics[8];
-  int32_t sps_max_latency_increase_plus1[8];
+  uint32_t sps_max_latency_increase_plus1[8];  // up to 2^32 - 2
   int32_t log2_min_luma_coding_block_size_minus3;
   int32_t log2_diff_max_min_luma_coding_block_size;
   int32_t log2_min_luma_transform_block_size_minus2;

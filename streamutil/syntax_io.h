@@ -18,12 +18,37 @@
 #define QV_FLAG(field) io.flag(field, #field)
 #define QV_UE(field) io.ue(field, #field)
 #define QV_SE(field) io.se(field, #field)
+// ue(v)/se(v) with the legal range of the element: a value outside [lo, hi] fails the read (the
+// field is left at lo so nothing behind it computes with the bad value) and fails the write.
+#define QV_UE_IN(field, lo, hi) io.ue(field, #field, syntax_io::Range{lo, hi})
+#define QV_SE_IN(field, lo, hi) io.se(field, #field, syntax_io::Range{lo, hi})
 
 namespace syntax_io {
 
 // How a writer codes se(v): the HEVC writers use WriteExponentialGolombCodeSigned (positive
 // values take code number 2v + 2); the AVC writers use ITU-T H.264 9.1.1 (2v - 1).
 enum class SignedCode { kLibraryMapping, kStandardMapping };
+
+// The legal range of an Exp-Golomb element, inclusive. 64-bit so every bound of ue(v)
+// (0..2^32 - 2) and se(v) (-(2^31 - 1)..2^31 - 1) can be written.
+struct Range {
+  int64_t lo;
+  int64_t hi;
+  bool holds(int64_t v) const { return v >= lo && v <= hi; }
+};
+constexpr int64_t kUeMax = 4294967294;   // 2^32 - 2, the largest ue(v) of 32 leading zeros
+constexpr int64_t kSeMax = 2147483647;   // 2^31 - 1
+constexpr int64_t kInt32Max = 2147483647;  // elements bounded only by the picture size
+
+// One ue(v) code number, or -1 for a code of 32 or more leading zero bits (no legal element
+// has one: their values would pass 2^32 - 2).
+inline int64_t readCodeNumber(zr_bitstream* s) {
+  const uint64_t before = s->position;
+  const uint32_t value = ReadExponentialGolombCode(s);
+  return s->position - before > 63 ? -1 : int64_t{value};
+}
+// se(v) from its code number k (ITU-T H.264 9.1.1): (-1)^(k+1) * ceil(k / 2).
+inline int64_t signedFromCode(int64_t k) { return (k & 1) ? (k + 1) / 2 : -(k / 2); }
 
 struct SyntaxReader {
   static constexpr bool kReading = true;
@@ -36,11 +61,33 @@ struct SyntaxReader {
   void flag(int32_t& field, const char*) { field = static_cast<int32_t>(ReadBit(s)); }
   void ue(int32_t& field, const char*) { field = static_cast<int32_t>(ReadExponentialGolombCode(s)); }
   void se(int32_t& field, const char*) { field = ReadExponentialGolombCodeSigned(s); }
+  template <class Field>
+  void ue(Field& field, const char* name, Range range) {
+    store(field, readCodeNumber(s), range, name);
+  }
+  void se(int32_t& field, const char* name, Range range) {
+    const int64_t k = readCodeNumber(s);
+    store(field, k < 0 ? range.lo - 1 : signedFromCode(k), range, name);
+  }
+  // Set by the first value outside its range (whose element is kept for the report); the read
+  // then fails.
+  bool failed = false;
+  const char* refused = nullptr;
+  std::string_view refusedName() const;
+  template <class Field>
+  void store(Field& field, int64_t value, Range range, const char* name) {
+    if (!range.holds(value)) {
+      if (!failed) refused = name;
+      failed = true;
+      value = range.lo;
+    }
+    field = static_cast<Field>(value);
+  }
   // A field the writer emits with a fixed value; the reader returns what was there.
   uint32_t fixed(int n, uint32_t) { return ReadBits(s, n); }
   uint32_t fixedUe(uint32_t) { return ReadExponentialGolombCode(s); }
-  // False once the data is exhausted: loops driven by coded counts stop there.
-  bool more() const { return s->position <= s->length; }
+  // False once the data is exhausted or a value was refused: loops driven by coded counts stop.
+  bool more() const { return !failed && s->position <= s->length; }
   // Clears a large part of a record just before its syntax is read (see clearForReading).
   template <class Part>
   void clearBeforeReading(Part& part) {
@@ -59,6 +106,17 @@ struct SyntaxWriter {
   void u64(int n, uint64_t& field, const char*) { WriteBits64(s, n, field); }
   void flag(int32_t& field, const char*) { WriteBit(s, static_cast<uint32_t>(field)); }
   void ue(int32_t& field, const char*) { WriteExponentialGolombCode(s, static_cast<uint32_t>(field)); }
+  template <class Field>
+  void ue(Field& field, const char*, Range range) {
+    if (!range.holds(int64_t{field})) failed = true;
+    WriteExponentialGolombCode(s, static_cast<uint32_t>(field));
+  }
+  void se(int32_t& field, const char* name, Range range) {
+    if (!range.holds(int64_t{field})) failed = true;
+    se(field, name);
+  }
+  // Set by the first field outside its range; the write then fails.
+  bool failed = false;
   void se(int32_t& field, const char*) {
     if constexpr (kSigned == SignedCode::kLibraryMapping) {
       WriteExponentialGolombCodeSigned(s, field);
@@ -75,8 +133,9 @@ struct SyntaxWriter {
     WriteExponentialGolombCode(s, value);
     return value;
   }
-  // False once the working buffer is full: a hostile record cannot make a writer spin.
-  bool more() const { return s->position <= s->length; }
+  // False once the working buffer is full or a field was refused: a hostile record cannot
+  // make a writer spin.
+  bool more() const { return !failed && s->position <= s->length; }
   template <class Part>
   void clearBeforeReading(Part&) {}
 };
@@ -106,6 +165,10 @@ struct SyntaxLister {
   void flag(int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 1); }
   void ue(int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 0); }
   void se(int32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 0); }
+  void ue(uint32_t& field, const char* name) { sink(elementName(name), int64_t{field}, 0); }
+  template <class Field>
+  void ue(Field& field, const char* name, Range) { ue(field, name); }
+  void se(int32_t& field, const char* name, Range) { se(field, name); }
   uint32_t fixed(int, uint32_t value) { return value; }
   uint32_t fixedUe(uint32_t value) { return value; }
   // A budget of loop steps, so a hostile record cannot make a listing spin.
@@ -114,6 +177,10 @@ struct SyntaxLister {
   template <class Part>
   void clearBeforeReading(Part&) {}
 };
+
+inline std::string_view SyntaxReader::refusedName() const {
+  return refused ? elementName(refused) : std::string_view("element");
+}
 
 // Loop count for a coded count kept in an array of `capacity` entries.
 inline int32_t bounded(int32_t coded, int32_t capacity) { return std::clamp(coded, 0, capacity); }

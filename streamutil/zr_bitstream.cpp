@@ -266,8 +266,8 @@ void read_hrd_parameters(hdr_parameters* hrd, zr_bitstream* s) {
   hrd->cpb_size_scale = static_cast<int32_t>(ReadBits(s, 4));
   hrd->cpb_cnt_minus1 = std::min(count, 7);
   for (int32_t i = 0; i <= hrd->cpb_cnt_minus1; ++i) {
-    hrd->cpb[i].bit_rate_value_minus1 = static_cast<int32_t>(ReadExponentialGolombCode(s));
-    hrd->cpb[i].cpb_size_value_minus1 = static_cast<int32_t>(ReadExponentialGolombCode(s));
+    hrd->cpb[i].bit_rate_value_minus1 = ReadExponentialGolombCode(s);
+    hrd->cpb[i].cpb_size_value_minus1 = ReadExponentialGolombCode(s);
     hrd->cpb[i].cbr_flag = static_cast<int32_t>(ReadBit(s));
   }
   hrd->initial_cpb_removal_delay_length_minus1 = static_cast<int32_t>(ReadBits(s, 5));
@@ -283,8 +283,8 @@ void write_hrd_parameters(hdr_parameters* hrd, zr_bitstream* s) {
   // The count is written as recorded; entries come from the 8-entry array only.
   int32_t entries = std::min(hrd->cpb_cnt_minus1, 7);
   for (int32_t i = 0; i <= entries; ++i) {
-    WriteExponentialGolombCode(s, static_cast<uint32_t>(hrd->cpb[i].bit_rate_value_minus1));
-    WriteExponentialGolombCode(s, static_cast<uint32_t>(hrd->cpb[i].cpb_size_value_minus1));
+    WriteExponentialGolombCode(s, hrd->cpb[i].bit_rate_value_minus1);
+    WriteExponentialGolombCode(s, hrd->cpb[i].cpb_size_value_minus1);
     WriteBit(s, static_cast<uint32_t>(hrd->cpb[i].cbr_flag));
   }
   WriteBits(s, 5, static_cast<uint32_t>(hrd->initial_cpb_removal_delay_length_minus1));

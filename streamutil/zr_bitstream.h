@@ -34,8 +34,8 @@ extern const int32_t len_table_mini[256];
 
 // hrd_parameters() of ITU-T H.264 Annex E.1.2; at most 8 CPB entries are kept.
 struct hdr_parameters_cpb {
-  int32_t bit_rate_value_minus1;
-  int32_t cpb_size_value_minus1;
+  uint32_t bit_rate_value_minus1;  // ue(v) up to 2^32 - 2
+  uint32_t cpb_size_value_minus1;
   int32_t cbr_flag;
 };
 struct hdr_parameters {
@@ -48,7 +48,7 @@ struct hdr_parameters {
   int32_t dpb_output_delay_length_minus1;
   int32_t time_offset_length;
 };
-static_assert(sizeof(hdr_parameters) == 31 * 4, "hdr_parameters is 31 signed 32-bit fields");
+static_assert(sizeof(hdr_parameters) == 31 * 4, "hdr_parameters is 31 32-bit fields");
 
 // Reading.
 uint32_t PeekBit(zr_bitstream* s, int32_t offset);

@@ -257,8 +257,8 @@ TEST(H264Hrd, EightEntryLimitAndRoundTrip) {
   EXPECT_EQ(hrd.bit_rate_scale, 3);
   EXPECT_EQ(hrd.cpb_size_scale, 5);
   for (int i = 0; i < 8; ++i) {
-    EXPECT_EQ(hrd.cpb[i].bit_rate_value_minus1, 100 + i);
-    EXPECT_EQ(hrd.cpb[i].cpb_size_value_minus1, 200 + i);
+    EXPECT_EQ(hrd.cpb[i].bit_rate_value_minus1, 100u + i);
+    EXPECT_EQ(hrd.cpb[i].cpb_size_value_minus1, 200u + i);
     EXPECT_EQ(hrd.cpb[i].cbr_flag, i & 1);
   }
   EXPECT_LT(r.position, entriesEnd + 20) << "the ninth entry was taken as the length fields";

@@ -125,7 +125,7 @@ TEST(HevcVps, WriterForcesItsFields) {
   EXPECT_TRUE(log.lines().empty());
   EXPECT_EQ(back->vps_num_layer_sets_minus1, 2);
   EXPECT_EQ(back->vps_time_scale, 60000u);
-  EXPECT_EQ(back->vps_num_ticks_poc_diff_one, 5) << "stored as coded value plus one";
+  EXPECT_EQ(back->vps_num_ticks_poc_diff_one, 5u) << "stored as coded value plus one";
   EXPECT_EQ(back->vps_num_hrd_parameters, 0);
   EXPECT_EQ(back->vps_extension_flag, 0);
 }
@@ -138,7 +138,12 @@ TEST(HevcSps, MoreThan64ShortTermSetsFailSilently) {
   for (int32_t count : {64, 65}) {
     sps->num_short_term_ref_pic_sets = count;  // 64 explicit empty sets fit; 65 do not
     uint8_t out[kHevcParamSetMaxBytes];
-    Bytes written(out, out + klxutilWrite_HEVC_SPS(sps.get(), out, 0));
+    const int32_t n = klxutilWrite_HEVC_SPS(sps.get(), out, 0);
+    if (count == 65) {  // out of range: refused by the writer too (element_ranges_test reads one)
+      EXPECT_EQ(n, -1);
+      continue;
+    }
+    Bytes written(out, out + n);
     auto back = std::make_unique<HEVC_SPS_DECODED>();
     zr_bitstream r = over(written);
     qtest::LogCapture log;
