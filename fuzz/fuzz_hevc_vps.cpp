@@ -6,8 +6,11 @@
 #include "fuzz_params.h"
 
 namespace {
-// The writer never writes a VPS extension (vps_extension_flag 0).
-void normalise(HEVC_VPS_DECODED& vps) { vps.vps_extension_flag = 0; }
+// The writer never writes a VPS extension and forces vps_num_hrd_parameters to 0.
+void normalise(HEVC_VPS_DECODED& vps) {
+  vps.vps_extension_flag = 0;
+  vps.vps_num_hrd_parameters = 0;
+}
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,7 +1,8 @@
-// hvcC reading on arbitrary bytes: the result is one of the documented codes. When the VPS, SPS
-// and PPS it held write back, an hvcC built from the header read and those units reads back to
-// the same header and to parameter sets that write the same bytes.
+// hvcC reading on arbitrary bytes: the result is one of the documented codes. When the box held
+// a VPS, SPS and PPS that write back and read back alone, an hvcC built from the header read and
+// those units reads back to the same header and to parameter sets that write the same bytes.
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -18,8 +19,26 @@ struct Sets {
   std::unique_ptr<HEVC_SPS_DECODED> sps = std::make_unique<HEVC_SPS_DECODED>();
   std::unique_ptr<HEVC_PPS_DECODED> pps = std::make_unique<HEVC_PPS_DECODED>();
   uint32_t read(const uint8_t* data, size_t size) {
+    // A reader clears its record first: what still holds the pattern was not in the box.
+    std::memset(static_cast<void*>(vps.get()), kUnread, sizeof *vps);
+    std::memset(static_cast<void*>(sps.get()), kUnread, sizeof *sps);
+    std::memset(static_cast<void*>(pps.get()), kUnread, sizeof *pps);
     zr_bitstream in = readerOver(data, size);
     return klxutilRead_HEVC_CR(&in, &header, vps.get(), sps.get(), pps.get());
+  }
+  static constexpr uint8_t kUnread = 0xA5;
+  template <class Record>
+  static bool wasRead(const Record& r) {
+    return *reinterpret_cast<const uint8_t*>(&r) != kUnread;
+  }
+  bool allRead() const { return wasRead(*vps) && wasRead(*sps) && wasRead(*pps); }
+  // A unit its reader refused leaves a partly filled record behind (the walk goes on), and one
+  // that ended early holds values no writer codes: neither is expected to round-trip.
+  bool writable() const {
+    for (const Listing& l : {listOf(*vps, klxutilList_HEVC_VPS), listOf(*sps, klxutilList_HEVC_SPS),
+                             listOf(*pps, klxutilList_HEVC_PPS)})
+      if (l.longCode || l.pastEnd) return false;
+    return true;
   }
 };
 
@@ -34,6 +53,19 @@ struct Units {
     ppsLength = klxutilWriteChecked_HEVC_PPS(sets.pps.get(), pps.data(), pps.size());
     return vpsLength > 0 && spsLength > 0 && ppsLength > 0;
   }
+  // Each written unit is accepted by its reader on its own (a refused unit's record may not be).
+  bool readBackAlone() const {
+    auto v = std::make_unique<HEVC_VPS_DECODED>();
+    auto s = std::make_unique<HEVC_SPS_DECODED>();
+    auto p = std::make_unique<HEVC_PPS_DECODED>();
+    zr_bitstream a = readerOver(vps.data(), size_t(vpsLength));
+    zr_bitstream b = readerOver(sps.data(), size_t(spsLength));
+    zr_bitstream c = readerOver(pps.data(), size_t(ppsLength));
+    return accepted(klxutilRead_HEVC_VPS(&a, v.get(), nullptr, 0)) &&
+           accepted(klxutilRead_HEVC_SPS(&b, s.get(), nullptr, 0)) &&
+           accepted(klxutilRead_HEVC_PPS(&c, p.get(), nullptr, 0));
+  }
+  static bool accepted(uint32_t r) { return r != 0 && r != kFailed; }
   bool operator==(const Units& o) const {
     return vpsLength == o.vpsLength && spsLength == o.spsLength && ppsLength == o.ppsLength &&
            std::equal(vps.begin(), vps.begin() + vpsLength, o.vps.begin()) &&
@@ -64,7 +96,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check(result == kFailed || result <= size);
   if (result == 0 || result == kFailed) return 0;
   Units units;
-  if (!units.write(first)) return 0;  // a set the box did not hold, or one the writer refuses
+  if (!first.allRead() || !first.writable()) return 0;
+  if (!units.write(first) || !units.readBackAlone()) return 0;
   first.header.numOfArrays = 3;
   std::vector<uint8_t> box(23 + 15 + units.vpsLength + units.spsLength + units.ppsLength + 8);
   zr_bitstream out{box.data(), static_cast<int64_t>(box.size()), box.size() * 8, 0};
