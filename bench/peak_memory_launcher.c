@@ -1,4 +1,5 @@
-/* Runs a command and writes its peak resident memory (kB, from wait4) to the file named first:
+/* Runs a command and writes its peak resident memory (kB) and its CPU time (user + system,
+ * seconds), both from wait4, to the file named first:
  *   quorvane_bench_launcher PEAKFILE COMMAND [ARGS...]
  * The whole-file benchmarks start their children through it because Linux carries the peak of
  * the address space a process leaves at exec() into its own peak: a child spawned straight from
@@ -22,7 +23,8 @@ int main(int argc, char** argv) {
   if (wait4(pid, &status, 0, &usage) != pid) return 125;
   FILE* peak = fopen(argv[1], "w");
   if (!peak) return 125;
-  fprintf(peak, "%ld\n", usage.ru_maxrss);
+  fprintf(peak, "%ld %.6f\n", usage.ru_maxrss,
+          (double)(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6);
   fclose(peak);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 126;
 }

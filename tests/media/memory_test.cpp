@@ -1,6 +1,7 @@
-// Constant memory on elementary streams of any size: the peak resident memory of inspect and
-// reframe on a generated ~300 MB stream stays within a fixed bound above the command's own
-// footprint, and does not grow from a ~100 MB stream to the 300 MB one. Nothing is timed.
+// Constant memory on elementary streams of any size: the peak resident memory of inspect,
+// reframe, nal and stamp on a generated ~300 MB stream stays within a fixed bound above the
+// command's own footprint, and does not grow from a ~100 MB stream to the 300 MB one. Nothing
+// is timed.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -60,7 +61,7 @@ void repeatToSize(const std::string& gop, const std::string& path, size_t megaby
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
-TEST(Memory, InspectAndReframeStayBoundedWhateverTheSize) {
+TEST(Memory, StreamCommandsStayBoundedWhateverTheSize) {
   if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg not installed";
   const std::string gop = qtest::encodedStream(
       "memory_gop.h264", "-f lavfi -i testsrc2=size=640x360:rate=25 -t 4 -c:v libx264 -g 100 -bf 3 -f h264");
@@ -73,14 +74,18 @@ TEST(Memory, InspectAndReframeStayBoundedWhateverTheSize) {
   ASSERT_GT(footprint, 0);
   struct Case {
     const char* name;
-    std::vector<std::string> args;  // the stream's path is appended (and "-" for reframe's OUT)
-  } cases[] = {{"inspect", {"inspect"}}, {"reframe", {"reframe", "--to", "length"}}, {"nal", {"nal"}}};
+    std::vector<std::string> args;  // the stream's path is appended, then reframe's / stamp's OUT
+  } cases[] = {{"inspect", {"inspect"}},
+               {"reframe", {"reframe", "--to", "length"}},
+               {"nal", {"nal"}},
+               {"stamp", {"stamp", "--tc", "01:00:00:00", "-y"}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto withPath = [&](const std::string& path) {
       auto args = c.args;
       args.push_back(path);
       if (std::string(c.name) == "reframe") args.push_back("-");
+      if (std::string(c.name) == "stamp") args.push_back(dir.file("stamped.h264"));  // a file: the whole write path
       return args;
     };
     const long peakSmall = peakKb(withPath(small)), peakLarge = peakKb(withPath(large));
