@@ -79,14 +79,13 @@ def keep_artifacts(work: Path, findings: Path) -> list[Path]:
     return kept
 
 
-def run_target(binary: Path, target: str, build: Path, seconds: int) -> dict:
+def run_target(binary: Path, target: str, seeds: Path, build: Path, seconds: int) -> dict:
     scratch = build / "fuzz-work" / target
     corpus = scratch / "corpus"
     artifacts = scratch / "artifacts"
     shutil.rmtree(scratch, ignore_errors=True)
     corpus.mkdir(parents=True)
     artifacts.mkdir()
-    seeds = ROOT / "fuzz" / "corpus" / target
     if seeds.is_dir():
         for f in seeds.iterdir():
             if f.is_file():
@@ -142,9 +141,11 @@ def main() -> int:
     parser.add_argument("--build", default="build/fuzz", type=Path)
     parser.add_argument("--seconds", default=180, type=int)
     parser.add_argument("--targets", default="", help="space or comma separated; default all")
+    parser.add_argument("--source", default=ROOT, type=Path, help=argparse.SUPPRESS)
     args = parser.parse_args()
     build = args.build.resolve()
-    available = discover_targets(ROOT / "fuzz")
+    source = args.source.resolve()
+    available = discover_targets(source / "fuzz")
     wanted = [t for t in re.split(r"[\s,]+", args.targets) if t] or available
     unknown = [t for t in wanted if t not in available]
     if unknown:
@@ -162,14 +163,19 @@ def main() -> int:
             print(f"run-fuzz: {binary} was not built", file=sys.stderr)
             return 2
         print(f"run-fuzz: {target} for {args.seconds}s", flush=True)
-        results.append(run_target(binary, target, build, args.seconds))
+        seeds = source / "fuzz" / "corpus" / target
+        results.append(run_target(binary, target, seeds, build, args.seconds))
     print()
     print_table(results)
+    return report_failures(results, source)
+
+
+def report_failures(results: list[dict], source: Path) -> int:
     failed = [r for r in results if r["failure"]]
     for r in failed:
         print(f"\n{r['target']}: {r['failure']} (log: {r['log']})")
         for f in r["found"]:
-            rel = f.relative_to(ROOT) if f.is_relative_to(ROOT) else f
+            rel = f.relative_to(source) if f.is_relative_to(source) else f
             print(f"  kept {rel}: fix the bug, then commit it as "
                   f"fuzz/corpus/{r['target']}/crash-<what> so the replay test keeps it fixed")
     if failed:
