@@ -13,9 +13,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 RUNNER = ROOT / "scripts" / "run-fuzz.py"
-spec = importlib.util.spec_from_file_location("run_fuzz", RUNNER)
-run_fuzz = importlib.util.module_from_spec(spec)
-spec.loader.exec_module(run_fuzz)
+loader_of_runner = importlib.util.spec_from_file_location("run_fuzz", RUNNER)
+run_fuzz = importlib.util.module_from_spec(loader_of_runner)
+loader_of_runner.loader.exec_module(run_fuzz)
 
 CLEAN_LOG = textwrap.dedent("""\
     INFO: Seed: 1
