@@ -326,6 +326,7 @@ class Stamper : public media::FrameEditor {
     }
     if (auto sccPath = args_.get("captions"); sccPath && !readCaptions(*sccPath, plan, error)) return false;
     lastTimecode = plan.startFrame;
+    if (stream.frameRateNum > 0 && stream.frameRateDen > 0) frameRate_ = double(stream.frameRateNum) / stream.frameRateDen;
     // The output's extradata carries the SPS rewritten for pic_struct (an elementary stream's
     // sets lead a container OUT only when they are replaced).
     if (plan.codec == StreamCodec::kH264 && (!parameterSets.empty() || !stream.outContainer.empty()))
@@ -360,6 +361,12 @@ class Stamper : public media::FrameEditor {
     return true;
   }
 
+  // The container's own timecode follows the stamp when it counts at the container's rate.
+  std::string containerTimecode() const override {
+    const bool sameRate = frameRate_ > 0 && std::fabs(frameRate_ - plan.rate->fps) < 0.01;
+    return sameRate ? timecodeText(plan.startFrame, plan.rate->tcType) : std::string();
+  }
+
   StampPlan plan;
   bool usageError = false;
   uint32_t pictures = 0, captioned = 0, lastTimecode = 0, replacedTimecode = 0, replacedCaptions = 0, gopHeaders = 0;
@@ -370,6 +377,7 @@ class Stamper : public media::FrameEditor {
   const std::string& inPath_;
   const RateInfo* givenRate_;
   const std::string& tcText_;
+  double frameRate_ = 0;  // the container's frame rate, 0 when not known
 };
 
 }  // namespace

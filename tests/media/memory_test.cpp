@@ -80,7 +80,7 @@ TEST(Memory, StreamCommandsStayBoundedWhateverTheSize) {
                           qtest::shellQuote(scc));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const std::string mpeg2Gop = qtest::encodedStream(
-      "memory_gop.m2v", "-f lavfi -i testsrc2=size=640x360:rate=25 -t 4 -c:v mpeg2video -b:v 8M -g 100 -bf 2 -flags +cgop -f mpeg2video");
+      "memory_gop.m2v", "-f lavfi -i testsrc2=size=640x360:rate=25 -t 4 -c:v mpeg2video -b:v 8M -g 100 -bf 2 -flags +cgop -sc_threshold 1000000000 -f mpeg2video");
   ASSERT_FALSE(mpeg2Gop.empty());
   const std::string captionedSmall = dir.file("cc100.h264"), captionedLarge = dir.file("cc300.h264");
   const std::string mpeg2Small = dir.file("100.m2v"), mpeg2Large = dir.file("300.m2v");

@@ -74,9 +74,10 @@ TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
     const char* name;  // cache file; its extension names the container
     const char* args;
     const char* container;
+    const char* containerTimecode;  // the container's own timecode tag after the stamp
   } cases[] = {
-      {"m2_aac.ts", "-c:a aac -f mpegts", "MPEG-TS"},
-      {"m2_pcm.mxf", "-c:a pcm_s16le -f mxf", "MXF"},
+      {"m2_aac.ts", "-c:a aac -f mpegts", "MPEG-TS", ""},
+      {"m2_pcm.mxf", "-c:a pcm_s16le -f mxf", "MXF", "TAG:timecode=10:00:00;00\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -108,6 +109,7 @@ TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
       tc2String(start + (theirFrame - theirStart), TC_DF2997 | TCF_FULL_TEXT, want, sizeof want);
       EXPECT_EQ(ours[gop], want) << "GOP " << gop;
     }
+    EXPECT_EQ(qtest::runCommand("ffprobe -v error -show_format " + shellQuote(out) + " | grep TAG:timecode").out, c.containerTimecode);
     EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
     EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
 
