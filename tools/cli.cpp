@@ -48,9 +48,9 @@ void setVerbose(bool on) { gVerbose = on; }
 void installLogSink() { zrLogSetSink(librarySink, nullptr); }
 const std::string& lastLibraryMessage() { return gLastLibraryMessage; }
 
-void printJson(const JsonValue& value) {
+void printJson(const JsonValue& value, FILE* out) {
   // Invalid UTF-8 in user text is replaced rather than aborting the output.
-  std::printf("%s\n", value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  std::fprintf(out, "%s\n", value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
 int checkOutput(const char* command, const std::string& output, bool force, const std::vector<std::string>& inputs) {
@@ -78,72 +78,6 @@ int failWith(int code, const char* command, const char* format, ...) {
   vfail(code, command, format, args);
   va_end(args);
   return code;
-}
-
-bool Args::parse(int argc, char** argv, std::initializer_list<std::string_view> valued,
-                 std::initializer_list<std::string_view> flags) {
-  auto isIn = [](std::initializer_list<std::string_view> list, std::string_view name) {
-    for (auto n : list)
-      if (n == name) return true;
-    return false;
-  };
-  bool onlyPositional = false;
-  for (int i = 0; i < argc; ++i) {
-    std::string_view a = argv[i];
-    if (onlyPositional || a == "-" || a.size() < 2 || a[0] != '-' ||
-        (a[1] != '-' && a != "-h" && !std::isalpha(static_cast<unsigned char>(a[1])))) {
-      positional_.emplace_back(a);
-      continue;
-    }
-    if (a == "--") {
-      onlyPositional = true;
-      continue;
-    }
-    if (a == "-h") a = "--help";
-    if (a[1] != '-') {
-      error_ = "unknown option '" + std::string(a) + "'";
-      return false;
-    }
-    std::string_view name = a.substr(2);
-    std::optional<std::string_view> inlineValue;
-    if (auto eq = name.find('='); eq != std::string_view::npos) {
-      inlineValue = name.substr(eq + 1);
-      name = name.substr(0, eq);
-    }
-    if (isIn(valued, name)) {
-      if (inlineValue) {
-        options_.emplace(std::string(name), std::string(*inlineValue));
-      } else if (i + 1 < argc) {
-        options_.emplace(std::string(name), std::string(argv[++i]));
-      } else {
-        error_ = "option '--" + std::string(name) + "' needs a value";
-        return false;
-      }
-    } else if (isIn(flags, name) || name == "help") {
-      if (inlineValue) {
-        error_ = "option '--" + std::string(name) + "' takes no value";
-        return false;
-      }
-      options_.emplace(std::string(name), std::string());
-    } else {
-      error_ = "unknown option '--" + std::string(name) + "'";
-      return false;
-    }
-  }
-  return true;
-}
-
-std::optional<std::string> Args::get(std::string_view name) const {
-  auto range = options_.equal_range(std::string(name));
-  if (range.first == range.second) return std::nullopt;
-  return std::prev(range.second)->second;  // the last one given wins
-}
-
-std::vector<std::string> Args::all(std::string_view name) const {
-  std::vector<std::string> out;
-  auto range = options_.equal_range(std::string(name));
-  for (auto it = range.first; it != range.second; ++it) out.push_back(it->second);
-  return out;
 }
 
 std::optional<int64_t> parseInt(std::string_view text) {
@@ -204,67 +138,6 @@ std::string jsonEscape(std::string_view text) {
     }
   }
   return out;
-}
-
-void Json::separator(std::string_view key) {
-  if (!first_.back()) out_ += ',';
-  first_.back() = false;
-  if (!key.empty()) quoted(key) += ':';
-}
-std::string& Json::quoted(std::string_view text) {
-  out_ += '"';
-  out_ += jsonEscape(text);
-  out_ += '"';
-  return out_;
-}
-Json& Json::beginObject(std::string_view key) {
-  separator(key);
-  out_ += '{';
-  first_.push_back(true);
-  return *this;
-}
-Json& Json::endObject() {
-  out_ += '}';
-  first_.pop_back();
-  return *this;
-}
-Json& Json::beginArray(std::string_view key) {
-  separator(key);
-  out_ += '[';
-  first_.push_back(true);
-  return *this;
-}
-Json& Json::endArray() {
-  out_ += ']';
-  first_.pop_back();
-  return *this;
-}
-Json& Json::str(std::string_view key, std::string_view value) {
-  separator(key);
-  quoted(value);
-  return *this;
-}
-Json& Json::num(std::string_view key, int64_t value) {
-  separator(key);
-  out_ += std::to_string(value);
-  return *this;
-}
-Json& Json::num(std::string_view key, double value) {
-  separator(key);
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%.17g", value);
-  out_ += std::isfinite(value) ? buf : "null";
-  return *this;
-}
-Json& Json::boolean(std::string_view key, bool value) {
-  separator(key);
-  out_ += value ? "true" : "false";
-  return *this;
-}
-Json& Json::null(std::string_view key) {
-  separator(key);
-  out_ += "null";
-  return *this;
 }
 
 Progress::Progress(const char* label, uint64_t total)

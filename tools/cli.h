@@ -42,7 +42,7 @@ const std::string& lastLibraryMessage();
 
 // JSON output: one document per line on standard output.
 using JsonValue = nlohmann::ordered_json;
-void printJson(const JsonValue& value);
+void printJson(const JsonValue& value, FILE* out = stdout);
 
 // A subcommand's command line, parsed by CLI11. Options are declared by their long name
 // ("type" is --type); repeatable ones keep every value, others the last one given. The help
@@ -57,6 +57,9 @@ class Command {
   Command& positionals(const std::string& name, const std::string& help);
   // Adds -y/--force: "overwrite an existing output file".
   Command& forceFlag();
+  // The help is `text` followed by the footer, for a command whose usage text already lists its
+  // options, instead of the description and the generated option list.
+  Command& usageText(const char* text);
   // Parses. nullopt: go on; otherwise the exit code to return (help was printed, or the error
   // was reported through fail()).
   std::optional<int> parse(int argc, char** argv);
@@ -75,6 +78,8 @@ class Command {
   std::map<std::string, std::vector<std::string>> values_;
   std::map<std::string, int64_t> counts_;
   std::vector<std::string> positional_;
+  const char* usageText_ = nullptr;
+  std::string footer_;
 };
 
 // An output file may be written: refused when it exists and force is false, and always when it
@@ -93,27 +98,6 @@ std::optional<uint32_t> parseTimecode(const std::string& text, uint32_t tctype, 
 // "30000/1001", "25/1": a rate pair reduced to lowest terms.
 std::string rateText(uint32_t rate, uint32_t scale);
 
-// Older hand-written parser, kept for the subcommands not yet on Command.
-// Parses "--name value", "--name=value" and bare "--flag" options among positional arguments.
-// `valued` lists the options that take a value; any other "--x" is a flag. "-" is positional,
-// and everything after "--" is positional too. "-h" is read as "--help".
-class Args {
- public:
-  bool parse(int argc, char** argv, std::initializer_list<std::string_view> valued,
-             std::initializer_list<std::string_view> flags);
-  const std::string& error() const { return error_; }
-  bool has(std::string_view name) const { return options_.count(std::string(name)) != 0; }
-  std::optional<std::string> get(std::string_view name) const;
-  // Every value given for a repeatable option, in order.
-  std::vector<std::string> all(std::string_view name) const;
-  const std::vector<std::string>& positional() const { return positional_; }
-
- private:
-  std::multimap<std::string, std::string> options_;
-  std::vector<std::string> positional_;
-  std::string error_;
-};
-
 // Strict number parsing (whole string, range-checked; decimal or 0x hex). nullopt on error.
 std::optional<int64_t> parseInt(std::string_view text);
 std::optional<uint32_t> parseU32(std::string_view text);
@@ -122,28 +106,7 @@ std::optional<double> parseDouble(std::string_view text);
 // Reads a whole file ("-" is standard input). nullopt with errno set on failure.
 std::optional<std::string> readFile(const std::string& path);
 
-// Older streaming JSON writer, kept for the subcommands not yet on JsonValue.
-// Minimal streaming JSON writer: objects, arrays, strings (escaped), numbers, booleans.
-class Json {
- public:
-  Json& beginObject(std::string_view key = {});
-  Json& endObject();
-  Json& beginArray(std::string_view key = {});
-  Json& endArray();
-  Json& str(std::string_view key, std::string_view value);
-  Json& num(std::string_view key, int64_t value);
-  Json& num(std::string_view key, double value);
-  Json& boolean(std::string_view key, bool value);
-  Json& null(std::string_view key);
-  // Array elements: call with an empty key.
-  const std::string& text() const { return out_; }
-
- private:
-  void separator(std::string_view key);
-  std::string& quoted(std::string_view text);
-  std::string out_;
-  std::vector<bool> first_{true};
-};
+// The body of a JSON string for text (quotes, backslashes and control characters escaped).
 std::string jsonEscape(std::string_view text);
 
 // A one-line progress bar on stderr, shown only when stderr is a terminal.

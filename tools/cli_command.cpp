@@ -15,7 +15,7 @@ class HelpFormatter : public CLI::Formatter {
 }  // namespace
 
 Command::Command(const char* name, const std::string& description, const std::string& footer)
-    : name_(name), app_(std::make_unique<CLI::App>(description, std::string("quorvane ") + name)) {
+    : name_(name), app_(std::make_unique<CLI::App>(description, std::string("quorvane ") + name)), footer_(footer) {
   app_->footer(footer);
   auto formatter = std::make_shared<HelpFormatter>();
   formatter->column_width(26);
@@ -55,6 +55,11 @@ Command& Command::flag(const std::string& names, const std::string& help) {
 
 Command& Command::forceFlag() { return flag("-y,--force", "overwrite an existing output file"); }
 
+Command& Command::usageText(const char* text) {
+  usageText_ = text;
+  return *this;
+}
+
 Command& Command::positionals(const std::string& name, const std::string& help) {
   app_->add_option(name, positional_, help)->type_name("");
   return *this;
@@ -74,7 +79,12 @@ std::optional<int> Command::parse(int argc, char** argv) {
   return std::nullopt;
 }
 
-std::string Command::help() const { return app_->help(); }
+std::string Command::help() const {
+  if (!usageText_) return app_->help();
+  std::string text = usageText_;
+  if (!footer_.empty()) text += (text.empty() || text.back() == '\n' ? "" : "\n") + footer_;
+  return text;
+}
 
 bool Command::has(std::string_view name) const {
   const std::string k(name);

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane adts FILE [--json] [--track N]\n\n"
     "Lists the ADTS frame headers of an AAC stream (ISO/IEC 13818-7): offset, frame length,\n"
     "profile, sampling rate, channels, and prints the AudioSpecificConfig an MP4 file would carry\n"
@@ -20,8 +20,11 @@ constexpr const char* kUsage =
     "a container whose AAC track carries ADTS headers (MPEG-TS); an MP4, MOV or Matroska AAC\n"
     "track has none, and is refused with the AudioSpecificConfig of its sample description.\n"
     "Stops with an error at the first byte that does not start a header or a frame that runs\n"
-    "past the end of the file.\n"
-    "  --track N  the AAC track of a container (as ffprobe numbers them)\n";
+    "past the end of the file.";
+constexpr const char* kFooter =
+    "--json shape: {\"file\", \"frames\": [{\"offset\", \"length\", \"profile\": \"Main\"|\"LC\"|\"SSR\"|\"LTP\",\n"
+    "  \"sampleRate\", \"channels\", \"protectionAbsent\", \"rawDataBlocks\"}], \"audioSpecificConfig\": HEX}\n"
+    "Example: quorvane adts audio.aac --json\n";
 
 constexpr uint32_t kSyncword = 0xFFF;
 constexpr uint32_t kHeaderBytes = 7;
@@ -49,12 +52,11 @@ std::string audioSpecificConfigHex(const ADTS_HEADER& h) {
 }  // namespace
 
 int cmdAdts(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {media::kTrackOption}, {"json"})) return cli::fail("adts", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("adts", kAbout, kFooter);
+  args.option("--track", "the AAC track N of a container (as ffprobe numbers them)")
+      .flag("--json", "print one JSON object (shape below)")
+      .positionals("FILE", "the ADTS stream or container, or - for standard input");
+  if (auto exit = args.parse(argc, argv)) return *exit;
   if (args.positional().size() != 1) return cli::fail("adts", "give one AAC file (see quorvane adts --help)");
   const std::string path = args.positional()[0];
   int track = -1;
@@ -68,8 +70,7 @@ int cmdAdts(int argc, char** argv) {
   if (!input) return cli::failWith(cli::kFailed, "adts", "%s", error.c_str());
 
   const bool json = args.has("json");
-  cli::Json out;
-  if (json) out.beginObject().str("file", path).beginArray("frames");
+  cli::JsonValue out{{"file", path}, {"frames", cli::JsonValue::array()}};
   ADTS_HEADER first{};
   size_t frames = 0;
   std::vector<uint8_t> chunk;
@@ -97,15 +98,13 @@ int cmdAdts(int argc, char** argv) {
       const uint32_t rate = klxutilAACFrequency(h.sampling_frequency_index);
       if (!frames) first = h;
       if (json) {
-        out.beginObject()
-            .num("offset", int64_t(at))
-            .num("length", int64_t(h.aac_frame_length))
-            .str("profile", profileName(h.profile))
-            .num("sampleRate", int64_t(rate))
-            .num("channels", int64_t(h.channel_configuration))
-            .boolean("protectionAbsent", h.protection_absent == 1)
-            .num("rawDataBlocks", int64_t(h.number_of_raw_data_blocks_in_frame + 1))
-            .endObject();
+        out["frames"].push_back({{"offset", at},
+                                 {"length", h.aac_frame_length},
+                                 {"profile", profileName(h.profile)},
+                                 {"sampleRate", rate},
+                                 {"channels", h.channel_configuration},
+                                 {"protectionAbsent", h.protection_absent == 1},
+                                 {"rawDataBlocks", h.number_of_raw_data_blocks_in_frame + 1}});
       } else {
         std::printf("%8llu  length %5u  %s  %6u Hz  %u ch%s\n", static_cast<unsigned long long>(at), h.aac_frame_length,
                     profileName(h.profile), rate, h.channel_configuration, h.protection_absent == 1 ? "" : "  crc");
@@ -118,8 +117,8 @@ int cmdAdts(int argc, char** argv) {
   if (!frames) return cli::failWith(cli::kFailed, "adts", "%s: empty file", path.c_str());
   const std::string asc = audioSpecificConfigHex(first);
   if (json) {
-    out.endArray().str("audioSpecificConfig", asc).endObject();
-    std::printf("%s\n", out.text().c_str());
+    out["audioSpecificConfig"] = asc;
+    cli::printJson(out);
   } else {
     std::printf("%zu frames; AudioSpecificConfig %s\n", frames, asc.c_str());
   }

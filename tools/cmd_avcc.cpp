@@ -14,27 +14,29 @@
 
 namespace {
 
-constexpr const char* kUsage =
-    "usage: quorvane avcc FILE -o avcC.bin [-y] [--json]\n"
+constexpr const char* kAbout =
+    "usage: quorvane avcc FILE -o avcC.bin [-y] [--json] [--track N]\n"
     "       quorvane avcc --read avcC.bin [--json]\n\n"
     "Builds the AVCDecoderConfigurationRecord (ISO/IEC 14496-15 5.3.3.1) of an H.264 elementary\n"
     "stream from its distinct SPS and PPS units and writes it as an avcC box (size, type,\n"
     "record). With --read, prints the fields and the parameter sets of an avcC box (or of a\n"
-    "bare record).\n\n"
-    "  -o, --output FILE   where to write the box\n"
-    "  -y, --force         overwrite an existing output file\n"
-    "  --read FILE         print a box instead\n"
-    "  --json              JSON output\n";
+    "bare record).";
+constexpr const char* kFooter =
+    "--json shape (writing): {\"file\", \"output\", \"bytes\"}\n"
+    "--json shape (--read):  {\"file\", \"record\": {FIELD: N}, \"summary\" (as params),\n"
+    "  \"sps\", \"pps\": [{\"name\": syntax element, \"value\": N}]}\n"
+    "FIELD: the record's field names of ISO/IEC 14496-15 (AVCProfileIndication, chroma_format...).\n"
+    "Example: quorvane avcc clip.mp4 -o avcC.bin\n";
 
 struct Field {
   const char* name;
   int64_t value;
 };
 
-void printFields(const std::vector<Field>& fields, FILE* out, cli::Json* json) {
+void printFields(const std::vector<Field>& fields, FILE* out, cli::JsonValue* json) {
   for (const auto& f : fields) {
     if (json)
-      json->num(f.name, f.value);
+      (*json)[f.name] = f.value;
     else
       std::fprintf(out, "  %s = %lld\n", f.name, static_cast<long long>(f.value));
   }
@@ -66,18 +68,13 @@ int readBox(const std::string& path, bool asJson) {
   avcc_free(avcc);
   if (rc != 0) return cli::failWith(cli::kFailed, "avcc", "%s is not a readable avcC record", path.c_str());
   if (asJson) {
-    cli::Json json;
-    json.beginObject().str("file", path).beginObject("record");
-    printFields(fields, nullptr, &json);
-    json.endObject();
-    params::summaryJson(json, params::summarize(*d.avcSps));
-    for (const char* kind : {"SPS", "PPS"}) {
-      json.beginArray(std::string(kind) == "SPS" ? "sps" : "pps");
-      params::listJson(json, StreamCodec::kH264, kind, d);
-      json.endArray();
-    }
-    json.endObject();
-    std::printf("%s\n", json.text().c_str());
+    cli::JsonValue record = cli::JsonValue::object();
+    printFields(fields, nullptr, &record);
+    cli::printJson({{"file", path},
+                    {"record", std::move(record)},
+                    {"summary", params::summaryJson(params::summarize(*d.avcSps))},
+                    {"sps", params::listJson(StreamCodec::kH264, "SPS", d)},
+                    {"pps", params::listJson(StreamCodec::kH264, "PPS", d)}});
     return cli::kOk;
   }
   std::printf("%s: avcC, %zu bytes\n", path.c_str(), text->size());
@@ -90,7 +87,7 @@ int readBox(const std::string& path, bool asJson) {
   return cli::kOk;
 }
 
-int writeBox(const std::string& path, const std::string& output, const cli::Args& args, bool force, bool asJson) {
+int writeBox(const std::string& path, const std::string& output, const cli::Command& args, bool force, bool asJson) {
   std::error_code ec;
   if (std::filesystem::exists(output, ec)) {
     if (std::filesystem::equivalent(path, output, ec)) return cli::fail("avcc", "the output must not be the stream");
@@ -124,9 +121,7 @@ int writeBox(const std::string& path, const std::string& output, const cli::Args
   if (!file.write(reinterpret_cast<const char*>(box.data()), static_cast<std::streamsize>(box.size())) || !file.flush())
     return cli::failWith(cli::kFailed, "avcc", "cannot write %s", output.c_str());
   if (asJson) {
-    cli::Json json;
-    json.beginObject().str("file", path).str("output", output).num("bytes", int64_t{total}).endObject();
-    std::printf("%s\n", json.text().c_str());
+    cli::printJson({{"file", path}, {"output", output}, {"bytes", total}});
   } else {
     std::printf("%s: wrote %u-byte avcC box\n", output.c_str(), total);
   }
@@ -136,18 +131,14 @@ int writeBox(const std::string& path, const std::string& output, const cli::Args
 }  // namespace
 
 int cmdAvcc(int argc, char** argv) {
-  cli::Args args;
-  std::vector<char*> rewritten(argv, argv + argc);
-  for (auto& a : rewritten) {
-    if (!std::strcmp(a, "-o")) a = const_cast<char*>("--output");
-    if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
-  }
-  if (!args.parse(argc, rewritten.data(), {"output", "read", media::kTrackOption}, {"json", "force"}))
-    return cli::fail("avcc", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("avcc", kAbout, kFooter);
+  args.option("-o,--output", "where to write the avcC box (an existing file only with -y)")
+      .option("--read", "print the avcC box FILE instead")
+      .forceFlag()
+      .flag("--json", "print one JSON object (shapes below)")
+      .positionals("FILE", "the H.264 stream or container");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const bool asJson = args.has("json");
   if (auto box = args.get("read")) {
     if (!args.positional().empty() || args.has("output")) return cli::fail("avcc", "--read takes no other file (see --help)");

@@ -51,21 +51,11 @@ bool endsWith(const std::string& s, const char* tail) {
 }  // namespace
 
 int cmdCaptions(int argc, char** argv) {
-  // -o and -y are read as --output and --force.
-  std::vector<std::string> words(argv, argv + argc);
-  std::vector<char*> argvLong;
-  for (auto& w : words) {
-    if (w == "-o") w = "--output";
-    if (w == "-y") w = "--force";
-    argvLong.push_back(w.data());
-  }
-  cli::Args args;
-  if (!args.parse(int(argvLong.size()), argvLong.data(), {"output", "format", "channel", media::kTrackOption}, {"json", "force"}))
-    return cli::fail("captions", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("captions", "");
+  args.usageText(kUsage).option("-o,--output", "").option("--format", "").option("--channel", "").forceFlag();
+  media::addTrackOption(args);
+  args.flag("--json", "").positionals("ARGS", "");
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const auto& pos = args.positional();
   if (pos.size() != 2 || pos[0] != "extract") return cli::fail("captions", "usage: quorvane captions extract IN -o OUT (see --help)");
   const std::string inPath = pos[1];
@@ -101,19 +91,16 @@ int cmdCaptions(int argc, char** argv) {
   const std::vector<captions::Cue>& cues = e.cues;
   if (args.has("json")) {
     static constexpr const char* kCodecs[] = {"h264", "hevc", "mpeg2", "unknown"};
-    cli::Json j;
-    j.beginObject().str("file", inPath).str("codec", kCodecs[int(e.codec)]).num("channel", int64_t(*channel));
-    j.num("pairs", int64_t(e.pairs)).beginArray("cues");
+    cli::JsonValue j{{"file", inPath}, {"codec", kCodecs[int(e.codec)]}, {"channel", *channel}, {"pairs", e.pairs},
+                     {"cues", cli::JsonValue::array()}};
     for (const auto& c : cues) {
-      const uint32_t timecode = c.startTimecode;
-      j.beginObject().num("startFrame", int64_t(c.startFrame)).num("endFrame", int64_t(c.endFrame));
-      j.num("startMs", int64_t(std::llround(c.startFrame * 1000.0 / e.pictureRate)));
-      j.num("endMs", int64_t(std::llround(c.endFrame * 1000.0 / e.pictureRate)));
-      j.str("startTimecode", timecodeText(timecode, e.tcType)).str("text", c.text).endObject();
+      j["cues"].push_back({{"startFrame", c.startFrame}, {"endFrame", c.endFrame},
+                           {"startMs", std::llround(c.startFrame * 1000.0 / e.pictureRate)},
+                           {"endMs", std::llround(c.endFrame * 1000.0 / e.pictureRate)},
+                           {"startTimecode", timecodeText(c.startTimecode, e.tcType)}, {"text", c.text}});
     }
-    j.endArray().endObject();
     if (output && *output == "-") std::fputc('\n', stdout);
-    std::printf("%s\n", j.text().c_str());
+    cli::printJson(j);
   } else if (output && *output != "-") {
     std::printf("%s: %zu caption pairs on CC%u, %zu cues -> %s\n", inPath.c_str(), e.pairs, *channel, e.cueCount,
                 output->c_str());

@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane hdr IN OUT [--master-display G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)]\n"
     "                    [--max-cll MaxCLL,MaxFALL] [--atc TRANSFER] [--colour P,T,M]\n"
     "                    [--range limited|full] [--chroma-loc N] [--track N] [-y] [--length-prefixed]\n"
@@ -27,23 +27,15 @@ constexpr const char* kUsage =
     "Writes OUT: IN with HDR metadata set. IN is an H.264 or HEVC elementary stream or a container\n"
     "(MP4, MOV, Matroska/WebM, MPEG-TS, MXF); OUT is of its kind (or the container kind its\n"
     "extension names), every other track copied unchanged, the avcC/hvcC SPS rewritten too.\n"
-    "  --track N           the video track of a container (as ffprobe numbers them)\n"
-    "  --master-display S  mastering display colour volume (SMPTE ST 2086) in the notation of\n"
-    "                      x265: chromaticities in 0.00002 units (G, B, R, white point),\n"
-    "                      luminance in 0.0001 cd/m2, e.g.\n"
-    "                      'G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)'\n"
-    "  --max-cll C,F       content light level (CTA-861.3): MaxCLL and MaxFALL in cd/m2\n"
-    "  --atc TRANSFER      alternative transfer characteristics SEI (e.g. hlg or 18)\n"
-    "  --colour P,T,M      colour primaries, transfer characteristics and matrix of every SPS,\n"
-    "                      by name or number (e.g. bt2020,pq,bt2020nc or 9,16,9)\n"
-    "  --range R           limited or full (video_full_range_flag)\n"
-    "  --chroma-loc N      chroma sample location type 0..5 (both fields)\n"
-    "  -y, --force         overwrite an existing OUT\n"
-    "  --length-prefixed   edit each access unit in 4-byte length-prefixed framing, as MP4\n"
-    "                      hosts hold it (an elementary-stream OUT keeps the framing of IN)\n"
-    "  --json              print a summary as JSON\n"
     "The SEI messages go into every access unit with an SPS or an IRAP/IDR picture, in front of\n"
-    "its first slice, replacing the messages of the same kind already there. OUT is never IN.\n";
+    "its first slice, replacing the messages of the same kind already there. OUT is never IN.";
+constexpr const char* kFooter =
+    "--master-display is in the notation of x265: chromaticities in 0.00002 units (G, B, R,\n"
+    "  white point), luminance in 0.0001 cd/m2, e.g.\n"
+    "  'G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)'\n"
+    "--json shape: {\"codec\": \"h264\"|\"hevc\", \"output\": OUT's kind, \"accessUnits\", \"spsRewritten\",\n"
+    "  \"bytesIn\", \"bytesOut\"}\n"
+    "Example: quorvane hdr in.hevc out.hevc --max-cll 1000,400 --colour bt2020,pq,bt2020nc\n";
 
 bool sameFile(const std::string& a, const std::string& b) {
   std::error_code ec;
@@ -62,7 +54,7 @@ std::vector<std::string> splitComma(const std::string& text) {
 }
 
 // Fills the plan from the options; "" on success, else the message.
-std::string planFromArgs(const cli::Args& args, HdrPlan& plan) {
+std::string planFromArgs(const cli::Command& args, HdrPlan& plan) {
   using hdrinfo::ColourKind;
   if (auto md = args.get("master-display")) {
     if (klxutilParseMasteringDisplay(md->c_str(), &plan.metadata.masteringDisplay) != 0)
@@ -152,17 +144,19 @@ class HdrEditor : public media::FrameEditor {
 }  // namespace
 
 int cmdHdr(int argc, char** argv) {
-  cli::Args args;
-  std::vector<char*> rewritten(argv, argv + argc);
-  for (auto& a : rewritten)
-    if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
-  if (!args.parse(argc, rewritten.data(), {"master-display", "max-cll", "atc", "colour", "range", "chroma-loc", media::kTrackOption},
-                  {"force", "length-prefixed", "json"}))
-    return cli::fail("hdr", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("hdr", kAbout, kFooter);
+  args.option("--master-display", "mastering display colour volume (SMPTE ST 2086): G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)")
+      .option("--max-cll", "content light level (CTA-861.3): MaxCLL,MaxFALL in cd/m2")
+      .option("--atc", "alternative transfer characteristics SEI (e.g. hlg or 18)")
+      .option("--colour", "colour primaries, transfer and matrix of every SPS, by name or number (bt2020,pq,bt2020nc or 9,16,9)")
+      .option("--range", "limited or full (video_full_range_flag)")
+      .option("--chroma-loc", "chroma sample location type 0..5 (both fields)")
+      .forceFlag()
+      .flag("--length-prefixed", "edit each access unit in 4-byte length-prefixed framing, as MP4 hosts hold it (an elementary-stream OUT keeps the framing of IN)")
+      .flag("--json", "print a summary as one JSON object (shape below)")
+      .positionals("FILES", "IN and OUT");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   if (args.positional().size() != 2) return cli::fail("hdr", "give IN and OUT (see quorvane hdr --help)");
   const std::string inPath = args.positional()[0], outPath = args.positional()[1];
   HdrPlan plan;
@@ -188,11 +182,13 @@ int cmdHdr(int argc, char** argv) {
   FILE* report = result.toStdout ? stderr : stdout;
 
   if (args.has("json")) {
-    cli::Json j;
-    j.beginObject().str("codec", plan.hevc ? "hevc" : "h264").str("output", result.outKind).num("accessUnits", int64_t(accessUnits));
-    j.num("spsRewritten", int64_t(plan.spsRewrites.size())).num("bytesIn", int64_t(bytesIn)).num("bytesOut", int64_t(bytesOut));
-    j.endObject();
-    std::fprintf(report, "%s\n", j.text().c_str());
+    cli::printJson({{"codec", plan.hevc ? "hevc" : "h264"},
+                    {"output", result.outKind},
+                    {"accessUnits", accessUnits},
+                    {"spsRewritten", plan.spsRewrites.size()},
+                    {"bytesIn", bytesIn},
+                    {"bytesOut", bytesOut}},
+                   report);
   } else {
     std::fprintf(report, "%s: %llu access units, %zu SPS rewritten, %llu -> %llu bytes\n", plan.hevc ? "HEVC" : "H.264",
                 static_cast<unsigned long long>(accessUnits), plan.spsRewrites.size(), static_cast<unsigned long long>(bytesIn),

@@ -13,19 +13,22 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane hvcc FILE -o hvcC.bin [-y] [--json] [--track N]\n"
     "       quorvane hvcc --read hvcC.bin [--json]\n\n"
     "Builds the HEVCDecoderConfigurationRecord of an HEVC stream (elementary, or the video track\n"
     "of a container) from its first VPS, SPS and PPS (header derived from them) and writes it as\n"
     "an hvcC box (size, type, record). Reading stops once the parameter sets are found.\n"
     "With --read, prints the header fields and the parameter sets of an hvcC box (or of a bare\n"
-    "record without the box words).\n\n"
-    "  -o, --output FILE   where to write the box (an existing file only with -y, --force)\n"
-    "  --read FILE         print a box instead\n"
-    "  --json              JSON output\n";
+    "record without the box words).";
+constexpr const char* kFooter =
+    "--json shape (writing): {\"file\", \"output\", \"bytes\", \"header\": {FIELD: N}}\n"
+    "--json shape (--read):  {\"file\", \"header\": {FIELD: N}, \"summary\" (as params, when the record has\n"
+    "  an SPS), \"vps\", \"sps\", \"pps\": [{\"name\": syntax element, \"value\": N}]}\n"
+    "FIELD: the record's field names of ISO/IEC 14496-15 (configurationVersion, general_profile_idc...).\n"
+    "Example: quorvane hvcc clip.hevc -o hvcC.bin\n";
 
-void headerFields(const HEVC_DECODED& h, FILE* out, cli::Json* json) {
+void headerFields(const HEVC_DECODED& h, FILE* out, cli::JsonValue* json) {
   const struct {
     const char* name;
     uint64_t value;
@@ -49,15 +52,15 @@ void headerFields(const HEVC_DECODED& h, FILE* out, cli::Json* json) {
       {"lengthSizeMinusOne", h.lengthSizeMinusOne},
       {"numOfArrays", h.numOfArrays},
   };
-  if (json) json->beginObject("header");
+  cli::JsonValue header = cli::JsonValue::object();
   for (const auto& f : fields) {
     if (json)
-      json->num(f.name, static_cast<int64_t>(f.value));
+      header[f.name] = f.value;
     else
       std::fprintf(out, "  %s = 0x%llX (%llu)\n", f.name, static_cast<unsigned long long>(f.value),
                    static_cast<unsigned long long>(f.value));
   }
-  if (json) json->endObject();
+  if (json) (*json)["header"] = std::move(header);
 }
 
 int readBox(const std::string& path, bool asJson) {
@@ -82,19 +85,15 @@ int readBox(const std::string& path, bool asJson) {
   for (const auto& line : log.lines()) std::fprintf(stderr, "quorvane hvcc: reader report: %s\n", line.c_str());
   const bool haveSps = d.hevcSps->pic_width_in_luma_samples > 0;
   if (asJson) {
-    cli::Json json;
-    json.beginObject().str("file", path);
+    cli::JsonValue json{{"file", path}};
     headerFields(header, nullptr, &json);
-    if (haveSps) params::summaryJson(json, params::summarize(*d.hevcSps, d.hevcVps.get()));
+    if (haveSps) json["summary"] = params::summaryJson(params::summarize(*d.hevcSps, d.hevcVps.get()));
     for (const char* kind : {"VPS", "SPS", "PPS"}) {
       std::string key = kind;
       for (auto& c : key) c = static_cast<char>(std::tolower(c));
-      json.beginArray(key);
-      params::listJson(json, StreamCodec::kHevc, kind, d);
-      json.endArray();
+      json[key] = params::listJson(StreamCodec::kHevc, kind, d);
     }
-    json.endObject();
-    std::printf("%s\n", json.text().c_str());
+    cli::printJson(json);
     return cli::kOk;
   }
   std::printf("%s: hvcC, %zu bytes\n", path.c_str(), box.size());
@@ -107,7 +106,7 @@ int readBox(const std::string& path, bool asJson) {
   return cli::kOk;
 }
 
-int writeBox(const std::string& path, const std::string& output, const cli::Args& args, bool asJson) {
+int writeBox(const std::string& path, const std::string& output, const cli::Command& args, bool asJson) {
   int exitCode = 0;
   auto input = media::openInput("hvcc", path, args, exitCode);
   if (!input) return exitCode;
@@ -140,11 +139,9 @@ int writeBox(const std::string& path, const std::string& output, const cli::Args
   if (!file.ok() || !file.write(box.data(), box.size()) || !file.commit())
     return cli::failWith(cli::kFailed, "hvcc", "cannot write %s", output.c_str());
   if (asJson) {
-    cli::Json json;
-    json.beginObject().str("file", path).str("output", output).num("bytes", static_cast<int64_t>(n));
+    cli::JsonValue json{{"file", path}, {"output", output}, {"bytes", n}};
     headerFields(header, nullptr, &json);
-    json.endObject();
-    std::printf("%s\n", json.text().c_str());
+    cli::printJson(json);
   } else {
     std::printf("%s: wrote %u-byte hvcC box (%s)\n", output.c_str(), n,
                 params::summaryLine(params::summarize(*d.hevcSps, nullptr)).c_str());
@@ -155,18 +152,14 @@ int writeBox(const std::string& path, const std::string& output, const cli::Args
 }  // namespace
 
 int cmdHvcc(int argc, char** argv) {
-  cli::Args args;
-  // -o is read as a positional flag by the parser; accept both spellings.
-  std::vector<char*> rewritten(argv, argv + argc);
-  for (auto& a : rewritten)
-    if (!std::strcmp(a, "-o")) a = const_cast<char*>("--output");
-    else if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
-  if (!args.parse(argc, rewritten.data(), {"output", "read", media::kTrackOption}, {"json", "help", "force"}))
-    return cli::fail("hvcc", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("hvcc", kAbout, kFooter);
+  args.option("-o,--output", "where to write the hvcC box (an existing file only with -y)")
+      .option("--read", "print the hvcC box FILE instead")
+      .forceFlag()
+      .flag("--json", "print one JSON object (shapes below)")
+      .positionals("FILE", "the HEVC stream or container, or - for an elementary stream on standard input");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const bool asJson = args.has("json");
   if (auto box = args.get("read")) {
     if (!args.positional().empty() || args.has("output")) return cli::fail("hvcc", "--read takes no other file (see --help)");

@@ -14,18 +14,23 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane inspect [--json] [--track N] FILE\n\n"
     "Summarises the video of FILE: an H.264, HEVC or MPEG-2 elementary stream (start codes or\n"
     "32-bit length prefixes) or the video track of a container (MP4, MOV, Matroska/WebM,\n"
     "MPEG-TS, MXF), recognised by its content. Shows the container and track, codec, framing,\n"
     "unit and frame counts, units by type, SEI payload types, then the parameter sets with the\n"
     "signal format derived from them, and per-picture timecodes and captions in display order.\n"
-    "FILE may be '-' for an elementary stream on standard input.\n"
-    "  --track N  the video track of a container (as ffprobe numbers them)\n"
-    "  --json     print one JSON object: {\"file\", \"container\", \"track\", \"codec\", \"framing\",\n"
-    "             \"bytes\", \"units\", \"frames\", \"unitTypes\":[{\"type\",\"name\",\"count\"}],\n"
-    "             \"sei\":[{\"type\",\"count\"}], \"parameterSets\", \"pictures\":[...]}\n"
+    "FILE may be '-' for an elementary stream on standard input.";
+constexpr const char* kFooter =
+    "--json shape: {\"file\", [\"container\", \"track\"], \"codec\": \"h264\"|\"hevc\"|\"mpeg2\",\n"
+    "  \"framing\": \"annexb\"|\"length\", \"bytes\", \"units\", \"frames\",\n"
+    "  \"unitTypes\": [{\"type\", \"name\", \"count\"}], \"sei\": [{\"type\", \"count\"}],\n"
+    "  \"parameterSets\": {\"vps\", \"sps\", \"pps\", \"summary\" (as params), \"signalFormat\",\n"
+    "  \"signalFormatText\"}, \"hdr\": {\"colourDescription\", \"colourPrimaries\", ..., \"range\",\n"
+    "  [\"masteringDisplay\", \"contentLightLevel\", \"alternativeTransfer\"]} (H.264/HEVC),\n"
+    "  \"pictures\": [{\"display\", \"decode\", \"poc\"|\"temporalReference\", \"timecode\": TEXT|null,\n"
+    "  \"captions\"}] (or \"framesError\")}\n"
     "Example: quorvane inspect clip.mp4\n";
 
 struct Summary {
@@ -69,31 +74,33 @@ void printText(const std::string& path, const media::StreamInfo& info, const Sum
   }
 }
 
-void addJson(cli::Json& json, const std::string& path, const media::StreamInfo& info, const Summary& s) {
-  json.str("file", path);
-  if (!info.elementary) json.str("container", info.container).num("track", int64_t{info.track});
-  json.str("codec", units::codecName(info.codec)).str("framing", framingName(info));
-  json.num("bytes", int64_t(s.bytes)).num("units", int64_t(s.units)).num("frames", int64_t(s.frames));
-  json.beginArray("unitTypes");
-  for (const auto& [type, n] : s.typeCounts) {
-    json.beginObject().num("type", int64_t{type}).str("name", units::typeName(info.codec, type));
-    json.num("count", int64_t(n)).endObject();
+cli::JsonValue summaryJson(const std::string& path, const media::StreamInfo& info, const Summary& s) {
+  cli::JsonValue json{{"file", path}};
+  if (!info.elementary) {
+    json["container"] = info.container;
+    json["track"] = info.track;
   }
-  json.endArray().beginArray("sei");
-  for (const auto& [type, n] : s.seiCounts) json.beginObject().num("type", int64_t{type}).num("count", int64_t(n)).endObject();
-  json.endArray();
+  json["codec"] = units::codecName(info.codec);
+  json["framing"] = framingName(info);
+  json["bytes"] = s.bytes;
+  json["units"] = s.units;
+  json["frames"] = s.frames;
+  json["unitTypes"] = cli::JsonValue::array();
+  for (const auto& [type, n] : s.typeCounts)
+    json["unitTypes"].push_back({{"type", type}, {"name", units::typeName(info.codec, type)}, {"count", n}});
+  json["sei"] = cli::JsonValue::array();
+  for (const auto& [type, n] : s.seiCounts) json["sei"].push_back({{"type", type}, {"count", n}});
+  return json;
 }
 
 }  // namespace
 
 int cmdInspect(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {media::kTrackOption}, {"json", "help"}))
-    return cli::fail("inspect", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("inspect", kAbout, kFooter);
+  args.flag("--json", "print one JSON object (shape below)")
+      .positionals("FILE", "the stream or container, or - for an elementary stream on standard input");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   if (args.positional().size() != 1) return cli::fail("inspect", "expected one FILE (see quorvane inspect --help)");
   const std::string path = args.positional()[0];
   int exitCode = 0;
@@ -127,14 +134,11 @@ int cmdInspect(int argc, char** argv) {
   frames.finish();
 
   if (json) {
-    cli::Json out;
-    out.beginObject();
-    addJson(out, path, info, summary);
+    cli::JsonValue out = summaryJson(path, info, summary);
     inspectParams(sets, nullptr, &out);
     hdrinfo::inspectHdr(sets, hdr, info.codec, nullptr, &out);
     frames.print(nullptr, &out);
-    out.endObject();
-    std::printf("%s\n", out.text().c_str());
+    cli::printJson(out);
   } else {
     printText(path, info, summary);
     inspectParams(sets, stdout, nullptr);

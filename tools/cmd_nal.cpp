@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane nal [--json] [--codec h264|hevc|mpeg2] [--track N] FILE\n\n"
     "Lists the units of the video stream of FILE (H.264, HEVC NAL units or MPEG-2 start codes),\n"
     "one line each: offset of the start code or length field, unit size (without it), its\n"
@@ -19,11 +19,11 @@ constexpr const char* kUsage =
     "payload types/sizes of the SEI messages in SEI units. FILE is an elementary stream (start\n"
     "codes or 32-bit length prefixes) or a container (MP4, MOV, Matroska/WebM, MPEG-TS, MXF),\n"
     "recognised by its content; '-' reads an elementary stream from standard input. In a\n"
-    "container the offset is the packet's position plus the unit's place in the packet.\n"
-    "  --codec NAME   read an elementary stream as this codec instead of recognising it\n"
-    "  --track N      the video track of a container (as ffprobe numbers them)\n"
-    "  --json         print {\"file\", \"codec\", \"count\", \"units\":[{\"offset\", \"size\",\n"
-    "                 \"startCode\", \"type\", \"name\", \"refIdc\"|\"layer\",\"temporalId\", \"sei\"}]}\n"
+    "container the offset is the packet's position plus the unit's place in the packet.";
+constexpr const char* kFooter =
+    "--json shape: {\"file\", \"codec\": \"h264\"|\"hevc\"|\"mpeg2\", [\"container\", \"track\"], \"units\":\n"
+    "  [{\"offset\", \"size\", \"startCode\", \"type\", \"name\", \"refIdc\" (H.264) | \"layer\", \"temporalId\"\n"
+    "  (HEVC), \"sei\": [{\"type\", \"size\"}] (SEI units only)}], \"count\"}\n"
     "Example: quorvane nal clip.hevc\n";
 
 struct CodecOption {
@@ -88,13 +88,12 @@ std::vector<UnitRow> unitRows(const media::AccessUnit& au, StreamCodec codec, co
 }  // namespace
 
 int cmdNal(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {"codec", media::kTrackOption}, {"json", "help"}))
-    return cli::fail("nal", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("nal", kAbout, kFooter);
+  args.option("--codec", "h264, hevc or mpeg2: read an elementary stream as this codec instead of recognising it")
+      .flag("--json", "print one JSON object (shape below)")
+      .positionals("FILE", "the stream or container, or - for an elementary stream on standard input");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   if (args.positional().size() != 1) return cli::fail("nal", "expected one FILE (see quorvane nal --help)");
   const std::string path = args.positional()[0];
   StreamCodec forced = StreamCodec::kUnknown;
@@ -109,11 +108,13 @@ int cmdNal(int argc, char** argv) {
   const StreamCodec codec = forced != StreamCodec::kUnknown && input->info().elementary ? forced : input->info().codec;
 
   const bool json = args.has("json");
-  cli::Json out;
+  cli::JsonValue out{{"file", path}, {"codec", units::codecName(codec)}};
   if (json) {
-    out.beginObject().str("file", path).str("codec", units::codecName(codec));
-    if (!input->info().elementary) out.str("container", input->info().container).num("track", int64_t{input->info().track});
-    out.beginArray("units");
+    if (!input->info().elementary) {
+      out["container"] = input->info().container;
+      out["track"] = input->info().track;
+    }
+    out["units"] = cli::JsonValue::array();
   } else {
     const char* tail = codec == StreamCodec::kHevc ? "layer tid  sei" : codec == StreamCodec::kH264 ? "ref  sei" : "";
     std::printf("%-10s %9s %2s  %-22s %s\n", "offset", "size", "sc", "type", tail);
@@ -132,16 +133,17 @@ int cmdNal(int argc, char** argv) {
       const uint64_t offset = au.offset + row.at;
       const units::Header& h = row.h;
       if (json) {
-        out.beginObject().num("offset", int64_t(offset)).num("size", int64_t(row.size));
-        out.num("startCode", int64_t{row.prefix}).num("type", int64_t{h.type}).str("name", name);
-        if (codec == StreamCodec::kH264) out.num("refIdc", int64_t{h.refIdc});
-        if (codec == StreamCodec::kHevc) out.num("layer", int64_t{h.layer}).num("temporalId", int64_t{h.temporalId});
-        if (!seis.empty()) {
-          out.beginArray("sei");
-          for (const auto& m : seis) out.beginObject().num("type", int64_t{m.payloadType}).num("size", int64_t{m.payloadSize}).endObject();
-          out.endArray();
+        cli::JsonValue entry{{"offset", offset}, {"size", row.size}, {"startCode", row.prefix}, {"type", h.type}, {"name", name}};
+        if (codec == StreamCodec::kH264) entry["refIdc"] = h.refIdc;
+        if (codec == StreamCodec::kHevc) {
+          entry["layer"] = h.layer;
+          entry["temporalId"] = h.temporalId;
         }
-        out.endObject();
+        if (!seis.empty()) {
+          entry["sei"] = cli::JsonValue::array();
+          for (const auto& m : seis) entry["sei"].push_back({{"type", m.payloadType}, {"size", m.payloadSize}});
+        }
+        out["units"].push_back(std::move(entry));
         continue;
       }
       std::string type = std::to_string(h.type) + " " + name;
@@ -156,8 +158,8 @@ int cmdNal(int argc, char** argv) {
   if (!input->error().empty()) return cli::failWith(cli::kFailed, "nal", "%s: %s", path.c_str(), input->error().c_str());
   if (count == 0) return cli::failWith(cli::kFailed, "nal", "%s: no units found", path.c_str());
   if (json) {
-    out.endArray().num("count", int64_t(count)).endObject();
-    std::printf("%s\n", out.text().c_str());
+    out["count"] = count;
+    cli::printJson(out);
   } else {
     std::printf("%zu units, %s\n", count, units::codecName(codec));
   }

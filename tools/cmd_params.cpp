@@ -11,16 +11,20 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane params FILE [--json] [--track N]\n\n"
     "Prints the parameter sets (HEVC VPS/SPS/PPS, H.264 SPS/PPS) of an elementary stream or of the\n"
     "video track of a container (MP4, MOV, Matroska/WebM, MPEG-TS, MXF; those of an avcC/hvcC\n"
     "record first, then those in the stream up to the first picture; the rest is not read):\n"
     "a summary line (picture size, rate, profile, level, chroma format, bit depth, colour\n"
-    "description) and every syntax element of each distinct parameter set. The codec is detected.\n\n"
-    "  --json    one JSON object: codec, summary, and the elements of each set\n"
-    "  --track N the video track of a container (as ffprobe numbers them)\n"
-    "  FILE      the stream or container, or - for an elementary stream on standard input\n";
+    "description) and every syntax element of each distinct parameter set. The codec is detected.";
+constexpr const char* kFooter =
+    "--json shape: {\"file\", \"codec\": \"h264\"|\"hevc\", \"summary\": {\"codec\", \"profile\", \"level\",\n"
+    "  \"width\", \"height\", \"interlaced\", \"rate\", \"scale\", \"fps\", \"chromaFormat\", \"bitDepthLuma\",\n"
+    "  \"bitDepthChroma\", \"fullRange\", [\"colourPrimaries\", \"transferCharacteristics\",\n"
+    "  \"matrixCoefficients\"]}, \"vps\" (HEVC only), \"sps\", \"pps\": [{\"bytes\", \"valid\", \"reports\": [TEXT],\n"
+    "  \"elements\": [{\"name\": syntax element, \"value\": N}]}]}\n"
+    "Example: quorvane params clip.hevc --json\n";
 
 struct Kind {
   const char* name;  // "VPS", "SPS", "PPS"
@@ -31,13 +35,10 @@ struct Kind {
 }  // namespace
 
 int cmdParams(int argc, char** argv) {
-  cli::Args args;
-  if (!args.parse(argc, argv, {media::kTrackOption}, {"json", "help"}))
-    return cli::fail("params", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("params", kAbout, kFooter);
+  args.flag("--json", "print one JSON object (shape below)").positionals("FILE", "the stream or container, or - for an elementary stream on standard input");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   if (args.positional().size() != 1) return cli::fail("params", "expected one stream file (see --help)");
   const std::string& path = args.positional()[0];
   int exitCode = 0;
@@ -65,28 +66,24 @@ int cmdParams(int argc, char** argv) {
                                 : params::summarize(*first.avcSps);
 
   if (args.has("json")) {
-    cli::Json json;
-    json.beginObject().str("file", path).str("codec", units::codecName(sets.codec));
-    params::summaryJson(json, summary);
+    cli::JsonValue json{{"file", path}, {"codec", units::codecName(sets.codec)}, {"summary", params::summaryJson(summary)}};
     for (const Kind& k : kinds) {
       if (sets.codec == StreamCodec::kH264 && std::string(k.name) == "VPS") continue;
-      json.beginArray(k.key);
+      cli::JsonValue list = cli::JsonValue::array();
       for (const auto& unit : *k.units) {
         params::Decoded d;
         bool ok = params::decodeUnit(sets.codec, k.name, unit, d);
-        json.beginObject().num("bytes", static_cast<int64_t>(unit.size())).boolean("valid", ok);
-        json.beginArray("reports");
-        for (const auto& line : log.lines()) json.str("", params::LogCollector::trimmed(line));
-        json.endArray();
+        cli::JsonValue reports = cli::JsonValue::array();
+        for (const auto& line : log.lines()) reports.push_back(params::LogCollector::trimmed(line));
         log.clear();
-        json.beginArray("elements");
-        if (ok) params::listJson(json, sets.codec, k.name, d);
-        json.endArray().endObject();
+        list.push_back({{"bytes", unit.size()},
+                        {"valid", ok},
+                        {"reports", std::move(reports)},
+                        {"elements", ok ? params::listJson(sets.codec, k.name, d) : cli::JsonValue::array()}});
       }
-      json.endArray();
+      json[k.key] = std::move(list);
     }
-    json.endObject();
-    std::printf("%s\n", json.text().c_str());
+    cli::printJson(json);
     return cli::kOk;
   }
   std::printf("%s: %s\n%s\n", path.c_str(), units::codecName(sets.codec), params::summaryLine(summary).c_str());

@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr const char* kUsage =
+constexpr const char* kAbout =
     "usage: quorvane reframe [--to length|annexb] [--track N] [-y] [--json] IN OUT\n\n"
-    "Copies the video of IN frame by frame into OUT through the frame pipeline:\n"
+    "Copies the video of IN frame by frame into OUT through the frame pipeline.\n"
     "  --to length   elementary-stream OUT with 4-byte big-endian length prefixes, as MP4\n"
     "                samples hold them (three-byte start codes are widened)\n"
     "  --to annexb   elementary-stream OUT with 00 00 00 01 start codes\n"
@@ -23,12 +23,11 @@ constexpr const char* kUsage =
     "record's parameter sets then lead it); otherwise the container kind of IN, or the one OUT's\n"
     "extension names (.mp4 .mov .mkv .ts .mxf), with every other track copied unchanged and the\n"
     "timing kept. OUT is written beside its final name and renamed when complete.\n"
-    "  --track N     the video track of a container (as ffprobe numbers them)\n"
-    "  -y, --force   replace an existing OUT (OUT is never IN)\n"
-    "  --json        print {\"in\", \"out\", \"output\", \"to\", \"codec\", \"frames\", \"pictures\",\n"
-    "                \"inBytes\", \"outBytes\"} when done\n"
     "IN and OUT may be '-' (standard input/output; the summary then goes to stderr). A progress\n"
-    "bar is shown on a terminal.\n"
+    "bar is shown on a terminal.";
+constexpr const char* kFooter =
+    "--json shape: {\"in\", \"out\", \"output\": OUT's kind, \"to\": \"length\"|\"annexb\"|null,\n"
+    "  \"codec\": \"h264\"|\"hevc\"|\"mpeg2\", \"frames\", \"pictures\", \"inBytes\", \"outBytes\"}\n"
     "Example: quorvane reframe --to length clip.hevc clip.len\n";
 
 struct Target {
@@ -54,16 +53,13 @@ class Reframer : public media::FrameEditor {
 }  // namespace
 
 int cmdReframe(int argc, char** argv) {
-  cli::Args args;
-  std::vector<char*> rewritten(argv, argv + argc);
-  for (auto& a : rewritten)
-    if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
-  if (!args.parse(argc, rewritten.data(), {"to", media::kTrackOption}, {"json", "help", "force"}))
-    return cli::fail("reframe", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("reframe", kAbout, kFooter);
+  args.option("--to", "length or annexb: the framing of an elementary-stream OUT")
+      .forceFlag()
+      .flag("--json", "print one JSON object when done (shape below)")
+      .positionals("FILES", "the input and the output file ('-': standard input/output)");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const Target* target = nullptr;
   if (auto to = args.get("to")) {
     for (const auto& t : kTargets)
@@ -90,16 +86,16 @@ int cmdReframe(int argc, char** argv) {
 
   FILE* report = result.toStdout ? stderr : stdout;
   if (args.has("json")) {
-    cli::Json json;
-    json.beginObject().str("in", inPath).str("out", outPath).str("output", result.outKind);
-    if (target)
-      json.str("to", target->name);
-    else
-      json.null("to");
-    json.str("codec", media::codecName(input->info().codec));
-    json.num("frames", int64_t(result.accessUnits)).num("pictures", int64_t(result.pictures));
-    json.num("inBytes", int64_t(result.inBytes)).num("outBytes", int64_t(result.outBytes)).endObject();
-    std::fprintf(report, "%s\n", json.text().c_str());
+    cli::printJson({{"in", inPath},
+                    {"out", outPath},
+                    {"output", result.outKind},
+                    {"to", target ? cli::JsonValue(target->name) : cli::JsonValue()},
+                    {"codec", media::codecName(input->info().codec)},
+                    {"frames", result.accessUnits},
+                    {"pictures", result.pictures},
+                    {"inBytes", result.inBytes},
+                    {"outBytes", result.outBytes}},
+                   report);
   } else {
     std::fprintf(report, "%s: %llu frames, %llu -> %llu bytes (%s%s%s)\n", outPath.c_str(),
                  static_cast<unsigned long long>(result.accessUnits), static_cast<unsigned long long>(result.inBytes),

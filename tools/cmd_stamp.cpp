@@ -66,6 +66,10 @@ constexpr const char* kUsage =
     "display position. The summary names the rate and timecode type used, and warns about SCC\n"
     "pairs outside the stamped timecodes. OUT is never IN, and is only created once the whole\n"
     "stream is stamped.\n";
+constexpr const char* kFooter =
+    "--json shape: {\"codec\": \"h264\"|\"hevc\"|\"mpeg2\", \"output\" (H.264/HEVC), \"accessUnits\"\n"
+    "  (H.264/HEVC), \"pictures\", \"gopHeaders\" (MPEG-2), \"rate\", \"timecodeType\", \"rateSource\",\n"
+    "  \"first\", \"last\", \"captionFrames\", \"replacedTimecodes\", \"replacedCaptions\" (H.264/HEVC)}\n";
 
 }  // namespace
 
@@ -300,7 +304,7 @@ namespace {
 // then every access unit is stamped at its display position.
 class Stamper : public media::FrameEditor {
  public:
-  Stamper(const cli::Args& args, const std::string& inPath, const RateInfo* givenRate, const std::string& tcText)
+  Stamper(const cli::Command& args, const std::string& inPath, const RateInfo* givenRate, const std::string& tcText)
       : args_(args), inPath_(inPath), givenRate_(givenRate), tcText_(tcText) {}
 
   bool begin(const media::PipelineStream& stream, std::vector<media::Bytes>& parameterSets, std::string& error) override {
@@ -373,7 +377,7 @@ class Stamper : public media::FrameEditor {
   Mpeg2Groups groups;
 
  private:
-  const cli::Args& args_;
+  const cli::Command& args_;
   const std::string& inPath_;
   const RateInfo* givenRate_;
   const std::string& tcText_;
@@ -383,17 +387,11 @@ class Stamper : public media::FrameEditor {
 }  // namespace
 
 int cmdStamp(int argc, char** argv) {
-  cli::Args args;
-  std::vector<char*> rewritten(argv, argv + argc);
-  for (auto& a : rewritten)
-    if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
-  if (!args.parse(argc, rewritten.data(), {"tc", "rate", "captions", media::kTrackOption},
-                  {"fields", "length-prefixed", "keep-existing", "force", "json"}))
-    return cli::fail("stamp", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("stamp", "", kFooter);
+  args.usageText(kUsage).option("--tc", "").option("--rate", "").option("--captions", "").flag("--fields", "");
+  args.flag("--keep-existing", "").flag("--length-prefixed", "").forceFlag().flag("--json", "").positionals("FILES", "");
+  media::addTrackOption(args);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   if (args.positional().size() != 2) return cli::fail("stamp", "give IN and OUT (see quorvane stamp --help)");
   const std::string inPath = args.positional()[0], outPath = args.positional()[1];
   const auto tcText = args.get("tc");
@@ -427,15 +425,12 @@ int cmdStamp(int argc, char** argv) {
   const std::string first = timecodeText(plan.startFrame, plan.rate->tcType),
                     last = timecodeText(stamper.lastTimecode, plan.rate->tcType);
   if (args.has("json")) {
-    cli::Json j;
-    j.beginObject().str("codec", codecName).str("output", result.outKind);
-    j.num("accessUnits", int64_t(result.accessUnits)).num("pictures", int64_t(stamper.pictures));
-    j.str("rate", plan.rate->name).str("timecodeType", plan.rate->typeName).str("rateSource", plan.rateSource);
-    j.str("first", first).str("last", last).num("captionFrames", int64_t(stamper.captioned));
-    j.num("replacedTimecodes", int64_t(stamper.replacedTimecode)).num("replacedCaptions", int64_t(stamper.replacedCaptions));
-    if (plan.codec == StreamCodec::kMpeg2) j.num("gopHeaders", int64_t(stamper.gopHeaders));
-    j.endObject();
-    std::fprintf(report, "%s\n", j.text().c_str());
+    cli::JsonValue j{{"codec", codecName}, {"output", result.outKind}, {"accessUnits", result.accessUnits},
+                     {"pictures", stamper.pictures}, {"rate", plan.rate->name}, {"timecodeType", plan.rate->typeName},
+                     {"rateSource", plan.rateSource}, {"first", first}, {"last", last}, {"captionFrames", stamper.captioned},
+                     {"replacedTimecodes", stamper.replacedTimecode}, {"replacedCaptions", stamper.replacedCaptions}};
+    if (plan.codec == StreamCodec::kMpeg2) j["gopHeaders"] = stamper.gopHeaders;
+    cli::printJson(j, report);
   } else {
     std::fprintf(report, "%s: %u pictures stamped, timecode %s .. %s at %s (rate %s)",
                  stampCodecTitle(plan.codec), stamper.pictures, first.c_str(), last.c_str(),

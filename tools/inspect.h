@@ -1,7 +1,7 @@
 // Sections of `quorvane inspect`. cmd_inspect.cpp reads the input once, access unit by access
 // unit, hands each unit to the sections that collect from it, and then asks each section to add
-// its part of the report, as text on `out` or into `json` when --json is given (exactly one of
-// the two is non-null). Each section lives in its own file.
+// its part of the report, as text on `out` or as members of the `json` object when --json is
+// given (exactly one of the two is non-null). Each section lives in its own file.
 #pragma once
 #include <cstdint>
 #include <cstdio>
@@ -24,7 +24,7 @@ struct AccessUnit;
 }
 
 // Parameter sets (VPS/SPS/PPS) and the signal format derived from them.  inspect_params.cpp
-void inspectParams(const params::StreamParams& sets, FILE* out, cli::Json* json);
+void inspectParams(const params::StreamParams& sets, FILE* out, cli::JsonValue* json);
 
 // Per-picture timecodes and caption counts found in SEI/user data, in display order, from a
 // window of pictures (the library's display order).                      inspect_frames.cpp
@@ -38,7 +38,7 @@ class FrameReport {
   FrameReport& operator=(const FrameReport&) = delete;
   void add(const media::AccessUnit& au);  // in decode order
   void finish();                          // the end of the stream
-  void print(FILE* out, cli::Json* json) const;
+  void print(FILE* out, cli::JsonValue* json) const;
 
  private:
   struct Facts {

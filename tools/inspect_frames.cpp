@@ -108,26 +108,25 @@ void FrameReport::release(int32_t flush) {
   }
 }
 
-void FrameReport::print(FILE* out, cli::Json* json) const {
+void FrameReport::print(FILE* out, cli::JsonValue* json) const {
   if (codec_ != StreamCodec::kHevc && codec_ != StreamCodec::kH264 && codec_ != StreamCodec::kMpeg2) return;
   if (!error_.empty()) {
     if (out) std::fprintf(out, "frames: %s\n", error_.c_str());
-    if (json) json->str("framesError", error_);
+    if (json) (*json)["framesError"] = error_;
     return;
   }
-  if (json) json->beginArray("pictures");
+  cli::JsonValue pictures = cli::JsonValue::array();
   if (out) std::fprintf(out, "frames (display order):\n  display  decode  %s  timecode      captions\n", codec_ == StreamCodec::kMpeg2 ? "tref" : "poc");
   for (const Line& l : lines_) {
     if (json) {
-      json->beginObject().num("display", int64_t(l.display)).num("decode", int64_t(l.decode)).num(codec_ == StreamCodec::kMpeg2 ? "temporalReference" : "poc", int64_t(l.facts.poc));
-      if (l.facts.timecode.empty())
-        json->null("timecode");
-      else
-        json->str("timecode", l.facts.timecode);
-      json->num("captions", int64_t(std::max(l.facts.captions, 0))).endObject();
+      cli::JsonValue picture{{"display", l.display}, {"decode", l.decode}};
+      picture[codec_ == StreamCodec::kMpeg2 ? "temporalReference" : "poc"] = l.facts.poc;
+      picture["timecode"] = l.facts.timecode.empty() ? cli::JsonValue() : cli::JsonValue(l.facts.timecode);
+      picture["captions"] = std::max(l.facts.captions, 0);
+      pictures.push_back(std::move(picture));
     }
   }
-  if (json) json->endArray();
+  if (json) (*json)["pictures"] = std::move(pictures);
   if (out && spill_) {
     std::rewind(spill_);
     char chunk[1 << 14];

@@ -92,38 +92,35 @@ void hdrText(FILE* out, const KLX_HDR_METADATA& md) {
   if (!md.present) std::fprintf(out, "  no HDR SEI (mastering display, content light level)\n");
 }
 
-void hdrJson(cli::Json& j, const params::Summary& s, const KLX_HDR_METADATA& md) {
-  j.beginObject("hdr");
-  j.boolean("colourDescription", s.colourDescription);
-  j.num("colourPrimaries", int64_t{s.colourPrimaries}).str("colourPrimariesName", colourName(ColourKind::kPrimaries, s.colourPrimaries));
-  j.num("transferCharacteristics", int64_t{s.transferCharacteristics})
-      .str("transferCharacteristicsName", colourName(ColourKind::kTransfer, s.transferCharacteristics));
-  j.num("matrixCoefficients", int64_t{s.matrixCoefficients}).str("matrixCoefficientsName", colourName(ColourKind::kMatrix, s.matrixCoefficients));
-  j.str("range", s.fullRange ? "full" : "limited");
+cli::JsonValue hdrJson(const params::Summary& s, const KLX_HDR_METADATA& md) {
+  cli::JsonValue j{{"colourDescription", s.colourDescription},
+                   {"colourPrimaries", s.colourPrimaries},
+                   {"colourPrimariesName", colourName(ColourKind::kPrimaries, s.colourPrimaries)},
+                   {"transferCharacteristics", s.transferCharacteristics},
+                   {"transferCharacteristicsName", colourName(ColourKind::kTransfer, s.transferCharacteristics)},
+                   {"matrixCoefficients", s.matrixCoefficients},
+                   {"matrixCoefficientsName", colourName(ColourKind::kMatrix, s.matrixCoefficients)},
+                   {"range", s.fullRange ? "full" : "limited"}};
   if (md.present & KLX_HDR_HAS_MASTERING_DISPLAY) {
     const KLX_MASTERING_DISPLAY& m = md.masteringDisplay;
-    j.beginObject("masteringDisplay").beginArray("primaries");
+    cli::JsonValue primaries = cli::JsonValue::array();
     for (int c = 0; c < 3; ++c)
-      j.beginObject()
-          .str("colour", kPrimaryNames[c])
-          .num("x", m.display_primaries_x[c] * kChromaticityUnit)
-          .num("y", m.display_primaries_y[c] * kChromaticityUnit)
-          .endObject();
-    j.endArray();
-    j.beginObject("whitePoint").num("x", m.white_point_x * kChromaticityUnit).num("y", m.white_point_y * kChromaticityUnit).endObject();
-    j.num("maxLuminance", m.max_display_mastering_luminance * kLuminanceUnit)
-        .num("minLuminance", m.min_display_mastering_luminance * kLuminanceUnit)
-        .endObject();
+      primaries.push_back({{"colour", kPrimaryNames[c]},
+                           {"x", m.display_primaries_x[c] * kChromaticityUnit},
+                           {"y", m.display_primaries_y[c] * kChromaticityUnit}});
+    j["masteringDisplay"] = {{"primaries", std::move(primaries)},
+                             {"whitePoint", {{"x", m.white_point_x * kChromaticityUnit}, {"y", m.white_point_y * kChromaticityUnit}}},
+                             {"maxLuminance", m.max_display_mastering_luminance * kLuminanceUnit},
+                             {"minLuminance", m.min_display_mastering_luminance * kLuminanceUnit}};
   }
   if (md.present & KLX_HDR_HAS_CONTENT_LIGHT_LEVEL)
-    j.beginObject("contentLightLevel")
-        .num("maxCll", int64_t{md.contentLightLevel.max_content_light_level})
-        .num("maxFall", int64_t{md.contentLightLevel.max_pic_average_light_level})
-        .endObject();
-  if (md.present & KLX_HDR_HAS_ALTERNATIVE_TRANSFER)
-    j.num("alternativeTransfer", int64_t{md.preferredTransferCharacteristics})
-        .str("alternativeTransferName", colourName(ColourKind::kTransfer, md.preferredTransferCharacteristics));
-  j.endObject();
+    j["contentLightLevel"] = {{"maxCll", md.contentLightLevel.max_content_light_level},
+                              {"maxFall", md.contentLightLevel.max_pic_average_light_level}};
+  if (md.present & KLX_HDR_HAS_ALTERNATIVE_TRANSFER) {
+    j["alternativeTransfer"] = md.preferredTransferCharacteristics;
+    j["alternativeTransferName"] = colourName(ColourKind::kTransfer, md.preferredTransferCharacteristics);
+  }
+  return j;
 }
 
 }  // namespace
@@ -159,7 +156,7 @@ void addHdrSei(const uint8_t* frame, uint32_t size, bool lengthPrefixed, bool he
 }
 
 void inspectHdr(const params::StreamParams& sets, const KLX_HDR_METADATA& md, StreamCodec codec, FILE* out,
-                cli::Json* json) {
+                cli::JsonValue* json) {
   if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
   const bool hevc = codec == StreamCodec::kHevc;
   params::Summary summary;
@@ -167,7 +164,7 @@ void inspectHdr(const params::StreamParams& sets, const KLX_HDR_METADATA& md, St
   if (!sets.sps.empty() && params::decodeUnit(codec, "SPS", sets.sps.front(), d))
     summary = hevc ? params::summarize(*d.hevcSps, nullptr) : params::summarize(*d.avcSps);
   if (json) {
-    hdrJson(*json, summary, md);
+    (*json)["hdr"] = hdrJson(summary, md);
     return;
   }
   std::fprintf(out, "hdr:\n");

@@ -26,7 +26,7 @@ std::optional<int> colourCode(ColourKind kind, std::string_view name);
 // The "hdr" section: colour description of the first SPS and the first HDR SEI values found.
 // Prints nothing for other codecs. Called from the inspect report.
 void inspectHdr(const params::StreamParams& sets, const KLX_HDR_METADATA& md, StreamCodec codec, FILE* out,
-                cli::Json* json);
+                cli::JsonValue* json);
 // Merges the HDR SEI values of one access unit into `found` (values already found are kept).
 void addHdrSei(const uint8_t* frame, uint32_t size, bool lengthPrefixed, bool hevc, KLX_HDR_METADATA& found);
 

@@ -33,20 +33,18 @@ bool derive(const params::StreamParams& sets, Derived& out) {
 
 }  // namespace
 
-void inspectParams(const params::StreamParams& sets, FILE* out, cli::Json* json) {
+void inspectParams(const params::StreamParams& sets, FILE* out, cli::JsonValue* json) {
   if (sets.codec != StreamCodec::kHevc && sets.codec != StreamCodec::kH264) return;
   Derived derived;
   const bool ok = derive(sets, derived);
   if (json) {
-    json->beginObject("parameterSets")
-        .num("vps", static_cast<int64_t>(sets.vps.size()))
-        .num("sps", static_cast<int64_t>(sets.sps.size()))
-        .num("pps", static_cast<int64_t>(sets.pps.size()));
+    cli::JsonValue section{{"vps", sets.vps.size()}, {"sps", sets.sps.size()}, {"pps", sets.pps.size()}};
     if (ok) {
-      params::summaryJson(*json, derived.summary);
-      json->num("signalFormat", static_cast<int64_t>(derived.format)).str("signalFormatText", derived.text);
+      section["summary"] = params::summaryJson(derived.summary);
+      section["signalFormat"] = derived.format;
+      section["signalFormatText"] = derived.text;
     }
-    json->endObject();
+    (*json)["parameterSets"] = std::move(section);
     return;
   }
   std::fprintf(out, "parameter sets: %zu VPS, %zu SPS, %zu PPS\n", sets.vps.size(), sets.sps.size(), sets.pps.size());

@@ -58,10 +58,9 @@ struct TextLister {
 };
 
 struct JsonLister {
-  cli::Json* json;
+  cli::JsonValue elements = cli::JsonValue::array();
   static void sink(void* user, const char* name, int64_t value, int32_t) {
-    auto* self = static_cast<JsonLister*>(user);
-    self->json->beginObject().str("name", name).num("value", value).endObject();
+    static_cast<JsonLister*>(user)->elements.push_back({{"name", name}, {"value", value}});
   }
 };
 
@@ -215,30 +214,26 @@ std::string summaryLine(const Summary& s) {
   return line;
 }
 
-void summaryJson(cli::Json& json, const Summary& s) {
-  json.beginObject("summary")
-      .str("codec", std::string_view(s.codec) == "HEVC" ? "hevc" : "h264")  // the command's codec names in JSON
-      .str("profile", s.profile)
-      .str("level", s.level)
-      .num("width", int64_t{s.width})
-      .num("height", int64_t{s.height})
-      .boolean("interlaced", s.interlaced)
-      .num("rate", int64_t{s.rate})
-      .num("scale", int64_t{s.scale});
-  if (s.rate && s.scale)
-    json.num("fps", double(s.rate) / s.scale);
-  else
-    json.null("fps");
-  json.str("chromaFormat", kChromaNames[s.chromaFormat])
-      .num("bitDepthLuma", int64_t{s.bitDepthLuma})
-      .num("bitDepthChroma", int64_t{s.bitDepthChroma})
-      .boolean("fullRange", s.fullRange);
+cli::JsonValue summaryJson(const Summary& s) {
+  cli::JsonValue out{{"codec", std::string_view(s.codec) == "HEVC" ? "hevc" : "h264"},  // the command's codec names
+                     {"profile", s.profile},
+                     {"level", s.level},
+                     {"width", s.width},
+                     {"height", s.height},
+                     {"interlaced", s.interlaced},
+                     {"rate", s.rate},
+                     {"scale", s.scale}};
+  out["fps"] = s.rate && s.scale ? cli::JsonValue(double(s.rate) / s.scale) : cli::JsonValue();
+  out["chromaFormat"] = kChromaNames[s.chromaFormat];
+  out["bitDepthLuma"] = s.bitDepthLuma;
+  out["bitDepthChroma"] = s.bitDepthChroma;
+  out["fullRange"] = s.fullRange;
   if (s.colourDescription) {
-    json.num("colourPrimaries", int64_t{s.colourPrimaries})
-        .num("transferCharacteristics", int64_t{s.transferCharacteristics})
-        .num("matrixCoefficients", int64_t{s.matrixCoefficients});
+    out["colourPrimaries"] = s.colourPrimaries;
+    out["transferCharacteristics"] = s.transferCharacteristics;
+    out["matrixCoefficients"] = s.matrixCoefficients;
   }
-  json.endObject();
+  return out;
 }
 
 bool decodeUnit(StreamCodec codec, const char* kind, const Bytes& unit, Decoded& d) {
@@ -269,9 +264,10 @@ void listText(FILE* out, StreamCodec codec, const char* kind, const Decoded& d, 
   list(codec, kind, d, &TextLister::sink, &lister);
 }
 
-void listJson(cli::Json& json, StreamCodec codec, const char* kind, const Decoded& d) {
-  JsonLister lister{&json};
+cli::JsonValue listJson(StreamCodec codec, const char* kind, const Decoded& d) {
+  JsonLister lister;
   list(codec, kind, d, &JsonLister::sink, &lister);
+  return lister.elements;
 }
 
 }  // namespace params

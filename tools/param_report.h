@@ -69,7 +69,8 @@ struct Summary {
 Summary summarize(const HEVC_SPS_DECODED& sps, const HEVC_VPS_DECODED* vps);
 Summary summarize(const SPS_DECODED& sps);
 std::string summaryLine(const Summary& s);
-void summaryJson(cli::Json& json, const Summary& s);
+// The summary as a JSON object (camelCase keys, codec "h264"/"hevc").
+cli::JsonValue summaryJson(const Summary& s);
 
 // Decoded records of one stream's first VPS/SPS/PPS (HEVC) or SPS/PPS (H.264).
 struct Decoded {
@@ -83,8 +84,9 @@ struct Decoded {
 // reader rejects it.
 bool decodeUnit(StreamCodec codec, const char* kind, const Bytes& unit, Decoded& out);
 
-// "name = value" lines (text) or an array of {"name", "value"} objects (JSON) of one record.
+// "name = value" lines (text) or an array of {"name", "value"} objects (JSON) of one record;
+// the names are the syntax elements of ITU-T H.264/H.265 as the standards spell them.
 void listText(FILE* out, StreamCodec codec, const char* kind, const Decoded& d, const char* indent);
-void listJson(cli::Json& json, StreamCodec codec, const char* kind, const Decoded& d);
+cli::JsonValue listJson(StreamCodec codec, const char* kind, const Decoded& d);
 
 }  // namespace params

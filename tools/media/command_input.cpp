@@ -3,9 +3,13 @@
 
 namespace media {
 
-std::unique_ptr<Input> openInput(const char* command, const std::string& path, const cli::Args& args, int& exitCode) {
+void addTrackOption(cli::Command& command) {
+  command.option(std::string("--") + kTrackOption, "the video track N of a container (as ffprobe numbers them)");
+}
+
+std::unique_ptr<Input> openInput(const char* command, const std::string& path, const std::optional<std::string>& track, int& exitCode) {
   OpenOptions options;
-  if (auto track = args.get(kTrackOption)) {
+  if (track) {
     auto n = cli::parseU32(*track);
     if (!n || *n > 0xFFFF) {
       exitCode = cli::fail(command, "--track takes a track number as ffprobe counts them, not '%s'", track->c_str());

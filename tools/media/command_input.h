@@ -1,6 +1,7 @@
 // Opening a command's input: the --track option, the one-line refusal, the progress bar.
 #pragma once
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "cli.h"
@@ -8,12 +9,18 @@
 
 namespace media {
 
-// The option names every stream command adds to its parser.
+// The option every stream command adds to its parser: addTrackOption(command).
 inline constexpr const char* kTrackOption = "track";
+void addTrackOption(cli::Command& command);
 
 // Opens `path` for `command`. On failure prints "quorvane <command>: <message>" and returns
 // null with `exitCode` set (kUsage for a bad --track value, kFailed otherwise).
-std::unique_ptr<Input> openInput(const char* command, const std::string& path, const cli::Args& args, int& exitCode);
+// `track` is the --track value given, if any.
+std::unique_ptr<Input> openInput(const char* command, const std::string& path, const std::optional<std::string>& track,
+                                 int& exitCode);
+inline std::unique_ptr<Input> openInput(const char* command, const std::string& path, const cli::Command& args, int& exitCode) {
+  return openInput(command, path, args.get(kTrackOption), exitCode);
+}
 
 // A progress bar over the input's bytes (shown only when stderr is a terminal and the size is
 // known); ended with a newline when it goes out of scope.

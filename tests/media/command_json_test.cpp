@@ -1,0 +1,164 @@
+// Every stream command's --json output read by a standard JSON parser over real x264/x265
+// streams, and every stream command's refusal of bad input: non-zero exit, one line
+// "quorvane <cmd>: ..." on stderr, and under --json an {"error", "command", "exitCode"} object.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+#include <set>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "support/test_support.h"
+
+namespace {
+
+using nlohmann::json;
+
+// Keys of our own are camelCase; the values of these keys are records whose keys are the field
+// names of ISO/IEC 14496-15 (data, spelt as the standard spells them).
+const std::set<std::string> kStandardFieldRecords = {"header", "record"};
+// Keys that hold lists: always arrays, even with one or no entry (where the same name is a
+// count, e.g. "frames" of reframe, it is a number).
+const std::set<std::string> kListKeys = {"units", "frames", "vps", "sps", "pps", "cues", "pictures",
+                                         "unitTypes", "sei", "reports", "elements", "primaries"};
+
+void checkConventions(const json& value, const std::string& where) {
+  static const std::regex camel("[a-z][A-Za-z0-9]*");
+  if (value.is_array()) {
+    for (const auto& item : value) checkConventions(item, where + "[]");
+    return;
+  }
+  if (!value.is_object()) return;
+  for (const auto& [key, member] : value.items()) {
+    EXPECT_TRUE(std::regex_match(key, camel)) << where << "." << key << " is not camelCase";
+    if (kListKeys.count(key) && !member.is_number_unsigned()) {
+      EXPECT_TRUE(member.is_array()) << where << "." << key << " is not an array";
+    }
+    if (key == "codec") {
+      EXPECT_TRUE(member == "h264" || member == "hevc" || member == "mpeg2") << where << ".codec = " << member;
+    }
+    if (!kStandardFieldRecords.count(key)) checkConventions(member, where + "." + key);
+  }
+}
+
+std::string expand(std::string text, const std::vector<std::pair<std::string, std::string>>& names) {
+  for (const auto& [name, value] : names)
+    for (size_t at; (at = text.find(name)) != std::string::npos;) text.replace(at, name.size(), value);
+  return text;
+}
+
+class CommandJson : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg is needed to make the streams";
+    h264 = qtest::encodedStream("cmdjson_160x90.264",
+                                "-f lavfi -i testsrc2=size=160x90:rate=25 -frames:v 6 -c:v libx264 -bf 2 -f h264");
+    hevc = qtest::encodedStream("cmdjson_160x90.hevc",
+                                "-f lavfi -i testsrc2=size=160x90:rate=25 -frames:v 6 -c:v libx265 "
+                                "-x265-params log-level=error -f hevc");
+    ASSERT_FALSE(h264.empty());
+    ASSERT_FALSE(hevc.empty());
+    names = {{"{h264}", qtest::shellQuote(h264)},
+             {"{hevc}", qtest::shellQuote(hevc)},
+             {"{aac}", qtest::shellQuote(qtest::samplePath("aac_lc_48k_stereo.aac"))},
+             {"{m2v}", qtest::shellQuote(qtest::samplePath("mpeg2_160x90_2997.m2v"))},
+             {"{dir}", dir.path()}};
+  }
+  qtest::TempDir dir;
+  std::string h264, hevc;
+  std::vector<std::pair<std::string, std::string>> names;
+};
+
+TEST_F(CommandJson, EveryStreamCommandPrintsOneParsableObject) {
+  struct Row {
+    const char* args;
+    std::vector<const char*> keys;  // members that must be there
+  };
+  // In order: later rows read what earlier rows wrote.
+  const Row rows[] = {
+      {"params {h264}", {"file", "codec", "summary", "sps", "pps"}},
+      {"params {hevc}", {"file", "codec", "summary", "vps", "sps", "pps"}},
+      {"nal {h264}", {"file", "codec", "units", "count"}},
+      {"nal {hevc}", {"file", "codec", "units", "count"}},
+      {"inspect {h264}", {"file", "codec", "framing", "unitTypes", "sei", "parameterSets", "hdr", "pictures"}},
+      {"inspect {hevc}", {"file", "codec", "framing", "unitTypes", "sei", "parameterSets", "hdr", "pictures"}},
+      {"reframe --to length {hevc} {dir}/len.hevc", {"in", "out", "output", "to", "codec", "frames", "inBytes"}},
+      {"hvcc {hevc} -o {dir}/hvcC.bin", {"file", "output", "bytes", "header"}},
+      {"hvcc --read {dir}/hvcC.bin", {"file", "header", "summary", "vps", "sps", "pps"}},
+      {"avcc {h264} -o {dir}/avcC.bin", {"file", "output", "bytes"}},
+      {"avcc --read {dir}/avcC.bin", {"file", "record", "summary", "sps", "pps"}},
+      {"hdr {hevc} {dir}/hdr.hevc --max-cll 1000,400", {"codec", "output", "accessUnits", "spsRewritten"}},
+      {"adts {aac}", {"file", "frames", "audioSpecificConfig"}},
+      {"stamp {h264} {dir}/tc.264 --tc 01:00:00:00", {"codec", "pictures", "rate", "first", "last"}},
+      {"stamp {hevc} {dir}/tc.hevc --tc 01:00:00:00", {"codec", "pictures", "rate", "first", "last"}},
+      {"stamp {m2v} {dir}/tc.m2v --tc '01:00:00;00'", {"codec", "pictures", "gopHeaders", "first"}},
+      {"captions extract {dir}/tc.264", {"file", "codec", "channel", "pairs", "cues"}},
+  };
+  for (const Row& row : rows) {
+    const std::string args = expand(row.args, names) + " --json";
+    SCOPED_TRACE(args);
+    const auto run = qtest::runTool(args);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const json parsed = json::parse(run.out, nullptr, false);
+    ASSERT_FALSE(parsed.is_discarded()) << run.out;
+    ASSERT_TRUE(parsed.is_object());
+    for (const char* key : row.keys) EXPECT_TRUE(parsed.contains(key)) << "no \"" << key << "\"";
+    checkConventions(parsed, "");
+  }
+}
+
+TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
+  struct Row {
+    const char* command;
+    const char* args;
+    const char* says;  // part of the message
+  };
+  const Row rows[] = {
+      {"params", "", "expected one"},
+      {"params", "{dir}/missing.264", "missing.264"},
+      {"params", "{aac}", "no video"},
+      {"params", "{h264} --track x", "--track"},
+      {"nal", "{h264} --codec vp9", "unknown codec"},
+      {"nal", "{h264} --bogus", "bogus"},
+      {"inspect", "{h264} {hevc}", "expected one"},
+      {"reframe", "{h264}", "expected IN and OUT"},
+      {"reframe", "--to sideways {h264} {dir}/x.264", "--to"},
+      {"reframe", "{h264} {h264}", "is the input"},
+      {"hvcc", "{hevc}", "missing -o"},
+      {"hvcc", "{h264} -o {dir}/h.bin", "not HEVC"},
+      {"hvcc", "--read {h264}", "not a readable hvcC"},
+      {"avcc", "{hevc} -o {dir}/a.bin", "not H.264"},
+      {"avcc", "--read {dir}/missing.bin", "cannot read"},
+      {"hdr", "{hevc} {dir}/h.hevc --max-cll 5", "--max-cll"},
+      {"hdr", "{hevc}", "IN and OUT"},
+      {"adts", "{h264}", "no AAC"},
+      {"adts", "", "AAC file"},
+      {"stamp", "{h264} {dir}/s.264", "--tc"},
+      {"stamp", "{h264} {dir}/s.264 --tc 01:00:00:00 --rate 31", "unknown rate"},
+      {"stamp", "{h264} {h264} --tc 01:00:00:00", "OUT must not be IN"},
+      {"captions", "pull {h264}", "usage"},
+      {"captions", "extract {h264} --channel 9 -o -", "--channel"},
+  };
+  for (const Row& row : rows) {
+    const std::string args = std::string(row.command) + " " + expand(row.args, names);
+    SCOPED_TRACE(args);
+    const auto plain = qtest::runTool(args);
+    EXPECT_NE(plain.exitCode, 0);
+    const std::string prefix = std::string("quorvane ") + row.command + ": ";
+    EXPECT_EQ(plain.err.rfind(prefix, 0), 0u) << plain.err;
+    EXPECT_EQ(std::count(plain.err.begin(), plain.err.end(), '\n'), 1) << plain.err;
+    EXPECT_NE(plain.err.find(row.says), std::string::npos) << plain.err;
+
+    const auto asJson = qtest::runTool(args + " --json");
+    EXPECT_EQ(asJson.exitCode, plain.exitCode);
+    const json error = json::parse(asJson.out, nullptr, false);
+    ASSERT_TRUE(error.is_object()) << asJson.out;
+    EXPECT_EQ(error.value("command", ""), row.command);
+    EXPECT_EQ(error.value("exitCode", -1), plain.exitCode);
+    EXPECT_NE(error.value("error", "").find(row.says), std::string::npos) << asJson.out;
+  }
+}
+
+}  // namespace
