@@ -10,15 +10,13 @@
 #include "mediacmd/mediacmd_textform.h"
 #include "platform/zrlog.h"
 #include "platform/zrmemory.h"
+#include "platform/zrxmlguard.h"
 
 namespace {
 
 using mediacmd::NodeView;
 
 constexpr const char* kWarning = "WARNING(XMLmCmd): %s\n\r";
-// Our documents are two levels deep; TinyXML parses and frees recursively, so a hostile text
-// nested thousands deep is refused before it reaches the parser.
-constexpr int kMaxNesting = 32;
 
 // TinyXML condenses white space in plain text when it reads (leading and trailing blanks go,
 // runs collapse, and a text that is only white space once its character references are
@@ -107,40 +105,6 @@ class XmlNode final : public NodeView {
  private:
   const TiXmlElement* element_;
 };
-
-// Deepest element nesting of a text, skipping comments, CDATA, declarations and quoted values.
-int nestingDepth(const char* p) {
-  int depth = 0, deepest = 0;
-  while ((p = std::strchr(p, '<'))) {
-    if (!std::strncmp(p, "<!--", 4)) {
-      const char* end = std::strstr(p, "-->");
-      if (!end) break;
-      p = end + 3;
-    } else if (!std::strncmp(p, "<![CDATA[", 9)) {
-      const char* end = std::strstr(p, "]]>");
-      if (!end) break;
-      p = end + 3;
-    } else if (p[1] == '/') {
-      --depth;
-      ++p;
-    } else if (p[1] == '?' || p[1] == '!') {
-      ++p;
-    } else {
-      // An opening tag: find its end outside quoted attribute values.
-      const char* q = p + 1;
-      char quote = 0;
-      for (; *q && (quote || *q != '>'); ++q) {
-        if (quote && *q == quote) quote = 0;
-        else if (!quote && (*q == '"' || *q == '\'')) quote = *q;
-      }
-      bool selfClosing = *q == '>' && q[-1] == '/';
-      if (!selfClosing && ++depth > deepest) deepest = depth;
-      if (!*q) break;
-      p = q + 1;
-    }
-  }
-  return deepest;
-}
 
 int readFailed(const std::string& message, int code) {
   ErrOut("%s\n", message.c_str());
@@ -231,10 +195,9 @@ int MediaCmdFromXMLString(MEDIACMD* cmd, unsigned* tcType, const char* text) {
   initMediaCmd(cmd, 0);
   if (!text) return readFailed("Failed to parse XML: no text", -1);
   try {
-    if (nestingDepth(text) > kMaxNesting) return readFailed("Failed to parse XML: nesting too deep", -1);
     TiXmlDocument doc;
-    doc.Parse(text);
-    if (doc.Error()) return readFailed(std::string("Failed to parse XML: ") + doc.ErrorDesc(), -1);
+    if (const char* problem = zrxml::parse(text, zrxml::declaredCharset(text), &doc))
+      return readFailed(std::string("Failed to parse XML: ") + problem, -1);
     return MediaCmdFromXML(cmd, tcType, doc);
   } catch (...) {
     return readFailed("Failed to parse XML: out of memory", -1);

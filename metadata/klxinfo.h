@@ -113,7 +113,8 @@ int klxInfoWriteRegItem(ZRCFGHANDLE store, const KLXINFOREC* record, int item);
 // fromSystem: reads the system store, or seeds it from the record when "XMLDisable" does not
 // exist yet. fromUserFile: then overrides from "UserMetadata.xml" when that file exists. Result 0.
 int klxInfoReadReg(KLXINFOREC* record, int fromSystem, int fromUserFile);
-// Writes to the system store and/or to "UserMetadata.xml" (only when it exists). Result 0.
+// Writes to the system store and/or to "UserMetadata.xml" (only when it exists). Result 0, or
+// the first store error: a write that was not stored is never reported as done.
 int klxInfoWriteReg(KLXINFOREC* record, int toSystem, int toUserFile);
 
 // --- record operations (klxinfo_ops.cpp) ---

@@ -150,15 +150,16 @@ int klxInfoReadReg(KLXINFOREC* record, int fromSystem, int fromUserFile) {
 
 int klxInfoWriteReg(KLXINFOREC* record, int toSystem, int toUserFile) {
   if (!record) return 0;
-  if (toSystem) klxInfoWriteRegSet(ZR_CFG_SYSTEM, record);
+  // A write that was not stored is reported: the caller must not take the record as saved.
+  int result = 0;
+  if (toSystem) result = klxInfoWriteRegSet(ZR_CFG_SYSTEM, record);
   if (toUserFile && zrOSFileExists(KLXINFO_USER_FILE)) {
     ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
-    if (user != ZR_CFG_INVALID) {
-      klxInfoWriteRegSet(user, record);
-      zrCFGClose(user, 1);
-    }
+    const int userResult = user == ZR_CFG_INVALID ? ZR_CFG_ERROR : klxInfoWriteRegSet(user, record);
+    if (user != ZR_CFG_INVALID) zrCFGClose(user, 1);
+    if (result == 0) result = userResult;
   }
-  return 0;
+  return result;
 }
 
 }  // extern "C"

@@ -3,14 +3,18 @@
 
 #include <tinyxml.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
 #include <string_view>
 
 #include "platform/zrfile.h"
+#include "platform/zrlog.h"
 #include "platform/zrmemory.h"
 #include "platform/zrtext.h"
+#include "platform/zrxmlguard.h"
 
 namespace {
 
@@ -45,9 +49,15 @@ bool isXmlName(const char* name) {
   return true;
 }
 
+// The project file declares ISO-8859-1 and is always read as such: every byte but NUL is a
+// character, so the embedded texts come back byte for byte whatever their own encoding.
+constexpr const char* kEncoding = "ISO-8859-1";
+
 // The whole text of a file, in a ZRAlloc block the caller frees; null when the file cannot be
-// read or is empty (or too large to embed).
-char* readWholeFile(const char* path) {
+// read or is empty (or too large to embed). *hasNul tells that it was refused for a NUL byte,
+// which an XML attribute cannot carry.
+char* readWholeFile(const char* path, bool* hasNul) {
+  *hasNul = false;
   ZRHANDLE file = zrOSCreateFile(path, ZR_GENERIC_READ, ZR_FILE_SHARE_READ, ZR_OPEN_EXISTING, 0);
   if (file == ZR_INVALID_HANDLE) return nullptr;
   char* text = nullptr;
@@ -56,6 +66,10 @@ char* readWholeFile(const char* path) {
   if (size != 0 && size != 0xFFFFFFFFu && high == 0 && (text = static_cast<char*>(ZRAlloc(size_t(size) + 1)))) {
     uint32_t got = 0;
     if (!zrOSReadFile(file, text, size, &got) || got == 0) {
+      ZRFree(text);
+      text = nullptr;
+    } else if (memchr(text, '\0', got)) {
+      *hasNul = true;
       ZRFree(text);
       text = nullptr;
     } else {
@@ -75,6 +89,43 @@ void createFileWithText(const char* path, const char* text) {
   zrOSCloseFile(file);
 }
 
+// The text a project file holds for document: our declaration, then every other node.
+std::string projectText(const TiXmlDocument& document) {
+  TiXmlDocument copy;
+  copy.LinkEndChild(new TiXmlDeclaration("1.0", kEncoding, ""));
+  for (const TiXmlNode* node = document.FirstChild(); node; node = node->NextSibling()) {
+    if (node->ToDeclaration()) continue;
+    copy.LinkEndChild(node->Clone());
+  }
+  TiXmlPrinter printer;
+  printer.SetIndent("");
+  printer.SetLineBreak("\n");
+  copy.Accept(&printer);
+  return printer.Str();
+}
+
+// Null when text parses as a project file would be read and would be written back as it reads;
+// otherwise why not.
+const char* parseProject(const std::string& text, TiXmlDocument* document) {
+  if (const char* problem = zrxml::parse(text, zrxml::Charset::kLatin1, document)) return problem;
+  const std::string printed = projectText(*document);
+  TiXmlDocument again;
+  if (zrxml::parse(printed, zrxml::Charset::kLatin1, &again) != nullptr || projectText(again) != printed)
+    return "it would not read back as written";
+  return nullptr;
+}
+
+bool readFileBytes(const char* path, std::string* bytes) {
+  FILE* file = std::fopen(path, "rb");
+  if (!file) return false;
+  char chunk[16384];
+  size_t n;
+  while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes->append(chunk, n);
+  const bool ok = !std::ferror(file);
+  std::fclose(file);
+  return ok;
+}
+
 TiXmlElement* firstElement(TiXmlDocument* document, const char* name) {
   if (!document) return nullptr;
   TiXmlNode* node = document->FirstChild(name);
@@ -87,7 +138,7 @@ CZRProjectToXML::CZRProjectToXML()
     : xmlName{}, clipFile{}, edlName{}, document(nullptr), clipList(nullptr), edlList(nullptr), settings(nullptr) {
   try {
     document = new TiXmlDocument();
-    document->LinkEndChild(new TiXmlDeclaration("1.0", "", ""));
+    document->LinkEndChild(new TiXmlDeclaration("1.0", kEncoding, ""));
     clipList = static_cast<TiXmlElement*>(document->LinkEndChild(new TiXmlElement(kClipListElement)));
     edlList = static_cast<TiXmlElement*>(document->LinkEndChild(new TiXmlElement(kEdlListElement)));
     settings = static_cast<TiXmlElement*>(document->LinkEndChild(new TiXmlElement(kSettingsElement)));
@@ -152,7 +203,15 @@ bool CZRProjectToXML::load(const char* path, bool recreate) {
   setPath(edlName, nullptr);
   if (!document || !path) return false;
   try {
-    bool loaded = document->LoadFile(xmlName);
+    std::string bytes;
+    const char* problem = readFileBytes(xmlName, &bytes) ? nullptr : "it cannot be read";
+    if (!problem && bytes.find_first_not_of(" \t\r\n") == std::string::npos) problem = "it is empty";
+    if (!problem) problem = parseProject(bytes, document);
+    if (problem) {
+      document->Clear();
+      ErrOut("Project file \"%s\" is refused: %s\n", xmlName, problem);
+    }
+    const bool loaded = problem == nullptr;
     // The EDL is only looked at in a project that has a clip list.
     if (firstElement(document, kClipListElement)) {
       restoreListFile(kClipListElement, kClipNameAttribute, clipFile, recreate);
@@ -167,7 +226,15 @@ bool CZRProjectToXML::load(const char* path, bool recreate) {
 
 bool CZRProjectToXML::SaveXMLFile() {
   if (!document || !xmlName[0]) return false;
-  return document->SaveFile(xmlName);
+  try {
+    const std::string text = projectText(*document);
+    FILE* file = std::fopen(xmlName, "wb");
+    if (!file) return false;
+    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    return std::fclose(file) == 0 && written;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 int CZRProjectToXML::SetXMLName(const char* path) {
@@ -185,9 +252,14 @@ int CZRProjectToXML::setListFile(TiXmlElement* list, const char* nameAttribute, 
   try {
     list->SetAttribute(nameAttribute, buffer);
     list->RemoveAttribute(kDataAttribute);
-    if (char* text = readWholeFile(path)) {
+    bool hasNul = false;
+    if (char* text = readWholeFile(path, &hasNul)) {
       list->SetAttribute(kDataAttribute, text);
       ZRFree(text);
+    }
+    if (hasNul) {
+      ErrOut("\"%s\" holds a NUL byte, which a project file cannot carry\n", path);
+      return -1;
     }
   } catch (const std::bad_alloc&) {
     return -1;

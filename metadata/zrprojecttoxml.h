@@ -2,7 +2,7 @@
 // XML. The project carries the whole text of both files, so a project moved to another
 // directory recreates them next to itself when they are missing there.
 //
-//   <?xml version="1.0" ?>
+//   <?xml version="1.0" encoding="ISO-8859-1" ?>
 //   <ClipList FileName="/path/clips.txt" Data="...text of clips.txt..." />
 //   <EdlList EdlName="/path/cut.edl" Data="...text of cut.edl..." />
 //   <Settings Volume="11" Mode="fast" />
@@ -23,7 +23,9 @@ class CZRProjectToXML {
 
   // Loads the project at path. A clip or EDL file that exists neither at its stored path nor
   // (under its own name) next to the project is created there from the project's copy of its
-  // text; an existing file is never overwritten. Returns the XML load result.
+  // text; an existing file is never overwritten. Returns the XML load result: false, with a
+  // log line, for a file that cannot be read, is empty, is not well-formed, nests deeper than
+  // the XML gate allows, or would not be written back as it reads.
   bool LoadXMLFile(const char* path);
   // Loads the project at path for reading only: names are resolved as LoadXMLFile resolves them
   // (a missing file is looked for next to the project), but nothing is written to disk.
@@ -40,7 +42,8 @@ class CZRProjectToXML {
   int SetXMLName(const char* path);
   int GetXMLName(char* out);
   int GetXMLName(char* out, size_t outSize);
-  // Records the clip list file and takes a copy of its text (when it can be read).
+  // Records the clip list file and takes a copy of its text (when it can be read). A file
+  // holding a NUL byte cannot be carried: its name is recorded without text and the result is -1.
   int SetClipFile(const char* path);
   int GetClipFile(char* out);
   int GetClipFile(char* out, size_t outSize);

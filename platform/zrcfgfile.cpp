@@ -19,6 +19,7 @@
 
 #include "platform/zrcfg.h"
 #include "platform/zrlog.h"
+#include "platform/zrxmlguard.h"
 
 namespace zrcfg {
 namespace {
@@ -194,14 +195,18 @@ StoreFile::StoreFile(std::string path, bool createParent) : path_(std::move(path
 
 const char* parseStore(const std::string& bytes, TiXmlDocument* parsed, int* line) {
   *line = 0;
-  if (bytes.find('\0') != std::string::npos) return "it holds a NUL byte";
-  parsed->Parse(bytes.c_str(), nullptr, TIXML_ENCODING_UTF8);
-  if (parsed->Error()) {
+  if (const char* problem = zrxml::parse(bytes, zrxml::Charset::kUtf8, parsed)) {
     *line = parsed->ErrorRow();
-    return parsed->ErrorDesc();
+    return problem;
   }
   const TiXmlElement* root = parsed->RootElement();
   if (root == nullptr || std::strcmp(root->Value(), kRootElement) != 0) return "its root element is not QuorvaneConfig";
+  // A file whose values would change on their way back through a write is as good as corrupt:
+  // taking it as it is would refuse every later write of the store.
+  const std::string printed = printStore(*parsed);
+  TiXmlDocument again;
+  if (zrxml::parse(printed, zrxml::Charset::kUtf8, &again) != nullptr || printStore(again) != printed)
+    return "it would not read back as written";
   return nullptr;
 }
 
@@ -350,8 +355,7 @@ int StoreFile::transact(const std::function<int(TiXmlDocument&)>& edits) {
   if (!corrupt_ && text == bytes_) return ZR_CFG_OK;  // nothing changed: no write
   // Never write a file that would not read back as written.
   TiXmlDocument check;
-  check.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
-  if (check.Error() || printStore(check) != text) {
+  if (zrxml::parse(text, zrxml::Charset::kUtf8, &check) != nullptr || printStore(check) != text) {
     ErrOut("Configuration store \"%s\": the change cannot be stored faithfully and is refused\n", path_.c_str());
     return ZR_CFG_ERROR;
   }

@@ -112,9 +112,20 @@ std::optional<std::string> readFile(const std::string& path) {
     ss << std::cin.rdbuf();
     return ss.str();
   }
+  std::error_code ec;
+  // A directory opens as a stream on some systems and then throws on the first read.
+  if (std::filesystem::is_directory(path, ec)) {
+    errno = EISDIR;
+    return std::nullopt;
+  }
   std::ifstream in(path, std::ios::binary);
   if (!in) return std::nullopt;
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  try {
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  } catch (const std::exception&) {
+    if (errno == 0) errno = EIO;
+    return std::nullopt;
+  }
 }
 
 std::string jsonEscape(std::string_view text) {

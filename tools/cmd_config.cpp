@@ -269,6 +269,11 @@ int cmdConfig(int argc, char** argv) {
       cli::failWith(cli::kFailed, kCommand, "no store file '%s'", path.c_str());
       return std::nullopt;
     }
+    if ((openFlags & ZR_CFG_OPEN_EXISTING) && std::filesystem::is_regular_file(path, ec) &&
+        std::filesystem::file_size(path, ec) == 0) {
+      cli::failWith(cli::kFailed, kCommand, "cannot use '%s': it is empty", path.c_str());
+      return std::nullopt;
+    }
     const std::string before = cli::lastLibraryMessage();
     const ZRCFGHANDLE handle = zrCFGOpenEx(path.c_str(), openFlags);
     if (handle == ZR_CFG_INVALID) {

@@ -1,5 +1,6 @@
 // quorvane meta: the metadata info record in the configuration store and in the per-user file
 // "UserMetadata.xml" of the current directory.
+#include <filesystem>
 #include <strings.h>
 
 #include <cstdio>
@@ -104,9 +105,13 @@ bool readRecord(Source source, Record& r, int* exitCode) {
   }
   if (source != Source::kUser) klxInfoReadRegSet(ZR_CFG_SYSTEM, &r.rec);
   if (source != Source::kSystem && haveUser) {
-    ZRCFGHANDLE user = zrCFGOpen(KLXINFO_USER_FILE);
+    // A user file that is empty or not a store is reported, never read as an empty record.
+    std::error_code ec;
+    const bool empty = std::filesystem::is_regular_file(KLXINFO_USER_FILE, ec) && std::filesystem::file_size(KLXINFO_USER_FILE, ec) == 0;
+    ZRCFGHANDLE user = empty ? ZR_CFG_INVALID : zrCFGOpenEx(KLXINFO_USER_FILE, ZR_CFG_OPEN_STORE_ONLY | ZR_CFG_OPEN_EXISTING);
     if (user == ZR_CFG_INVALID) {
-      *exitCode = cli::failWith(cli::kFailed, kCommand, "cannot open %s", KLXINFO_USER_FILE);
+      *exitCode = cli::failWith(cli::kFailed, kCommand, "cannot open %s: %s", KLXINFO_USER_FILE,
+                                empty ? "it is empty" : "it is not a readable configuration store");
       return false;
     }
     klxInfoReadRegSet(user, &r.rec);

@@ -31,8 +31,14 @@ constexpr const char* kCommand = "project";
 int show(const std::string& path, bool json) {
   if (!zrOSFileExists(path.c_str())) return cli::failWith(cli::kFailed, kCommand, "no such file '%s'", path.c_str());
   CZRProjectToXML project;
-  if (!project.ReadXMLFile(path.c_str()))
-    return cli::failWith(cli::kFailed, kCommand, "'%s' is not well-formed XML", path.c_str());
+  const std::string before = cli::lastLibraryMessage();
+  if (!project.ReadXMLFile(path.c_str())) {
+    const std::string& said = cli::lastLibraryMessage();
+    const size_t reason = said.rfind("is refused: ");
+    const std::string why = said != before && reason != std::string::npos ? said.substr(reason + 12) : "it is not well-formed XML";
+    return cli::failWith(cli::kFailed, kCommand, "'%s' is refused: %s", path.c_str(),
+                         why.substr(0, why.find_last_not_of("\r\n") + 1).c_str());
+  }
   if (!project.IsProject())
     return cli::failWith(cli::kFailed, kCommand, "'%s' is not a project file (no ClipList, EdlList or Settings)",
                          path.c_str());

@@ -52,9 +52,9 @@ void expectRefused(const BadCase& c, bool json) {
 TEST(MediaCmdXmlReader, RefusesBadInputWithItsCodeAndLogLine) {
   const BadCase cases[] = {
       {"empty text", "", -1, "Failed to parse XML: Error document empty.\n"},
-      {"truncated", "<MediaCmd><CmdID Value=\"1\"", -1, "Failed to parse XML: Error parsing Element.\n"},
+      {"truncated", "<MediaCmd><CmdID Value=\"1\"", -1, "Failed to parse XML: a tag is unterminated\n"},
       {"mismatched end tag", "<MediaCmd></Other>", -1, "Failed to parse XML: Error reading end tag.\n"},
-      {"nested far too deep", repeat("<a>", 100000), -1, "Failed to parse XML: nesting too deep\n"},
+      {"nested far too deep", repeat("<a>", 100000), -1, "Failed to parse XML: elements are nested too deep\n"},
       {"declaration only", "<?xml version=\"1.0\"?>", 1, "Element expected\n"},
       {"wrong root", "<MediaCommand><Channel Value=\"1\"/></MediaCommand>", -2, "Unexpected root element: MediaCommand\n"},
       {"number that is not one", xmlDoc("<Channel Value=\"abc\"/>"), -2, "Bad value for Channel\n"},

@@ -62,7 +62,7 @@ TEST(Project, SavedFileHasTheDocumentedShapeAndLoadsBack) {
     ASSERT_NE(at, std::string::npos) << part << " in order in " << text;
   }
   EXPECT_NE(text.find("Channels=\"8\""), std::string::npos) << text;
-  EXPECT_EQ(text.find("encoding="), std::string::npos) << text;
+  EXPECT_NE(text.find("encoding=\"ISO-8859-1\""), std::string::npos) << text;
 
   CZRProjectToXML p;
   ASSERT_TRUE(p.LoadXMLFile(path.c_str()));

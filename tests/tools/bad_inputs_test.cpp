@@ -1,0 +1,105 @@
+// Every command that reads a file, given something that is not a readable file of its kind:
+// one line "quorvane <cmd>: ..." on stderr, a plain failure exit (never an abort or a sanitizer
+// report), and the input left exactly as it was with nothing set aside beside it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qtest::runCommand;
+using qtest::shellQuote;
+
+struct BadInput {
+  const char* name;
+  void (*make)(const std::string& path);
+};
+
+void makeText(const std::string& path, const std::string& text) {
+  qtest::writeBytes(path, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
+std::string repeat(const std::string& unit, size_t times) {
+  std::string out;
+  out.reserve(unit.size() * times);
+  for (size_t i = 0; i < times; ++i) out += unit;
+  return out;
+}
+
+const BadInput kDirectory{"directory", [](const std::string& p) { fs::create_directory(p); }};
+// Opens like a file, but every read fails with EIO (a plain unreadable file for root, too).
+const BadInput kUnreadable{"unreadable", [](const std::string& p) { fs::create_symlink("/proc/self/mem", p); }};
+const BadInput kEmpty{"empty", [](const std::string& p) { makeText(p, ""); }};
+const BadInput kDeep{"60000-deep", [](const std::string& p) { makeText(p, repeat("<a>", 60000)); }};
+const BadInput kUtf8Tail{"utf8-tail", [](const std::string& p) { makeText(p, "<QuorvaneConfig>\xc5"); }};
+
+struct Command {
+  const char* name;    // the <cmd> of the message
+  const char* args;    // arguments before the input path; "" for meta (the file is the cwd's UserMetadata.xml)
+  std::vector<BadInput> inputs;
+};
+
+const std::vector<BadInput> kXmlInputs{kDirectory, kUnreadable, kEmpty, kDeep, kUtf8Tail};
+const std::vector<BadInput> kStreamInputs{kDirectory, kUnreadable, kEmpty};
+
+std::string listing(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(dir)) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  std::string out;
+  for (const auto& n : names) out += n + " ";
+  return out;
+}
+
+std::string contentOf(const std::string& path) {
+  std::error_code ec;
+  if (!fs::is_regular_file(fs::symlink_status(path, ec))) return "(not a regular file)";
+  auto bytes = qtest::readBytes(path);
+  return std::string(bytes.begin(), bytes.end());
+}
+
+TEST(BadInputs, OneLineAndFailureExitForEveryReadingCommand) {
+  const Command commands[] = {
+      {"project", "project show", kXmlInputs},
+      {"config", "config list --file", kXmlInputs},
+      {"meta", "", kXmlInputs},
+      {"cmd", "cmd dump", kXmlInputs},
+      {"inspect", "inspect", kStreamInputs},
+      {"params", "params", kStreamInputs},
+      {"nal", "nal", kStreamInputs},
+  };
+  for (const Command& c : commands) {
+    for (const BadInput& input : c.inputs) {
+      SCOPED_TRACE(std::string(c.name) + " given " + input.name);
+      qtest::TempDir dir;
+      const bool meta = *c.args == '\0';
+      const std::string path = dir.file(meta ? "UserMetadata.xml" : "input.xml");
+      input.make(path);
+      const std::string before = listing(dir.path()), content = contentOf(path);
+      const std::string tool = shellQuote(QUORVANE_TOOL);
+      const std::string line =
+          meta ? "cd " + shellQuote(dir.path()) + " && QUORVANE_CONFIG=" + shellQuote(dir.file("system.xml")) + " " + tool +
+                     " meta list"
+               : "QUORVANE_CONFIG=" + shellQuote(dir.file("system.xml")) + " " + tool + " " + c.args + " " + shellQuote(path);
+      const auto r = runCommand(line);
+      EXPECT_TRUE(r.exitCode == 1 || r.exitCode == 2) << "exit " << r.exitCode << "\n" << r.err;
+      const std::string prefix = std::string("quorvane ") + c.name + ": ";
+      EXPECT_EQ(r.err.compare(0, prefix.size(), prefix), 0) << r.err;
+      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+      EXPECT_EQ(r.out, "");
+      // The system store may appear; the input and its neighbours stay as they were.
+      std::string after = listing(dir.path());
+      if (auto at = after.find("system.xml "); at != std::string::npos) after.erase(at, 11);
+      EXPECT_EQ(after, before);
+      EXPECT_EQ(contentOf(path), content);
+    }
+  }
+}
+
+}  // namespace
