@@ -14,9 +14,12 @@ uint64_t readableBytes(const zr_bitstream* s) {
   return s->length / 8 + 1;
 }
 
+// The checked form: a caller that gives `size` gets every write bounded by it. Without a size the
+// writers are unchecked, as the cursor has always been: neither length nor anything else limits
+// them, and the caller provides the room (position afterwards tells how many bits were written).
 uint64_t writableBytes(const zr_bitstream* s) {
   if (s->size > 0) return static_cast<uint64_t>(s->size);
-  return (s->length + 7) / 8;
+  return UINT64_MAX;
 }
 
 uint32_t bitAt(const zr_bitstream* s, uint64_t p) { return (s->buffer[p / 8] >> (7 - (p % 8))) & 1u; }
