@@ -10,6 +10,7 @@ constexpr uint32_t kPastEnd = 0xFFFFFFFFu;
 // Bytes that may be touched: `size` when the caller maintains it, otherwise everything up to
 // and including the byte that holds bit index `length` (the reader's one-bit-past quirk).
 uint64_t readableBytes(const zr_bitstream* s) {
+  if (!s->buffer) return 0;  // no data at all: every read is past the end
   if (s->size > 0) return static_cast<uint64_t>(s->size);
   return s->length / 8 + 1;
 }
@@ -18,6 +19,7 @@ uint64_t readableBytes(const zr_bitstream* s) {
 // writers are unchecked, as the cursor has always been: neither length nor anything else limits
 // them, and the caller provides the room (position afterwards tells how many bits were written).
 uint64_t writableBytes(const zr_bitstream* s) {
+  if (!s->buffer) return 0;  // nowhere to write: dropped, position still advances
   if (s->size > 0) return static_cast<uint64_t>(s->size);
   return UINT64_MAX;
 }

@@ -90,3 +90,24 @@ TEST(BitstreamWrite, ExpGolombWithoutASizeWritesTheWholeCode) {
 }
 
 }  // namespace
+
+namespace {
+
+// A stream over no buffer at all: reads are past the end, writes go nowhere, positions count.
+TEST(BitstreamNullBuffer, ReadsArePastTheEndAndWritesAreDropped) {
+  struct Case {
+    int64_t size;
+    uint64_t length;
+  } const kCases[] = {{0, 0}, {0, 64}, {8, 64}, {-1, 8}};
+  for (const auto& c : kCases) {
+    zr_bitstream s{nullptr, c.size, c.length, 0};
+    EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu);
+    EXPECT_EQ(ReadBits(&s, 8), 0xFFFFFFFFu);  // the past-the-end value fills every bit upwards
+    EXPECT_EQ(s.position, 9u);
+    WriteBits(&s, 16, 0x1234);
+    WriteExponentialGolombCode(&s, 5);
+    EXPECT_EQ(s.position, 9u + 16 + 5);
+  }
+}
+
+}  // namespace
