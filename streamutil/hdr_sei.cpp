@@ -17,7 +17,6 @@ namespace {
 
 constexpr uint32_t kMaxUnitsScanned = 256;
 constexpr uint32_t kUnitScratch = 128;  // one HDR message unit with its escapes fits easily
-constexpr size_t kRebuildStackBytes = 2048;
 
 bool isHdrType(uint32_t t) {
   return t == KLX_SEI_MASTERING_DISPLAY || t == KLX_SEI_CONTENT_LIGHT_LEVEL || t == KLX_SEI_ALTERNATIVE_TRANSFER;

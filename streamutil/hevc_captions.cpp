@@ -12,7 +12,6 @@ namespace {
 constexpr uint32_t kSingleMessageBytes = 512;
 constexpr uint32_t kPayloadSizeIndex = 7;
 constexpr uint32_t kMaxUnitLength = 1024;
-constexpr uint32_t kHeaderBytes = CC_PACKET_TRIPLETS;
 constexpr uint32_t kTimeCodeSectionBytes = 5;
 
 zr_bitstream streamOver(uint8_t* buffer, uint32_t bytes) {
@@ -36,7 +35,7 @@ CaptionData readCaptionHeader(const uint8_t* packet, uint32_t length) {
   ReadBit(&r);   // ccdata_present
   SkipBits(&r, 6);
   SkipBits(&r, 16);  // cdp_hdr_sequence_cntr
-  if (timeCodePresent == 1) SkipBits(&r, 40);
+  if (timeCodePresent == 1) SkipBits(&r, kTimeCodeSectionBytes * 8);
   SkipBits(&r, 8);  // ccdata_id
   SkipBits(&r, 3);  // marker_bits
   CaptionData cc{static_cast<uint32_t>(r.position / 8 + 1), ReadBits(&r, 5)};

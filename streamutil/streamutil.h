@@ -16,4 +16,5 @@
 #include "sei_remove.h"
 #include "sei_read.h"
 #include "mpeg2_pictures.h"
+#include "mpeg2_edit.h"
 #include "cea608.h"

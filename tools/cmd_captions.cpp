@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "access_units.h"
+#include "caption_extract.h"
 #include "cli.h"
 #include "commands.h"
-#include "picture_metadata.h"
+#include "media/command_input.h"
+#include "media/output.h"
 #include "platform/tcxlat.h"
-#include "streamutil/cea608.h"
 
 namespace {
 
@@ -37,131 +37,10 @@ constexpr const char* kUsage =
     "                       \"startTimecode\", \"text\"}]}\n"
     "Example: quorvane captions extract clip.264 -o clip.srt\n";
 
-// Timecode counting for a stream rate (the nearest of the timecode types).
-uint32_t timecodeTypeFor(double fps, bool dropFrame) {
-  if (fps > 55) return dropFrame || std::fabs(fps - 59.94) < 0.03 ? TC_DF5994 : TC_60;
-  if (fps > 45) return TC_50;
-  if (fps > 27) return dropFrame || std::fabs(fps - 29.97) < 0.02 ? TC_DF2997 : TC_NDF30;
-  if (fps > 24.5) return TC_PAL;
-  return std::fabs(fps - 23.976) < 0.01 ? TC_2398 : TC_FILM;
-}
-
-struct Pair {
-  uint32_t display;   // picture position in display order
-  uint32_t timecode;  // frame count of the picture's timecode
-  uint8_t b1, b2;
-};
-
-struct Extracted {
-  StreamCodec codec = StreamCodec::kUnknown;
-  double pictureRate = 0;  // pictures per second
-  uint32_t tcType = TC_PAL;
-  uint32_t pictures = 0;
-  std::vector<Pair> pairs;  // the channel's field, padding and invalid triplets left out
-};
-
-StreamCodec detect(const std::string& stream) {
-  const auto* d = reinterpret_cast<const uint8_t*>(stream.data());
-  for (size_t i = 0; i + 3 < stream.size() && i < 64; ++i)
-    if (!d[i] && !d[i + 1] && d[i + 2] == 1) {
-      if (d[i + 3] == 0xB3) return StreamCodec::kMpeg2;
-      break;
-    }
-  return detectCodec(d, stream.size(), listNalUnits(d, stream.size()));
-}
-
-bool extract(const std::string& stream, uint32_t channel, Extracted& out, std::string& error) {
-  out.codec = detect(stream);
-  StreamPictures s;
-  if (!readStreamPictures(reinterpret_cast<const uint8_t*>(stream.data()), stream.size(), out.codec, s, error)) return false;
-  bool drop = false, stamped = false;
-  for (const auto& p : s.pictures) drop = drop || (p.hasTimecode && p.timecode.dropFrame), stamped = stamped || p.hasTimecode;
-  const double fps = s.framesPerSecond > 0 ? s.framesPerSecond : 25;
-  out.tcType = timecodeTypeFor(fps, drop);
-  out.pictureRate = fps * (s.fieldPictures ? 2 : 1);
-  out.pictures = uint32_t(s.pictures.size());
-  const uint8_t ccType = channel <= 2 ? 0 : 1;  // NTSC field 1 or field 2
-  for (const auto& p : s.pictures) {
-    uint32_t timecode = s.fieldPictures ? p.display / 2 : p.display;
-    if (stamped && p.hasTimecode) {
-      const uint8_t digits[4] = {p.timecode.hours, p.timecode.minutes, p.timecode.seconds, p.timecode.frames};
-      if (tc2Frame(reinterpret_cast<const char*>(digits), out.tcType | 0x400, &timecode) != 0) continue;
-    }
-    for (size_t i = 0; i + 2 < p.triplets.size(); i += 3) {
-      const uint8_t marker = p.triplets[i];
-      if (!(marker & 0x04) || (marker & 3) != ccType) continue;  // cc_valid, cc_type
-      const uint8_t b1 = p.triplets[i + 1], b2 = p.triplets[i + 2];
-      if ((b1 & 0x7F) == 0 && (b2 & 0x7F) == 0) continue;  // padding
-      out.pairs.push_back(Pair{p.display, timecode, b1, b2});
-    }
-  }
-  return true;
-}
-
 std::string timecodeText(uint32_t frames, uint32_t tcType) {
   char text[32] = {};
   tc2String(frames, tcType | TCF_FULL_TEXT, text, sizeof text);
   return text;
-}
-
-std::string sccText(const Extracted& e) {
-  std::string out = "Scenarist_SCC V1.0\n";
-  uint32_t next = 0;
-  bool open = false;
-  for (const auto& p : e.pairs) {
-    if (!open || p.timecode != next) {  // a gap starts a new line
-      out += "\n\n" + timecodeText(p.timecode, e.tcType) + "\t";
-      open = true;
-    } else {
-      out += ' ';
-    }
-    char word[8];
-    std::snprintf(word, sizeof word, "%02x%02x", p.b1, p.b2);
-    out += word;
-    next = p.timecode + 1;
-  }
-  return out + "\n";
-}
-
-struct Cue {
-  uint32_t startFrame, endFrame;
-  std::string text;
-};
-
-std::vector<Cue> decodeCues(const Extracted& e, uint32_t channel) {
-  auto decoder = std::make_unique<CEA608_DECODER>();
-  auto cue = std::make_unique<CEA608_CUE>();
-  klxutilCea608Init(decoder.get(), channel);
-  std::vector<Cue> cues;
-  for (const auto& p : e.pairs)
-    if (klxutilCea608Feed(decoder.get(), p.display, p.b1, p.b2, cue.get()) == 1) cues.push_back({cue->startFrame, cue->endFrame, cue->text});
-  if (klxutilCea608Flush(decoder.get(), e.pictures, cue.get()) == 1) cues.push_back({cue->startFrame, cue->endFrame, cue->text});
-  return cues;
-}
-
-std::string srtTime(uint32_t frame, double rate) {
-  const uint64_t ms = uint64_t(std::llround(frame * 1000.0 / rate));
-  char text[32];
-  std::snprintf(text, sizeof text, "%02llu:%02llu:%02llu,%03llu", (unsigned long long)(ms / 3600000),
-                (unsigned long long)(ms / 60000 % 60), (unsigned long long)(ms / 1000 % 60), (unsigned long long)(ms % 1000));
-  return text;
-}
-
-std::string srtText(const std::vector<Cue>& cues, double rate) {
-  std::string out;
-  for (size_t i = 0; i < cues.size(); ++i)
-    out += std::to_string(i + 1) + "\n" + srtTime(cues[i].startFrame, rate) + " --> " + srtTime(cues[i].endFrame, rate) + "\n" +
-           cues[i].text + "\n\n";
-  return out;
-}
-
-bool writeOutput(const std::string& path, const std::string& text, std::string& error) {
-  if (path == "-") return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (!f) return error = std::strerror(errno), false;
-  const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-  if (std::fclose(f) != 0 || !ok) return error = std::strerror(errno), false;
-  return true;
 }
 
 bool endsWith(const std::string& s, const char* tail) {
@@ -181,7 +60,7 @@ int cmdCaptions(int argc, char** argv) {
     argvLong.push_back(w.data());
   }
   cli::Args args;
-  if (!args.parse(int(argvLong.size()), argvLong.data(), {"output", "format", "channel"}, {"json", "force"}))
+  if (!args.parse(int(argvLong.size()), argvLong.data(), {"output", "format", "channel", media::kTrackOption}, {"json", "force"}))
     return cli::fail("captions", "%s", args.error().c_str());
   if (args.has("help")) {
     std::fputs(kUsage, stdout);
@@ -206,29 +85,27 @@ int cmdCaptions(int argc, char** argv) {
       return cli::fail("captions", "%s exists (give --force to replace it)", output->c_str());
   }
 
-  auto input = cli::readFile(inPath);
-  if (!input) return cli::failWith(cli::kFailed, "captions", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
-  Extracted e;
+  int exitCode = 0;
+  auto input = media::openInput("captions", inPath, args, exitCode);
+  if (!input) return exitCode;
+  std::unique_ptr<media::OutputFile> out;
+  if (output) out = std::make_unique<media::OutputFile>(*output);
+  if (out && !out->ok()) return cli::failWith(cli::kFailed, "captions", "cannot create %s: %s", output->c_str(), std::strerror(errno));
+  const captions::TextForm form = !output ? captions::TextForm::kNone : format == "scc" ? captions::TextForm::kScc : captions::TextForm::kSrt;
+  captions::Extraction e;
   std::string error;
-  if (!extract(*input, *channel, e, error)) return cli::failWith(cli::kFailed, "captions", "%s: %s", inPath.c_str(), error.c_str());
-  const std::vector<Cue> cues = decodeCues(e, *channel);
-  if (output) {
-    const std::string text = format == "scc" ? sccText(e) : srtText(cues, e.pictureRate);
-    if (!writeOutput(*output, text, error))
-      return cli::failWith(cli::kFailed, "captions", "cannot write %s: %s", output->c_str(), error.c_str());
-  }
+  if (!captions::extract(*input, *channel, form, out.get(), args.has("json"), e, error))
+    return cli::failWith(cli::kFailed, "captions", "%s: %s", inPath.c_str(), error.c_str());
+  if (out && !out->commit())
+    return cli::failWith(cli::kFailed, "captions", "cannot write %s: %s", output->c_str(), std::strerror(errno));
+  const std::vector<captions::Cue>& cues = e.cues;
   if (args.has("json")) {
     static constexpr const char* kCodecs[] = {"h264", "hevc", "mpeg2", "unknown"};
     cli::Json j;
     j.beginObject().str("file", inPath).str("codec", kCodecs[int(e.codec)]).num("channel", int64_t(*channel));
-    j.num("pairs", int64_t(e.pairs.size())).beginArray("cues");
+    j.num("pairs", int64_t(e.pairs)).beginArray("cues");
     for (const auto& c : cues) {
-      uint32_t timecode = c.startFrame;
-      for (const auto& p : e.pairs)
-        if (p.display >= c.startFrame) {
-          timecode = p.timecode - (p.display - c.startFrame);
-          break;
-        }
+      const uint32_t timecode = c.startTimecode;
       j.beginObject().num("startFrame", int64_t(c.startFrame)).num("endFrame", int64_t(c.endFrame));
       j.num("startMs", int64_t(std::llround(c.startFrame * 1000.0 / e.pictureRate)));
       j.num("endMs", int64_t(std::llround(c.endFrame * 1000.0 / e.pictureRate)));
@@ -238,7 +115,7 @@ int cmdCaptions(int argc, char** argv) {
     if (output && *output == "-") std::fputc('\n', stdout);
     std::printf("%s\n", j.text().c_str());
   } else if (output && *output != "-") {
-    std::printf("%s: %zu caption pairs on CC%u, %zu cues -> %s\n", inPath.c_str(), e.pairs.size(), *channel, cues.size(),
+    std::printf("%s: %zu caption pairs on CC%u, %zu cues -> %s\n", inPath.c_str(), e.pairs, *channel, e.cueCount,
                 output->c_str());
   }
   return cli::kOk;

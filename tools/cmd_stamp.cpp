@@ -25,7 +25,6 @@
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
 #include "streamutil/hevc_params.h"
-#include "streamutil/mpeg2_pictures.h"
 #include "streamutil/scc.h"
 #include "streamutil/sei.h"
 #include "streamutil/sei_read.h"
@@ -177,14 +176,14 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
   return true;
 }
 
-namespace {
-
 // Caption packet of one picture: the field-1 pair (CC1) or padding, and field-2 padding.
 uint32_t captionPacketFor(const SCC_CAPTION* pair, uint32_t cdpRate, uint16_t sequence, uint8_t* out, uint32_t cap) {
   const uint8_t triplets[6] = {0xFC, pair ? pair->data[0] : uint8_t(0x80), pair ? pair->data[1] : uint8_t(0x80),
                                0xFD, 0x80, 0x80};
   return klxutilMakeCaptionPacket(out, cap, triplets, 2, cdpRate, sequence);
 }
+
+namespace {
 
 uint32_t libraryCodec(StreamCodec codec) { return codec == StreamCodec::kHevc ? KLX_CODEC_HEVC : KLX_CODEC_H264; }
 
@@ -247,41 +246,6 @@ int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, u
 
 namespace {
 
-class PartialFile {
- public:
-  explicit PartialFile(const std::string& target) : target_(target) {
-    std::string pattern = target + ".partial-XXXXXX";
-    fd_ = mkstemp(pattern.data());
-    if (fd_ >= 0) path_ = pattern;
-  }
-  ~PartialFile() {
-    if (fd_ >= 0) ::close(fd_);
-    if (!committed_ && !path_.empty()) std::remove(path_.c_str());
-  }
-  bool ok() const { return fd_ >= 0; }
-  bool write(const uint8_t* data, size_t n) {
-    while (n) {
-      const ssize_t w = ::write(fd_, data, n);
-      if (w <= 0) return false;
-      data += w, n -= static_cast<size_t>(w);
-    }
-    return true;
-  }
-  bool commit() {
-    if (::fsync(fd_) != 0 || ::close(fd_) != 0) return false;
-    fd_ = -1;
-    ::chmod(path_.c_str(), 0644);
-    if (std::rename(path_.c_str(), target_.c_str()) != 0) return false;
-    committed_ = true;
-    return true;
-  }
-
- private:
-  std::string target_, path_;
-  int fd_ = -1;
-  bool committed_ = false;
-};
-
 bool sameFile(const std::string& a, const std::string& b) {
   std::error_code ec;
   return std::filesystem::exists(b, ec) && std::filesystem::equivalent(a, b, ec);
@@ -328,95 +292,6 @@ void warnOutsideRange(const StampPlan& plan, uint32_t first, uint32_t last) {
                timecodeText(plan.captionPairs.back().frame, type).c_str());
 }
 
-// ---- MPEG-2 video (ISO/IEC 13818-2): GOP time_code rewritten in place, captions as
-// picture user data in front of each picture's first slice.
-
-bool isMpeg2(const uint8_t* d, size_t size) {
-  for (size_t i = 0; i + 3 < size && i < 64; ++i)
-    if (!d[i] && !d[i + 1] && d[i + 2] == 1) return d[i + 3] == 0xB3;
-  return false;
-}
-
-int stampMpeg2(const cli::Args& args, const std::string& inPath, const std::string& outPath, const std::string& input,
-               const RateInfo* givenRate, const std::string& tcText) {
-  const auto* data = reinterpret_cast<const uint8_t*>(input.data());
-  if (input.size() > UINT32_MAX) return cli::failWith(cli::kFailed, "stamp", "%s: too large", inPath.c_str());
-  uint32_t rateCode = 0;
-  const int count = klxutilMpeg2Pictures(data, uint32_t(input.size()), nullptr, 0, &rateCode);
-  std::vector<KLX_MPEG2_PICTURE> pictures(size_t(count > 0 ? count : 0));
-  klxutilMpeg2Pictures(data, uint32_t(input.size()), pictures.data(), uint32_t(pictures.size()), &rateCode);
-  const double fps = klxutilMpeg2FrameRate(rateCode);
-  if (pictures.empty()) return cli::failWith(cli::kFailed, "stamp", "%s: no MPEG-2 pictures", inPath.c_str());
-  StampPlan plan;
-  plan.codec = StreamCodec::kMpeg2;
-  plan.rate = givenRate ? givenRate : rateForStream(fps);
-  plan.rateSource = givenRate ? "given with --rate" : plan.rate ? "from the sequence header" : "the default";
-  if (!plan.rate) plan.rate = findRate("25");
-  std::string error;
-  if (tc2Frame(tcText.c_str(), plan.rate->tcType | TCF_TEXT, &plan.startFrame) != 0)
-    return cli::fail("stamp", "bad timecode '%s' at %s", tcText.c_str(), plan.rate->name);
-  if (auto scc = args.get("captions"); scc && !readCaptions(*scc, plan, error))
-    return cli::failWith(cli::kFailed, "stamp", "%s", error.c_str());
-  PartialFile out(outPath);
-  if (!out.ok()) return cli::failWith(cli::kFailed, "stamp", "cannot create %s: %s", outPath.c_str(), std::strerror(errno));
-  std::vector<uint8_t> buffer;
-  uint32_t captioned = 0, gops = 0, last = plan.startFrame;
-  std::vector<uint8_t> head(input.begin(), input.begin() + long(pictures.front().begin));  // bytes before the first picture
-  if (!out.write(head.data(), head.size())) return cli::failWith(cli::kFailed, "stamp", "cannot write %s", outPath.c_str());
-  uint32_t gopBaseDisplay = 0;
-  for (size_t k = 0; k < pictures.size(); ++k) {
-    const KLX_MPEG2_PICTURE& p = pictures[k];
-    buffer.assign(data + p.begin, data + p.end);
-    buffer.resize(buffer.size() + 512);
-    if (p.opensGop) {
-      // The GOP's time_code is the timecode of its first picture in display order.
-      gopBaseDisplay = p.displayIndex;
-      for (size_t j = k; j < pictures.size() && (j == k || !pictures[j].opensGop); ++j)
-        gopBaseDisplay = std::min(gopBaseDisplay, pictures[j].displayIndex);
-      uint8_t digits[4];
-      if (tc2String(plan.startFrame + gopBaseDisplay, plan.rate->tcType | 0x400, digits, sizeof digits) != 0)
-        return cli::failWith(cli::kFailed, "stamp", "picture %zu: timecode out of range", k);
-      KLX_TIMECODE tc{digits[0], digits[1], digits[2], digits[3],
-                      uint8_t(plan.rate->tcType == TC_DF2997 || plan.rate->tcType == TC_DF5994), 0, 0, 1};
-      const size_t headerBytes = p.firstSlice > p.begin ? p.firstSlice - p.begin : 0;
-      gops += klxutilSetMpeg2TimeCode(buffer.data(), uint32_t(headerBytes), &tc) > 0 ? 1 : 0;
-    }
-    last = std::max(last, plan.startFrame + p.displayIndex);
-    uint32_t size = uint32_t(p.end - p.begin);
-    if (plan.captions && p.firstSlice > p.begin) {
-      const uint32_t display = p.displayIndex;
-      const int32_t index = display < plan.captionAt.size() ? plan.captionAt[display] : -1;
-      const SCC_CAPTION* pair = index >= 0 ? &plan.captionPairs[size_t(index)] : nullptr;
-      uint8_t packet[64];
-      DFRAME tail;  // from the first slice on: the block lands behind the picture's headers
-      const uint32_t sliceAt = uint32_t(p.firstSlice - p.begin);
-      klxutilInitFrame(&tail, buffer.data() + sliceAt, size - sliceAt, uint32_t(buffer.size()) - sliceAt);
-      tail.pCaption = packet;
-      tail.nCaptionSize = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(display), packet, sizeof packet);
-      if (klxutilAddMPEG2Captions(&tail) != 0) return cli::failWith(cli::kFailed, "stamp", "picture %zu: captions not inserted", k);
-      size = sliceAt + tail.nDataSize;
-      captioned += pair ? 1 : 0;
-    }
-    if (!out.write(buffer.data(), size)) return cli::failWith(cli::kFailed, "stamp", "cannot write %s", outPath.c_str());
-  }
-  if (!out.commit()) return cli::failWith(cli::kFailed, "stamp", "cannot write %s: %s", outPath.c_str(), std::strerror(errno));
-  if (plan.captions) warnOutsideRange(plan, plan.startFrame, last);
-  const std::string first = timecodeText(plan.startFrame, plan.rate->tcType), lastText = timecodeText(last, plan.rate->tcType);
-  if (args.has("json")) {
-    cli::Json j;
-    j.beginObject().str("codec", "mpeg2").num("pictures", int64_t(pictures.size())).num("gopHeaders", int64_t(gops));
-    j.str("rate", plan.rate->name).str("timecodeType", plan.rate->typeName).str("rateSource", plan.rateSource);
-    j.str("first", first).str("last", lastText).num("captionFrames", int64_t(captioned)).endObject();
-    std::printf("%s\n", j.text().c_str());
-  } else {
-    std::printf("MPEG-2: %zu pictures, %u GOP headers stamped, timecode %s .. %s at %s (rate %s)", pictures.size(), gops,
-                first.c_str(), lastText.c_str(), plan.rate->typeName, plan.rateSource.c_str());
-    if (plan.captions) std::printf(", captions in %u frames", captioned);
-    std::printf("\n");
-  }
-  return cli::kOk;
-}
-
 }  // namespace
 
 namespace {
@@ -432,10 +307,12 @@ class Stamper : public media::FrameEditor {
     plan.codec = stream.codec;
     plan.fields = args_.has("fields");
     plan.keepExisting = args_.has("keep-existing");
-    if (plan.codec != StreamCodec::kH264 && plan.codec != StreamCodec::kHevc)
+    if (plan.codec != StreamCodec::kH264 && plan.codec != StreamCodec::kHevc && plan.codec != StreamCodec::kMpeg2)
       return error = inPath_ + ": not H.264, HEVC or MPEG-2 video", false;
     const auto& units = parameterSets.empty() ? stream.leadingParameterSets : parameterSets;
-    if (!prepareStampPlan(plan, units, givenRate_, error)) return error = inPath_ + ": " + error, false;
+    if (plan.codec == StreamCodec::kMpeg2 ? !prepareMpeg2StampPlan(plan, units, givenRate_, error)
+                                          : !prepareStampPlan(plan, units, givenRate_, error))
+      return error = inPath_ + ": " + error, false;
     if (!givenRate_ && plan.rateSource.rfind("the default", 0) == 0 && stream.frameRateNum > 0 && stream.frameRateDen > 0) {
       if (const RateInfo* r = rateForStream(double(stream.frameRateNum) / stream.frameRateDen)) {
         plan.rate = r;
@@ -449,6 +326,7 @@ class Stamper : public media::FrameEditor {
     }
     if (auto sccPath = args_.get("captions"); sccPath && !readCaptions(*sccPath, plan, error)) return false;
     lastTimecode = plan.startFrame;
+    if (stream.frameRateNum > 0 && stream.frameRateDen > 0) frameRate_ = double(stream.frameRateNum) / stream.frameRateDen;
     // The output's extradata carries the SPS rewritten for pic_struct (an elementary stream's
     // sets lead a container OUT only when they are replaced).
     if (plan.codec == StreamCodec::kH264 && (!parameterSets.empty() || !stream.outContainer.empty()))
@@ -459,7 +337,7 @@ class Stamper : public media::FrameEditor {
   bool edit(media::PipelineFrame& pf, std::string& error) override {
     DFRAME& frame = *pf.frame;
     // --length-prefixed edits start-code frames as an MP4 host holds them.
-    const bool convert = args_.has("length-prefixed") && pf.framing == media::Framing::kAnnexB;
+    const bool convert = args_.has("length-prefixed") && pf.framing == media::Framing::kAnnexB && plan.codec != StreamCodec::kMpeg2;
     const bool lengthPrefixed = convert || pf.framing == media::Framing::kLengthPrefixed;
     if (convert) {
       uint32_t prefixedSize = 0;
@@ -468,7 +346,8 @@ class Stamper : public media::FrameEditor {
       frame.nDataSize = prefixedSize;
     }
     const uint64_t display = pf.displayIndex == media::kNoDisplayIndex ? pf.decodeIndex : pf.displayIndex;
-    const int done = stampAccessUnit(plan, frame, lengthPrefixed, display, pf.hasPicture, error);
+    const int done = plan.codec == StreamCodec::kMpeg2 ? stampMpeg2AccessUnit(plan, groups, frame, display, pf.hasPicture, error)
+                                                       : stampAccessUnit(plan, frame, lengthPrefixed, display, pf.hasPicture, error);
     if (done < 0) return error = "access unit " + std::to_string(pf.decodeIndex) + ": " + error, false;
     if (convert) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
     if (pf.hasPicture) {
@@ -477,19 +356,28 @@ class Stamper : public media::FrameEditor {
       captioned += done & kWroteCaption ? 1 : 0;
       replacedTimecode += done & kReplacedTimecode ? 1 : 0;
       replacedCaptions += done & kReplacedCaptions ? 1 : 0;
+      gopHeaders += done & kStampedGroup ? 1 : 0;
     }
     return true;
   }
 
+  // The container's own timecode follows the stamp when it counts at the container's rate.
+  std::string containerTimecode() const override {
+    const bool sameRate = frameRate_ > 0 && std::fabs(frameRate_ - plan.rate->fps) < 0.01;
+    return sameRate ? timecodeText(plan.startFrame, plan.rate->tcType) : std::string();
+  }
+
   StampPlan plan;
   bool usageError = false;
-  uint32_t pictures = 0, captioned = 0, lastTimecode = 0, replacedTimecode = 0, replacedCaptions = 0;
+  uint32_t pictures = 0, captioned = 0, lastTimecode = 0, replacedTimecode = 0, replacedCaptions = 0, gopHeaders = 0;
+  Mpeg2Groups groups;
 
  private:
   const cli::Args& args_;
   const std::string& inPath_;
   const RateInfo* givenRate_;
   const std::string& tcText_;
+  double frameRate_ = 0;  // the container's frame rate, 0 when not known
 };
 
 }  // namespace
@@ -521,15 +409,6 @@ int cmdStamp(int argc, char** argv) {
   int exitCode = 0;
   auto input = media::openInput("stamp", inPath, args, exitCode);
   if (!input) return exitCode;
-  if (input->info().codec == StreamCodec::kMpeg2) {
-    if (!input->info().elementary)
-      return cli::failWith(cli::kFailed, "stamp", "%s: MPEG-2 video is stamped as an elementary stream only", inPath.c_str());
-    auto whole = cli::readFile(inPath);
-    if (!whole) return cli::failWith(cli::kFailed, "stamp", "cannot read %s: %s", inPath.c_str(), std::strerror(errno));
-    if (isMpeg2(reinterpret_cast<const uint8_t*>(whole->data()), whole->size()))
-      return stampMpeg2(args, inPath, outPath, *whole, givenRate, *tcText);
-  }
-
   Stamper stamper(args, inPath, givenRate, *tcText);
   media::PipelineOptions options;
   options.force = args.has("force");
@@ -544,7 +423,7 @@ int cmdStamp(int argc, char** argv) {
   if (plan.captions) warnOutsideRange(plan, plan.startFrame, stamper.lastTimecode);
 
   FILE* report = result.toStdout ? stderr : stdout;
-  const char* codecName = plan.codec == StreamCodec::kHevc ? "hevc" : "h264";
+  const char* codecName = media::codecName(plan.codec);
   const std::string first = timecodeText(plan.startFrame, plan.rate->tcType),
                     last = timecodeText(stamper.lastTimecode, plan.rate->tcType);
   if (args.has("json")) {
@@ -553,13 +432,16 @@ int cmdStamp(int argc, char** argv) {
     j.num("accessUnits", int64_t(result.accessUnits)).num("pictures", int64_t(stamper.pictures));
     j.str("rate", plan.rate->name).str("timecodeType", plan.rate->typeName).str("rateSource", plan.rateSource);
     j.str("first", first).str("last", last).num("captionFrames", int64_t(stamper.captioned));
-    j.num("replacedTimecodes", int64_t(stamper.replacedTimecode)).num("replacedCaptions", int64_t(stamper.replacedCaptions)).endObject();
+    j.num("replacedTimecodes", int64_t(stamper.replacedTimecode)).num("replacedCaptions", int64_t(stamper.replacedCaptions));
+    if (plan.codec == StreamCodec::kMpeg2) j.num("gopHeaders", int64_t(stamper.gopHeaders));
+    j.endObject();
     std::fprintf(report, "%s\n", j.text().c_str());
   } else {
     std::fprintf(report, "%s: %u pictures stamped, timecode %s .. %s at %s (rate %s)",
-                 plan.codec == StreamCodec::kHevc ? "HEVC" : "H.264", stamper.pictures, first.c_str(), last.c_str(),
+                 stampCodecTitle(plan.codec), stamper.pictures, first.c_str(), last.c_str(),
                  plan.rate->typeName, plan.rateSource.c_str());
     if (plan.captions) std::fprintf(report, ", captions in %u frames", stamper.captioned);
+    if (plan.codec == StreamCodec::kMpeg2) std::fprintf(report, ", %u GOP headers", stamper.gopHeaders);
     if (stamper.replacedTimecode || stamper.replacedCaptions)
       std::fprintf(report, "; replaced the timecode of %u and the captions of %u pictures", stamper.replacedTimecode,
                    stamper.replacedCaptions);

@@ -13,6 +13,17 @@
 #include "streamutil/dframe.h"
 #include "streamutil/hdr_sei.h"
 
+// Orders SPS units by size, then bytes. std::less over vectors compares through a three-way memcmp
+// whose length GCC 12 at -O3 cannot bound and reports as an overread (-Wstringop-overread).
+struct UnitBytesOrder {
+  bool operator()(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) const {
+    if (a.size() != b.size()) return a.size() < b.size();
+    for (size_t i = 0; i < a.size(); ++i)
+      if (a[i] != b[i]) return a[i] < b[i];
+    return false;
+  }
+};
+
 struct HdrPlan {
   bool hevc = true;
   // HDR messages to set; present = 0 leaves the stream's messages alone. Messages not given here
@@ -22,7 +33,7 @@ struct HdrPlan {
   KLX_COLOUR_DESCRIPTION colour{};
   // Filled by hdrParameterSets: each original SPS unit (header first, no trailing zeros) and its
   // rewrite. hdrAccessUnit rewrites an in-band SPS missing here on the spot (uncached).
-  std::map<std::vector<uint8_t>, std::vector<uint8_t>> spsRewrites;
+  std::map<std::vector<uint8_t>, std::vector<uint8_t>, UnitBytesOrder> spsRewrites;
 };
 
 // Room an access unit needs behind its data for hdrAccessUnit (three SEI units and SPS growth).

@@ -50,7 +50,7 @@ class FrameReport {
   void addMpeg2(const media::AccessUnit& au);
   StreamCodec codec_;
   bool lengthPrefixed_;
-  double mpeg2FramesPerSecond_ = 0;  // from the sequence header
+  uint32_t mpeg2RateCode_ = 0;       // frame_rate_code of the sequence header
   KLX_TIMECODE mpeg2Gop_{};          // time_code of the current group of pictures
   bool mpeg2HaveGop_ = false;
   std::shared_ptr<struct SPS_DECODED> avcSps_;  // the last H.264 SPS seen

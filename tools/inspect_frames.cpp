@@ -6,9 +6,8 @@
 
 #include "inspect.h"
 #include "media/input.h"
-#include "picture_metadata.h"
 #include "streamutil/avc_params.h"
-#include "streamutil/mpeg2_pictures.h"
+#include "streamutil/mpeg2_edit.h"
 #include "streamutil/sei_read.h"
 
 
@@ -23,6 +22,13 @@ FrameReport::~FrameReport() {
 }
 
 namespace {
+// "HH:MM:SS:FF" (';' before the frames for drop-frame counting).
+std::string timecodeString(const KLX_TIMECODE& tc) {
+  char text[24];
+  std::snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", tc.hours, tc.minutes, tc.seconds, tc.dropFrame ? ';' : ':', tc.frames);
+  return text;
+}
+
 void printLine(FILE* out, uint64_t display, uint64_t decode, int32_t poc, const std::string& timecode, int captions) {
   std::fprintf(out, "  %7llu  %6llu  %3d  %-12s  %s\n", static_cast<unsigned long long>(display),
                static_cast<unsigned long long>(decode), poc, timecode.empty() ? "-" : timecode.c_str(),
@@ -68,7 +74,7 @@ void FrameReport::add(const media::AccessUnit& au) {
 // (ISO/IEC 13818-2 6.3.8, 6.3.9), on the clock of the sequence header's frame rate.
 void FrameReport::addMpeg2(const media::AccessUnit& au) {
   for (const auto& u : au.units)
-    if (u.size >= 5 && au.unit(u)[0] == 0xB3) mpeg2FramesPerSecond_ = klxutilMpeg2FrameRate(au.unit(u)[4] & 0x0F);
+    if (u.size >= 5 && au.unit(u)[0] == 0xB3) mpeg2RateCode_ = au.unit(u)[4] & 0x0F;
   const uint8_t* frame = au.bytes.data();
   const uint32_t size = static_cast<uint32_t>(au.bytes.size());
   KLX_TIMECODE gop{};
@@ -77,7 +83,7 @@ void FrameReport::addMpeg2(const media::AccessUnit& au) {
   Facts facts;
   facts.poc = au.picture.poc;
   KLX_TIMECODE tc{};
-  if (mpeg2HaveGop_ && mpeg2PictureTimecode(mpeg2Gop_, mpeg2FramesPerSecond_, uint32_t(std::max(au.picture.poc, 0)), tc))
+  if (mpeg2HaveGop_ && klxutilMpeg2PictureTimeCode(&mpeg2Gop_, mpeg2RateCode_, uint32_t(std::max(au.picture.poc, 0)), &tc) == 0)
     facts.timecode = timecodeString(tc);
   uint8_t triplets[3 * 64];
   const int n = klxUtilReadMpeg2Captions(frame, size, triplets, 64);

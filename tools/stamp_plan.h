@@ -44,8 +44,16 @@ struct StampPlan {
   std::vector<std::vector<uint8_t>> parameterSets;
 };
 
-// What stampAccessUnit did, as bits of its result.
-constexpr int kReplacedTimecode = 1, kReplacedCaptions = 2, kWroteCaption = 4;
+// What stampAccessUnit and stampMpeg2AccessUnit did, as bits of their result.
+constexpr int kReplacedTimecode = 1, kReplacedCaptions = 2, kWroteCaption = 4, kStampedGroup = 8;
+
+// "H.264", "HEVC", "MPEG-2" as the summary names them.
+inline const char* stampCodecTitle(StreamCodec codec) {
+  return codec == StreamCodec::kHevc ? "HEVC" : codec == StreamCodec::kMpeg2 ? "MPEG-2" : "H.264";
+}
+
+// Caption packet of one picture: the field-1 pair (CC1) or padding, and field-2 padding.
+uint32_t captionPacketFor(const SCC_CAPTION* pair, uint32_t cdpRate, uint16_t sequence, uint8_t* out, uint32_t cap);
 
 // Stream-level preparation over the parameter-set units (each from its header byte, with its
 // emulation prevention): the rate (givenRate, else the VUI timing, else 25), field coding, the
@@ -61,3 +69,23 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
 // bits, or -1 with `error` set (no room, or existing timecode/captions with keepExisting).
 int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, uint64_t displayIndex, bool hasPicture,
                     std::string& error);
+
+// MPEG-2 video (stamp_mpeg2.cpp). The rate: givenRate, else the frame_rate_code of the first
+// sequence header among `units` (start-code units from their start code value), else 25 with
+// plan.rateSource starting "the default".
+bool prepareMpeg2StampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& units, const RateInfo* givenRate,
+                           std::string& error);
+
+// The pictures of the groups stamped so far, in decode order: a group's time_code is the
+// timecode of its first picture in display order, which follows every picture of the groups
+// before it (ISO/IEC 13818-2 6.3.8: temporal_reference restarts at each group).
+struct Mpeg2Groups {
+  uint64_t pictures = 0;       // pictures before this access unit
+  uint64_t groupStart = 0;     // display index of the current group's first picture
+};
+
+// Edits one MPEG-2 access unit (start codes) in place: the time_code of a group header it
+// carries, and its caption user data (replaced) in front of its first slice. Returns
+// kStampedGroup/kReplacedCaptions/kWroteCaption bits, or -1 with `error` set.
+int stampMpeg2AccessUnit(const StampPlan& plan, Mpeg2Groups& groups, DFRAME& frame, uint64_t displayIndex, bool hasPicture,
+                         std::string& error);

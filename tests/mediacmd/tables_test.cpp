@@ -52,7 +52,7 @@ TEST(MediaCmdTables, ShapeOfTheExportedTables) {
 }
 
 // The table keeps its historical order, not code order: the first-match rules depend on it.
-TEST(MediaCmdTables, TableOrderIsKept) {
+TEST(MediaCmdTables, TableOrderIsKeptAndSharedCodesTakeTheFirstName) {
   auto indexOf = [](const char* name) {
     for (size_t i = 0; i < 460; ++i)
       if (!std::strcmp(mcmdGSXlat[i].name, name)) return i;
@@ -64,6 +64,20 @@ TEST(MediaCmdTables, TableOrderIsKept) {
   EXPECT_EQ(mcmdFLAGXlat[1].code, 0x40000000u);
   EXPECT_STREQ(mcmdFLAGXlat[1].name, "overridedeferred");
   EXPECT_STREQ(mcmdFLAGXlat[34].name, "ignore");
+  // Codes with two names turn into the first (both read back in the exhaustive round trip).
+  const struct {
+    bool flags;
+    uint32_t code;
+    const char* first;
+  } kShared[] = {
+      {false, 0x4E23, "sysdroppedframes"}, {false, 0xC35F, "proxyfilecompressiontype"}, {false, 0xC360, "proxyfiledatarate"},
+      {true, 0x4000, "copy"}, {true, 0x8000, "convert"}, {true, 0x8000000, "secondfield"}, {true, 0x40000000, "overridedeferred"},
+  };
+  for (const auto& p : kShared) {
+    char name[MCMD_NAME_MAX] = {};
+    EXPECT_EQ((p.flags ? cfToString : gsToString)(static_cast<int>(p.code), name), 0) << p.first;
+    EXPECT_STREQ(name, p.first);
+  }
 }
 
 // Every name of both tables, in three spellings, back to its code; every code to the first name.
@@ -86,30 +100,6 @@ TEST(MediaCmdTables, ExhaustiveRoundTrips) {
     char name[MCMD_NAME_MAX];
     ASSERT_EQ(cfToString(static_cast<int>(row.code), name), 0);
     EXPECT_STREQ(name, firstNameFor(mcmdFLAGXlat, row.code));
-  }
-}
-
-TEST(MediaCmdTables, SharedCodesTurnIntoTheFirstName) {
-  struct Pair {
-    bool flags;
-    uint32_t code;
-    const char* first;
-    const char* second;
-  };
-  const Pair pairs[] = {
-      {false, 0x4E23, "sysdroppedframes", "droppedframes"},
-      {false, 0xC35F, "proxyfilecompressiontype", "proxycompressiontype"},
-      {false, 0xC360, "proxyfiledatarate", "proxydatarate"},
-      {true, 0x4000, "copy", "noclipfiles"},
-      {true, 0x8000, "convert", "notcspaces"},
-      {true, 0x8000000, "secondfield", "usenextfield"},
-      {true, 0x40000000, "overridedeferred", "ignore"},
-  };
-  // Both names read back to the code in the exhaustive round trip; here the name chosen for it.
-  for (const Pair& p : pairs) {
-    char name[MCMD_NAME_MAX] = {};
-    EXPECT_EQ((p.flags ? cfToString : gsToString)(static_cast<int>(p.code), name), 0) << p.second;
-    EXPECT_STREQ(name, p.first);
   }
 }
 

@@ -241,10 +241,6 @@ TEST(ZrFile, BadHandlesAndPathsFailCleanly) {
   EXPECT_EQ(zrOSGetLastError(), uint32_t{EISDIR});
   EXPECT_EQ(zrOSCreateFile(dir.file("no/such/dir/f").c_str(), kRW, 0, ZR_CREATE_ALWAYS, 0), ZR_INVALID_HANDLE);
   EXPECT_EQ(zrOSGetLastError(), uint32_t{ENOENT});
-}
-
-TEST(ZrFile, FileExists) {
-  qtest::TempDir dir;
   spit(dir.file("here"), "x");
   EXPECT_TRUE(zrOSFileExists(dir.file("here").c_str()));
   EXPECT_TRUE(zrOSFileExists(dir.path().c_str()));

@@ -36,13 +36,12 @@ TEST(AudioSpecificConfig, ReadsAndWritesTheGivenBytes) {
     AAC_AUDIO_CONFIG got{};
     EXPECT_EQ(klxutilReadAAC(&s, &got), 0);
     EXPECT_EQ(s.position, c.bits);
-    EXPECT_EQ(got.audioObjectType, c.expected.audioObjectType);
-    EXPECT_EQ(got.samplingFrequencyIndex, c.expected.samplingFrequencyIndex);
-    EXPECT_EQ(got.samplingFrequency, c.expected.samplingFrequency);
-    EXPECT_EQ(got.channelConfiguration, c.expected.channelConfiguration);
-    EXPECT_EQ(got.frameLengthFlag, c.expected.frameLengthFlag);
-    EXPECT_EQ(got.dependsOnCoreCoder, c.expected.dependsOnCoreCoder);
-    EXPECT_EQ(got.extensionFlag, c.expected.extensionFlag);
+    auto fields = [](const AAC_AUDIO_CONFIG& a) {
+      return std::vector<uint32_t>{uint32_t(a.audioObjectType), uint32_t(a.samplingFrequencyIndex), uint32_t(a.samplingFrequency),
+                                   uint32_t(a.channelConfiguration), uint32_t(a.frameLengthFlag), uint32_t(a.dependsOnCoreCoder),
+                                   uint32_t(a.extensionFlag)};
+    };
+    EXPECT_EQ(fields(got), fields(c.expected));
     Bytes out(8, 0);
     zr_bitstream w = over(out);
     EXPECT_EQ(klxutilWriteAAC(&w, &got), 0);

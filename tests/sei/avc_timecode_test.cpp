@@ -10,43 +10,16 @@
 
 #include "platform/tcxlat.h"
 #include "streamutil/sei.h"
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 
 namespace {
 
 using qtest::shellQuote;
 
-// Timecodes ffprobe reports per frame (display order), every clock timestamp of the frame.
-std::vector<std::vector<std::string>> probedFrames(const std::string& path) {
-  auto r = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame=key_frame:frame_side_data=value " +
-                             shellQuote(path));
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  std::vector<std::vector<std::string>> frames;
-  std::istringstream in(r.out);
-  for (std::string l; std::getline(in, l);) {
-    if (l == "[FRAME]") frames.emplace_back();
-    if (l.rfind("value=", 0) == 0 && !frames.empty()) {
-      for (auto& c : l)
-        if (c == ';') c = ':';  // FFmpeg marks only some drop-frame timecodes with ';'
-      frames.back().push_back(l.substr(6));
-    }
-  }
-  return frames;
-}
-
-std::string framemd5(const std::string& path) {
-  auto r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(path) + " -f framemd5 - | grep -v '^#'");
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  return r.out;
-}
-
-std::string timecode(uint32_t frames, uint32_t type) {
-  char text[32] = {};
-  EXPECT_EQ(tc2String(frames, type | TCF_TEXT | TCF_ALL_FIELDS | TCF_PAD, text, sizeof text), 0);
-  for (auto& c : text)
-    if (c == ';') c = ':';
-  return text;
-}
+using oracle::frameTimecodes;
+using oracle::pictureChecksums;
+using oracle::printedTimecode;
 
 struct AvcCase {
   const char* name;
@@ -84,11 +57,11 @@ std::string avcStream(const AvcCase& c) {
 }
 
 void expectStamped(const std::string& out, uint32_t start, uint32_t type, size_t pictures, size_t perFrame) {
-  const auto frames = probedFrames(out);
+  const auto frames = frameTimecodes(out);
   ASSERT_EQ(frames.size(), pictures);
   for (size_t i = 0; i < frames.size(); ++i) {
     EXPECT_EQ(frames[i].size(), perFrame) << "picture " << i;
-    for (const auto& v : frames[i]) EXPECT_EQ(v, timecode(start + uint32_t(i), type)) << "picture " << i;
+    for (const auto& v : frames[i]) EXPECT_EQ(v, printedTimecode(start + uint32_t(i), type)) << "picture " << i;
   }
 }
 
@@ -107,17 +80,17 @@ TEST(AvcTimecode, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
     EXPECT_NE(r.out.find(*c.rate ? "given with --rate" : "from the stream's VUI timing"), std::string::npos) << r.out;
     uint32_t start = 0;
     ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
-    const std::string pictures = framemd5(in);
-    const size_t count = size_t(std::count(pictures.begin(), pictures.end(), '\n'));
+    const auto pictures = pictureChecksums(in);
+    const size_t count = pictures.size();
     expectStamped(out, start, c.type, count, c.timestampsPerFrame);
-    EXPECT_EQ(framemd5(out), pictures) << "pictures changed";
+    EXPECT_EQ(pictureChecksums(out), pictures) << "pictures changed";
     // Re-stamping (here in length-prefixed editing) leaves only the new timecode.
     r = qtest::runTool("stamp " + shellQuote(out) + " " + shellQuote(again) + " --tc 12:00:00:00 --length-prefixed" + rate);
     ASSERT_EQ(r.exitCode, 0) << r.err;
     uint32_t restart = 0;
     ASSERT_EQ(tc2Frame("12:00:00:00", c.type | TCF_TEXT, &restart), 0);
     expectStamped(again, restart, c.type, count, c.timestampsPerFrame);
-    EXPECT_EQ(framemd5(again), pictures);
+    EXPECT_EQ(pictureChecksums(again), pictures);
   }
 }
 
@@ -138,15 +111,15 @@ TEST(AvcTimecode, PulldownKeepsPicStructAndFillsEverySlot) {
                              "sed 's/^\\[[^]]*\\] //' | awk '{print $2, $NF}'").out;
   };
   EXPECT_EQ(trace(out), trace(in));
-  const auto frames = probedFrames(out);
+  const auto frames = frameTimecodes(out);
   ASSERT_EQ(frames.size(), 10u);
   size_t slots = 0;
   for (size_t i = 0; i < frames.size(); ++i) {
     slots += frames[i].size();
-    for (const auto& v : frames[i]) EXPECT_EQ(v, timecode(86400 + uint32_t(i), TC_2398));
+    for (const auto& v : frames[i]) EXPECT_EQ(v, printedTimecode(86400 + uint32_t(i), TC_2398));
   }
   EXPECT_EQ(slots, 25u) << "3:2 pulldown: 10 pictures, 25 fields";
-  EXPECT_EQ(framemd5(out), framemd5(in));
+  EXPECT_EQ(pictureChecksums(out), pictureChecksums(in));
 }
 
 // An HRD stream's pic_timing keeps its delays; its SPS is left as it is (pic_struct present).

@@ -45,37 +45,6 @@ const Bytes kSeiX264 = {0, 0, 1, 0x06, 0x05, 0x01, 0xAA, 0x80};
 const Bytes kIdr = {0, 0, 0, 1, 0x65, 0x88, 0x84, 0x00, 0x33};
 const Bytes kSlice = {0, 0, 1, 0x41, 0x9A, 0x21};
 
-// Start-code frames: where the SEI must land.
-TEST(AvcCaptions, StartCodeInsertionPoints) {
-  Bytes big(300, 0x55);  // slice data without zero bytes, to push the scan past 256
-  const Bytes bigSlice = cat({Bytes{0, 0, 0, 1, 0x41}, big});
-  struct Case {
-    const char* name;
-    Bytes frame;
-    size_t at;
-  };
-  const Case cases[] = {
-      {"SPS PPS IDR: in front of the slice's start code", cat({kSps, kPps, kIdr}), 17},
-      {"AUD SPS PPS(3-byte) SEI IDR: in front of the SEI", cat({kAud, kSps, kPps3, kSeiX264, kIdr}), 22},
-      {"AUD then a long slice: position 6", cat({kAud, bigSlice}), 6},
-      {"AUD then a short slice: behind the AUD", cat({kAud, kSlice}), 6},
-      {"a short slice alone: in front", kSlice, 0},
-  };
-  const Bytes packet = packetOf(6, 30);
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Bytes buffer = c.frame;
-    buffer.resize(c.frame.size() + 400, 0xEE);
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
-    ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), uint32_t(packet.size()), 0), 0);
-    Bytes expected = c.frame;
-    const Bytes sei = expectedAvcSei(packet, 2);
-    expected.insert(expected.begin() + long(c.at), sei.begin(), sei.end());
-    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + f.nDataSize), expected);
-  }
-}
-
 Bytes lengthPrefixed(std::initializer_list<Bytes> units) {
   Bytes out;
   for (const auto& u : units) {
@@ -85,19 +54,28 @@ Bytes lengthPrefixed(std::initializer_list<Bytes> units) {
   return out;
 }
 
-TEST(AvcCaptions, LengthPrefixedInsertionPoints) {
+// Where the SEI must land, in start-code and in length-prefixed frames.
+TEST(AvcCaptions, InsertionPointsInBothFramings) {
+  Bytes big(300, 0x55);  // slice data without zero bytes, to push the scan past 256
+  const Bytes bigSlice = cat({Bytes{0, 0, 0, 1, 0x41}, big});
   const Bytes aud = {0x09, 0xF0}, sps = {0x67, 0x64, 0x00, 0x0C}, pps = {0x68, 0xEB, 0xE3};
   const Bytes sei = {0x06, 0x05, 0x01, 0xAA, 0x80}, idr = {0x65, 0x88, 0x84}, slice = {0x41, 0x9A};
   struct Case {
     const char* name;
     Bytes frame;
     size_t at;
+    bool lengthPrefixed;
   };
   const Case cases[] = {
-      {"AUD SPS PPS IDR: right behind the PPS", lengthPrefixed({aud, sps, pps, idr}), 6 + 8 + 7},
-      {"SPS PPS AUD IDR: behind the PPS", lengthPrefixed({sps, pps, aud, idr}), 8 + 7},
-      {"AUD SEI SPS PPS: in front of the SEI", lengthPrefixed({aud, sei, sps, pps, idr}), 6},
-      {"AUD slice: in front of the slice", lengthPrefixed({aud, slice}), 6},
+      {"SPS PPS IDR: in front of the slice's start code", cat({kSps, kPps, kIdr}), 17, false},
+      {"AUD SPS PPS(3-byte) SEI IDR: in front of the SEI", cat({kAud, kSps, kPps3, kSeiX264, kIdr}), 22, false},
+      {"AUD then a long slice: position 6", cat({kAud, bigSlice}), 6, false},
+      {"AUD then a short slice: behind the AUD", cat({kAud, kSlice}), 6, false},
+      {"a short slice alone: in front", kSlice, 0, false},
+      {"AUD SPS PPS IDR: right behind the PPS", lengthPrefixed({aud, sps, pps, idr}), 6 + 8 + 7, true},
+      {"SPS PPS AUD IDR: behind the PPS", lengthPrefixed({sps, pps, aud, idr}), 8 + 7, true},
+      {"AUD SEI SPS PPS: in front of the SEI", lengthPrefixed({aud, sei, sps, pps, idr}), 6, true},
+      {"AUD slice: in front of the slice", lengthPrefixed({aud, slice}), 6, true},
   };
   const Bytes packet = packetOf(9, 40);
   for (const auto& c : cases) {
@@ -106,9 +84,9 @@ TEST(AvcCaptions, LengthPrefixedInsertionPoints) {
     buffer.resize(c.frame.size() + 400, 0xEE);
     DFRAME f;
     klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
-    ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), uint32_t(packet.size()), 1), 0);
+    ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), uint32_t(packet.size()), c.lengthPrefixed), 0);
     Bytes unit = expectedAvcSei(packet, 3);
-    unit[3] = uint8_t(unit.size() - 4);  // the length prefix
+    if (c.lengthPrefixed) unit[3] = uint8_t(unit.size() - 4);  // the length prefix
     Bytes expected = c.frame;
     expected.insert(expected.begin() + long(c.at), unit.begin(), unit.end());
     EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + f.nDataSize), expected);
@@ -180,9 +158,6 @@ TEST(AvcCaptions, RefusalsLeaveTheFrameUntouched) {
 
 TEST(Mpeg2Captions, BlockBytesAndPlacement) {
   const Bytes picture = {0, 0, 1, 0xB3, 0x0A, 0x00, 0x5A, 0x13, 0, 0, 1, 0x00, 0x00, 0x0F};
-  struct Case {
-    uint32_t captionBytes;
-  };
   for (uint32_t captionBytes : {6u, 7u, 40u, 0u}) {
     const Bytes packet = packetOf(captionBytes, 16 + captionBytes + 4);
     Bytes buffer = picture;

@@ -9,6 +9,7 @@
 
 #include "platform/tcxlat.h"
 #include "streamutil/scc.h"
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 
 namespace {
@@ -43,15 +44,7 @@ TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
     EXPECT_TRUE(r.err.empty()) << "no cue outside the range: " << r.err;
     // Every GOP header carries the timecode of its first picture in display order: as far
     // from the start as FFmpeg's own (closed-GOP) time_codes in the input are from theirs.
-    auto gopTimecodes = [](const std::string& path) {
-      auto p = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame_side_data=timecode " + shellQuote(path) +
-                                 " | grep '^timecode=' | cut -d= -f2");
-      std::vector<std::string> out;
-      std::istringstream lines(p.out);
-      for (std::string l; std::getline(lines, l);) out.push_back(l);
-      return out;
-    };
-    const auto theirs = gopTimecodes(in), ours = gopTimecodes(out);
+    const auto theirs = oracle::allTimecodes(in, false), ours = oracle::allTimecodes(out, false);
     ASSERT_EQ(ours.size(), theirs.size());
     uint32_t start = 0, theirStart = 0;
     const uint32_t theirType = c.type == TC_DF2997 ? TC_NDF30 : c.type;  // FFmpeg counted "01:02:03:04" non-drop
@@ -66,8 +59,7 @@ TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
       EXPECT_EQ(ours[gop], want) << "GOP " << gop;
     }
     EXPECT_GE(gop, 5u);
-    auto md5 = [](const std::string& path) { return qtest::runCommand("ffmpeg -v error -i " + shellQuote(path) + " -f framemd5 -").out; };
-    EXPECT_EQ(md5(out), md5(in));
+    EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(in));
     // The caption pairs come back at their timecodes.
     r = qtest::runTool("captions extract " + shellQuote(out) + " -o " + shellQuote(dir.file("back.scc")));
     ASSERT_EQ(r.exitCode, 0) << r.err;

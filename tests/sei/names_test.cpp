@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "platform/zrfourcc.h"
 #include "streamutil/typenames.h"
 #include "support/test_support.h"
 
@@ -12,7 +13,7 @@ constexpr uint32_t fcc(const char (&t)[5]) {
   return uint32_t(uint8_t(t[0])) << 24 | uint32_t(uint8_t(t[1])) << 16 | uint32_t(uint8_t(t[2])) << 8 | uint8_t(t[3]);
 }
 
-TEST(FileTypeNames, LabelsAcrossTheTable) {
+TEST(FileTypeNames, LabelsAcrossTheTableAndEveryCodeHasOne) {
   struct Case {
     uint32_t code;
     const char* label;
@@ -28,9 +29,7 @@ TEST(FileTypeNames, LabelsAcrossTheTable) {
       {226, "TCP Stream"},
   };
   for (const auto& c : cases) EXPECT_STREQ(klxutilFileTypeString(c.code), c.label) << c.code;
-}
-
-TEST(FileTypeNames, EveryCodeUpTo226ExceptZeroAnd57HasItsOwnLabel) {
+  // Every code up to 226 but 57 has a label of its own.
   std::set<std::string> distinct;
   for (uint32_t code = 1; code <= 226; ++code) {
     const char* label = klxutilFileTypeString(code);
@@ -44,7 +43,7 @@ TEST(FileTypeNames, EveryCodeUpTo226ExceptZeroAnd57HasItsOwnLabel) {
   EXPECT_EQ(distinct.size(), 196u);
 }
 
-TEST(CodecNames, FixedTableEntries) {
+TEST(CodecNames, FixedTableThenFourccFamilies) {
   struct Case {
     uint64_t code;
     const char* label;
@@ -65,16 +64,20 @@ TEST(CodecNames, FixedTableEntries) {
       {0x20727661, "Avid MC Mac"},
       {fcc("AVdn"), "Avid DNxHD"},  // the last entry
       {0xABCD00000000ull | fcc("hvc1"), "HEVC h.265"},  // only the low 32 bits count
+      {fcc("Y10g"), "DPX YCbCr 10"},  // a 10-bit YCbCr code too, but the table names it first
+      // Codes outside the table: the first FOURCC family test that accepts them names them.
+      {fcc("ADJV"), "Avid JPEG"}, {fcc("AJFF"), "Avid JFIF"}, {fcc("mjpa"), "JPEG"}, {fcc("dvsd"), "DV25"},
+      {fcc("dv5p"), "DV50"}, {fcc("dvh5"), "DVHD"}, {fcc("2vuy"), "8 Bit YCbCr"}, {fcc("YUY2"), "8 Bit YCbCr"},
+      {fcc("v210"), "10 Bit YCbCr"}, {fcc("BGRA"), "RGB"}, {fcc("r210"), "10 Bit RGB"},
+      {fcc("zzzz"), ""}, {fcc("qQ~q"), ""},  // unknown: an empty string, not null
   };
-  for (const auto& c : cases) EXPECT_STREQ(klxutilCodecTypeString(c.code), c.label) << std::hex << c.code;
-}
-
-TEST(CodecNames, UnknownCodeGivesEmptyStringNotNull) {
-  for (uint64_t code : {uint64_t{fcc("zzzz")}, uint64_t{fcc("qQ~q")}}) {
-    const char* label = klxutilCodecTypeString(code);
+  for (const auto& c : cases) {
+    const char* label = klxutilCodecTypeString(c.code);
     ASSERT_NE(label, nullptr);
-    EXPECT_STREQ(label, "") << std::hex << code;
+    EXPECT_STREQ(label, c.label) << std::hex << c.code;
   }
+  // "UYVY" is both in the table (above) and an 8-bit YCbCr code: the table wins.
+  EXPECT_TRUE(fccIs8BitD1YUV(fcc("UYVY")));
 }
 
 TEST(NamesTool, PrintsLabelsAndRefusesBadInput) {
@@ -104,32 +107,6 @@ TEST(NamesTool, PrintsLabelsAndRefusesBadInput) {
     }
   }
   EXPECT_EQ(qtest::runTool("names --help").exitCode, 0);
-}
-
-}  // namespace
-
-#include "platform/zrfourcc.h"
-
-namespace {
-
-// Codes outside the fixed table are named by the first FOURCC family test that accepts them.
-TEST(CodecNames, FamiliesNameCodesOutsideTheTable) {
-  struct Case {
-    uint32_t code;
-    const char* label;
-  };
-  const Case cases[] = {
-      {fcc("ADJV"), "Avid JPEG"},    {fcc("AJFF"), "Avid JFIF"}, {fcc("mjpa"), "JPEG"},
-      {fcc("dvsd"), "DV25"},         {fcc("dv5p"), "DV50"},      {fcc("dvh5"), "DVHD"},
-      {fcc("2vuy"), "8 Bit YCbCr"},  {fcc("YUY2"), "8 Bit YCbCr"}, {fcc("v210"), "10 Bit YCbCr"},
-      {fcc("BGRA"), "RGB"},          {fcc("r210"), "10 Bit RGB"},
-  };
-  for (const auto& c : cases) EXPECT_STREQ(klxutilCodecTypeString(c.code), c.label) << std::hex << c.code;
-  // "UYVY" is both in the fixed table and an 8-bit YCbCr code: the table wins.
-  ASSERT_TRUE(fccIs8BitD1YUV(fcc("UYVY")));
-  EXPECT_STREQ(klxutilCodecTypeString(fcc("UYVY")), "YVYU 4:2:2 YCbCr");
-  // "Y10g" is a 10-bit YCbCr code too, but the table names it first.
-  EXPECT_STREQ(klxutilCodecTypeString(fcc("Y10g")), "DPX YCbCr 10");
 }
 
 }  // namespace

@@ -8,45 +8,16 @@
 
 #include "platform/tcxlat.h"
 #include "streamutil/captions.h"
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 
 namespace {
 
 using qtest::shellQuote;
 
-std::vector<std::string> lines(const std::string& text) {
-  std::vector<std::string> out;
-  std::istringstream in(text);
-  for (std::string l; std::getline(in, l);)
-    if (!l.empty()) out.push_back(l);
-  return out;
-}
-
-// Timecodes ffprobe reports, frame by frame in display order (';' and ':' both read as ':').
-std::vector<std::string> probedTimecodes(const std::string& path) {
-  auto r = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame_side_data=value " + shellQuote(path));
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  std::vector<std::string> out;
-  for (auto l : lines(r.out)) {
-    if (l.rfind("value=", 0) != 0) continue;
-    for (auto& c : l)
-      if (c == ';') c = ':';
-    out.push_back(l.substr(6));
-  }
-  return out;
-}
-
-std::string framemd5(const std::string& path) {
-  auto r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(path) + " -f framemd5 - | grep -v '^#'");
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  return r.out;
-}
-
-std::string expectedTimecode(uint32_t frames, uint32_t type) {
-  char text[32] = {};
-  EXPECT_EQ(tc2String(frames, type | TCF_TEXT | TCF_ALL_FIELDS | TCF_PAD, text, sizeof text), 0);
-  return text;
-}
+using oracle::allTimecodes;
+using oracle::pictureChecksums;
+using oracle::printedTimecode;
 
 struct RateCase {
   const char* rate;     // --rate
@@ -97,16 +68,12 @@ TEST(StampInterop, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
     ASSERT_EQ(r.exitCode, 0) << r.err;
     uint32_t start = 0;
     ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
-    const auto got = probedTimecodes(out);
-    const auto pictures = lines(framemd5(in));
+    const auto got = allTimecodes(out);
+    const auto pictures = pictureChecksums(in);
     ASSERT_EQ(got.size(), pictures.size());
-    for (size_t i = 0; i < got.size(); ++i) {
-      std::string want = expectedTimecode(start + uint32_t(c.fields ? i / 2 : i), c.type);
-      for (auto& ch : want)
-        if (ch == ';') ch = ':';
-      EXPECT_EQ(got[i], want) << "picture " << i;
-    }
-    EXPECT_EQ(framemd5(out), framemd5(in)) << "pictures changed";
+    for (size_t i = 0; i < got.size(); ++i)
+      EXPECT_EQ(got[i], printedTimecode(start + uint32_t(c.fields ? i / 2 : i), c.type)) << "picture " << i;
+    EXPECT_EQ(pictureChecksums(out), pictures) << "pictures changed";
   }
 }
 
@@ -121,9 +88,9 @@ TEST(StampInterop, RestampingReplacesTheTimecodeAndKeepExistingRefuses) {
   auto twice = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("b.hevc")) +
                               " --tc 02:00:00:00 --json");
   ASSERT_EQ(twice.exitCode, 0) << twice.err;
-  const auto got = probedTimecodes(dir.file("b.hevc"));
-  ASSERT_EQ(got.size(), lines(framemd5(in)).size()) << "one time_code per picture";
-  for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i], expectedTimecode(180000 + uint32_t(i), TC_PAL));
+  const auto got = allTimecodes(dir.file("b.hevc"));
+  ASSERT_EQ(got.size(), pictureChecksums(in).size()) << "one time_code per picture";
+  for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i], printedTimecode(180000 + uint32_t(i), TC_PAL));
   EXPECT_NE(twice.out.find("\"replacedTimecodes\":" + std::to_string(got.size())), std::string::npos) << twice.out;
   auto keep = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("c.hevc")) +
                              " --tc 02:00:00:00 --keep-existing");
@@ -157,20 +124,14 @@ TEST(StampInterop, FfmpegExtractsTheCaptionTextBack) {
     std::string stream;
     const char* options;
   };
-  const std::string args = " -frames:v 36 -pix_fmt yuv420p ";
+  const std::string source = "-f lavfi -i testsrc2=size=160x90:rate=30000/1001 -frames:v 36 -pix_fmt yuv420p ";
+  const std::string avc = qtest::encodedStream("cc-h264.264", source + "-c:v libx264 -bf 3 -x264-params threads=1 -f h264");
   const Case cases[] = {
       {"HEVC with B-frames",
-       qtest::encodedStream("cc-hevc.hevc", "-f lavfi -i testsrc2=size=160x90:rate=30000/1001" + args +
-                                                "-c:v libx265 -x265-params log-level=error:pools=1:frame-threads=1:bframes=3 -f hevc"),
+       qtest::encodedStream("cc-hevc.hevc", source + "-c:v libx265 -x265-params log-level=error:pools=1:frame-threads=1:bframes=3 -f hevc"),
        ""},
-      {"H.264 with B-frames, start codes",
-       qtest::encodedStream("cc-h264.264", "-f lavfi -i testsrc2=size=160x90:rate=30000/1001" + args +
-                                               "-c:v libx264 -bf 3 -x264-params threads=1 -f h264"),
-       ""},
-      {"H.264 with B-frames, length-prefixed",
-       qtest::encodedStream("cc-h264.264", "-f lavfi -i testsrc2=size=160x90:rate=30000/1001" + args +
-                                               "-c:v libx264 -bf 3 -x264-params threads=1 -f h264"),
-       " --length-prefixed"},
+      {"H.264 with B-frames, start codes", avc, ""},
+      {"H.264 with B-frames, length-prefixed", avc, " --length-prefixed"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -182,7 +143,7 @@ TEST(StampInterop, FfmpegExtractsTheCaptionTextBack) {
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const std::string srt = extractCaptions(out, "30000/1001", dir);
     EXPECT_NE(srt.find(kCaptionText), std::string::npos) << srt;
-    EXPECT_EQ(framemd5(out), framemd5(c.stream)) << "pictures changed";
+    EXPECT_EQ(pictureChecksums(out), pictureChecksums(c.stream)) << "pictures changed";
   }
 }
 
@@ -220,7 +181,7 @@ TEST(Mpeg2Interop, BlockInFrontOfEachPictureLeavesThePicturesAlone) {
   EXPECT_GT(blocks, 5u);
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("out.m2v"), out);
-  EXPECT_EQ(framemd5(dir.file("out.m2v")), framemd5(in));
+  EXPECT_EQ(pictureChecksums(dir.file("out.m2v")), pictureChecksums(in));
 }
 
 TEST(StampTool, RefusesBadInputAndLeavesNoPartialOutput) {

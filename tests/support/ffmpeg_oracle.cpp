@@ -5,6 +5,7 @@
 
 #include <sstream>
 
+#include "platform/tcxlat.h"
 #include "support/test_support.h"
 
 namespace oracle {
@@ -98,6 +99,51 @@ std::vector<Range> packetRanges(const std::string& path) {
     if (range.size) ranges.push_back(range);
   }
   return ranges;
+}
+
+std::vector<std::string> pictureChecksums(const std::string& path) {
+  auto r = qtest::runCommand("ffmpeg -nostdin -v error -i " + qtest::shellQuote(path) + " -f framemd5 -");
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  std::vector<std::string> out;
+  std::istringstream lines(r.out);
+  for (std::string line; std::getline(lines, line);)
+    if (!line.empty() && line[0] != '#') out.push_back(line);
+  return out;
+}
+
+std::vector<std::vector<std::string>> frameTimecodes(const std::string& path, bool colonsOnly) {
+  auto r = qtest::runCommand("ffprobe -v error -show_frames -show_entries frame=key_frame:frame_side_data=value,timecode " +
+                             qtest::shellQuote(path));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  std::vector<std::vector<std::string>> frames;
+  std::istringstream lines(r.out);
+  for (std::string line; std::getline(lines, line);) {
+    if (line == "[FRAME]") frames.emplace_back();
+    const size_t equals = line.find('=');
+    if (frames.empty() || equals == std::string::npos) continue;
+    const std::string key = line.substr(0, equals);
+    if (key != "value" && key != "timecode") continue;
+    std::string value = line.substr(equals + 1);
+    if (colonsOnly)
+      for (auto& c : value)
+        if (c == ';') c = ':';
+    frames.back().push_back(value);
+  }
+  return frames;
+}
+
+std::string printedTimecode(uint32_t frames, uint32_t type) {
+  char text[32] = {};
+  EXPECT_EQ(tc2String(frames, type | TCF_TEXT | TCF_ALL_FIELDS | TCF_PAD, text, sizeof text), 0);
+  for (auto& c : text)
+    if (c == ';') c = ':';
+  return text;
+}
+
+std::vector<std::string> allTimecodes(const std::string& path, bool colonsOnly) {
+  std::vector<std::string> out;
+  for (const auto& frame : frameTimecodes(path, colonsOnly)) out.insert(out.end(), frame.begin(), frame.end());
+  return out;
 }
 
 std::vector<std::vector<uint8_t>> mp4Samples(const std::string& path, const std::string& scratchDir) {

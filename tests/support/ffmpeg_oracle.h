@@ -79,6 +79,20 @@ inline const Stream kStreams[] = {
 };
 #undef QV_SOURCE
 
+// Decoded-picture checksums (`ffmpeg -f framemd5`), one line per picture, comments dropped:
+// equal lists mean the pictures decode unchanged.
+std::vector<std::string> pictureChecksums(const std::string& path);
+
+// The timecodes ffprobe reports (frame side data "value"/"timecode"), frame by frame in display
+// order, every clock timestamp of a frame. FFmpeg marks only some drop-frame timecodes with ';':
+// with colonsOnly every ';' reads as ':'.
+std::vector<std::vector<std::string>> frameTimecodes(const std::string& path, bool colonsOnly = true);
+// The text ffprobe prints (colons only) for the frame count of a timecode type, as tc2String
+// writes it: what a stamped picture must read back as.
+std::string printedTimecode(uint32_t frames, uint32_t type);
+// Every timecode of frameTimecodes, frames without one skipped.
+std::vector<std::string> allTimecodes(const std::string& path, bool colonsOnly = true);
+
 // The samples ffmpeg stores when it remuxes the stream into MP4 (-c copy), read back unconverted.
 std::vector<std::vector<uint8_t>> mp4Samples(const std::string& path, const std::string& scratchDir);
 

@@ -153,38 +153,7 @@ std::string str20(uint32_t word) {
 
 bool isProgressive(uint32_t word) { return (word & VID_FMT_PROGRESSIVE) != 0; }
 
-TEST(SignalFormat, NamedWordsGiveTheirTextSizeAndRate) {
-  for (const auto& n : kNamed) {
-    SCOPED_TRACE(testing::Message() << std::hex << "0x" << n.word << " " << n.text);
-    EXPECT_EQ(str20(n.word), n.text);
-    int w = 0, h = 0;
-    ASSERT_EQ(vidImageSize(n.word, &w, &h, 0), 0);
-    EXPECT_EQ(w, n.width);
-    EXPECT_EQ(h, n.height);
-    ASSERT_EQ(vidImageSize(n.word, &w, &h, 1), 0);
-    EXPECT_EQ(h, n.fieldHeight);
-    uint32_t rate = 0, scale = 0;
-    ASSERT_EQ(vidRateScale(n.word, &rate, &scale), 0);
-    const Pair& expected = kPairOfCode.at(n.word & VID_FMT_RATE_MASK);
-    EXPECT_EQ(rate, expected.rate);
-    EXPECT_EQ(scale, expected.scale);
-  }
-}
-
-// The tokens inside each named word agree with its raster, except where stored words are known
-// to differ: width token 104 reads 2650 for the 2560-wide words, and the 8K words carry height
-// token 101 (4096) for 4320 lines.
-TEST(SignalFormat, NamedWordsCarryTheTokensOfTheirRaster) {
-  for (const auto& n : kNamed) {
-    SCOPED_TRACE(testing::Message() << std::hex << "0x" << n.word);
-    int tokenWidth = vidGetSizeFromToken((n.word >> 9) & 0x7FF);
-    int tokenHeight = vidGetSizeFromToken((n.word >> 20) & 0xFF);
-    EXPECT_EQ(tokenWidth, n.width == 2560 ? 2650 : n.width);
-    EXPECT_EQ(tokenHeight, n.height == 4320 ? 4096 : n.height);
-  }
-}
-
-// Deriving each named word back from its own raster and rate gives the word again, except for
+// Deriving a named word back from its own raster and rate gives the word again, except for
 // the words that are named for reading only: the derivation never produces them.
 bool readOnlyWord(uint32_t word) {
   static const std::set<uint32_t> kReadOnly = {
@@ -202,15 +171,32 @@ bool readOnlyWord(uint32_t word) {
   return kReadOnly.count(word) != 0;
 }
 
-TEST(SignalFormat, NamedWordsRoundTripThroughDerivation) {
+// Each named word: its text, frame and field size, rate pair, the size tokens inside it (known
+// stored exceptions: width token 104 reads 2650 for the 2560-wide words, the 8K words carry
+// height token 101, 4096, for 4320 lines), and the derivation back from raster and rate.
+TEST(SignalFormat, NamedWordsTextSizeRateTokensAndDerivation) {
   int roundTrips = 0;
   for (const auto& n : kNamed) {
+    SCOPED_TRACE(testing::Message() << std::hex << "0x" << n.word << " " << n.text);
+    EXPECT_EQ(str20(n.word), n.text);
+    int w = 0, h = 0;
+    ASSERT_EQ(vidImageSize(n.word, &w, &h, 0), 0);
+    EXPECT_EQ(w, n.width);
+    EXPECT_EQ(h, n.height);
+    ASSERT_EQ(vidImageSize(n.word, &w, &h, 1), 0);
+    EXPECT_EQ(h, n.fieldHeight);
+    Pair got{};
+    ASSERT_EQ(vidRateScale(n.word, &got.rate, &got.scale), 0);
     const Pair& p = kPairOfCode.at(n.word & VID_FMT_RATE_MASK);
-    uint32_t derived = vidGetSignalFormat(p.rate, p.scale, n.width, n.height, isProgressive(n.word));
+    EXPECT_EQ(got.rate, p.rate);
+    EXPECT_EQ(got.scale, p.scale);
+    EXPECT_EQ(vidGetSizeFromToken((n.word >> 9) & 0x7FF), n.width == 2560 ? 2650 : n.width);
+    EXPECT_EQ(vidGetSizeFromToken((n.word >> 20) & 0xFF), n.height == 4320 ? 4096 : n.height);
+    const uint32_t derived = vidGetSignalFormat(p.rate, p.scale, n.width, n.height, isProgressive(n.word));
     if (readOnlyWord(n.word)) {
-      EXPECT_NE(derived, n.word) << std::hex << "0x" << n.word << " " << n.text;
+      EXPECT_NE(derived, n.word);
     } else {
-      EXPECT_EQ(derived, n.word) << std::hex << "0x" << n.word << " " << n.text << " -> 0x" << derived;
+      EXPECT_EQ(derived, n.word) << " -> 0x" << derived;
       ++roundTrips;
     }
   }

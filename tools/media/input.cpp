@@ -130,12 +130,14 @@ bool looksAdts(const Bytes& head) {
   return length >= head.size() || adtsAt(head, length, &next);
 }
 
-// The distinct parameter sets among the sampled units, in stream order.
+// The distinct parameter sets (MPEG-2: sequence headers) among the sampled units, in stream order.
 void leadingParameterSets(StreamInfo& info, const Sample& sample) {
   for (const auto& [u, size] : sample.units) {
     if (size == 0) continue;
     const int type = info.codec == StreamCodec::kHevc ? (u[0] >> 1) & 0x3F : u[0] & 0x1F;
-    const bool set = info.codec == StreamCodec::kHevc ? type >= 32 && type <= 34 : info.codec == StreamCodec::kH264 && (type == 7 || type == 8);
+    const bool set = info.codec == StreamCodec::kHevc    ? type >= 32 && type <= 34
+                     : info.codec == StreamCodec::kMpeg2 ? u[0] == 0xB3  // sequence header
+                                                         : type == 7 || type == 8;
     if (!set) continue;
     Bytes unit(u, u + size);
     while (unit.size() > 1 && unit.back() == 0) unit.pop_back();  // trailing_zero_8bits

@@ -52,7 +52,7 @@ struct StreamInfo {
   int lengthSize = 4;
   int track = -1;                    // container stream index of the video track
   std::vector<Bytes> parameterSets;  // from the extradata (avcC/hvcC arrays or Annex B)
-  std::vector<Bytes> leadingParameterSets;  // elementary streams: those in the first megabyte
+  std::vector<Bytes> leadingParameterSets;  // elementary streams: those in the first megabyte (MPEG-2: sequence headers)
   Bytes extradata;
   bool configRecord = false;         // extradata is an avcC / hvcC record
   int frameRateNum = 0, frameRateDen = 0;  // container frame rate (0 when not known)

@@ -131,7 +131,7 @@ class ContainerSink : public Sink {
 
   // Sets up the muxer, its streams and its header. False with `error` before anything is written.
   bool open(Input& input, const ContainerKind& kind, const std::string& path, const std::vector<Bytes>& sets,
-            bool setsReplaced, std::string& error) {
+            bool setsReplaced, const std::string& timecode, std::string& error) {
     in_ = input.format();
     video_ = input.info().track;
     const StreamCodec codec = input.info().codec;
@@ -168,6 +168,9 @@ class ContainerSink : public Sink {
     }
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
     libav::api().av_dict_copy(&out_->metadata, in_->metadata, 0);
+    if (!timecode.empty())
+      for (AVDictionary** tags : {&out_->metadata, &out_->streams[map_[video_]]->metadata})
+        if (libav::api().av_dict_get(*tags, "timecode", nullptr, 0)) libav::api().av_dict_set(tags, "timecode", timecode.c_str(), 0);
     return openFile(kind, path, codec, error);
   }
 
@@ -407,7 +410,7 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
     if (info.elementary) {
       if (!container->openElementary(info, *kind, target, setsReplaced ? sets : info.leadingParameterSets, error)) return false;
     } else {
-      if (!container->open(input, *kind, target, sets, setsReplaced, error)) return false;
+      if (!container->open(input, *kind, target, sets, setsReplaced, editor.containerTimecode(), error)) return false;
       input.setOtherPackets(&ContainerSink::other, container.get());
     }
     sink = std::move(container);

@@ -62,6 +62,10 @@ class FrameEditor {
   // Each access unit, in decode order. Edit frame->pData in place (within nBufferSize) and set
   // nDataSize. False with `error` set stops the run (OUT is then not created).
   virtual bool edit(PipelineFrame& frame, std::string& error) = 0;
+  // After begin(): the timecode text (HH:MM:SS:FF, ';' for drop-frame) that a container's own
+  // timecode tag (MXF material package, a "timecode" tag copied from IN) should show instead of
+  // the one copied from IN; "" leaves it alone. Only tags IN already had are replaced.
+  virtual std::string containerTimecode() const { return {}; }
 };
 
 struct PipelineOptions {

@@ -1,0 +1,174 @@
+// MPEG-2 video in MPEG-TS (AAC) and MXF (PCM) made by ffmpeg, through stamp and captions
+// extract: ffprobe reads the stamped GOP timecodes, the decoded pictures and the audio bits stay
+// the same, the caption pairs come back at their timecodes, and the decoded text equals FFmpeg's
+// subcc text; captions extract reads H.264 captions that FFmpeg's own writer (-a53cc) put in a TS.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "media_support.h"
+#include "platform/tcxlat.h"
+#include "streamutil/scc.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+
+constexpr const char* kSource =
+    "-f lavfi -i testsrc2=size=192x108:rate=30000/1001 -f lavfi -i sine=frequency=440:sample_rate=48000 -t 2 "
+    "-c:v mpeg2video -g 12 -bf 2 -timecode 01:00:00:00 ";
+
+// Pop-on "Hello" shown from 10:00:00;10 to 10:00:01;10, then "two" until 10:00:01;25.
+constexpr const char* kScc =
+    "Scenarist_SCC V1.0\n\n"
+    "10:00:00;10\t9420 9420 94ae 94ae 9452 9452 c8e5 ecec ef80 942f 942f\n\n"
+    "10:00:01;10\t9420 9420 94ae 94ae 94d0 94d0 f4f7 ef80 942c 942c 942f 942f\n\n"
+    "10:00:01;25\t942c 942c\n";
+
+std::vector<std::string> lines(const std::string& text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string l; std::getline(in, l);) out.push_back(l);
+  return out;
+}
+
+// GOP timecodes as FFmpeg's decoder reports them, in display order.
+std::vector<std::string> gopTimecodes(const std::string& path) {
+  return lines(qtest::runCommand("ffprobe -v error -select_streams v:0 -show_frames -show_entries frame_side_data=timecode " +
+                                 shellQuote(path) + " | grep '^timecode=' | cut -d= -f2").out);
+}
+
+// SCC pairs as "frame:byte,byte", read by the library's SCC reader.
+std::vector<std::string> sccPairs(const std::string& text) {
+  uint32_t count = 0, line = 0;
+  std::vector<SCC_CAPTION> v(256);
+  EXPECT_EQ(klxutilReadScc(text.data(), text.size(), TC_DF2997, v.data(), uint32_t(v.size()), &count, &line), 0) << text;
+  v.resize(count);
+  std::vector<std::string> out;
+  for (const auto& s : v) out.push_back(std::to_string(s.frame) + ":" + std::to_string(s.data[0]) + "," + std::to_string(s.data[1]));
+  return out;
+}
+
+// SRT with FFmpeg's styling tags taken off.
+std::string plainSrt(const std::string& srt) { return std::regex_replace(srt, std::regex("<[^>]*>|\\{[^}]*\\}|\r"), ""); }
+std::string ffmpegSrt(const std::string& path) {
+  return plainSrt(qtest::runCommand("ffmpeg -v error -f lavfi -i " + shellQuote("movie=" + path + "[out0+subcc]") +
+                                    " -map 0:s -f srt -").out);
+}
+
+class Mpeg2Containers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
+  }
+};
+
+TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
+  struct Case {
+    const char* name;  // cache file; its extension names the container
+    const char* args;
+    const char* container;
+    const char* containerTimecode;  // the container's own timecode tag after the stamp
+  } cases[] = {
+      {"m2_aac.ts", "-c:a aac -f mpegts", "MPEG-TS", ""},
+      {"m2_pcm.mxf", "-c:a pcm_s16le -f mxf", "MXF", "TAG:timecode=10:00:00;00\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string in = qtest::encodedStream(c.name, std::string(kSource) + c.args);
+    ASSERT_FALSE(in.empty());
+    qtest::TempDir dir;
+    const std::string out = dir.file(std::string("out") + std::strrchr(c.name, '.')), scc = dir.file("cc.scc");
+    qtest::writeBytes(scc, std::vector<uint8_t>(kScc, kScc + std::strlen(kScc)));
+    const auto summary = mtest::runJson("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '10:00:00;00' --captions " + shellQuote(scc));
+    ASSERT_FALSE(summary.is_discarded());
+    EXPECT_EQ(summary["codec"], "mpeg2");
+    EXPECT_EQ(summary["output"], c.container);
+    EXPECT_EQ(summary["timecodeType"], "29.97 drop-frame");
+    EXPECT_EQ(summary["last"], "10:00:01;29");
+
+    // Each GOP header holds its first picture's timecode: as far from the start as FFmpeg's
+    // own (non-drop) time_codes in the input are from theirs.
+    const auto theirs = gopTimecodes(in), ours = gopTimecodes(out);
+    ASSERT_GE(theirs.size(), 4u);
+    ASSERT_EQ(ours.size(), theirs.size());
+    EXPECT_EQ(summary["gopHeaders"], theirs.size());
+    uint32_t start = 0, theirStart = 0;
+    ASSERT_EQ(tc2Frame("10:00:00;00", TC_DF2997 | TCF_TEXT, &start), 0);
+    ASSERT_EQ(tc2Frame(theirs.front().c_str(), TC_NDF30 | TCF_TEXT, &theirStart), 0);
+    for (size_t gop = 0; gop < ours.size(); ++gop) {
+      uint32_t theirFrame = 0;
+      ASSERT_EQ(tc2Frame(theirs[gop].c_str(), TC_NDF30 | TCF_TEXT, &theirFrame), 0);
+      char want[32] = {};
+      tc2String(start + (theirFrame - theirStart), TC_DF2997 | TCF_FULL_TEXT, want, sizeof want);
+      EXPECT_EQ(ours[gop], want) << "GOP " << gop;
+    }
+    EXPECT_EQ(qtest::runCommand("ffprobe -v error -show_format " + shellQuote(out) + " | grep TAG:timecode").out, c.containerTimecode);
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+    EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
+
+    // The pairs come back at their timecodes; the text is FFmpeg's.
+    auto r = qtest::runTool("captions extract " + shellQuote(out) + " -o " + shellQuote(dir.file("back.scc")));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto back = qtest::readBytes(dir.file("back.scc"));
+    EXPECT_EQ(sccPairs(std::string(back.begin(), back.end())), sccPairs(kScc));
+    r = qtest::runTool("captions extract " + shellQuote(out) + " -o -");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find("Hello"), std::string::npos);
+    EXPECT_EQ(r.out, ffmpegSrt(out));
+
+    // Stamping the stamped file again replaces the captions rather than adding to them.
+    const std::string again = dir.file(std::string("again") + std::strrchr(c.name, '.'));
+    const auto second = mtest::runJson("stamp " + shellQuote(out) + " " + shellQuote(again) + " --tc '10:00:00;00' --captions " + shellQuote(scc));
+    EXPECT_EQ(second["replacedCaptions"], 60);
+    r = qtest::runTool("captions extract " + shellQuote(again) + " -o -");
+    EXPECT_EQ(r.out, ffmpegSrt(out));
+  }
+}
+
+TEST_F(Mpeg2Containers, CaptionsOfFfmpegA53InTransportStream) {
+  // FFmpeg's decoder carries the stamped MPEG-2 captions over to libx264, which writes them as
+  // its own cc_data SEI (-a53cc): captions extract on that TS gives FFmpeg's text and times.
+  const std::string in = qtest::encodedStream("m2_aac.ts", std::string(kSource) + "-c:a aac -f mpegts");
+  qtest::TempDir dir;
+  const std::string stamped = dir.file("stamped.ts"), avc = dir.file("avc.ts"), scc = dir.file("cc.scc");
+  qtest::writeBytes(scc, std::vector<uint8_t>(kScc, kScc + std::strlen(kScc)));
+  auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(stamped) + " --tc '10:00:00;00' --captions " + shellQuote(scc));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(stamped) + " -c:v libx264 -a53cc 1 -bf 2 -c:a copy -f mpegts " + shellQuote(avc));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = qtest::runTool("captions extract " + shellQuote(avc) + " -o -");
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("Hello"), std::string::npos);
+  EXPECT_EQ(r.out, ffmpegSrt(avc));
+  const auto json = mtest::runJson("captions extract " + shellQuote(avc));
+  EXPECT_EQ(json["codec"], "h264");
+  EXPECT_EQ(json["cues"].size(), 2u);
+}
+
+TEST_F(Mpeg2Containers, RefusalsBeforeAnyWork) {
+  const std::string ts = qtest::encodedStream("m2_aac.ts", std::string(kSource) + "-c:a aac -f mpegts");
+  qtest::TempDir dir;
+  const std::string es = dir.file("in.m2v");
+  ASSERT_EQ(qtest::runCommand("ffmpeg -v error -i " + shellQuote(ts) + " -map 0:v -c copy -f mpeg2video " + shellQuote(es)).exitCode, 0);
+  struct Case {
+    std::string in, out, message;
+  } cases[] = {
+      {es, dir.file("o.ts"), "quorvane stamp: elementary streams of this kind go into MPEG-TS with ffmpeg -i IN -c copy OUT\n"},
+      {es, dir.file("o.mxf"), "quorvane stamp: elementary streams of this kind go into MXF with ffmpeg -i IN -c copy OUT\n"},
+  };
+  for (const auto& c : cases) {
+    auto r = qtest::runTool("stamp " + shellQuote(c.in) + " " + shellQuote(c.out) + " --tc 00:00:00:00");
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_EQ(r.err, c.message);
+    EXPECT_FALSE(std::filesystem::exists(c.out));
+  }
+}
+
+}  // namespace
