@@ -64,6 +64,14 @@ bool fitsWrite(const zr_bitstream* s, uint64_t first, uint64_t n) {
   return (first + n + 7) / 8 <= writableBytes(s);
 }
 
+// The checked form's test: n bits at position lie inside `size` bytes (no size, no room). Written
+// without sums that could wrap for any position.
+bool roomFor(const zr_bitstream* s, uint64_t n) {
+  if (!s->buffer || s->size <= 0) return false;
+  uint64_t capacityBits = static_cast<uint64_t>(s->size) > (UINT64_MAX / 8) ? UINT64_MAX : static_cast<uint64_t>(s->size) * 8;
+  return s->position <= capacityBits && n <= capacityBits - s->position;
+}
+
 uint32_t expGolombBitCount(uint32_t x) {
   if (x <= 0xFF) return static_cast<uint32_t>(len_table_mini[x]);
   if (x <= 0xFFFF) return static_cast<uint32_t>(len_table_mini[x >> 8]) + 8;
@@ -230,6 +238,21 @@ void WriteExponentialGolombCode(zr_bitstream* s, uint32_t value) {
   }
   if (zeros) WriteBits(s, static_cast<int32_t>(zeros), 0);
   WriteBits(s, 32, x);
+}
+
+int32_t WriteBitsChecked(zr_bitstream* s, int32_t n, uint32_t value) {
+  if (!s || n < 0 || n > 32) return -1;
+  if (!roomFor(s, static_cast<uint64_t>(n))) return ZR_BITSTREAM_NO_ROOM;
+  WriteBits(s, n, value);
+  return 0;
+}
+
+int32_t WriteExponentialGolombCodeChecked(zr_bitstream* s, uint32_t value) {
+  if (!s) return -1;
+  uint64_t codeBits = 2 * uint64_t{expGolombBitCount(value + 1u)} - 1;
+  if (!roomFor(s, codeBits)) return ZR_BITSTREAM_NO_ROOM;
+  WriteExponentialGolombCode(s, value);
+  return 0;
 }
 
 void WriteExponentialGolombCodeSigned(zr_bitstream* s, int32_t value) {

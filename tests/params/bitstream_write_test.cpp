@@ -111,3 +111,38 @@ TEST(BitstreamNullBuffer, ReadsArePastTheEndAndWritesAreDropped) {
 }
 
 }  // namespace
+
+namespace {
+
+// The checked form refuses what does not fit in `size` (no size: no room) and leaves the stream
+// as it was; what fits is written exactly as the unchecked writer writes it.
+TEST(BitstreamWriteChecked, RefusesWithoutRoomAndLeavesTheStreamAlone) {
+  struct Case {
+    int64_t size;
+    uint64_t position;
+    int32_t n;  // -1: ue(300), a 17-bit code
+    int32_t result;
+  } const kCases[] = {
+      {0, 0, 1, ZR_BITSTREAM_NO_ROOM},   {0, 0, -1, ZR_BITSTREAM_NO_ROOM}, {-4, 0, 8, ZR_BITSTREAM_NO_ROOM},
+      {2, 9, 8, ZR_BITSTREAM_NO_ROOM},   {2, 8, 8, 0},                     {2, 0, -1, ZR_BITSTREAM_NO_ROOM},
+      {3, 7, -1, 0},                     {3, 8, -1, ZR_BITSTREAM_NO_ROOM}, {4, 0, 33, -1},
+      {4, UINT64_MAX - 3, 8, ZR_BITSTREAM_NO_ROOM},
+  };
+  for (const auto& c : kCases) {
+    Bytes buffer(4, 0xCC), model(4, 0xCC);
+    zr_bitstream s{buffer.data(), c.size, 0, c.position};
+    int32_t rc = c.n < 0 ? WriteExponentialGolombCodeChecked(&s, 300) : WriteBitsChecked(&s, c.n, 0x5A);
+    EXPECT_EQ(rc, c.result) << c.size << " " << c.position << " " << c.n;
+    if (rc != 0) {
+      EXPECT_EQ(s.position, c.position);
+      EXPECT_EQ(buffer, model);
+      continue;
+    }
+    zr_bitstream m{model.data(), 0, 0, c.position};
+    if (c.n < 0) WriteExponentialGolombCode(&m, 300); else WriteBits(&m, c.n, 0x5A);
+    EXPECT_EQ(s.position, m.position);
+    EXPECT_EQ(buffer, model);
+  }
+}
+
+}  // namespace
