@@ -26,13 +26,16 @@ void unsetMasks(MEDIACMD* cmd) { cmd->VideoChannels = cmd->AudioChannels = cmd->
 
 // Copies at most `limit` characters of a NUL-terminated text, stopping after its NUL; when the
 // limit cuts the text, a NUL is added if the destination has room for it.
-void copyBoundedText(char* dst, size_t dstRoom, const char* src, size_t limit) {
+// strncpy: copies at most `limit` characters and clears the rest of the bound behind the text,
+// so no byte of an older, longer payload survives behind a shorter new one. Like strncpy it
+// writes nothing beyond the bound (no terminator when the text fills it).
+void copyBoundedText(char* dst, const char* src, size_t limit) {
   size_t n = 0;
   while (n < limit && src[n]) {
     dst[n] = src[n];
     ++n;
   }
-  if (n < dstRoom) dst[n] = '\0';
+  for (; n < limit; ++n) dst[n] = '\0';
 }
 
 uint32_t mapBytes(uint32_t fourcc, int (*convert)(int)) {
@@ -116,7 +119,7 @@ void copyMediaCmd(MEDIACMD* dst, const MEDIACMD* src, unsigned flagMask) {
       size_t dstRoom = dst->StructSize - MEDIACMD_PAYLOAD_OFFSET;
       size_t limit = srcRoom < dstRoom ? srcRoom : dstRoom;
       if (limit > MEDIACMD_PAYLOAD_COPY_MAX) limit = MEDIACMD_PAYLOAD_COPY_MAX;
-      copyBoundedText(dst->Payload, dstRoom, src->Payload, limit);
+      copyBoundedText(dst->Payload, src->Payload, limit);
     }
   }
 }

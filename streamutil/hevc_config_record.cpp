@@ -143,6 +143,27 @@ uint32_t klxutilWrite_DVVC_CR(zr_bitstream* out, DOVI_DECODER_CONFIGURATION_RECO
   }
 }
 
+uint32_t klxutilRead_DVVC_CR(zr_bitstream* in, DOVI_DECODER_CONFIGURATION_RECORD* record) {
+  constexpr uint64_t kRecordBits = 24 * 8;
+  if (!in || !in->buffer || !record) return kFailed;
+  uint64_t limit = in->length;
+  if (in->size > 0) limit = std::min<uint64_t>(limit, static_cast<uint64_t>(in->size) * 8);
+  if (in->position > limit || limit - in->position < kRecordBits) return kFailed;
+  DOVI_DECODER_CONFIGURATION_RECORD r{};
+  r.dv_version_major = static_cast<uint8_t>(ReadBits(in, 8));
+  r.dv_version_minor = static_cast<uint8_t>(ReadBits(in, 8));
+  r.dv_profile = static_cast<uint16_t>(ReadBits(in, 7));
+  r.dv_level = static_cast<uint16_t>(ReadBits(in, 6));
+  r.rpu_present_flag = static_cast<uint16_t>(ReadBits(in, 1));
+  r.el_present_flag = static_cast<uint16_t>(ReadBits(in, 1));
+  r.bl_present_flag = static_cast<uint16_t>(ReadBits(in, 1));
+  r.dv_bl_signal_compatibility_id = ReadBits(in, 4);
+  r.reserved = ReadBits(in, 28);
+  for (uint32_t& word : r.reserved_words) word = ReadBits(in, 32);
+  *record = r;
+  return 24;
+}
+
 uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DECODED* vps, HEVC_SPS_DECODED* sps,
                              HEVC_PPS_DECODED* pps) {
   if (!header || !in || !in->buffer || in->size <= 0) return 0;

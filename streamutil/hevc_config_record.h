@@ -31,6 +31,13 @@ uint32_t klxutilWrite_HEVC_CR(zr_bitstream* out, HEVC_DECODED* header, const uin
 // Writes the 24-byte dvvC payload (nothing for a null record). Returns the output position / 8.
 uint32_t klxutilWrite_DVVC_CR(zr_bitstream* out, DOVI_DECODER_CONFIGURATION_RECORD* record);
 
+// Reads the 24-byte dvvC payload at the input's position into `record`, field for field as the
+// writer lays it out (reserved bits and words kept, so writing the record again gives the same
+// bytes). Returns 24 (bytes read, position advanced by 192 bits), or 0xFFFFFFFF without touching
+// the record or the position when an argument is null or fewer than 24 bytes remain before the
+// stream's length (and, when given, its size).
+uint32_t klxutilRead_DVVC_CR(zr_bitstream* in, DOVI_DECODER_CONFIGURATION_RECORD* record);
+
 // Reads an hvcC box (size and type words first) into the header record and the first VPS, SPS
 // and PPS found (each record may be null). Returns the byte offset past the last VPS or SPS
 // parsed; 0 for a null header, an empty input or no arrays; 0xFFFFFFFF when the reserved bits

@@ -10,13 +10,18 @@ constexpr uint32_t kPastEnd = 0xFFFFFFFFu;
 // Bytes that may be touched: `size` when the caller maintains it, otherwise everything up to
 // and including the byte that holds bit index `length` (the reader's one-bit-past quirk).
 uint64_t readableBytes(const zr_bitstream* s) {
+  if (!s->buffer) return 0;  // no data at all: every read is past the end
   if (s->size > 0) return static_cast<uint64_t>(s->size);
   return s->length / 8 + 1;
 }
 
+// The checked form: a caller that gives `size` gets every write bounded by it. Without a size the
+// writers are unchecked, as the cursor has always been: neither length nor anything else limits
+// them, and the caller provides the room (position afterwards tells how many bits were written).
 uint64_t writableBytes(const zr_bitstream* s) {
+  if (!s->buffer) return 0;  // nowhere to write: dropped, position still advances
   if (s->size > 0) return static_cast<uint64_t>(s->size);
-  return (s->length + 7) / 8;
+  return UINT64_MAX;
 }
 
 uint32_t bitAt(const zr_bitstream* s, uint64_t p) { return (s->buffer[p / 8] >> (7 - (p % 8))) & 1u; }
@@ -57,6 +62,14 @@ void store(zr_bitstream* s, uint64_t p, int n, uint32_t value) {
 
 bool fitsWrite(const zr_bitstream* s, uint64_t first, uint64_t n) {
   return (first + n + 7) / 8 <= writableBytes(s);
+}
+
+// The checked form's test: n bits at position lie inside `size` bytes (no size, no room). Written
+// without sums that could wrap for any position.
+bool roomFor(const zr_bitstream* s, uint64_t n) {
+  if (!s->buffer || s->size <= 0) return false;
+  uint64_t capacityBits = static_cast<uint64_t>(s->size) > (UINT64_MAX / 8) ? UINT64_MAX : static_cast<uint64_t>(s->size) * 8;
+  return s->position <= capacityBits && n <= capacityBits - s->position;
 }
 
 uint32_t expGolombBitCount(uint32_t x) {
@@ -225,6 +238,21 @@ void WriteExponentialGolombCode(zr_bitstream* s, uint32_t value) {
   }
   if (zeros) WriteBits(s, static_cast<int32_t>(zeros), 0);
   WriteBits(s, 32, x);
+}
+
+int32_t WriteBitsChecked(zr_bitstream* s, int32_t n, uint32_t value) {
+  if (!s || n < 0 || n > 32) return -1;
+  if (!roomFor(s, static_cast<uint64_t>(n))) return ZR_BITSTREAM_NO_ROOM;
+  WriteBits(s, n, value);
+  return 0;
+}
+
+int32_t WriteExponentialGolombCodeChecked(zr_bitstream* s, uint32_t value) {
+  if (!s) return -1;
+  uint64_t codeBits = 2 * uint64_t{expGolombBitCount(value + 1u)} - 1;
+  if (!roomFor(s, codeBits)) return ZR_BITSTREAM_NO_ROOM;
+  WriteExponentialGolombCode(s, value);
+  return 0;
 }
 
 void WriteExponentialGolombCodeSigned(zr_bitstream* s, int32_t value) {

@@ -74,6 +74,15 @@ void WriteExponentialGolombCode(zr_bitstream* s, uint32_t value);
 // parameter-set writers depend on exactly this; write_scaling_list uses the standard mapping.
 void WriteExponentialGolombCodeSigned(zr_bitstream* s, int32_t value);
 
+// The checked form, for callers writing into a buffer of known capacity: `size` is that capacity
+// in bytes, and 0 or less means no room at all (a stream that gives no size cannot be written
+// through it). When every bit of the code fits it is written, position advances and the result
+// is 0; otherwise nothing is written, position stays where it was and the result is
+// ZR_BITSTREAM_NO_ROOM. n outside 0..32 (WriteBitsChecked) is refused as a bad argument (-1).
+constexpr int32_t ZR_BITSTREAM_NO_ROOM = -102;
+int32_t WriteBitsChecked(zr_bitstream* s, int32_t n, uint32_t value);
+int32_t WriteExponentialGolombCodeChecked(zr_bitstream* s, uint32_t value);
+
 // Bit length of ue(value), defined for 0..127 (only the low byte of value is used). A low byte
 // of 128..255 gives the true length of ue(low byte) rather than indexing outside the table.
 int32_t LengthExponentialGolombCode(uint32_t value);

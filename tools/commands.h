@@ -17,6 +17,7 @@ int cmdProject(int argc, char** argv);
 int cmdParams(int argc, char** argv);
 int cmdHvcc(int argc, char** argv);
 int cmdAvcc(int argc, char** argv);
+int cmdDvcc(int argc, char** argv);
 int cmdHdr(int argc, char** argv);
 int cmdNal(int argc, char** argv);
 int cmdReframe(int argc, char** argv);

@@ -19,6 +19,7 @@ constexpr SubCommand kCommands[] = {
     {"params", "print the parameter sets of an H.264 or HEVC stream", cmdParams},
     {"hvcc", "write or read an HEVC decoder configuration record", cmdHvcc},
     {"avcc", "write or read an AVC decoder configuration record", cmdAvcc},
+    {"dvcc", "write or read a Dolby Vision configuration record (dvvC)", cmdDvcc},
     {"nal", "list the NAL units of an elementary stream", cmdNal},
     {"reframe", "convert a stream between start codes and length prefixes", cmdReframe},
     {"inspect", "summarise a stream: units, parameter sets, format, timecodes", cmdInspect},

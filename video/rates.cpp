@@ -122,7 +122,8 @@ extern "C" int vidRateScaled(double fps, uint32_t* rate, uint32_t* scale) {
   if (!rate || !scale) return -1;
   RateSnap snap = snapRate(fps);
   if (snap.kind == SnapKind::kApprox) {
-    double hundredths = std::trunc(snap.approx * 100);
+    // The whole frames per second, in hundredths: 12.5 gives 1200/100, the fraction is dropped.
+    double hundredths = std::trunc(snap.approx) * 100;
     if (!(hundredths > 0)) hundredths = 0;  // negative or not a number
     if (hundredths > UINT32_MAX) hundredths = UINT32_MAX;
     put({static_cast<uint32_t>(hundredths), 100}, rate, scale);

@@ -2,6 +2,7 @@
 // case, speed stepping.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bitset>
 #include <cstring>
 #include <memory>
@@ -159,8 +160,11 @@ TEST(MediaCmdRecord, CopyBoundsClipIdAndPayloadBySizes) {
     while (dst->Payload[copied] == 'p') ++copied;
     EXPECT_EQ(copied, c.wantCopied);
     size_t room = c.dstSize > 85 ? c.dstSize - 85 : 0;
-    if (c.wantCopied < room) {
-      EXPECT_EQ(dst->Payload[c.wantCopied], '\0');
+    // strncpy: zeros up to the bound, nothing written at or beyond it.
+    size_t bound = std::min<size_t>({c.srcSize > 85 ? c.srcSize - 85 : 0, room, 4099});
+    for (size_t i = c.wantCopied; i < bound; ++i) ASSERT_EQ(dst->Payload[i], '\0') << i;
+    if (bound < room) {
+      EXPECT_EQ(dst->Payload[bound], '\xEE');
     }
     // Nothing beyond the destination's stated size is touched.
     for (size_t i = 85 + room; i < dstBytes.size(); ++i) ASSERT_EQ(dstBytes[i], 0xEE) << i;

@@ -91,7 +91,7 @@ TEST_F(FormatCli, RateTimecodeAndPlayVerbs) {
       {"format rate 29.97", "normalized  30000/1001\nsnapped     30000/1001 (exact)\ntimecode    29.97df (4)\n"},
       {"format rate 60000/2002", "rate        30000/1001 (29.970 fps)\n"},
       {"format rate 2400/100 --json", "\"normalized\":\"24/1\""},
-      {"format rate 12.5 --json", "\"snapped\":\"25/2\",\"snappedExact\":false"},
+      {"format rate 12.5 --json", "\"snapped\":\"12/1\",\"snappedExact\":false"},
       {"format tc 107892 29.97 pal", "from        107892 29.97df 01:00:00;00\nto          90000 25 01:00:00:00\n"},
       {"format tc 107892 29.97 film-drop --json", "\"toTypeName\":\"23.98\""},
       {"format tc 90000 25 4 --json", "\"converted\":107892,\"toTimecode\":\"01:00:00;00\""},
