@@ -61,13 +61,11 @@ const Field kFields[] = {
 
 void printRecord(const DOVI_DECODER_CONFIGURATION_RECORD& r, const std::string& file, const char* type, bool asJson) {
   if (asJson) {
-    cli::Json json;
-    json.beginObject().str("file", file).str("boxType", type);
-    for (const auto& f : kFields) json.num(f.key, static_cast<int64_t>(f.get(r)));
-    json.beginArray("reservedWords");
-    for (uint32_t word : r.reserved_words) json.num("", static_cast<int64_t>(word));
-    json.endArray().endObject();
-    std::printf("%s\n", json.text().c_str());
+    cli::JsonValue json{{"file", file}, {"boxType", type}};
+    for (const auto& f : kFields) json[f.key] = f.get(r);
+    json["reservedWords"] = cli::JsonValue::array();
+    for (uint32_t word : r.reserved_words) json["reservedWords"].push_back(word);
+    cli::printJson(json);
     return;
   }
   std::printf("%s: %s, Dolby Vision %u.%u, profile %u, level %u\n", file.c_str(), type, r.dv_version_major,
@@ -105,7 +103,7 @@ int readBox(const std::string& path, bool asJson) {
   return cli::kOk;
 }
 
-int writeBox(const cli::Args& args, const std::string& output, bool asJson) {
+int writeBox(const cli::Command& args, const std::string& output, bool asJson) {
   DOVI_DECODER_CONFIGURATION_RECORD record{};
   for (const auto& f : kFields) {
     uint32_t value = f.byDefault;
@@ -140,20 +138,16 @@ int writeBox(const cli::Args& args, const std::string& output, bool asJson) {
 }  // namespace
 
 int cmdDvcc(int argc, char** argv) {
-  cli::Args args;
-  std::vector<char*> rewritten(argv, argv + argc);
-  for (auto& a : rewritten)
-    if (!std::strcmp(a, "-o")) a = const_cast<char*>("--output");
-    else if (!std::strcmp(a, "-y")) a = const_cast<char*>("--force");
-  if (!args.parse(argc, rewritten.data(),
-                  {"output", "read", "version-major", "version-minor", "profile", "level", "rpu", "el", "bl",
-                   "compatibility"},
-                  {"json", "help", "force"}))
-    return cli::fail("dvcc", "%s", args.error().c_str());
-  if (args.has("help")) {
-    std::fputs(kUsage, stdout);
-    return cli::kOk;
-  }
+  cli::Command args("dvcc", "");
+  args.usageText(kUsage)
+      .option("-o,--output", "where to write the box")
+      .option("--read", "print a box instead")
+      .flag("--json", "JSON output")
+      .forceFlag()
+      .positionals("ARGS", "none");
+  for (const auto& f : kFields)
+    if (f.option) args.option(std::string("--") + f.option, f.key);
+  if (auto exit = args.parse(argc, argv)) return *exit;
   const bool asJson = args.has("json");
   if (!args.positional().empty()) return cli::fail("dvcc", "unexpected argument '%s' (see --help)", args.positional()[0].c_str());
   if (auto box = args.get("read")) {
