@@ -14,24 +14,9 @@
 
 #include "platform/zrcfg.h"
 #include "platform/zrlog.h"
+#include "fuzz_files.h"
 
 namespace {
-
-const std::string& workDir() {
-  static const std::string dir = [] {
-    char pattern[] = "/tmp/quorvane-fuzz-config-XXXXXX";
-    if (!mkdtemp(pattern)) std::abort();
-    return std::string(pattern);
-  }();
-  return dir;
-}
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void quiet(void*, int, uint32_t, uint32_t, uint32_t, const char*) {}
 
 // Reads every value and sub-key below key, a few levels deep.
 void walk(ZRCFGHANDLE store, const std::string& key, int depth) {
@@ -53,9 +38,9 @@ void walk(ZRCFGHANDLE store, const std::string& key, int depth) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  zrLogSetSink(quiet, nullptr);
+  zrLogSetSink(quietLog, nullptr);
   const std::string bytes(reinterpret_cast<const char*>(data), size);
-  const std::string path = workDir() + "/store.xml";
+  const std::string path = scratchDir() + "/store.xml";
   for (const char* suffix : {"", ".bad", ".bad1"}) unlink((path + suffix).c_str());
   std::ofstream(path, std::ios::binary) << bytes;
 

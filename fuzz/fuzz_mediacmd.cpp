@@ -6,13 +6,10 @@
 
 #include "mediacmd/mediacmd.h"
 #include "platform/zrlog.h"
-
-namespace {
-void quiet(void*, int, uint32_t, uint32_t, uint32_t, const char*) {}
-}  // namespace
+#include "fuzz_files.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  zrLogSetSink(quiet, nullptr);
+  zrLogSetSink(quietLog, nullptr);
   const std::string text(reinterpret_cast<const char*>(data), size);
   MEDIACMD cmd, again;
   if (MediaCmdFromXMLString(&cmd, nullptr, text.c_str()) == 0) {

@@ -16,24 +16,9 @@
 #include "platform/zrcfg.h"
 #include "platform/zrlog.h"
 #include "fuzz_check.h"
+#include "fuzz_files.h"
 
 namespace {
-
-const std::string& workDir() {
-  static const std::string dir = [] {
-    char pattern[] = "/tmp/quorvane-fuzz-metadata-XXXXXX";
-    if (!mkdtemp(pattern)) std::abort();
-    return std::string(pattern);
-  }();
-  return dir;
-}
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void quiet(void*, int, uint32_t, uint32_t, uint32_t, const char*) {}
 
 struct Record {
   KLXINFOREC rec{};
@@ -46,9 +31,9 @@ bool sameText(const char* a, const char* b) { return (a == nullptr) == (b == nul
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  zrLogSetSink(quiet, nullptr);
+  zrLogSetSink(quietLog, nullptr);
   const std::string bytes(reinterpret_cast<const char*>(data), size);
-  const std::string user = workDir() + "/" + KLXINFO_USER_FILE, copy = workDir() + "/copy.xml";
+  const std::string user = scratchDir() + "/" + KLXINFO_USER_FILE, copy = scratchDir() + "/copy.xml";
   for (const std::string& p : {user, user + ".bad", copy}) unlink(p.c_str());
   std::ofstream(user, std::ios::binary) << bytes;
 

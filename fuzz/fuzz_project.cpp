@@ -11,31 +11,14 @@
 
 #include "metadata/klxinfo.h"
 #include "metadata/zrprojecttoxml.h"
-
-namespace {
-
-const std::string& workDir() {
-  static const std::string dir = [] {
-    char pattern[] = "/tmp/quorvane-fuzz-project-XXXXXX";
-    if (!mkdtemp(pattern)) std::abort();
-    return std::string(pattern);
-  }();
-  return dir;
-}
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-}  // namespace
+#include "fuzz_files.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   sklxInfoFindTcType(text.c_str());
 
   // A file the project may name but must leave as it is.
-  const std::string keep = workDir() + "/keep.txt", project = workDir() + "/p.xml";
+  const std::string keep = scratchDir() + "/keep.txt", project = scratchDir() + "/p.xml";
   std::ofstream(keep, std::ios::binary) << "original";
   std::ofstream(project, std::ios::binary) << text;
   CZRProjectToXML p;

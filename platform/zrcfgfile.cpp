@@ -111,24 +111,12 @@ class WriterLock {
 };
 
 // Length of the well-formed UTF-8 sequence (RFC 3629) starting at s[i] that may stand unescaped
-// in the file, or 0.
+// in the file (not ASCII, not U+FEFF, U+FFFE or U+FFFF), or 0.
 size_t utf8Run(std::string_view s, size_t i) {
-  const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
-  const unsigned char lead = byte(i);
-  size_t len;
-  uint32_t cp;
-  if (lead >= 0xC2 && lead <= 0xDF) len = 2, cp = lead & 0x1Fu;
-  else if (lead >= 0xE0 && lead <= 0xEF) len = 3, cp = lead & 0x0Fu;
-  else if (lead >= 0xF0 && lead <= 0xF4) len = 4, cp = lead & 0x07u;
-  else return 0;
-  if (i + len > s.size()) return 0;
-  for (size_t k = 1; k < len; ++k) {
-    if ((byte(i + k) & 0xC0u) != 0x80u) return 0;
-    cp = (cp << 6) | (byte(i + k) & 0x3Fu);
-  }
-  static constexpr uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  if (cp < kSmallest[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-  if (cp == 0xFEFF || cp == 0xFFFE || cp == 0xFFFF) return 0;
+  if (static_cast<unsigned char>(s[i]) < 0x80) return 0;
+  const size_t len = zrxml::utf8Length(s, i);
+  const std::string_view seq = s.substr(i, len);
+  if (seq == "\xEF\xBB\xBF" || seq == "\xEF\xBF\xBE" || seq == "\xEF\xBF\xBF") return 0;
   return len;
 }
 

@@ -14,6 +14,7 @@
 #pragma once
 #include <tinyxml.h>
 
+#include <cstddef>
 #include <string_view>
 
 namespace zrxml {
@@ -22,6 +23,9 @@ namespace zrxml {
 inline constexpr int kZrXmlMaxDepth = 256;
 // NUL bytes behind the text handed to TinyXML (its longest step over a sequence is 4).
 inline constexpr int kZrXmlPadding = 8;
+
+// Length of the well-formed UTF-8 sequence (RFC 3629) at s[i] (1 for ASCII), or 0.
+size_t utf8Length(std::string_view s, size_t i);
 
 enum class Charset { kLatin1, kUtf8 };
 
