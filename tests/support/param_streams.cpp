@@ -114,3 +114,17 @@ int compareElements(const ElementValues& ours, const ElementValues& theirs, cons
 }
 
 }  // namespace ptest
+
+namespace ptest {
+
+HevcUnits hevcUnits(const std::string& path) {
+  HevcUnits u;
+  u.path = path;
+  auto all = splitAnnexB(qtest::readBytes(path));
+  if (auto* v = firstHevcUnit(all, 32)) u.vps = *v;
+  if (auto* s = firstHevcUnit(all, 33)) u.sps = *s;
+  if (auto* p = firstHevcUnit(all, 34)) u.pps = *p;
+  return u;
+}
+
+}  // namespace ptest

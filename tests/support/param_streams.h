@@ -50,3 +50,19 @@ struct ElementCollector {
 int compareElements(const ElementValues& ours, const ElementValues& theirs, const std::string& context);
 
 }  // namespace ptest
+
+#include "streamutil/zr_bitstream.h"
+
+namespace ptest {
+
+// A reader/writer over the whole of `b` (size and length both the vector's).
+inline zr_bitstream over(Bytes& b) { return zr_bitstream{b.data(), static_cast<int64_t>(b.size()), b.size() * 8, 0}; }
+
+// The first VPS, SPS and PPS of an HEVC Annex B file (empty when absent).
+struct HevcUnits {
+  Bytes vps, sps, pps;
+  std::string path;
+};
+HevcUnits hevcUnits(const std::string& path);
+
+}  // namespace ptest
