@@ -67,27 +67,19 @@ TEST(FindNalUnit, EdgeCases) {
   }
 }
 
-ref::Converted runNalToRbsp(const Bytes& nal, int capacity) {
-  auto in = ref::exactCopy(nal);
+// nal_to_rbsp or rbsp_to_nal on an exactly sized copy, with `capacity` bytes of output.
+template <class Convert>
+ref::Converted runConvert(Convert convert, const Bytes& input, int capacity) {
+  auto in = ref::exactCopy(input);
   auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
-  int nalSize = static_cast<int>(nal.size());
-  int rbspSize = capacity;
-  int result = nal_to_rbsp(in.get(), &nalSize, out.get(), &rbspSize);
+  int inSize = static_cast<int>(input.size()), outSize = capacity;
+  int result = convert(in.get(), &inSize, out.get(), &outSize);
   Bytes written;
-  if (result >= 0) written.assign(out.get(), out.get() + rbspSize);
-  return {result, nalSize, rbspSize, written};
+  if (result >= 0) written.assign(out.get(), out.get() + std::min(outSize, std::max(capacity, 0)));
+  return {result, inSize, outSize, written};
 }
-
-ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) {
-  auto in = ref::exactCopy(rbsp);
-  auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
-  int rbspSize = static_cast<int>(rbsp.size());
-  int nalSize = capacity;
-  int result = rbsp_to_nal(in.get(), &rbspSize, out.get(), &nalSize);
-  Bytes written;
-  if (result >= 0) written.assign(out.get(), out.get() + std::min(nalSize, std::max(capacity, 0)));
-  return {result, rbspSize, nalSize, written};
-}
+ref::Converted runNalToRbsp(const Bytes& nal, int capacity) { return runConvert(nal_to_rbsp, nal, capacity); }
+ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) { return runConvert(rbsp_to_nal, rbsp, capacity); }
 
 struct ConvertCase {
   const char* name;
