@@ -64,13 +64,9 @@ TEST_P(HvccFromFfmpeg, WriterMatchesAndReaderAgrees) {
   ASSERT_GT(box.size(), 8u + 23u);
 
   // Ours: header filled from the parsed parameter sets, arrays from the stream's own units.
-  auto vps = std::make_unique<HEVC_VPS_DECODED>();
-  auto sps = std::make_unique<HEVC_SPS_DECODED>();
-  auto pps = std::make_unique<HEVC_PPS_DECODED>();
-  zr_bitstream v = over(u.vps), s = over(u.sps), p = over(u.pps);
-  klxutilRead_HEVC_VPS(&v, vps.get(), nullptr, 0);
-  klxutilRead_HEVC_SPS(&s, sps.get(), nullptr, 0);
-  klxutilRead_HEVC_PPS(&p, pps.get(), nullptr, 0);
+  auto vps = ptest::readHevcUnit<HEVC_VPS_DECODED>(u.vps);
+  auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(u.sps);
+  auto pps = ptest::readHevcUnit<HEVC_PPS_DECODED>(u.pps);
   HEVC_DECODED header;
   klxutilFillHvccHeader(&header, sps.get(), pps.get());
   Bytes ours = writeRecord(&header, u, static_cast<int32_t>(u.sps.size()));
@@ -137,9 +133,7 @@ TEST(HvccWriter, HeaderlessAndOddLengths) {
 
 TEST(HvccReader, DocumentedResults) {
   StreamUnits u = mainUnits();
-  auto sps = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream s = over(u.sps);
-  klxutilRead_HEVC_SPS(&s, sps.get(), nullptr, 0);
+  auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(u.sps);
   HEVC_DECODED header;
   klxutilFillHvccHeader(&header, sps.get(), nullptr);
   Bytes good = boxOf(writeRecord(&header, u, static_cast<int32_t>(u.sps.size())));
@@ -192,9 +186,7 @@ TEST(HvccReader, DocumentedResults) {
 
 TEST(HvccReader, TakesTheFirstOfEachType) {
   StreamUnits u = mainUnits();
-  auto first = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream s = over(u.sps);
-  klxutilRead_HEVC_SPS(&s, first.get(), nullptr, 0);
+  auto first = ptest::readHevcUnit<HEVC_SPS_DECODED>(u.sps);
   HEVC_DECODED header;
   klxutilFillHvccHeader(&header, first.get(), nullptr);
   // A second SPS with another id, and one more byte on the first unit's length.

@@ -91,10 +91,7 @@ TEST(HevcVps, ReservedBitsAreChecked) {
 }
 
 TEST(HevcVps, WriterForcesItsFields) {
-  Bytes unit = realUnits().vps;
-  auto vps = std::make_unique<HEVC_VPS_DECODED>();
-  zr_bitstream s = over(unit);
-  ASSERT_NE(klxutilRead_HEVC_VPS(&s, vps.get(), nullptr, 0), 0xFFFFFFFFu);
+  auto vps = ptest::readHevcUnit<HEVC_VPS_DECODED>(realUnits().vps);
   vps->vps_num_layer_sets_minus1 = 2;
   vps->vps_max_layer_id = 1;
   vps->vps_timing_info_present_flag = 1;
@@ -123,10 +120,7 @@ TEST(HevcVps, WriterForcesItsFields) {
 // 64 explicit (empty) short-term sets is the most that reads; 65 is refused by the writer and
 // by the reader (element_ranges_test.cpp).
 TEST(HevcSps, SixtyFourShortTermSetsRoundTrip) {
-  Bytes unit = realUnits().sps;
-  auto sps = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream s = over(unit);
-  ASSERT_GT(klxutilRead_HEVC_SPS(&s, sps.get(), nullptr, 0), 0u);
+  auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(realUnits().sps);
   sps->num_short_term_ref_pic_sets = 64;
   uint8_t out[kHevcParamSetMaxBytes];
   Bytes written(out, out + klxutilWrite_HEVC_SPS(sps.get(), out, 0));
@@ -137,10 +131,7 @@ TEST(HevcSps, SixtyFourShortTermSetsRoundTrip) {
 }
 
 TEST(HevcSps, EmulationPreventionIsRemovedBeforeReading) {
-  Bytes unit = realUnits().sps;
-  auto sps = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream s = over(unit);
-  ASSERT_GT(klxutilRead_HEVC_SPS(&s, sps.get(), nullptr, 0), 0u);
+  auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(realUnits().sps);
   ASSERT_EQ(sps->vui_parameters_present_flag, 1);
   // 32-bit fields of 1 and 0x100 produce 00 00 00 01 / 00 00 01 00 patterns that need escapes.
   sps->vui.vui_num_units_in_tick = 1;
@@ -161,14 +152,11 @@ TEST(HevcSps, EmulationPreventionIsRemovedBeforeReading) {
 }
 
 TEST(HevcPps, PositiveSignedValuesTakeTheLibraryMapping) {
-  Bytes unit = realUnits().pps;
   struct Case {
     int32_t written, readBack;
   } cases[] = {{2, -3}, {1, -2}, {0, 0}, {-1, -1}, {-7, -7}};
   for (const auto& c : cases) {
-    auto pps = std::make_unique<HEVC_PPS_DECODED>();
-    zr_bitstream s = over(unit);
-    ASSERT_GT(klxutilRead_HEVC_PPS(&s, pps.get(), nullptr, 0), 0u);
+    auto pps = ptest::readHevcUnit<HEVC_PPS_DECODED>(realUnits().pps);
     pps->init_qp_minus26 = c.written;
     pps->pps_cb_qp_offset = c.written;
     uint8_t out[kHevcParamSetMaxBytes];
@@ -206,9 +194,7 @@ TEST(HevcReaders, TrailingBitProblemsAreReportedNotFailed) {
 
 TEST(HevcWriters, CheckedFormsRefuseSmallBuffers) {
   Bytes unit = realUnits().sps;
-  auto sps = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream s = over(unit);
-  ASSERT_GT(klxutilRead_HEVC_SPS(&s, sps.get(), nullptr, 0), 0u);
+  auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(unit);
   Bytes out(unit.size(), 0xEE);
   EXPECT_EQ(klxutilWriteChecked_HEVC_SPS(sps.get(), out.data(), unit.size() - 1), -1);
   EXPECT_EQ(out, Bytes(unit.size(), 0xEE)) << "nothing written";
@@ -262,9 +248,7 @@ TEST(HevcReaders, SurviveRandomMutations) {
 // parser and ours read the same bytes and compare every element.
 TEST(HevcWriters, RareSyntaxReadsTheSameInFfmpeg) {
   RealUnits u = realUnits();
-  auto sps = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream s = over(u.sps);
-  ASSERT_GT(klxutilRead_HEVC_SPS(&s, sps.get(), nullptr, 0), 0u);
+  auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(u.sps);
 
   sps->num_short_term_ref_pic_sets = 4;
   HEVC_ST_REF_PIC_SET* rps = sps->st_ref_pic_set;

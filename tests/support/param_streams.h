@@ -66,3 +66,17 @@ struct HevcUnits {
 HevcUnits hevcUnits(const std::string& path);
 
 }  // namespace ptest
+
+#include <memory>
+
+#include "streamutil/hevc_params.h"
+
+namespace ptest {
+
+// A new HEVC_VPS_DECODED, HEVC_SPS_DECODED or HEVC_PPS_DECODED read from the whole unit by
+// its reader (no summary record); *result, when given, gets the reader's result, otherwise a
+// unit that does not read fails the calling test.
+template <class Record>
+std::unique_ptr<Record> readHevcUnit(Bytes unit, uint32_t* result = nullptr);
+
+}  // namespace ptest
