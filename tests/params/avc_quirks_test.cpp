@@ -22,7 +22,6 @@ struct Units {
 const Units& units() {
   static Units u = [] {
     Units r;
-    auto high = ptest::splitAnnexB(qtest::readBytes(ptest::x264Stream("main", "yuv420p", "-profile:v main", "64x48")));
     auto hi = ptest::splitAnnexB(qtest::readBytes(
         ptest::x264Stream("high_hrd", "yuv420p", "-profile:v high -x264-params nal-hrd=vbr:vbv-maxrate=500:vbv-bufsize=500", "64x64")));
     auto base = ptest::splitAnnexB(qtest::readBytes(ptest::x264Stream("baseline_cavlc", "yuv420p", "-profile:v baseline", "64x64")));
