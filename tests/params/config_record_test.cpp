@@ -224,12 +224,9 @@ TEST(HvccReader, ReportsAUnitThatDoesNotReadToItsLength) {
   header.configurationVersion = 1;
   header.numOfArrays = 3;
   // The PPS travels in the SPS array: the SPS reader rejects it after the NAL header.
-  Bytes out(512, 0);
-  zr_bitstream o = over(out);
-  out.resize(klxutilWrite_HEVC_CR(&o, &header, u.vps.data(), u.pps.data(), u.pps.data(),
-                                  static_cast<int32_t>(u.vps.size()), static_cast<int32_t>(u.pps.size()),
-                                  static_cast<int32_t>(u.pps.size())));
-  Bytes box = boxOf(out);
+  StreamUnits swapped = u;
+  swapped.sps = u.pps;
+  Bytes box = boxOf(writeRecord(&header, swapped, static_cast<int32_t>(u.pps.size())));
   auto sps = std::make_unique<HEVC_SPS_DECODED>();
   auto pps = std::make_unique<HEVC_PPS_DECODED>();
   HEVC_DECODED h{};
