@@ -66,13 +66,7 @@ struct Model {
 
 TEST(BitReader, PastTheEndQuirks) {
   std::vector<uint8_t> data = {0x00, 0xA5, 0x00};
-  zr_bitstream s = over(data, 8);
-  s.position = 8;
-  EXPECT_EQ(ReadBit(&s), 1u) << "a read at position == length fetches the top bit of the next byte";
-  EXPECT_EQ(s.position, 9u);
-  EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu);
-  EXPECT_EQ(s.position, 10u);
-
+  zr_bitstream s = over(data, 8);  // ReadBit at position == length: letter_departures_test
   s.position = 8;
   EXPECT_EQ(PeekBit(&s, 0), 1u);  // peek includes equality
   data[1] = 0x00;
