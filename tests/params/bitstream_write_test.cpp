@@ -75,23 +75,6 @@ TEST(BitstreamWrite, CheckedFormStopsAtTheSizeAndStillCountsPosition) {
   }
 }
 
-TEST(BitstreamWrite, ExpGolombWithoutASizeWritesTheWholeCode) {
-  struct Case {
-    uint32_t value;
-    std::string code;
-  } const kCases[] = {{0, "1"}, {1, "010"}, {6, "00111"}, {254, "000000011111111"}};
-  for (const auto& c : kCases) {
-    Bytes buffer(8, 0xFF);
-    zr_bitstream s{buffer.data(), 0, 0, 0};
-    WriteExponentialGolombCode(&s, c.value);
-    EXPECT_EQ(s.position, c.code.size());
-    EXPECT_EQ(bitsOf(buffer, c.code.size()), c.code) << c.value;
-  }
-}
-
-}  // namespace
-
-namespace {
 
 // A stream over no buffer at all: reads are past the end, writes go nowhere, positions count.
 TEST(BitstreamNullBuffer, ReadsArePastTheEndAndWritesAreDropped) {
@@ -110,9 +93,6 @@ TEST(BitstreamNullBuffer, ReadsArePastTheEndAndWritesAreDropped) {
   }
 }
 
-}  // namespace
-
-namespace {
 
 // The checked form refuses what does not fit in `size` (no size: no room) and leaves the stream
 // as it was; what fits is written exactly as the unchecked writer writes it.

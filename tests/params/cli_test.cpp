@@ -1,6 +1,8 @@
 // quorvane params / hvcc: sizes and profiles agree with ffprobe; hvcC files round-trip; errors.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "support/param_streams.h"
 #include "support/test_support.h"
 
@@ -14,38 +16,27 @@ std::string ffprobeField(const std::string& path, const std::string& field) {
   return out;
 }
 
-std::string jsonValue(const std::string& json, const std::string& key) {
-  size_t at = json.find("\"" + key + "\":");
-  if (at == std::string::npos) return "";
-  at += key.size() + 3;
-  size_t end = json.find_first_of(",}", at);
-  std::string v = json.substr(at, end - at);
-  if (!v.empty() && v.front() == '"') v = v.substr(1, v.size() - 2);
-  return v;
-}
-
 TEST(ParamsCommand, SummaryAgreesWithFfprobe) {
-  struct Case {
-    std::string path;
-  } cases[] = {
-      {ptest::x265Stream("odd_size_crop", "yuv420p", "", "100x58")},
-      {ptest::x265Stream("main10", "yuv420p10le", "", "64x64")},
-      {ptest::x264Stream("colour_sar_crop", "yuv420p",
-                         "-profile:v high -x264-params colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc:range=pc:sar=5/7:chromaloc=1:overscan=show",
-                         "100x58")},
-      {ptest::x264Stream("high422", "yuv422p10le", "-profile:v high422", "64x64")},
+  const std::string paths[] = {
+      ptest::x265Stream("odd_size_crop", "yuv420p", "", "100x58"),
+      ptest::x265Stream("main10", "yuv420p10le", "", "64x64"),
+      ptest::x264Stream("colour_sar_crop", "yuv420p",
+                        "-profile:v high -x264-params colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc:range=pc:sar=5/7:chromaloc=1:overscan=show",
+                        "100x58"),
+      ptest::x264Stream("high422", "yuv422p10le", "-profile:v high422", "64x64"),
   };
-  for (const auto& c : cases) {
-    auto r = qtest::runTool("params --json " + qtest::shellQuote(c.path));
+  for (const auto& path : paths) {
+    auto r = qtest::runTool("params --json " + qtest::shellQuote(path));
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(jsonValue(r.out, "width"), ffprobeField(c.path, "width")) << c.path;
-    EXPECT_EQ(jsonValue(r.out, "height"), ffprobeField(c.path, "height")) << c.path;
-    EXPECT_EQ(jsonValue(r.out, "profile"), ffprobeField(c.path, "profile")) << c.path;
-    std::string pixFmt = ffprobeField(c.path, "pix_fmt");
-    EXPECT_EQ(pixFmt.find("10") != std::string::npos, jsonValue(r.out, "bitDepthLuma") == "10") << pixFmt;
-    auto text = qtest::runTool("params " + qtest::shellQuote(c.path));
+    const auto summary = nlohmann::json::parse(r.out).at("summary");
+    EXPECT_EQ(std::to_string(summary.at("width").get<int>()), ffprobeField(path, "width")) << path;
+    EXPECT_EQ(std::to_string(summary.at("height").get<int>()), ffprobeField(path, "height")) << path;
+    EXPECT_EQ(summary.at("profile"), ffprobeField(path, "profile")) << path;
+    std::string pixFmt = ffprobeField(path, "pix_fmt");
+    EXPECT_EQ(pixFmt.find("10") != std::string::npos, summary.at("bitDepthLuma") == 10) << pixFmt;
+    auto text = qtest::runTool("params " + qtest::shellQuote(path));
     EXPECT_EQ(text.exitCode, 0);
-    EXPECT_NE(text.out.find("x" + ffprobeField(c.path, "height") + ","), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("x" + ffprobeField(path, "height") + ","), std::string::npos) << text.out;
   }
 }
 
@@ -60,9 +51,10 @@ TEST(HvccCommand, WritesABoxThatReadsBack) {
   EXPECT_EQ(size_t(box[3]) | size_t(box[2]) << 8, box.size());
   auto r = qtest::runTool("hvcc --json --read " + qtest::shellQuote(dir.file("h.bin")));
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_EQ(jsonValue(r.out, "numOfArrays"), "3");
-  EXPECT_EQ(jsonValue(r.out, "width"), "64");
-  EXPECT_EQ(jsonValue(r.out, "lengthSizeMinusOne"), "3");
+  const auto j = nlohmann::json::parse(r.out);
+  EXPECT_EQ(j.at("header").at("numOfArrays"), 3);
+  EXPECT_EQ(j.at("summary").at("width"), 64);
+  EXPECT_EQ(j.at("header").at("lengthSizeMinusOne"), 3);
 }
 
 TEST(ParamsCommands, RefuseBadInputWithOneLine) {

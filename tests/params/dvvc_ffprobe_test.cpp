@@ -100,20 +100,8 @@ TEST(DvvcFfprobe, SideDataMatchesTheRecord) {
     EXPECT_EQ((*dovi)["bl_present_flag"], c.bl);
     EXPECT_EQ((*dovi)["dv_bl_signal_compatibility_id"], c.compatibility);
 
-    // And our reader sees in the file what ffprobe saw.
-    size_t at = 0;
-    for (size_t i = 4; i + 4 <= mp4.size(); ++i)
-      if (!std::memcmp(&mp4[i], "dvvC", 4)) at = i + 4;
-    ASSERT_NE(at, 0u);
-    zr_bitstream in{mp4.data(), static_cast<int64_t>(mp4.size()), mp4.size() * 8, at * 8};
-    DOVI_DECODER_CONFIGURATION_RECORD back{};
-    ASSERT_EQ(klxutilRead_DVVC_CR(&in, &back), 24u);
-    EXPECT_EQ(back.dv_profile, c.profile);
-    EXPECT_EQ(back.dv_level, c.level);
-    EXPECT_EQ(back.dv_bl_signal_compatibility_id, static_cast<uint32_t>(c.compatibility));
-
     // ffmpeg remuxing the file writes its own configuration box from that side data: the same
-    // 24 bytes as ours, and our reader reads it into the same record.
+    // 24 bytes as ours, which our reader reads into the record they were written from.
     std::string remuxed = dir.file("re.mp4");
     auto remux = qtest::runCommand("ffmpeg -y -v error -i " + qtest::shellQuote(path) + " -c copy -strict unofficial " +
                                    qtest::shellQuote(remuxed));
@@ -129,7 +117,7 @@ TEST(DvvcFfprobe, SideDataMatchesTheRecord) {
     zr_bitstream theirIn{theirs.data(), static_cast<int64_t>(theirs.size()), theirs.size() * 8, record * 8};
     DOVI_DECODER_CONFIGURATION_RECORD fromFfmpeg{};
     ASSERT_EQ(klxutilRead_DVVC_CR(&theirIn, &fromFfmpeg), 24u);
-    EXPECT_EQ(std::memcmp(&fromFfmpeg, &back, sizeof back), 0);
+    EXPECT_EQ(std::memcmp(&fromFfmpeg, &r, sizeof r), 0);
   }
 }
 

@@ -109,12 +109,8 @@ TEST(DvvcReader, ReadsAtAnUnalignedPosition) {
   }
 }
 
-class DvccCommand : public ::testing::Test {
- protected:
+TEST(DvccCommand, WritesABoxThatReadsBackAsJson) {
   qtest::TempDir dir;
-};
-
-TEST_F(DvccCommand, WritesABoxThatReadsBackAsJson) {
   struct Case {
     const char* options;
     int profile, level, rpu, el, bl, compatibility;
@@ -146,7 +142,8 @@ TEST_F(DvccCommand, WritesABoxThatReadsBackAsJson) {
   }
 }
 
-TEST_F(DvccCommand, RefusesBadInputWithOneLine) {
+TEST(DvccCommand, RefusesBadInputWithOneLine) {
+  qtest::TempDir dir;
   qtest::writeBytes(dir.file("short.bin"), Bytes(23, 0));
   Bytes badSize = {0, 0, 0, 40, 'd', 'v', 'v', 'C'};
   badSize.resize(32, 0);

@@ -11,6 +11,8 @@
 
 #include "streamutil/avc_params.h"
 #include "streamutil/hevc_params.h"
+#include "streamutil/hevc_params_syntax.h"
+#include "support/param_streams.h"
 #include "support/test_support.h"
 
 namespace {
@@ -91,30 +93,6 @@ struct Stream {
   std::string trace;
 };
 
-int typeOf(Codec codec, const std::vector<uint8_t>& unit) {
-  return codec == Codec::kHevc ? (unit[0] >> 1) & 63 : unit[0] & 31;
-}
-
-std::vector<std::vector<uint8_t>> splitAnnexB(const std::vector<uint8_t>& bytes) {
-  std::vector<std::vector<uint8_t>> units;
-  size_t i = 0, start = std::string::npos;
-  while (i + 3 <= bytes.size()) {
-    if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1) {
-      if (start != std::string::npos) {
-        size_t end = i;
-        while (end > start && bytes[end - 1] == 0) --end;
-        units.emplace_back(bytes.begin() + std::ptrdiff_t(start), bytes.begin() + std::ptrdiff_t(end));
-      }
-      start = i + 3;
-      i += 3;
-    } else {
-      ++i;
-    }
-  }
-  if (start != std::string::npos) units.emplace_back(bytes.begin() + std::ptrdiff_t(start), bytes.end());
-  return units;
-}
-
 const Stream& streamFor(Codec codec) {
   static std::unique_ptr<Stream> streams[2];
   auto& s = streams[codec == Codec::kHevc];
@@ -128,7 +106,7 @@ const Stream& streamFor(Codec codec) {
                                                   "vbv-bufsize=500 -f hevc")
                   : qtest::encodedStream("ranges_x264_high.h264", source + "-c:v libx264 -pix_fmt yuv420p -f h264");
     if (!s->path.empty()) {
-      s->units = splitAnnexB(qtest::readBytes(s->path));
+      s->units = ptest::splitAnnexB(qtest::readBytes(s->path));
       s->trace = qtest::runCommand("ffmpeg -nostdin -v verbose -i " + qtest::shellQuote(s->path) +
                                    " -c copy -bsf:v trace_headers -f null -")
                      .err;
@@ -161,18 +139,16 @@ bool traced(const Stream& s, int type, const std::string& element, uint64_t& pos
 }
 
 const std::vector<uint8_t>* firstUnit(const Stream& s, int type) {
-  for (const auto& u : s.units)
-    if (!u.empty() && typeOf(s.codec, u) == type) return &u;
-  return nullptr;
+  return s.codec == Codec::kHevc ? ptest::firstHevcUnit(s.units, type) : ptest::firstAvcUnit(s.units, type);
 }
 
 // ---- reading and writing a unit with the library; true when the unit is accepted
 bool readAndWrite(Codec codec, int type, std::vector<uint8_t> unit, bool& writes) {
-  zr_bitstream in{unit.data(), int64_t(unit.size()), unit.size() * 8, 0};
+  zr_bitstream in = ptest::over(unit);
   std::vector<uint8_t> out(4096);
   writes = false;
   if (codec == Codec::kH264) {
-    zr_bitstream w{out.data(), int64_t(out.size()), out.size() * 8, 0};
+    zr_bitstream w = ptest::over(out);
     if (type == 7) {
       SPS_DECODED sps{};
       if (klxutilRead_SPS(&in, &sps) == 0) return false;
@@ -273,7 +249,7 @@ TEST(ElementRanges, WritersRefuseOutOfRangeFields) {
 
   auto sps = std::make_unique<HEVC_SPS_DECODED>();
   std::vector<uint8_t> unit = *firstUnit(hevc, 33);
-  zr_bitstream in{unit.data(), int64_t(unit.size()), unit.size() * 8, 0};
+  zr_bitstream in = ptest::over(unit);
   ASSERT_NE(klxutilRead_HEVC_SPS(&in, sps.get(), nullptr, unit.size() * 8), kFailed);
   struct HevcSpsCase {
     int32_t HEVC_SPS_DECODED::*field;
@@ -291,7 +267,7 @@ TEST(ElementRanges, WritersRefuseOutOfRangeFields) {
 
   PPS_DECODED pps{};
   unit = *firstUnit(avc, 8);
-  zr_bitstream pin{unit.data(), int64_t(unit.size()), unit.size() * 8, 0};
+  zr_bitstream pin = ptest::over(unit);
   ASSERT_GT(klxutilRead_PPS(&pin, &pps), 0u);
   struct AvcPpsCase {
     int32_t PPS_DECODED::*field;
@@ -302,16 +278,11 @@ TEST(ElementRanges, WritersRefuseOutOfRangeFields) {
                             AvcPpsCase{&PPS_DECODED::chroma_qp_index_offset, -13}}) {
     PPS_DECODED copy = pps;
     copy.*field = bad;
-    zr_bitstream w{out.data(), int64_t(out.size()), out.size() * 8, 0};
+    zr_bitstream w = ptest::over(out);
     EXPECT_EQ(klxutilWrite_PPS(&w, &copy), 0u) << bad << ": nothing is written";
   }
 }
 
-}  // namespace
-
-#include "streamutil/hevc_params_syntax.h"
-
-namespace {
 
 // A unit with more than 64 short-term sets cannot come from the writer (it refuses the count),
 // so it is coded here through the shared description, whose writer codes the value it refuses.
@@ -321,11 +292,11 @@ TEST(ElementRanges, MoreThan64ShortTermSetsFailSilentlyWithCountZero) {
   ASSERT_TRUE(real);
   std::vector<uint8_t> unit = *real;
   auto sps = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream in{unit.data(), int64_t(unit.size()), unit.size() * 8, 0};
+  zr_bitstream in = ptest::over(unit);
   ASSERT_NE(klxutilRead_HEVC_SPS(&in, sps.get(), nullptr, unit.size() * 8), kFailed);
   sps->num_short_term_ref_pic_sets = 65;
   std::vector<uint8_t> rbsp(1024, 0);
-  zr_bitstream w{rbsp.data(), int64_t(rbsp.size()), rbsp.size() * 8, 0};
+  zr_bitstream w = ptest::over(rbsp);
   WriteBits(&w, 16, 0x4201);  // SPS NAL header
   syntax_io::SyntaxWriter<syntax_io::SignedCode::kLibraryMapping> io{&w};
   hevc_syntax::spsBody(io, *sps, nullptr);
@@ -335,7 +306,7 @@ TEST(ElementRanges, MoreThan64ShortTermSetsFailSilentlyWithCountZero) {
   rbsp.resize(w.position / 8);
   std::vector<uint8_t> nal = escape(rbsp);
   auto back = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream r{nal.data(), int64_t(nal.size()), nal.size() * 8, 0};
+  zr_bitstream r = ptest::over(nal);
   qtest::LogCapture log;
   EXPECT_EQ(klxutilRead_HEVC_SPS(&r, back.get(), nullptr, nal.size() * 8), kFailed);
   EXPECT_EQ(back->num_short_term_ref_pic_sets, 0);

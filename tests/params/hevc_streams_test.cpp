@@ -41,10 +41,6 @@ const HevcStream kStreams[] = {
     {"odd_size_crop", "yuv420p", "", "100x58", kNone},
 };
 
-std::string makeStream(const HevcStream& s) { return ptest::x265Stream(s.name, s.pixelFormat, s.x265Params, s.size); }
-
-const Bytes* firstUnit(const std::vector<Bytes>& units, int type) { return ptest::firstHevcUnit(units, type); }
-
 zr_bitstream over(const Bytes& b) {
   return zr_bitstream{const_cast<uint8_t*>(b.data()), static_cast<int64_t>(b.size()), b.size() * 8, 0};
 }
@@ -58,12 +54,12 @@ class HevcStreams : public ::testing::TestWithParam<HevcStream> {};
 
 TEST_P(HevcStreams, MatchFfmpegTraceAndRoundTrip) {
   const HevcStream& param = GetParam();
-  std::string path = makeStream(param);
+  std::string path = ptest::x265Stream(param.name, param.pixelFormat, param.x265Params, param.size);
   ASSERT_FALSE(path.empty());
   auto units = ptest::splitAnnexB(qtest::readBytes(path));
-  const Bytes* vpsNal = firstUnit(units, 32);
-  const Bytes* spsNal = firstUnit(units, 33);
-  const Bytes* ppsNal = firstUnit(units, 34);
+  const Bytes* vpsNal = ptest::firstHevcUnit(units, 32);
+  const Bytes* spsNal = ptest::firstHevcUnit(units, 33);
+  const Bytes* ppsNal = ptest::firstHevcUnit(units, 34);
   ASSERT_TRUE(vpsNal && spsNal && ppsNal);
   auto traced = ptest::traceHeaders(path);
 

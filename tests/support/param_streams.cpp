@@ -114,3 +114,42 @@ int compareElements(const ElementValues& ours, const ElementValues& theirs, cons
 }
 
 }  // namespace ptest
+
+namespace ptest {
+
+HevcUnits hevcUnits(const std::string& path) {
+  HevcUnits u;
+  u.path = path;
+  auto all = splitAnnexB(qtest::readBytes(path));
+  if (auto* v = firstHevcUnit(all, 32)) u.vps = *v;
+  if (auto* s = firstHevcUnit(all, 33)) u.sps = *s;
+  if (auto* p = firstHevcUnit(all, 34)) u.pps = *p;
+  return u;
+}
+
+}  // namespace ptest
+
+namespace ptest {
+
+template <class Record>
+std::unique_ptr<Record> readHevcUnit(Bytes unit, uint32_t* result) {
+  auto record = std::make_unique<Record>();
+  zr_bitstream s = over(unit);
+  uint32_t r;
+  if constexpr (std::is_same_v<Record, HEVC_VPS_DECODED>)
+    r = klxutilRead_HEVC_VPS(&s, record.get(), nullptr, 0);
+  else if constexpr (std::is_same_v<Record, HEVC_SPS_DECODED>)
+    r = klxutilRead_HEVC_SPS(&s, record.get(), nullptr, 0);
+  else
+    r = klxutilRead_HEVC_PPS(&s, record.get(), nullptr, 0);
+  if (result)
+    *result = r;
+  else
+    EXPECT_TRUE(r != 0 && r != 0xFFFFFFFFu) << "the unit does not read: " << r;
+  return record;
+}
+template std::unique_ptr<HEVC_VPS_DECODED> readHevcUnit(Bytes, uint32_t*);
+template std::unique_ptr<HEVC_SPS_DECODED> readHevcUnit(Bytes, uint32_t*);
+template std::unique_ptr<HEVC_PPS_DECODED> readHevcUnit(Bytes, uint32_t*);
+
+}  // namespace ptest

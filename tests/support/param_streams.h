@@ -50,3 +50,33 @@ struct ElementCollector {
 int compareElements(const ElementValues& ours, const ElementValues& theirs, const std::string& context);
 
 }  // namespace ptest
+
+#include "streamutil/zr_bitstream.h"
+
+namespace ptest {
+
+// A reader/writer over the whole of `b` (size and length both the vector's).
+inline zr_bitstream over(Bytes& b) { return zr_bitstream{b.data(), static_cast<int64_t>(b.size()), b.size() * 8, 0}; }
+
+// The first VPS, SPS and PPS of an HEVC Annex B file (empty when absent).
+struct HevcUnits {
+  Bytes vps, sps, pps;
+  std::string path;
+};
+HevcUnits hevcUnits(const std::string& path);
+
+}  // namespace ptest
+
+#include <memory>
+
+#include "streamutil/hevc_params.h"
+
+namespace ptest {
+
+// A new HEVC_VPS_DECODED, HEVC_SPS_DECODED or HEVC_PPS_DECODED read from the whole unit by
+// its reader (no summary record); *result, when given, gets the reader's result, otherwise a
+// unit that does not read fails the calling test.
+template <class Record>
+std::unique_ptr<Record> readHevcUnit(Bytes unit, uint32_t* result = nullptr);
+
+}  // namespace ptest

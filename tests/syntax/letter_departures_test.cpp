@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "reference_framing.h"
 #include "streamutil/framing.h"
 #include "streamutil/zr_bitstream.h"
 #include "syntax/nal_framing.h"
@@ -15,12 +16,6 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-std::unique_ptr<uint8_t[]> exact(const Bytes& b) {
-  auto p = std::make_unique<uint8_t[]>(b.size());
-  std::copy(b.begin(), b.end(), p.get());
-  return p;
-}
 
 TEST(LetterDepartures, RbspToNalRefusesWhenTheByteBehindAnEscapeDoesNotFit) {
   struct Case {
@@ -35,7 +30,7 @@ TEST(LetterDepartures, RbspToNalRefusesWhenTheByteBehindAnEscapeDoesNotFit) {
       {{0x00, 0x00, 0x04}, 4, 4},   // no escape: every byte is room-tested
   };
   for (const auto& c : kCases) {
-    auto in = exact(c.rbsp);
+    auto in = ref::exactCopy(c.rbsp);
     auto out = std::make_unique<uint8_t[]>(static_cast<size_t>(c.capacity));
     int rbspSize = static_cast<int>(c.rbsp.size());
     int nalSize = c.capacity;
@@ -62,7 +57,7 @@ TEST(LetterDepartures, ReadBitAtTheLengthStaysInsideTheGivenSize) {
   for (const auto& c : kCases) {
     Bytes bytes = {0xA5, 0x80, 0x00};
     bytes.resize(static_cast<size_t>(c.size));
-    auto buffer = exact(bytes);
+    auto buffer = ref::exactCopy(bytes);
     zr_bitstream s{buffer.get(), c.size, c.length, c.length};
     EXPECT_EQ(ReadBit(&s), c.firstRead) << c.size << " " << c.length;
     EXPECT_EQ(s.position, c.length + 1);
@@ -84,7 +79,7 @@ TEST(LetterDepartures, LengthPrefixedUnitPastTheFrameIsCutAtItsEnd) {
       {{0x00, 0x00, 0x00, 0x01, 0x09, 0x00, 0x00, 0x10, 0x00, 0x06, 0x01, 0x02}, 0x06, 1, 5, 7},
   };
   for (const auto& c : kCases) {
-    auto frame = exact(c.frame);
+    auto frame = ref::exactCopy(c.frame);
     uint8_t* unit = nullptr;
     uint32_t length = 99;
     const uint32_t size = static_cast<uint32_t>(c.frame.size());

@@ -67,27 +67,19 @@ TEST(FindNalUnit, EdgeCases) {
   }
 }
 
-ref::Converted runNalToRbsp(const Bytes& nal, int capacity) {
-  auto in = ref::exactCopy(nal);
+// nal_to_rbsp or rbsp_to_nal on an exactly sized copy, with `capacity` bytes of output.
+template <class Convert>
+ref::Converted runConvert(Convert convert, const Bytes& input, int capacity) {
+  auto in = ref::exactCopy(input);
   auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
-  int nalSize = static_cast<int>(nal.size());
-  int rbspSize = capacity;
-  int result = nal_to_rbsp(in.get(), &nalSize, out.get(), &rbspSize);
+  int inSize = static_cast<int>(input.size()), outSize = capacity;
+  int result = convert(in.get(), &inSize, out.get(), &outSize);
   Bytes written;
-  if (result >= 0) written.assign(out.get(), out.get() + rbspSize);
-  return {result, nalSize, rbspSize, written};
+  if (result >= 0) written.assign(out.get(), out.get() + std::min(outSize, std::max(capacity, 0)));
+  return {result, inSize, outSize, written};
 }
-
-ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) {
-  auto in = ref::exactCopy(rbsp);
-  auto out = std::make_unique<uint8_t[]>(capacity > 0 ? capacity : 1);
-  int rbspSize = static_cast<int>(rbsp.size());
-  int nalSize = capacity;
-  int result = rbsp_to_nal(in.get(), &rbspSize, out.get(), &nalSize);
-  Bytes written;
-  if (result >= 0) written.assign(out.get(), out.get() + std::min(nalSize, std::max(capacity, 0)));
-  return {result, rbspSize, nalSize, written};
-}
+ref::Converted runNalToRbsp(const Bytes& nal, int capacity) { return runConvert(nal_to_rbsp, nal, capacity); }
+ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) { return runConvert(rbsp_to_nal, rbsp, capacity); }
 
 struct ConvertCase {
   const char* name;
@@ -113,9 +105,7 @@ TEST(NalRbspConversion, EdgeCases) {
       {"escape: empty RBSP is the header byte", true, {}, 16, 1, {0x00}},
       {"escape: zero run", true, {0x00, 0x00, 0x00, 0x00, 0x00}, 16, 8, {0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x03, 0x00}},
       {"escape: no site", true, {0x11, 0x00, 0x22, 0x00}, 16, 5, {0x00, 0x11, 0x00, 0x22, 0x00}},
-      {"escape: no room for the 03", true, {0x00, 0x00, 0x01}, 3, -1, {}},
-      {"escape: no room for the byte behind the 03", true, {0x00, 0x00, 0x01}, 4, -1, {}},
-      {"escape: exactly enough room", true, {0x00, 0x00, 0x01}, 5, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
+      {"escape: no room for the 03", true, {0x00, 0x00, 0x01}, 3, -1, {}},  // and behind it: letter_departures_test
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
