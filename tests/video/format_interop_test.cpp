@@ -24,19 +24,11 @@ Probed probe(const std::string& path) {
   return p;
 }
 
-struct StreamCase {
-  const char* size;
-  const char* rate;
-  int psf;
-  const char* text;
-};
+struct StreamCase { const char* size; const char* rate; int psf; const char* text; };
 const StreamCase kStreams[] = {
-    {"720x576", "25", 0, "PAL-CCIR601"},
-    {"720x486", "30000/1001", 0, "NTSC-CCIR601"},
-    {"1280x720", "60000/1001", 0, "1280x720P@59.94"},
-    {"1920x1080", "25", 1, "1920x1080P@25"},
-    {"1920x1080", "24000/1001", 0, "1920x1080psf@23.98"},
-    {"2048x1080", "24", 1, "2048x1080P@24"},
+    {"720x576", "25", 0, "PAL-CCIR601"}, {"720x486", "30000/1001", 0, "NTSC-CCIR601"},
+    {"1280x720", "60000/1001", 0, "1280x720P@59.94"}, {"1920x1080", "25", 1, "1920x1080P@25"},
+    {"1920x1080", "24000/1001", 0, "1920x1080psf@23.98"}, {"2048x1080", "24", 1, "2048x1080P@24"},
     {"3840x2160", "50", 0, "3840x2160P 50fps"},
 };
 

@@ -14,14 +14,12 @@ namespace {
 
 TEST(TimecodeTypeNames, EverySpellingFindsItsCanonicalEntry) {
   const std::pair<const char*, const char*> kSpellings[] = {
-      {"frames", "frames"},    {"0", "frames"},          {"23.98", "23.98"},       {"23.976", "23.98"},
-      {"24000/1001", "23.98"}, {"film-drop", "23.98"},   {"132", "23.98"},         {"24", "24"},
-      {"film", "24"},          {"24/1", "24"},           {"25", "25"},             {"PAL", "25"},
-      {"25/1", "25"},          {"29.97", "29.97"},       {"30000/1001", "29.97"},  {"29.97ndf", "29.97"},
-      {"29.97df", "29.97df"},  {"drop-frame", "29.97df"}, {"df", "29.97df"},       {"4", "29.97df"},
-      {"30", "30"},            {"non-drop-frame", "30"}, {"ndf", "30"},            {"30/1", "30"},
-      {"50", "50"},            {"16", "50"},             {"59.94", "59.94"},       {"60000/1001", "59.94"},
-      {"59.94DF", "59.94df"},  {"32", "59.94df"},        {"60", "60"},             {" 60/1 ", "60"},
+      {"frames", "frames"}, {"0", "frames"}, {"23.98", "23.98"}, {"23.976", "23.98"}, {"24000/1001", "23.98"},
+      {"film-drop", "23.98"}, {"132", "23.98"}, {"24", "24"}, {"film", "24"}, {"24/1", "24"}, {"25", "25"},
+      {"PAL", "25"}, {"25/1", "25"}, {"29.97", "29.97"}, {"30000/1001", "29.97"}, {"29.97ndf", "29.97"},
+      {"29.97df", "29.97df"}, {"drop-frame", "29.97df"}, {"df", "29.97df"}, {"4", "29.97df"}, {"30", "30"},
+      {"non-drop-frame", "30"}, {"ndf", "30"}, {"30/1", "30"}, {"50", "50"}, {"16", "50"}, {"59.94", "59.94"},
+      {"60000/1001", "59.94"}, {"59.94DF", "59.94df"}, {"32", "59.94df"}, {"60", "60"}, {" 60/1 ", "60"},
   };
   for (const auto& [text, canonical] : kSpellings) {
     VIDTCTYPEINFO info{};
@@ -66,13 +64,10 @@ TEST(TimecodeTypeNames, EntriesAgreeWithTheLibraryTiming) {
 }
 
 TEST(TimecodeTypeNames, CaptionAndSeiCodesOfEachRate) {
-  const struct {
-    const char* name;
-    uint32_t cdpRate, seiType;
-  } kCases[] = {
-      {"23.98", CDP_RATE_23_976, TC_FILM}, {"24", CDP_RATE_24, TC_FILM},         {"25", CDP_RATE_25, TC_PAL},
+  const struct { const char* name; uint32_t cdpRate, seiType; } kCases[] = {
+      {"23.98", CDP_RATE_23_976, TC_FILM}, {"24", CDP_RATE_24, TC_FILM}, {"25", CDP_RATE_25, TC_PAL},
       {"29.97", CDP_RATE_29_97, TC_NDF30}, {"29.97df", CDP_RATE_29_97, TC_DF2997}, {"30", CDP_RATE_30, TC_NDF30},
-      {"50", CDP_RATE_50, TC_50},          {"59.94", CDP_RATE_59_94, TC_60},     {"59.94df", CDP_RATE_59_94, TC_DF5994},
+      {"50", CDP_RATE_50, TC_50}, {"59.94", CDP_RATE_59_94, TC_60}, {"59.94df", CDP_RATE_59_94, TC_DF5994},
       {"60", CDP_RATE_60, TC_60},
   };
   for (const auto& c : kCases) {

@@ -18,12 +18,12 @@ uint32_t typeOr2(const std::map<uint32_t, uint32_t>& m, uint32_t code) {
 
 TEST(TimecodeType, OfEveryRateCode) {
   const std::map<uint32_t, uint32_t> kBase = {
-      {14, 4}, {29, 4}, {59, 4}, {119, 4}, {23, 128}, {47, 128}, {71, 128},
-      {24, 1}, {48, 1}, {72, 1}, {25, 8},  {50, 8},   {100, 8},
+      {14, 4}, {29, 4}, {59, 4}, {119, 4}, {23, 128}, {47, 128}, {71, 128}, {24, 1}, {48, 1}, {72, 1}, {25, 8},
+      {50, 8}, {100, 8},
   };
   const std::map<uint32_t, uint32_t> kFps = {
-      {14, 4},  {23, 128}, {24, 1},   {25, 8},   {29, 4},  {47, 128}, {48, 1},
-      {50, 16}, {59, 32},  {60, 64},  {71, 128}, {72, 1},  {100, 8},  {119, 4},
+      {14, 4}, {23, 128}, {24, 1}, {25, 8}, {29, 4}, {47, 128}, {48, 1}, {50, 16}, {59, 32}, {60, 64}, {71, 128},
+      {72, 1}, {100, 8}, {119, 4},
   };
   for (uint32_t code = 0; code < 512; ++code) {
     uint32_t word = 0x2380B200 | code;
@@ -35,8 +35,8 @@ TEST(TimecodeType, OfEveryRateCode) {
 // The timecode type of a rate and the rate pair it snaps to always agree.
 TEST(TimecodeType, AgreesWithTheSnappedRatePair) {
   const std::map<std::pair<uint32_t, uint32_t>, uint32_t> kTypeOfPair = {
-      {{24000, 1001}, 128}, {{24, 1}, 1},  {{25, 1}, 8},          {{30000, 1001}, 4}, {{30, 1}, 2},
-      {{48, 1}, 1},         {{50, 1}, 16}, {{60000, 1001}, 32},   {{60, 1}, 64},
+      {{24000, 1001}, 128}, {{24, 1}, 1}, {{25, 1}, 8}, {{30000, 1001}, 4}, {{30, 1}, 2}, {{48, 1}, 1}, {{50, 1}, 16},
+      {{60000, 1001}, 32}, {{60, 1}, 64},
   };
   for (double fps = 0; fps < 200; fps += 0.0071) {
     uint32_t rate = 0, scale = 0;
@@ -48,23 +48,13 @@ TEST(TimecodeType, AgreesWithTheSnappedRatePair) {
 }
 
 TEST(TimecodeType, RatesAndDurations) {
-  struct Case {
-    uint32_t type;
-    double fps, ms;
-    int msRounded;
-  };
+  struct Case { uint32_t type; double fps, ms; int msRounded; };
   const Case kCases[] = {
-      {1, 24, 41.666666666666664, 42},
-      {2, 30, 33.36666666666667, 33},  // 30 NDF lasts a 29.97 frame: kept
-      {4, 30000.0 / 1001, 33.36666666666667, 33},
-      {8, 25, 40, 40},
-      {16, 50, 20, 20},
-      {32, 60000.0 / 1001, 16.68333333333333, 17},
-      {64, 60, 16.66666666666667, 17},
-      {128, 24000.0 / 1001, 41.708333333333336, 42},
-      {132, 24000.0 / 1001, 41.708333333333336, 42},
-      {0, 30000.0 / 1001, 33.36666666666667, 33},
-      {0x108, 25, 40, 40},  // only the low byte counts
+      {1, 24, 41.666666666666664, 42}, {2, 30, 33.36666666666667, 33},  // 30 NDF lasts a 29.97 frame: kept
+      {4, 30000.0 / 1001, 33.36666666666667, 33}, {8, 25, 40, 40}, {16, 50, 20, 20},
+      {32, 60000.0 / 1001, 16.68333333333333, 17}, {64, 60, 16.66666666666667, 17},
+      {128, 24000.0 / 1001, 41.708333333333336, 42}, {132, 24000.0 / 1001, 41.708333333333336, 42},
+      {0, 30000.0 / 1001, 33.36666666666667, 33}, {0x108, 25, 40, 40},  // only the low byte counts
   };
   for (const auto& c : kCases) {
     EXPECT_DOUBLE_EQ(vidTCFramesPerSecD(c.type), c.fps) << c.type;
@@ -86,13 +76,11 @@ struct TypeRate {
 };
 // SMPTE ST 12-1 counting of each type, stated independently of the library.
 const std::map<uint32_t, TypeRate> kCounting = {
-    {1, {24, 0}},  {2, {30, 0}},  {4, {30, 2}},  {8, {25, 0}},   {16, {50, 0}},
-    {32, {60, 4}}, {64, {60, 0}}, {128, {24, 0}}, {132, {24, 0}},
+    {1, {24, 0}}, {2, {30, 0}}, {4, {30, 2}}, {8, {25, 0}}, {16, {50, 0}}, {32, {60, 4}}, {64, {60, 0}},
+    {128, {24, 0}}, {132, {24, 0}},
 };
 
-struct Fields {
-  unsigned h, m, s, f;
-};
+struct Fields { unsigned h, m, s, f; };
 
 bool readFields(const char* text, Fields& out) {
   char sep = 0;
@@ -110,12 +98,10 @@ bool fieldsToFrames(const Fields& t, uint32_t type, uint32_t& frames) {
   return true;
 }
 
-struct Source {
-  uint32_t rate, scale, type;
-};
+struct Source { uint32_t rate, scale, type; };
 const Source kSources[] = {
-    {24, 1, 1},  {30, 1, 2},  {30000, 1001, 4},  {25, 1, 8},
-    {50, 1, 16}, {60000, 1001, 32}, {60, 1, 64}, {24000, 1001, 128},
+    {24, 1, 1}, {30, 1, 2}, {30000, 1001, 4}, {25, 1, 8}, {50, 1, 16}, {60000, 1001, 32}, {60, 1, 64},
+    {24000, 1001, 128},
 };
 const uint32_t kTargets[] = {0, 1, 2, 4, 8, 16, 32, 64, 128, 132};
 
@@ -162,18 +148,14 @@ TEST(ConvertTC, BetweenEveryPairOfTypes) {
 }
 
 TEST(ConvertTC, KnownTimecodes) {
-  struct Case {
-    uint32_t rate, scale, frames, to, expected;
-  };
+  struct Case { uint32_t rate, scale, frames, to, expected; };
   const Case kCases[] = {
-      {30000, 1001, 107892, 8, 90000},    // 01:00:00;00
-      {30000, 1001, 107892, 2, 108000},
-      {30000, 1001, 107892, 64, 216000},
-      {25, 1, 90000, 4, 107892},
-      {30000, 1001, 1800, 8, 1502},       // 00:01:00;02
-      {24000, 1001, 86400, 1, 86400},     // 23.98 and 24 share their fields
-      {60, 1, 216000, 8, 180000},         // 01:00:00:00 at 60 -> 90000 at 25, doubled
-      {60000, 1001, 3600, 16, 6008},      // 00:01:00;04 -> 00:01:00:04 at 50 = 3004, doubled
+      {30000, 1001, 107892, 8, 90000},  // 01:00:00;00
+      {30000, 1001, 107892, 2, 108000}, {30000, 1001, 107892, 64, 216000}, {25, 1, 90000, 4, 107892},
+      {30000, 1001, 1800, 8, 1502},  // 00:01:00;02
+      {24000, 1001, 86400, 1, 86400},  // 23.98 and 24 share their fields
+      {60, 1, 216000, 8, 180000},  // 01:00:00:00 at 60 -> 90000 at 25, doubled
+      {60000, 1001, 3600, 16, 6008},  // 00:01:00;04 -> 00:01:00:04 at 50 = 3004, doubled
   };
   for (const auto& c : kCases) {
     uint32_t frames = c.frames;

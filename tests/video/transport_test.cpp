@@ -12,13 +12,10 @@ namespace {
 constexpr int64_t kUnit = 65520;
 
 TEST(Speed, SetFromAFraction) {
-  struct Case {
-    int num, den;
-    int32_t value;
-  };
+  struct Case { int num, den; int32_t value; };
   const Case kCases[] = {
-      {1, 2, 32760},   {-1, 3, -21840}, {5, 0, 0x7FFFFFFF}, {3, 2, 98280}, {-8, 1, -524160},
-      {1, 65521, 0},   {-1, 65521, 0},  {1, 13, 5040},      {2, -7, -18720}, {INT_MIN, -1, 0},
+      {1, 2, 32760}, {-1, 3, -21840}, {5, 0, 0x7FFFFFFF}, {3, 2, 98280}, {-8, 1, -524160}, {1, 65521, 0},
+      {-1, 65521, 0}, {1, 13, 5040}, {2, -7, -18720}, {INT_MIN, -1, 0},
   };
   for (const auto& c : kCases) {
     CKLXSpeed s;
@@ -29,8 +26,8 @@ TEST(Speed, SetFromAFraction) {
 
 TEST(Speed, FromAndToDouble) {
   const std::pair<double, int32_t> kCases[] = {
-      {0.5, 32760}, {-0.25, -16380}, {1.5, 98280}, {-0.99999, -65519}, {1e10, INT32_MAX},
-      {-1e10, INT32_MIN}, {std::nan(""), 0x7FFFFFFF},
+      {0.5, 32760}, {-0.25, -16380}, {1.5, 98280}, {-0.99999, -65519}, {1e10, INT32_MAX}, {-1e10, INT32_MIN},
+      {std::nan(""), 0x7FFFFFFF},
   };
   for (const auto& [d, value] : kCases) {
     CKLXSpeed s;
@@ -122,10 +119,7 @@ TEST(TransportTC, InitialStateAndRanges) {
   EXPECT_TRUE(tc.playCountDirty);
   EXPECT_EQ(tc.playCount, 1u);
   EXPECT_EQ(tc.steps, 0);
-  struct Case {
-    int a, b;
-    uint32_t start, end, length;
-  };
+  struct Case { int a, b; uint32_t start, end, length; };
   const Case kCases[] = {
       {0, 100, 0, 100, 100}, {200, 100, 100, 200, 100}, {5, 5, 5, 5, 0}, {10, -1, 10, 0xFFFFFFFF, 0xFFFFFFF5},
   };
@@ -138,15 +132,11 @@ TEST(TransportTC, InitialStateAndRanges) {
 }
 
 TEST(TransportTC, ModuloWrapsIntoTheRangeWithItsKeptLimits) {
-  struct Case {
-    int start, end, frame, wrapped;
-  };
+  struct Case { int start, end, frame, wrapped; };
   const Case kCases[] = {
-      {0, 100, -1, 99},    {0, 100, -99, 1},   {0, 100, -100, 96},  // below -99: unsigned wrap
-      {0, 100, -150, 46},
-      {0, 100, 100, 0},    {0, 100, 250, 50},  {100, 200, 250, 150},
-      {100, 200, -1, 195}, {100, 200, 99, 195}, {100, 200, 199, 199},
-      {0, 0, -5, -5},  // no length: untouched
+      {0, 100, -1, 99}, {0, 100, -99, 1}, {0, 100, -100, 96},  // below -99: unsigned wrap
+      {0, 100, -150, 46}, {0, 100, 100, 0}, {0, 100, 250, 50}, {100, 200, 250, 150}, {100, 200, -1, 195},
+      {100, 200, 99, 195}, {100, 200, 199, 199}, {0, 0, -5, -5},  // no length: untouched
   };
   for (const auto& c : kCases) {
     CKLXTransTC tc;
@@ -238,12 +228,11 @@ void stepAndCheck(const TransportRun& run, int stepCount) {
 
 TEST(TransportTC, SteppingHasNoDrift) {
   const TransportRun kRuns[] = {
-      {1, 4, 0, 0},    {1, 2, 0, 0},     {3, 2, 0, 0},    {-1, 1, 0, 0},  {-1, 4, 0, 0},
-      {1, 3, 0, 0},    {1, 7, 0, 0},     {-1, 13, 0, 0},  {4, 1, 0, 0},   {-8, 1, 0, 0},
-      {1, 1, 0, 0},    {-3, 2, 0, 0},    {2, 15, 0, 0},
+      {1, 4, 0, 0}, {1, 2, 0, 0}, {3, 2, 0, 0}, {-1, 1, 0, 0}, {-1, 4, 0, 0}, {1, 3, 0, 0}, {1, 7, 0, 0},
+      {-1, 13, 0, 0}, {4, 1, 0, 0}, {-8, 1, 0, 0}, {1, 1, 0, 0}, {-3, 2, 0, 0}, {2, 15, 0, 0},
       // Wrapping forward in any range, and backward through frame 0 of a range that starts there.
-      {1, 4, 100, 350}, {3, 2, 37, 537}, {8, 1, 1000, 1333}, {1, 1, 5, 6},
-      {-1, 2, 0, 300},  {-3, 2, 0, 77},  {-8, 1, 0, 1001},   {-1, 9, 0, 10},
+      {1, 4, 100, 350}, {3, 2, 37, 537}, {8, 1, 1000, 1333}, {1, 1, 5, 6}, {-1, 2, 0, 300}, {-3, 2, 0, 77},
+      {-8, 1, 0, 1001}, {-1, 9, 0, 10},
   };
   for (const auto& run : kRuns) {
     SCOPED_TRACE(testing::Message() << run.num << "/" << run.den << " range " << run.start << ".." << run.end);
