@@ -90,10 +90,7 @@ TEST(ConfigCli, RefusesFilesThatAreNotStores) {
   const std::string playText = "<?xml version=\"1.0\" ?><MediaCmd><Channel Value=\"1\" /></MediaCmd>\n";
   qtest::writeBytes(play, {playText.begin(), playText.end()});
   qtest::writeBytes(notes, {'h', 'i', '\n'});
-  const struct {
-    std::string args;
-    std::string err;
-  } cases[] = {
+  const struct { std::string args; std::string err; } cases[] = {
       {"set --file " + shellQuote(play) + " K V x",
        "quorvane config: cannot use '" + play + "': Configuration store \"" + play +
            "\" is refused: it is not a configuration store\n"},
@@ -132,12 +129,10 @@ TEST(ConfigOpenEx, RefusesWhatTheCallerDidNotMeanAsAStore) {
     const char* contents;  // null: no file
     bool existing, storeOnly;  // opens with ZR_CFG_OPEN_EXISTING / ZR_CFG_OPEN_STORE_ONLY
   } kCases[] = {
-      {"missing.xml", nullptr, false, true},
-      {"blank.xml", " \n", true, true},
+      {"missing.xml", nullptr, false, true}, {"blank.xml", " \n", true, true},
       {"store.xml", "<?xml version=\"1.0\" ?>\n<QuorvaneConfig />\n", true, true},
       {"command.xml", "<MediaCmd><Channel Value=\"1\" /></MediaCmd>", true, false},
-      {"notes.txt", "some notes\n", true, false},
-      {"truncated.xml", "<QuorvaneConfig><Key name=\"K\">", true, false},
+      {"notes.txt", "some notes\n", true, false}, {"truncated.xml", "<QuorvaneConfig><Key name=\"K\">", true, false},
   };
   for (const auto& c : kCases) {
     const std::string path = dir.file(c.name);

@@ -180,10 +180,10 @@ TEST(ConfigStore, StringReadsReportSizesLikeTheRegistry) {
     const char* bufferAfter;  // "#####" = untouched
   };
   const Case cases[] = {
-      {"abc", false, 0, ZR_CFG_OK, 4, "#####"},        {"abc", true, 2, ZR_CFG_MORE_DATA, 4, "#####"},
-      {"abc", true, 3, ZR_CFG_MORE_DATA, 4, "#####"},  {"abc", true, 4, ZR_CFG_OK, 4, "abc"},
-      {"abc", true, 5, ZR_CFG_OK, 4, "abc"},           {"empty", false, 77, ZR_CFG_OK, 0, "#####"},
-      {"empty", true, 5, ZR_CFG_OK, 0, ""},            {"missing", false, 9, ZR_CFG_NOT_FOUND, 9, "#####"},
+      {"abc", false, 0, ZR_CFG_OK, 4, "#####"}, {"abc", true, 2, ZR_CFG_MORE_DATA, 4, "#####"},
+      {"abc", true, 3, ZR_CFG_MORE_DATA, 4, "#####"}, {"abc", true, 4, ZR_CFG_OK, 4, "abc"},
+      {"abc", true, 5, ZR_CFG_OK, 4, "abc"}, {"empty", false, 77, ZR_CFG_OK, 0, "#####"},
+      {"empty", true, 5, ZR_CFG_OK, 0, ""}, {"missing", false, 9, ZR_CFG_NOT_FOUND, 9, "#####"},
       {"missing", true, 5, ZR_CFG_NOT_FOUND, 5, "#####"},
   };
   for (const auto& c : cases) {
@@ -210,16 +210,12 @@ TEST(ConfigStore, NamesAndPathsMatchLikeRegistryNames) {
   const std::string path = dir.file("names.xml");
   Store s(path);
   ASSERT_EQ(setDword(s.handle, "Quorvane\\MetaData", "XMLDisable", 7), ZR_CFG_OK);
-  struct Case {
-    const char* key;
-    const char* name;
-    bool found;
-  };
+  struct Case { const char* key; const char* name; bool found; };
   const Case cases[] = {
-      {"Quorvane\\MetaData", "XMLDisable", true},   {"QUORVANE\\metadata", "xmldisable", true},
+      {"Quorvane\\MetaData", "XMLDisable", true}, {"QUORVANE\\metadata", "xmldisable", true},
       {"\\Quorvane\\\\MetaData\\", "XMLDisable", true}, {"Quorvane", "XMLDisable", false},
       {"Quorvane\\MetaData\\Default", "XMLDisable", false}, {"Quorvane\\MetaDat", "XMLDisable", false},
-      {"Quorvane\\MetaData", "XMLDisabl", false},   {"Quorvane/MetaData", "XMLDisable", false},
+      {"Quorvane\\MetaData", "XMLDisabl", false}, {"Quorvane/MetaData", "XMLDisable", false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.key) + " " + c.name);
@@ -303,8 +299,7 @@ TEST(ConfigStore, SystemStoreFollowsTheEnvironment) {
     const char* expectedFile;
   };
   const Case cases[] = {
-      {"explicit.xml", "xdg", "home", "explicit.xml"},
-      {nullptr, "xdg", "home", "xdg/quorvane/config.xml"},
+      {"explicit.xml", "xdg", "home", "explicit.xml"}, {nullptr, "xdg", "home", "xdg/quorvane/config.xml"},
       {nullptr, nullptr, "home", "home/.config/quorvane/config.xml"},
       {"", "", "home", "home/.config/quorvane/config.xml"},
   };
@@ -334,10 +329,7 @@ TEST(ConfigStore, EnumerationListsValuesAndKeysInOrder) {
   ASSERT_EQ(setString(s.handle, "A", "two", "2"), ZR_CFG_OK);
   ASSERT_EQ(setDword(s.handle, "A\\Sub1", "x", 1), ZR_CFG_OK);
   ASSERT_EQ(setDword(s.handle, "A\\Sub2", "x", 1), ZR_CFG_OK);
-  struct Expect {
-    const char* name;
-    uint32_t type;
-  };
+  struct Expect { const char* name; uint32_t type; };
   const Expect values[] = {{"one", ZR_CFG_TYPE_DWORD}, {"two", ZR_CFG_TYPE_STRING}};
   for (uint32_t i = 0; i < 2; ++i) {
     char name[8];
@@ -414,17 +406,11 @@ TEST(ConfigStore, RewritingAnUnchangedValueLeavesTheFileAlone) {
 }
 
 TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
-  struct Case {
-    const char* name;
-    std::string contents;
-    bool corrupt;
-  };
+  struct Case { const char* name; std::string contents; bool corrupt; };
   const Case cases[] = {
       {"truncated", "<?xml version=\"1.0\" ?>\n<QuorvaneConfig>\n  <Key name=\"K\">\n    <Value name=", true},
-      {"not xml", "this is not a store\n", true},
-      {"foreign root", "<Settings><Key name=\"K\" /></Settings>", true},
-      {"NUL inside", std::string("<QuorvaneConfig />\0junk", 23), true},
-      {"empty file", "", false},
+      {"not xml", "this is not a store\n", true}, {"foreign root", "<Settings><Key name=\"K\" /></Settings>", true},
+      {"NUL inside", std::string("<QuorvaneConfig />\0junk", 23), true}, {"empty file", "", false},
       {"blank file", " \n\t\n", false},
   };
   for (const auto& c : cases) {
@@ -521,9 +507,7 @@ TEST(ConfigStore, BatchesReachTheFileTogetherOrNotAtAll) {
 // ---- several processes ----
 
 // Runs body in a child process and returns its pid; the child never returns into the test.
-template <class Body>
-pid_t spawn(Body body) {
-  const pid_t pid = fork();
+template <class Body> pid_t spawn(Body body) { const pid_t pid = fork();
   if (pid == 0) _exit(body());
   return pid;
 }

@@ -75,11 +75,7 @@ TEST(ZrFile, CreationDispositionsAgainstExistingAndMissingFiles) {
 }
 
 TEST(ZrFile, AccessMaskDecidesWhatAHandleMayDo) {
-  struct Case {
-    uint32_t access;
-    bool reads;
-    bool writes;
-  };
+  struct Case { uint32_t access; bool reads; bool writes; };
   const Case cases[] = {{0, false, false},
                         {ZR_GENERIC_READ, true, false},
                         {ZR_GENERIC_WRITE, false, true},
@@ -110,11 +106,7 @@ TEST(ZrFile, AccessMaskDecidesWhatAHandleMayDo) {
 }
 
 TEST(ZrFile, ShareModesRefuseConflictingOpeners) {
-  struct Case {
-    const char* name;
-    uint32_t firstAccess, firstShare, secondAccess, secondShare;
-    bool secondOpens;
-  };
+  struct Case { const char* name; uint32_t firstAccess, firstShare, secondAccess, secondShare; bool secondOpens; };
   const Case cases[] = {
       {"two readers sharing read", ZR_GENERIC_READ, ZR_FILE_SHARE_READ, ZR_GENERIC_READ, ZR_FILE_SHARE_READ, true},
       {"writer sharing read, reader sharing all", ZR_GENERIC_WRITE, ZR_FILE_SHARE_READ, ZR_GENERIC_READ, kShareRW, true},
@@ -250,21 +242,12 @@ TEST(ZrFile, BadHandlesAndPathsFailCleanly) {
 }
 
 TEST(ZrPath, SplitPathLikeSplitpath) {
-  struct Case {
-    const char* path;
-    const char* dir;
-    const char* fname;
-    const char* ext;
-  };
+  struct Case { const char* path; const char* dir; const char* fname; const char* ext; };
   const Case cases[] = {
-      {"/media/clips/take1.mov", "/media/clips/", "take1", ".mov"},
-      {"take1.mov", "", "take1", ".mov"},
-      {"/media/clips/", "/media/clips/", "", ""},
-      {"archive.tar.gz", "", "archive.tar", ".gz"},
-      {"/a.b/noext", "/a.b/", "noext", ""},
-      {".profile", "", "", ".profile"},
-      {"C:\\clips\\reel 2.mxf", "C:\\clips\\", "reel 2", ".mxf"},
-      {"dir/trailingdot.", "dir/", "trailingdot", "."},
+      {"/media/clips/take1.mov", "/media/clips/", "take1", ".mov"}, {"take1.mov", "", "take1", ".mov"},
+      {"/media/clips/", "/media/clips/", "", ""}, {"archive.tar.gz", "", "archive.tar", ".gz"},
+      {"/a.b/noext", "/a.b/", "noext", ""}, {".profile", "", "", ".profile"},
+      {"C:\\clips\\reel 2.mxf", "C:\\clips\\", "reel 2", ".mxf"}, {"dir/trailingdot.", "dir/", "trailingdot", "."},
       {"", "", "", ""},
   };
   for (const auto& c : cases) {
@@ -285,13 +268,11 @@ TEST(ZrPath, SplitPathLikeSplitpath) {
 }
 
 TEST(ZrPath, MakePathAddsMissingSeparatorsAndDots) {
-  struct Case {
-    const char *dir, *fname, *ext, *path;
-  };
+  struct Case { const char *dir, *fname, *ext, *path; };
   const Case cases[] = {
       {"/proj", "clip", "mov", "/proj/clip.mov"}, {"/proj/", "clip", ".mov", "/proj/clip.mov"},
-      {"", "clip", "mov", "clip.mov"},            {nullptr, "clip", nullptr, "clip"},
-      {"/proj", nullptr, nullptr, "/proj/"},      {"C:\\proj\\", "a", "b", "C:\\proj\\a.b"},
+      {"", "clip", "mov", "clip.mov"}, {nullptr, "clip", nullptr, "clip"}, {"/proj", nullptr, nullptr, "/proj/"},
+      {"C:\\proj\\", "a", "b", "C:\\proj\\a.b"},
   };
   for (const auto& c : cases) {
     char path[ZR_MAX_PATH];

@@ -22,24 +22,18 @@ struct GopCase {
 
 const GopCase kCases[] = {
     {"df2997_minute", "30000/1001", TC_DF2997, "00:00:59;20"},
-    {"df2997_tenth", "30000/1001", TC_DF2997, "00:09:59;20"},
-    {"df2997_hour", "30000/1001", TC_DF2997, "00:59:59;20"},
+    {"df2997_tenth", "30000/1001", TC_DF2997, "00:09:59;20"}, {"df2997_hour", "30000/1001", TC_DF2997, "00:59:59;20"},
     {"df5994_minute", "60000/1001", TC_DF5994, "00:00:59;40"},
-    {"df5994_tenth", "60000/1001", TC_DF5994, "00:19:59;40"},
-    {"ndf30_minute", "30", TC_NDF30, "00:00:59:20"},
-    {"film_midnight", "24", TC_FILM, "23:59:59:10"},
-    {"f2398_minute", "24000/1001", TC_2398, "00:00:59:10"},
-    {"pal_hour", "25", TC_PAL, "00:59:59:10"},
-    {"fps50_minute", "50", TC_50, "00:00:59:40"},
+    {"df5994_tenth", "60000/1001", TC_DF5994, "00:19:59;40"}, {"ndf30_minute", "30", TC_NDF30, "00:00:59:20"},
+    {"film_midnight", "24", TC_FILM, "23:59:59:10"}, {"f2398_minute", "24000/1001", TC_2398, "00:00:59:10"},
+    {"pal_hour", "25", TC_PAL, "00:59:59:10"}, {"fps50_minute", "50", TC_50, "00:00:59:40"},
     {"fps60_midnight", "60", TC_60, "23:59:59:40"},
 };
 constexpr int kPictures = 30;
 
 // MPEG-2 GOP header time_code (ISO/IEC 13818-2 6.3.8): drop_frame_flag, hours (5), minutes (6),
 // marker bit, seconds (6), pictures (6).
-struct GopTimecode {
-  int h, m, s, f;
-};
+struct GopTimecode { int h, m, s, f; };
 
 std::vector<GopTimecode> gopTimecodes(const std::string& path) {
   const auto r = qtest::runCommand("ffmpeg -hide_banner -nostdin -i " + qtest::shellQuote(path) +

@@ -19,11 +19,9 @@ struct TypeCase {
 };
 
 const TypeCase kTypes[] = {
-    {"film", TC_FILM, 24, 0, 2073600},      {"ndf30", TC_NDF30, 30, 0, 2592000},
-    {"df2997", TC_DF2997, 30, 2, 2589408},  {"pal", TC_PAL, 25, 0, 2160000},
-    {"fps50", TC_50, 50, 0, 4320000},       {"df5994", TC_DF5994, 60, 4, 5178816},
-    {"fps60", TC_60, 60, 0, 5184000},       {"fps2398", TC_2398, 24, 0, 2073600},
-    {"alias132", 132, 24, 0, 2073600},
+    {"film", TC_FILM, 24, 0, 2073600}, {"ndf30", TC_NDF30, 30, 0, 2592000}, {"df2997", TC_DF2997, 30, 2, 2589408},
+    {"pal", TC_PAL, 25, 0, 2160000}, {"fps50", TC_50, 50, 0, 4320000}, {"df5994", TC_DF5994, 60, 4, 5178816},
+    {"fps60", TC_60, 60, 0, 5184000}, {"fps2398", TC_2398, 24, 0, 2073600}, {"alias132", 132, 24, 0, 2073600},
 };
 
 // A timecode reader's odometer: advances one frame at a time and skips the dropped numbers.
@@ -100,8 +98,7 @@ TEST(Tc2String, FormsAtAnchors) {
       // Compact forms: leading zero fields left out down to seconds:frames.
       {0, TC_PAL | TCF_TEXT, "0:00"}, {137, TC_PAL | TCF_TEXT, "5:12"}, {137, TC_PAL | TCF_TEXT | TCF_PAD, "05:12"},
       {1500, TC_PAL | TCF_TEXT, "1:00:00"}, {90000, TC_PAL | TCF_TEXT, "1:00:00:00"},
-      {1800, TC_DF2997 | TCF_TEXT | TCF_DROP_MARK, "1:00;02"},
-      {1800, TC_DF2997, "1:00:02"},  // neither TEXT nor DIGITS: text
+      {1800, TC_DF2997 | TCF_TEXT | TCF_DROP_MARK, "1:00;02"}, {1800, TC_DF2997, "1:00:02"},  // neither TEXT nor DIGITS: text
       // Plain frame counts are decimal, whatever the flags.
       {12345, TC_FRAMES | TCF_FULL_TEXT, "12345"}, {0xFFFFFFFFu, TC_FRAMES | TCF_TEXT, "4294967295"},
       {0, TC_FRAMES, "0"},
@@ -126,18 +123,15 @@ TEST(Tc2String, FormsAtAnchors) {
 }
 
 TEST(Tc2String, Refusals) {
-  const struct {
-    uint32_t frames, format;
-    size_t size;
-  } cases[] = {
-      {0, 3 | TCF_FULL_TEXT, 31},                           // unknown type
-      {0, 255 | TCF_FULL_TEXT, 31},                         // 255 is the writer's business, not ours
-      {0, TC_PAL | TCF_FULL_TEXT | 0x800, 31},              // unknown option bit
-      {0, TC_PAL | TCF_TEXT | TCF_DIGITS, 31},              // contradictory forms
-      {0, TC_PAL | TCF_FULL_TEXT, 11},                      // "00:00:00:00" needs 12
-      {0, TC_FRAMES, 1},                                    // "0" needs 2
-      {0, TC_FRAMES | TCF_DIGITS, 4},                       // a plain count has no fields
-      {0, TC_PAL | TCF_DIGITS, 3},                          // four bytes needed
+  const struct { uint32_t frames, format; size_t size; } cases[] = {
+      {0, 3 | TCF_FULL_TEXT, 31},  // unknown type
+      {0, 255 | TCF_FULL_TEXT, 31},  // 255 is the writer's business, not ours
+      {0, TC_PAL | TCF_FULL_TEXT | 0x800, 31},  // unknown option bit
+      {0, TC_PAL | TCF_TEXT | TCF_DIGITS, 31},  // contradictory forms
+      {0, TC_PAL | TCF_FULL_TEXT, 11},  // "00:00:00:00" needs 12
+      {0, TC_FRAMES, 1},  // "0" needs 2
+      {0, TC_FRAMES | TCF_DIGITS, 4},  // a plain count has no fields
+      {0, TC_PAL | TCF_DIGITS, 3},  // four bytes needed
       {0xFFFFFFFFu, TC_PAL | TCF_DIGITS | TCF_NO_WRAP, 4},  // hours past 255
   };
   for (const auto& c : cases) {
@@ -146,8 +140,7 @@ TEST(Tc2String, Refusals) {
     EXPECT_EQ(tc2String(c.frames, c.format, out, c.size), -1) << std::hex << c.format;
     if (c.format & TCF_DIGITS)
       EXPECT_EQ(std::string(out, 4), "xxxx") << "digits untouched on failure";
-    else
-      EXPECT_EQ(out[0], '\0') << "text left empty on failure";
+    else EXPECT_EQ(out[0], '\0') << "text left empty on failure";
     EXPECT_EQ(out[c.size], 'x') << "wrote past the buffer";
   }
   EXPECT_EQ(tc2String(0, TC_PAL | TCF_FULL_TEXT, nullptr, 32), -1);
@@ -168,9 +161,8 @@ TEST(Tc2Frame, AcceptsAndRefuses) {
       {"00:10:00;01", TC_DF2997, 17983}, {"00:01:00;03", TC_DF5994, -1}, {"00:01:00;04", TC_DF5994, 3600},
       {"00:01:00:00", TC_NDF30, 1800},  // nothing is dropped without drop-frame
       {"00:00:00:25", TC_PAL, -1}, {"00:00:00:30", TC_NDF30, -1}, {"00:00:00:24", TC_2398, -1},
-      {"00:00:00:24", 132, -1}, {"00:60:00:00", TC_PAL, -1}, {"00:00:60:00", TC_PAL, -1},
-      {"24:00:00:00", TC_PAL, -1}, {"24:00:00:00", TC_PAL | TCF_NO_WRAP, 2160000},
-      {"19884:06:28:16", 0xB2140, -1},  // one past 32 bits
+      {"00:00:00:24", 132, -1}, {"00:60:00:00", TC_PAL, -1}, {"00:00:60:00", TC_PAL, -1}, {"24:00:00:00", TC_PAL, -1},
+      {"24:00:00:00", TC_PAL | TCF_NO_WRAP, 2160000}, {"19884:06:28:16", 0xB2140, -1},  // one past 32 bits
       {"99999999:00:00:00", TC_60 | TCF_NO_WRAP, -1}, {"00000000001:00:00:00", TC_PAL | TCF_NO_WRAP, -1},
       {" 4294967295 ", TC_FRAMES, 0xFFFFFFFFu}, {"4294967296", TC_FRAMES, -1}, {"01:00", TC_FRAMES, -1},
       {"", TC_PAL, -1}, {"  ", TC_PAL, -1}, {"1", TC_PAL, -1}, {":", TC_PAL, -1}, {"01:00:00:0", TC_PAL, -1},

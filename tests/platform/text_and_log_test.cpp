@@ -14,14 +14,10 @@
 namespace {
 
 TEST(Itoa, MatchesPrintfInEveryBase) {
-  struct Case {
-    int value;
-    int base;
-    const char* text;
-  };
+  struct Case { int value; int base; const char* text; };
   const Case cases[] = {
-      {0, 10, "0"},          {65520, 10, "65520"},     {-1, 10, "-1"},   {INT_MIN, 10, "-2147483648"},
-      {INT_MAX, 10, "2147483647"}, {-1, 16, "ffffffff"}, {255, 2, "11111111"}, {35, 36, "z"},
+      {0, 10, "0"}, {65520, 10, "65520"}, {-1, 10, "-1"}, {INT_MIN, 10, "-2147483648"}, {INT_MAX, 10, "2147483647"},
+      {-1, 16, "ffffffff"}, {255, 2, "11111111"}, {35, 36, "z"},
   };
   for (const auto& c : cases) {
     char buf[34];

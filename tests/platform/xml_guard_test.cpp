@@ -72,8 +72,7 @@ TEST(XmlGuard, RefusesWhatTinyXmlWouldMisreadAndAcceptsPlainXml) {
 
 TEST(XmlGuard, CharsetIsTheOneTinyXmlWouldChoose) {
   const std::pair<const char*, Charset> cases[] = {
-      {"<r/>", Charset::kLatin1},
-      {"<?xml version=\"1.0\" ?><r/>", Charset::kUtf8},
+      {"<r/>", Charset::kLatin1}, {"<?xml version=\"1.0\" ?><r/>", Charset::kUtf8},
       {"<?xml version=\"1.0\" encoding=\"\" ?><r/>", Charset::kUtf8},
       {"  <?XML version='1.0' encoding='utf8'?><r/>", Charset::kUtf8},
       {"<?xml version=\"1.0\" encoding=\"UTF-8\" ?><r/>", Charset::kUtf8},
