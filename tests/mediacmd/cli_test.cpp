@@ -112,11 +112,7 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
   qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
   const std::string longClip = "{\"MediaCmd\" : {\"ClipID\":\"ABCDEFGHIJ\",}}";
   qtest::writeBytes(dir.file("long.json"), {longClip.begin(), longClip.end()});
-  const struct {
-    std::string args;
-    int exit;
-    std::string message;
-  } cases[] = {
+  const struct { std::string args; int exit; std::string message; } cases[] = {
       {"cmd", 2, "quorvane cmd: give new, convert, dump, codes, channels, speed or fourcc (see --help)"},
       {"cmd frobnicate", 2, "quorvane cmd: unknown action 'frobnicate' (new, convert, dump, codes, channels, speed, fourcc)"},
       {"cmd new play", 2, "quorvane cmd: new needs exactly one of --xml, --wire-json and --json"},
@@ -154,10 +150,7 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
 }
 
 TEST(MediaCmdCli, ChannelSpeedAndFourccHelpers) {
-  const struct {
-    std::string args;
-    std::string out;
-  } cases[] = {
+  const struct { std::string args; std::string out; } cases[] = {
       {"cmd channels 0x0A", "mask 0x0000000A: 2 channels: 1, 3\n"},
       {"cmd channels 0", "mask 0x00000000: 0 channels\n"},
       {"cmd channels 2147483648 --json", "{\"mask\":2147483648,\"total\":1,\"channels\":[31]}\n"},
@@ -194,31 +187,15 @@ TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
   ASSERT_EQ(qtest::runTool("cmd new play --channel 1 --xml > " + qtest::shellQuote(dir.file("play.xml"))).exitCode, 0);
   const std::string play = qtest::shellQuote(dir.file("play.xml"));
   const char* kArgs[] = {
-      "tc --json --type 29.97df 107892 00:00:01:00",
-      "tc --json --type nosuch 1",  // a failure is an object too
-      "tc --json 23:59:59",
-      "cmd new play --position '01:00:00;00' --value 'a\"b\\c' --json",
-      "cmd codes --json",
-      "cmd channels 0x0A --json",
-      "cmd speed 0.5 --json",
-      "cmd fourcc hvc1 --json",
-      "cmd new play --xml --json",
-      "format 0x2380B21D --json",
-      "format 1920x1080 50 --scan interlaced --field-rate --json",
-      "format rate 29.97 --json",
-      "format tc 107892 29.97df pal --json",
-      "format play 1/4 --steps 3 --json",
-      "config set K V x --json",
-      "config list --recursive --json",
-      "config get K nosuch --json",
-      "meta describe 13 4096 --json",
-      "meta tctype pal --json",
-      "meta set TimeCode 01:00:00:00 --tc-type 25 --json",
-      "meta list --json",
-      "project show --json /nonexistent.xml",
-      "project create --json /nonexistent-dir/p.xml",
-      "names --file-type 203 --codec hvc1 --json",
-      "names --codec zzzz --json",
+      "tc --json --type 29.97df 107892 00:00:01:00", "tc --json --type nosuch 1",  // a failure is an object too
+      "tc --json 23:59:59", "cmd new play --position '01:00:00;00' --value 'a\"b\\c' --json", "cmd codes --json",
+      "cmd channels 0x0A --json", "cmd speed 0.5 --json", "cmd fourcc hvc1 --json", "cmd new play --xml --json",
+      "format 0x2380B21D --json", "format 1920x1080 50 --scan interlaced --field-rate --json",
+      "format rate 29.97 --json", "format tc 107892 29.97df pal --json", "format play 1/4 --steps 3 --json",
+      "config set K V x --json", "config list --recursive --json", "config get K nosuch --json",
+      "meta describe 13 4096 --json", "meta tctype pal --json", "meta set TimeCode 01:00:00:00 --tc-type 25 --json",
+      "meta list --json", "project show --json /nonexistent.xml", "project create --json /nonexistent-dir/p.xml",
+      "names --file-type 203 --codec hvc1 --json", "names --codec zzzz --json",
   };
   for (const char* args : kArgs) {
     const std::string run = env + qtest::shellQuote(QUORVANE_TOOL) + " " + args;

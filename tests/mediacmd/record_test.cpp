@@ -127,15 +127,9 @@ TEST(MediaCmdRecord, CopyCarriesValuesOnlyWhereTheSourceSaysTheyAreValid) {
 }
 
 TEST(MediaCmdRecord, CopyBoundsClipIdAndPayloadBySizes) {
-  struct Case {
-    const char* name;
-    uint32_t srcSize, dstSize;
-    size_t payloadLength;
-    size_t wantCopied;
-  };
+  struct Case { const char* name; uint32_t srcSize, dstSize; size_t payloadLength; size_t wantCopied; };
   const Case cases[] = {
-      {"whole payload", 4188, 4188, 100, 100},
-      {"destination too small for any payload", 4188, 85, 100, 0},
+      {"whole payload", 4188, 4188, 100, 100}, {"destination too small for any payload", 4188, 85, 100, 0},
       {"destination of exactly one payload byte", 4188, 86, 100, 1},
       {"source room bounds the copy", 95, 4188, 100, 10},
       {"long source payload: at most 4099", 85 + 5001, 4188, 5000, 4099},
@@ -173,18 +167,11 @@ TEST(MediaCmdRecord, CopyBoundsClipIdAndPayloadBySizes) {
 }
 
 TEST(MediaCmdRecord, FixNormalisesByCommand) {
-  struct Case {
-    uint32_t cmd, flags, mask;
-    int32_t wantSpeed;
-    uint32_t wantFlags, wantMask;
-  };
+  struct Case { uint32_t cmd, flags, mask; int32_t wantSpeed; uint32_t wantFlags, wantMask; };
   const Case cases[] = {
-      {ctPlay, 0, 0, 65520, cfUseSpeed, 0xFFFFFFFF},
-      {ctRecord, cfUsePresets, 0, 65520, cfUsePresets | cfUseSpeed, 5},
-      {ctStop, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF},
-      {ctEject, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF},
-      {ctTerminate, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF},
-      {ctTransfer, 0, 0, 1234, 0, 0xFFFFFFFF},
+      {ctPlay, 0, 0, 65520, cfUseSpeed, 0xFFFFFFFF}, {ctRecord, cfUsePresets, 0, 65520, cfUsePresets | cfUseSpeed, 5},
+      {ctStop, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF}, {ctEject, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF},
+      {ctTerminate, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF}, {ctTransfer, 0, 0, 1234, 0, 0xFFFFFFFF},
       {ctPlay, cfUseSpeed, 0, 1234, cfUseSpeed, 0xFFFFFFFF},
       // The mask hides the speed flag: the command's default speed is applied.
       {ctPlay, cfUseSpeed | cfUsePresets, cfUsePresets, 65520, cfUseSpeed | cfUsePresets, 5},
@@ -264,11 +251,7 @@ TEST(MediaCmdRecord, SpeedRatePrecision) {
 }
 
 TEST(MediaCmdRecord, SpeedRepsExamples) {
-  struct Case {
-    int speed;
-    int wantResult;
-    unsigned wantAdvance;
-  };
+  struct Case { int speed; int wantResult; unsigned wantAdvance; };
   const Case cases[] = {{16380, 2, 1}, {32760, 1, 1}, {65520, 1, 2}, {131040, 1, 4}, {-32760, 1, 1}, {-65520, 0, 1}, {0, 0, 0}};
   for (const Case& c : cases) {
     unsigned count = 10;

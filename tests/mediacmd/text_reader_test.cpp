@@ -178,10 +178,7 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        }},
       {"the value wins over the text", xmlDoc("<End Value=\"7\" TcType=\"pal\" IsOffset=\"1\">01:00:00:00</End>"),
        jsonDoc("\"End\": {\"Value\":7,\"TcType\":\"pal\",\"TcString\":\"01:00:00:00\",\"IsOffset\":1},"),
-       [](const MEDIACMD& c) {
-         EXPECT_EQ(c.End, 7);
-         EXPECT_EQ(c.CtrlFlags, static_cast<uint32_t>(cfUseEndOffset));
-       }},
+       [](const MEDIACMD& c) { EXPECT_EQ(c.End, 7); EXPECT_EQ(c.CtrlFlags, static_cast<uint32_t>(cfUseEndOffset)); }},
       {"a frames text", xmlDoc("<Position TcType=\"frames\">-12</Position>"), jsonDoc("\"Position\": {\"TcType\":\"frames\",\"TcString\":\"-12\"},"),
        [](const MEDIACMD& c) { EXPECT_EQ(c.Position, -12); }},
       {"a speed given in percent", xmlDoc("<Speed>-200</Speed>"), jsonDoc("\"Speed\": {\"String\":\"-200\"},"),
@@ -191,10 +188,7 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        }},
       {"unsigned and signed spellings of 32 bits", xmlDoc("<CmdID Value=\"-98237952\"/><Channel Value=\"4294967295\"/>"),
        jsonDoc("\"CmdID\":4196729344,\"Channel\":-1,"),
-       [](const MEDIACMD& c) {
-         EXPECT_EQ(c.CmdID, MEDIACMD_SIGNATURE);
-         EXPECT_EQ(c.Channel, 0xFFFFFFFFu);
-       }},
+       [](const MEDIACMD& c) { EXPECT_EQ(c.CmdID, MEDIACMD_SIGNATURE); EXPECT_EQ(c.Channel, 0xFFFFFFFFu); }},
       {"unknown elements and keys are passed over", xmlDoc("<Future a=\"1\"><Deep/></Future><Channel Value=\"9\"/>"),
        jsonDoc("\"Future\": {\"a\":[1,{\"b\":2}]},\"Channel\":9,"), [](const MEDIACMD& c) { EXPECT_EQ(c.Channel, 9u); }},
       {"a file name of exactly the payload's room", xmlDoc("<FileName>" + std::string(4102, 'f') + "</FileName>"),
@@ -207,10 +201,7 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        jsonDoc("\"channel3alias\":\"C\",\"channelalias\":\"A\","),
        [](const MEDIACMD& c) { EXPECT_EQ(std::memcmp(c.Payload, "A\0C\0\0", 5), 0); }},
       {"IP settings without their addresses first are the record's points", xmlDoc("<Start Value=\"5\"/>"), "",
-       [](const MEDIACMD& c) {
-         EXPECT_EQ(c.Start, 5);
-         EXPECT_EQ(c.CtrlFlags, static_cast<uint32_t>(cfUseStart));
-       }},
+       [](const MEDIACMD& c) { EXPECT_EQ(c.Start, 5); EXPECT_EQ(c.CtrlFlags, static_cast<uint32_t>(cfUseStart)); }},
       {"IP settings values after the addresses set no flags",
        xmlDoc("<sourceipaddress>1.2.3.4</sourceipaddress><Start Value=\"5\"/><AudioChannels Value=\"3\"/>"),
        jsonDoc("\"sourceipaddress\":\"1.2.3.4\",\"start\":5,\"audiochannels\":3,"),
