@@ -20,11 +20,7 @@ using qtest::StoreEnvironment;
 
 TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
   StoreEnvironment env;
-  const struct {
-    const char* args;
-    int exitCode;
-    const char* err;
-  } cases[] = {
+  const struct { const char* args; int exitCode; const char* err; } cases[] = {
       {"meta", 2, "quorvane meta: missing action (list, get, set, delete, describe, tctype); see --help\n"},
       {"meta get NoSuchItem", 2, "quorvane meta: unknown item 'NoSuchItem'\n"},
       {"meta set TimeCode ten", 2, "quorvane meta: bad value 'ten' for TimeCode: 'ten' is not a timecode (HH:MM:SS:FF)\n"},
@@ -68,16 +64,10 @@ TEST(MetaCommand, DescribeAndTcType) {
 TEST(MetaCommand, SetByTheToolIsReadByTheLibraryAndBack) {
   StoreEnvironment env;
   qtest::enableStoreReading();
-  const struct {
-    std::string args;
-    int exitCode;
-    std::string out;
-  } steps[] = {
+  const struct { std::string args; int exitCode; std::string out; } steps[] = {
       {"meta set Title " + shellQuote("Night shoot \"B\" & more"), 0, ""},
-      {"meta set timecodetype drop-frame", 0, ""},
-      {"meta set TimeCode 01:00:00\\;00", 0, ""},  // counted in the stored type
-      {"meta get Title", 0, "Night shoot \"B\" & more\n"},
-      {"meta get TimeCodeType", 0, "4\n"},
+      {"meta set timecodetype drop-frame", 0, ""}, {"meta set TimeCode 01:00:00\\;00", 0, ""},  // counted in the stored type
+      {"meta get Title", 0, "Night shoot \"B\" & more\n"}, {"meta get TimeCodeType", 0, "4\n"},
       {"meta get --json TimeCode", 0, "{\"name\":\"TimeCode\",\"value\":107892}\n"},
   };
   for (const auto& s : steps) {
@@ -107,14 +97,9 @@ TEST(MetaCommand, UserFileViews) {
   EXPECT_FALSE(fs::exists(env.userFile()));
   ASSERT_EQ(runTool("meta set --user Title user-title").exitCode, 0);
   EXPECT_TRUE(fs::exists(env.userFile()));
-  const struct {
-    const char* args;
-    const char* out;
-  } views[] = {
-      {"meta get Title", "user-title\n"},
-      {"meta get --system Title", "system-title\n"},
-      {"meta get --user Title", "user-title\n"},
-      {"meta get Reel", "system-reel\n"},
+  const struct { const char* args; const char* out; } views[] = {
+      {"meta get Title", "user-title\n"}, {"meta get --system Title", "system-title\n"},
+      {"meta get --user Title", "user-title\n"}, {"meta get Reel", "system-reel\n"},
   };
   for (const auto& v : views) EXPECT_EQ(runTool(v.args).out, v.out) << v.args;
   auto r = runTool("meta list --json");
@@ -173,10 +158,7 @@ TEST(ProjectCommand, CreateShowAndRecreateElsewhere) {
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_EQ(r.err, "quorvane project: '" + a.file("cmd.xml") + "' is not a project file (no ClipList, EdlList or Settings)\n");
 
-  const struct {
-    std::string args;
-    int exitCode;
-  } bad[] = {
+  const struct { std::string args; int exitCode; } bad[] = {
       {"project show " + shellQuote(a.file("none.xml")), 1},
       {"project create --set 'bad name=1' " + shellQuote(a.file("q.xml")), 2},
       {"project create --set novalue " + shellQuote(a.file("q.xml")), 2},

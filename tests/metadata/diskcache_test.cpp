@@ -115,11 +115,11 @@ TEST(DiskCache, ReadEndingAtTheCachedEndLeavesAnEmptyRegionAtTheNextBlock) {
     unsigned count;
     int64_t start, end;  // cached region afterwards
   } steps[] = {
-      {65436, 100, 65536, 65536},   // ends exactly at the cached end: empty region at 65536
-      {65536, 10, 65536, 131072},   // the next read refills from there
+      {65436, 100, 65536, 65536},  // ends exactly at the cached end: empty region at 65536
+      {65536, 10, 65536, 131072},  // the next read refills from there
       {131000, 200, 131072, 196608},  // straddles: cached part, then a refill at 131072
       {196000, 4000, 196608, 200000},  // cached part, then a refill cut at the end of the file
-      {1000, 61441, 196608, 200000},   // larger than cacheSize - 4096: straight to the file
+      {1000, 61441, 196608, 200000},  // larger than cacheSize - 4096: straight to the file
   };
   for (const auto& s : steps) {
     ASSERT_EQ(cache.Read(big.data(), s.offset, s.count, &n, 0), 0) << s.offset;
@@ -157,11 +157,8 @@ TEST(DiskCache, ErrorCodesWithAndWithoutTheFlagBit) {
     qtest::LogCapture log;
     EXPECT_EQ(cache.Read(got.data(), 0, c.count, &n, 0), c.result);
     EXPECT_EQ(n, 0u);
-    if (c.log) {
-      EXPECT_TRUE(log.contains(c.log));
-    } else {
-      EXPECT_TRUE(log.lines().empty());
-    }
+    if (c.log) EXPECT_TRUE(log.contains(c.log));
+    else EXPECT_TRUE(log.lines().empty());
   }
 }
 

@@ -29,13 +29,9 @@ TEST(KlxInfoDescription, EveryIdentifierIsNamedOrUnknownAndFitsTheRoom) {
   }
   free(room);
   EXPECT_EQ(textNames.count("DoNotUse"), 0u);
-  const struct {
-    uint32_t id;
-    const char* text;
-  } cases[] = {
-      {0, "FileName"},        {13, "Comments"},       {14, "Owner"},     {78, "ProxyFile"},
-      {4097, "TimeCode"},     {4124, "TimeCodeType"}, {4129, "CustomMetadataBlockType"},
-      {0x10000, "Width"},     {0x1001E, "ResBrontal"}, {0x10022, "AudioBits"},
+  const struct { uint32_t id; const char* text; } cases[] = {
+      {0, "FileName"}, {13, "Comments"}, {14, "Owner"}, {78, "ProxyFile"}, {4097, "TimeCode"}, {4124, "TimeCodeType"},
+      {4129, "CustomMetadataBlockType"}, {0x10000, "Width"}, {0x1001E, "ResBrontal"}, {0x10022, "AudioBits"},
       {0xFFFFFFFF, "Unk(-1) "}, {0x80000000, "Unk(-2147483648) "},  // the id is printed signed
   };
   for (const auto& c : cases) {
@@ -94,15 +90,12 @@ TEST(KlxInfoSet, MergesTextsAndSetNumericsByTheRules) {
     int slot;
     const char *dst, *src, *expected;  // null = absent
   } cases[] = {
-      {kxtFileName, nullptr, "src.mov", "src.mov"},         // locators fill an empty slot...
-      {kxtNativeLocator, "dst", "src", "dst"},              // ...but never replace one
-      {kxtUniversalLocator, "dst", nullptr, "dst"},
-      {kxtTCPIPAddress, "10.0.0.1", "10.0.0.2", "10.0.0.2"},  // from here on src wins
-      {kxtSourceLocator, nullptr, "tape 4", "tape 4"},
-      {kxtDoNotUse, "a", "b", "b"},
+      {kxtFileName, nullptr, "src.mov", "src.mov"},  // locators fill an empty slot...
+      {kxtNativeLocator, "dst", "src", "dst"},  // ...but never replace one
+      {kxtUniversalLocator, "dst", nullptr, "dst"}, {kxtTCPIPAddress, "10.0.0.1", "10.0.0.2", "10.0.0.2"},  // from here on src wins
+      {kxtSourceLocator, nullptr, "tape 4", "tape 4"}, {kxtDoNotUse, "a", "b", "b"},
       {kxtReel, "R1", nullptr, "R1"},  // absent src keeps dst
-      {kxtNotUsed_87 + 12, nullptr, "last", "last"},
-      {kxtComments, "x", "", ""},  // an empty text is a text
+      {kxtNotUsed_87 + 12, nullptr, "last", "last"}, {kxtComments, "x", "", ""},  // an empty text is a text
   };
   InfoRecord dst, src;
   for (const auto& c : cases) {
@@ -142,7 +135,7 @@ TEST(KlxInfoFindTcType, ReadsTheValueAfterOneSkippedCharacter) {
       {"TcType=\"drop-frame\"", 4}, {"TcType=\"non-drop-frame\"", 4},  // both name the drop-frame type
       {"TcType=\"50\"", 16}, {"TcType=\"59.94\"", 32}, {"TcType=\"60\"", 64}, {"TcType=\"6\"", 0},
       {"TcType=\"30\"", 0}, {"tctype=\"pal\"", 8}, {"TCTYPE=\"pal\"", 8},
-      {"tCtYpE=\"pal\"", 0},                     // the marker itself is case-sensitive
+      {"tCtYpE=\"pal\"", 0},  // the marker itself is case-sensitive
       {"tctype=\"pal\" TcType=\"film\"", 1},  // "TcType=" is looked for first, wherever it is
       {"TcType=", 0}, {"TcType=\"", 0}, {"TcType = \"pal\"", 0},
   };

@@ -114,14 +114,10 @@ TEST(KlxInfoStore, WriteItemTouchesOnlyThatKey) {
   InfoRecord r;  // TimeCode 0, Reel absent, Flags unset: none of it may leak into the store
   r.setText(kxtTitle, "one item");
   const std::pair<int, int> cases[] = {
-      {kxtTitle, 0},
-      {KLXINFO_NUMERIC_FLAG + kxnUserBits, 0},  // unset: deletes a key that is not there
-      {kxtFileName, -1},                        // never stored
-      {kxtVersionString, -1},
-      {KLXINFO_NUMERIC_FLAG + kxnVersionNumber, -1},
-      {KLXINFO_NUMERIC_FLAG + KLXINFO_NUMERIC_ITEMS, -1},
-      {KLXINFO_TEXT_ITEMS, -1},
-      {-1, -1},
+      {kxtTitle, 0}, {KLXINFO_NUMERIC_FLAG + kxnUserBits, 0},  // unset: deletes a key that is not there
+      {kxtFileName, -1},  // never stored
+      {kxtVersionString, -1}, {KLXINFO_NUMERIC_FLAG + kxnVersionNumber, -1},
+      {KLXINFO_NUMERIC_FLAG + KLXINFO_NUMERIC_ITEMS, -1}, {KLXINFO_TEXT_ITEMS, -1}, {-1, -1},
   };
   for (auto& [item, result] : cases) EXPECT_EQ(klxInfoWriteRegItem(ZR_CFG_SYSTEM, &r.rec, item), result) << item;
   EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Title"), "one item");
@@ -180,11 +176,7 @@ TEST(KlxInfoStore, FirstReadSeedsTheSystemStore) {
 }
 
 TEST(KlxInfoStore, UserFileOverridesTheSystemStore) {
-  const struct {
-    const char* label;
-    bool userFile, fromSystem, fromUser;
-    const char *title, *reel;
-  } cases[] = {
+  const struct { const char* label; bool userFile, fromSystem, fromUser; const char *title, *reel; } cases[] = {
       {"both, user file present", true, true, true, "user title", "system reel"},
       {"both, no user file", false, true, true, "system title", "system reel"},
       {"user file only", true, false, true, "user title", "reader reel"},

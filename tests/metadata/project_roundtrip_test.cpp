@@ -84,9 +84,7 @@ TEST(ProjectRoundTrip, AFileHoldingNulIsRefusedWhenTheProjectIsMade) {
 
 TEST(ProjectRoundTrip, HostileOrUnfaithfulFilesAreRefusedWithALogLine) {
   const std::pair<const char*, std::string> cases[] = {
-      {"empty", ""},
-      {"blank", " \n"},
-      {"reference to NUL", "<ClipList FileName=\"x\" Data=\"a&#x0;b\" />"},
+      {"empty", ""}, {"blank", " \n"}, {"reference to NUL", "<ClipList FileName=\"x\" Data=\"a&#x0;b\" />"},
       {"beyond the declared charset", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><Settings A=\"&#x1E9;\" />"},
       {"nested too deep", opens(60000)},
   };

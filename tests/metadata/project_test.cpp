@@ -94,8 +94,7 @@ TEST(Project, CopiedProjectRecreatesMissingFilesButNeverOverwrites) {
     const char* clipAlready;  // text of a clips.txt already in the new directory (null: none)
     const char* expectedClipDir;  // "old" or "new"
   } cases[] = {
-      {"originals still present", false, nullptr, "old"},
-      {"originals gone", true, nullptr, "new"},
+      {"originals still present", false, nullptr, "old"}, {"originals gone", true, nullptr, "new"},
       {"originals gone, a clips.txt already there", true, "someone else's list\n", "new"},
   };
   for (const auto& c : cases) {
