@@ -9,7 +9,6 @@
 #include <tinyxml.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>

@@ -1,7 +1,6 @@
 // FOURCC families: well-known codes land in exactly the families they belong to.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <string>
 
