@@ -10,7 +10,7 @@
 #include "platform/tcxlat.h"
 #include "streamutil/scc.h"
 #include "support/ffmpeg_oracle.h"
-#include "support/test_support.h"
+#include "support/edit_support.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
     auto r = qtest::runCommand(std::string("ffmpeg -v error -f lavfi -i testsrc2=size=160x96:rate=") + c.fps +
                                " -frames:v 30 -c:v mpeg2video -g 6 -bf 2 -flags +cgop -sc_threshold 1000000000 -timecode 01:02:03:04 " + shellQuote(in));
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    qtest::writeBytes(dir.file("cc.scc"), std::vector<uint8_t>(c.scc, c.scc + std::strlen(c.scc)));
+    qtest::writeText(dir.file("cc.scc"), c.scc);
     r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "' --captions " +
                        shellQuote(dir.file("cc.scc")));
     ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -63,17 +63,7 @@ TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
     // The caption pairs come back at their timecodes.
     r = qtest::runTool("captions extract " + shellQuote(out) + " -o " + shellQuote(dir.file("back.scc")));
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    auto pairs = [&](const std::string& path) {
-      const auto bytes = qtest::readBytes(path);
-      uint32_t count = 0, line = 0;
-      std::vector<SCC_CAPTION> v(64);
-      EXPECT_EQ(klxutilReadScc(reinterpret_cast<const char*>(bytes.data()), bytes.size(), c.type, v.data(), 64, &count, &line), 0);
-      v.resize(count);
-      std::vector<std::string> out;
-      for (const auto& s : v) out.push_back(std::to_string(s.frame) + ":" + std::to_string(s.data[0]) + "," + std::to_string(s.data[1]));
-      return out;
-    };
-    EXPECT_EQ(pairs(dir.file("back.scc")), pairs(dir.file("cc.scc")));
+    EXPECT_EQ(qtest::sccPairs(qtest::readText(dir.file("back.scc")), c.type), qtest::sccPairs(c.scc, c.type));
   }
 }
 
