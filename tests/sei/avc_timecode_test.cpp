@@ -2,9 +2,7 @@
 // ffprobe; the SPS rewrite; pictures decode unchanged.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 

@@ -2,8 +2,6 @@
 // captions as picture user data (read back by quorvane captions), pictures unchanged.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 

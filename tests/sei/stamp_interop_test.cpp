@@ -1,8 +1,6 @@
 // quorvane stamp on real x264/x265 streams, read back by ffprobe/ffmpeg.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
