@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/tcxlat.h"
 #include "streamutil/dframe.h"
 #include "streamutil/scc.h"
 #include "support/test_support.h"
@@ -52,6 +53,23 @@ inline std::vector<std::string> sccPairs(const std::string& text, uint32_t timec
   std::vector<std::string> out;
   for (const auto& p : pairs) out.push_back(std::to_string(p.frame) + ":" + std::to_string(p.data[0]) + "," + std::to_string(p.data[1]));
   return out;
+}
+
+// Stamped GOP time_codes (`ours`, counted on from `start` as `type`) lie as far from the first one
+// as FFmpeg's own time_codes of the input (`theirs`, counted as `theirType`) lie from theirs.
+inline void expectGopTimecodesFollow(const std::vector<std::string>& ours, const std::vector<std::string>& theirs,
+                                     const char* start, uint32_t type, uint32_t theirType) {
+  ASSERT_FALSE(theirs.empty());
+  ASSERT_EQ(ours.size(), theirs.size());
+  uint32_t first = 0, theirFirst = 0, theirFrame = 0;
+  ASSERT_EQ(tc2Frame(start, type | TCF_TEXT, &first), 0);
+  ASSERT_EQ(tc2Frame(theirs.front().c_str(), theirType | TCF_TEXT, &theirFirst), 0);
+  for (size_t gop = 0; gop < ours.size(); ++gop) {
+    ASSERT_EQ(tc2Frame(theirs[gop].c_str(), theirType | TCF_TEXT, &theirFrame), 0);
+    char want[32] = {};
+    tc2String(first + (theirFrame - theirFirst), type | TCF_FULL_TEXT, want, sizeof want);
+    EXPECT_EQ(ours[gop], want) << "GOP " << gop;
+  }
 }
 
 }  // namespace qtest
