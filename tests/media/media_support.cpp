@@ -26,6 +26,10 @@ const std::vector<Clip> kClips = {
 };
 #undef CLIP
 
+void FfmpegTest::SetUp() {
+  if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
+}
+
 std::string clipPath(const Clip& clip) { return qtest::encodedStream(clip.name, std::string(kSource) + clip.ffmpegArgs); }
 
 nlohmann::json runJson(const std::string& args) {

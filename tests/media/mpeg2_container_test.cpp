@@ -37,12 +37,7 @@ std::string ffmpegSrt(const std::string& path) {
                                     " -map 0:s -f srt -").out, std::regex("<[^>]*>|\\{[^}]*\\}|\r"), "");
 }
 
-class Mpeg2Containers : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
-  }
-};
+using Mpeg2Containers = mtest::FfmpegTest;
 
 TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
   struct Case {

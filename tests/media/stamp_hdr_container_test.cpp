@@ -15,12 +15,7 @@ namespace {
 
 using qtest::shellQuote;
 
-class StampHdrContainers : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
-  }
-};
+using StampHdrContainers = mtest::FfmpegTest;
 
 TEST_F(StampHdrContainers, StampKeepsPicturesAndAudio) {
   // kClips: H.264 and HEVC in MP4, Matroska and MPEG-TS; 1 s at 25 pictures per second.
