@@ -120,12 +120,12 @@ TEST_P(HdrSeiInterop, ReplacesTheEncodersMessagesInBothFramings) {
     Bytes frame = startCodes ? Bytes(stream.begin() + static_cast<long>(packets[0].pos),
                                      stream.begin() + static_cast<long>(packets[0].pos + packets[0].size))
                              : samples[0];
-    auto kinds = [&](const Bytes& f, bool hdr) {
+    auto kinds = [&](const Bytes& f, bool hdr) {  // HDR SEI payloadTypes, or the other units' types
       std::vector<int> types;
       for (const auto& u : unitsOf(f, e.hevc, startCodes)) {
         const Bytes b = unitBytes(f, u);
-        const bool isHdr = u.type == (e.hevc ? 39 : 6) && b.size() > 2 && (b[e.hevc ? 2 : 1] == 137 || b[e.hevc ? 2 : 1] == 144 || b[e.hevc ? 2 : 1] == 147);
-        if (isHdr == hdr) types.push_back(hdr ? b[e.hevc ? 2 : 1] : u.type);
+        const int payloadType = u.type == (e.hevc ? 39 : 6) && b.size() > 2 ? b[e.hevc ? 2 : 1] : -1;
+        if ((payloadType == 137 || payloadType == 144 || payloadType == 147) == hdr) types.push_back(hdr ? payloadType : u.type);
       }
       return types;
     };
@@ -157,11 +157,9 @@ INSTANTIATE_TEST_SUITE_P(Encoders, HdrSeiInterop, ::testing::ValuesIn(kEncoders)
 
 // An SEI unit that carries other messages beside HDR ones keeps them.
 TEST(HdrSeiEdit, MixedUnitKeepsItsOtherMessages) {
-  const Bytes frame0 = {0, 0, 0, 1, 0x4E, 0x01,
-                        5, 3, 0xAA, 0xBB, 0xCC,                 // user_data_unregistered (short)
-                        144, 4, 0x03, 0xE8, 0x01, 0x90,         // content light level 1000/400
-                        0x80,
-                        0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};    // IDR slice
+  const Bytes frame0 = {0, 0, 0, 1, 0x4E, 0x01, 5, 3, 0xAA, 0xBB, 0xCC,  // user_data_unregistered (short)
+                        144, 4, 0x03, 0xE8, 0x01, 0x90, 0x80,            // content light level 1000/400
+                        0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};             // IDR slice
   KLX_HDR_METADATA md{};
   md.present = KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
   md.preferredTransferCharacteristics = 18;
@@ -200,9 +198,6 @@ TEST(HdrSeiEdit, MasteringDisplayNotation) {
   }
 }
 
-}  // namespace
-
-namespace {
 
 // SEI units of random content (absurd payload sizes, cut messages, 0xFF runs) in buffers of
 // exactly their size: the reader and the editor answer with a result code, never out of bounds.
@@ -210,11 +205,7 @@ TEST(HdrSeiEdit, HostileSeiUnitsStayInBounds) {
   std::mt19937 rng(137);
   for (int round = 0; round < 3000; ++round) {
     const bool hevc = round % 2;
-    Bytes frame = {0, 0, 0, 1};
-    if (hevc)
-      frame.insert(frame.end(), {0x4E, 0x01});
-    else
-      frame.push_back(0x06);
+    Bytes frame = hevc ? Bytes{0, 0, 0, 1, 0x4E, 0x01} : Bytes{0, 0, 0, 1, 0x06};
     const size_t n = rng() % 40;
     for (size_t i = 0; i < n; ++i) {
       const uint32_t r = rng() % 6;

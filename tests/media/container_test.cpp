@@ -14,12 +14,7 @@ namespace {
 
 using qtest::shellQuote;
 
-class Containers : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
-  }
-};
+using Containers = mtest::FfmpegTest;
 
 int lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
 

@@ -26,6 +26,10 @@ const std::vector<Clip> kClips = {
 };
 #undef CLIP
 
+void FfmpegTest::SetUp() {
+  if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
+}
+
 std::string clipPath(const Clip& clip) { return qtest::encodedStream(clip.name, std::string(kSource) + clip.ffmpegArgs); }
 
 nlohmann::json runJson(const std::string& args) {
@@ -35,8 +39,8 @@ nlohmann::json runJson(const std::string& args) {
 }
 
 namespace {
-std::string probe(const std::string& path, const std::string& entries) {
-  return qtest::runCommand("ffprobe -v error -select_streams v:0 " + entries + " -of csv=p=0 " + qtest::shellQuote(path)).out;
+std::string probe(const std::string& path, const std::string& entries, const char* stream = "v:0") {
+  return qtest::runCommand(std::string("ffprobe -v error -select_streams ") + stream + " " + entries + " -of csv=p=0 " + qtest::shellQuote(path)).out;
 }
 std::string md5Of(const std::string& commandLine) {
   return qtest::runCommand(commandLine + " | md5sum").out;
@@ -46,10 +50,7 @@ std::string md5Of(const std::string& commandLine) {
 int videoPackets(const std::string& path) {
   return std::stoi(probe(path, "-count_packets -show_entries stream=nb_read_packets"));
 }
-int audioPackets(const std::string& path) {
-  return std::stoi(qtest::runCommand("ffprobe -v error -select_streams a:0 -count_packets -show_entries stream=nb_read_packets -of csv=p=0 " +
-                                     qtest::shellQuote(path)).out);
-}
+int audioPackets(const std::string& path) { return std::stoi(probe(path, "-count_packets -show_entries stream=nb_read_packets", "a:0")); }
 int videoWidth(const std::string& path) { return std::stoi(probe(path, "-show_entries stream=width")); }
 
 std::string videoFrameMd5(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 namespace mtest {
@@ -19,6 +20,12 @@ struct Clip {
 extern const std::vector<Clip> kClips;
 
 std::string clipPath(const Clip& clip);
+
+// The fixture of the tests that need ffmpeg and ffprobe: skipped without them.
+class FfmpegTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+};
 nlohmann::json runJson(const std::string& args);  // quorvane ... --json, parsed (null on failure)
 // ffprobe: video packet count, first video stream's width and height.
 int videoPackets(const std::string& path);

@@ -7,14 +7,14 @@
 #include <cstring>
 #include <filesystem>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "media_support.h"
 #include "platform/tcxlat.h"
 #include "streamutil/scc.h"
-#include "support/test_support.h"
+#include "support/edit_support.h"
+#include "support/ffmpeg_oracle.h"
 
 namespace {
 
@@ -31,43 +31,13 @@ constexpr const char* kScc =
     "10:00:01;10\t9420 9420 94ae 94ae 94d0 94d0 f4f7 ef80 942c 942c 942f 942f\n\n"
     "10:00:01;25\t942c 942c\n";
 
-std::vector<std::string> lines(const std::string& text) {
-  std::vector<std::string> out;
-  std::istringstream in(text);
-  for (std::string l; std::getline(in, l);) out.push_back(l);
-  return out;
-}
-
-// GOP timecodes as FFmpeg's decoder reports them, in display order.
-std::vector<std::string> gopTimecodes(const std::string& path) {
-  return lines(qtest::runCommand("ffprobe -v error -select_streams v:0 -show_frames -show_entries frame_side_data=timecode " +
-                                 shellQuote(path) + " | grep '^timecode=' | cut -d= -f2").out);
-}
-
-// SCC pairs as "frame:byte,byte", read by the library's SCC reader.
-std::vector<std::string> sccPairs(const std::string& text) {
-  uint32_t count = 0, line = 0;
-  std::vector<SCC_CAPTION> v(256);
-  EXPECT_EQ(klxutilReadScc(text.data(), text.size(), TC_DF2997, v.data(), uint32_t(v.size()), &count, &line), 0) << text;
-  v.resize(count);
-  std::vector<std::string> out;
-  for (const auto& s : v) out.push_back(std::to_string(s.frame) + ":" + std::to_string(s.data[0]) + "," + std::to_string(s.data[1]));
-  return out;
-}
-
-// SRT with FFmpeg's styling tags taken off.
-std::string plainSrt(const std::string& srt) { return std::regex_replace(srt, std::regex("<[^>]*>|\\{[^}]*\\}|\r"), ""); }
+// FFmpeg's subcc reading as SRT, its styling tags taken off.
 std::string ffmpegSrt(const std::string& path) {
-  return plainSrt(qtest::runCommand("ffmpeg -v error -f lavfi -i " + shellQuote("movie=" + path + "[out0+subcc]") +
-                                    " -map 0:s -f srt -").out);
+  return std::regex_replace(qtest::runCommand("ffmpeg -v error -f lavfi -i " + shellQuote("movie=" + path + "[out0+subcc]") +
+                                    " -map 0:s -f srt -").out, std::regex("<[^>]*>|\\{[^}]*\\}|\r"), "");
 }
 
-class Mpeg2Containers : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
-  }
-};
+using Mpeg2Containers = mtest::FfmpegTest;
 
 TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
   struct Case {
@@ -85,7 +55,7 @@ TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
     ASSERT_FALSE(in.empty());
     qtest::TempDir dir;
     const std::string out = dir.file(std::string("out") + std::strrchr(c.name, '.')), scc = dir.file("cc.scc");
-    qtest::writeBytes(scc, std::vector<uint8_t>(kScc, kScc + std::strlen(kScc)));
+    qtest::writeText(scc, kScc);
     const auto summary = mtest::runJson("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '10:00:00;00' --captions " + shellQuote(scc));
     ASSERT_FALSE(summary.is_discarded());
     EXPECT_EQ(summary["codec"], "mpeg2");
@@ -95,20 +65,10 @@ TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
 
     // Each GOP header holds its first picture's timecode: as far from the start as FFmpeg's
     // own (non-drop) time_codes in the input are from theirs.
-    const auto theirs = gopTimecodes(in), ours = gopTimecodes(out);
+    const auto theirs = oracle::allTimecodes(in, false), ours = oracle::allTimecodes(out, false);
     ASSERT_GE(theirs.size(), 4u);
-    ASSERT_EQ(ours.size(), theirs.size());
     EXPECT_EQ(summary["gopHeaders"], theirs.size());
-    uint32_t start = 0, theirStart = 0;
-    ASSERT_EQ(tc2Frame("10:00:00;00", TC_DF2997 | TCF_TEXT, &start), 0);
-    ASSERT_EQ(tc2Frame(theirs.front().c_str(), TC_NDF30 | TCF_TEXT, &theirStart), 0);
-    for (size_t gop = 0; gop < ours.size(); ++gop) {
-      uint32_t theirFrame = 0;
-      ASSERT_EQ(tc2Frame(theirs[gop].c_str(), TC_NDF30 | TCF_TEXT, &theirFrame), 0);
-      char want[32] = {};
-      tc2String(start + (theirFrame - theirStart), TC_DF2997 | TCF_FULL_TEXT, want, sizeof want);
-      EXPECT_EQ(ours[gop], want) << "GOP " << gop;
-    }
+    qtest::expectGopTimecodesFollow(ours, theirs, "10:00:00;00", TC_DF2997, TC_NDF30);
     EXPECT_EQ(qtest::runCommand("ffprobe -v error -show_format " + shellQuote(out) + " | grep TAG:timecode").out, c.containerTimecode);
     EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
     EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
@@ -116,8 +76,7 @@ TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
     // The pairs come back at their timecodes; the text is FFmpeg's.
     auto r = qtest::runTool("captions extract " + shellQuote(out) + " -o " + shellQuote(dir.file("back.scc")));
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    const auto back = qtest::readBytes(dir.file("back.scc"));
-    EXPECT_EQ(sccPairs(std::string(back.begin(), back.end())), sccPairs(kScc));
+    EXPECT_EQ(qtest::sccPairs(qtest::readText(dir.file("back.scc")), TC_DF2997), qtest::sccPairs(kScc, TC_DF2997));
     r = qtest::runTool("captions extract " + shellQuote(out) + " -o -");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_NE(r.out.find("Hello"), std::string::npos);
@@ -138,7 +97,7 @@ TEST_F(Mpeg2Containers, CaptionsOfFfmpegA53InTransportStream) {
   const std::string in = qtest::encodedStream("m2_aac.ts", std::string(kSource) + "-c:a aac -f mpegts");
   qtest::TempDir dir;
   const std::string stamped = dir.file("stamped.ts"), avc = dir.file("avc.ts"), scc = dir.file("cc.scc");
-  qtest::writeBytes(scc, std::vector<uint8_t>(kScc, kScc + std::strlen(kScc)));
+  qtest::writeText(scc, kScc);
   auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(stamped) + " --tc '10:00:00;00' --captions " + shellQuote(scc));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(stamped) + " -c:v libx264 -a53cc 1 -bf 2 -c:a copy -f mpegts " + shellQuote(avc));

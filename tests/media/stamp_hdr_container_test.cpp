@@ -4,33 +4,18 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "media_support.h"
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 
 namespace {
 
 using qtest::shellQuote;
 
-// The timecode values ffprobe reports, one per decoded picture (display order).
-std::vector<std::string> probedTimecodes(const std::string& path) {
-  const auto r = qtest::runCommand("ffprobe -v error -select_streams v:0 -show_frames " + shellQuote(path) +
-                                   " | grep '^value=' | cut -d= -f2");
-  std::vector<std::string> values;
-  std::istringstream lines(r.out);
-  for (std::string line; std::getline(lines, line);) values.push_back(line);
-  return values;
-}
-
-class StampHdrContainers : public ::testing::Test {
- protected:
-  void SetUp() override {
-    if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";
-  }
-};
+using StampHdrContainers = mtest::FfmpegTest;
 
 TEST_F(StampHdrContainers, StampKeepsPicturesAndAudio) {
   // kClips: H.264 and HEVC in MP4, Matroska and MPEG-TS; 1 s at 25 pictures per second.
@@ -44,7 +29,7 @@ TEST_F(StampHdrContainers, StampKeepsPicturesAndAudio) {
     ASSERT_FALSE(summary.is_discarded());
     EXPECT_EQ(summary["codec"], clip.codec);
     EXPECT_EQ(summary["output"], clip.container);
-    const auto timecodes = probedTimecodes(out);
+    const auto timecodes = oracle::allTimecodes(out);
     ASSERT_EQ(timecodes.size(), 25u);
     EXPECT_EQ(timecodes.front(), "01:00:00:00");
     EXPECT_EQ(timecodes.back(), "01:00:00:24");

@@ -2,15 +2,14 @@
 // ffprobe; the SPS rewrite; pictures decode unchanged.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/tcxlat.h"
 #include "streamutil/sei.h"
 #include "support/ffmpeg_oracle.h"
+#include "support/param_streams.h"
 #include "support/test_support.h"
 
 namespace {
@@ -54,6 +53,12 @@ std::string avcStream(const AvcCase& c) {
   return qtest::encodedStream(name, std::string("-f lavfi -i testsrc2=size=160x96:rate=") + c.fps +
                                         " -frames:v 14 -pix_fmt yuv420p -c:v libx264 -x264-params threads=1:" + c.x264 +
                                         " -f h264");
+}
+
+// The values of the named syntax elements trace_headers reads, one "name value" line each.
+std::string tracedValues(const std::string& path, const std::string& names) {
+  return qtest::runCommand("ffmpeg -v trace -i " + shellQuote(path) + " -c copy -bsf:v trace_headers -f null - 2>&1 | grep -E ' (" +
+                           names + ") ' | sed 's/^\\[[^]]*\\] //' | awk '{print $2, $NF}'").out;
 }
 
 void expectStamped(const std::string& out, uint32_t start, uint32_t type, size_t pictures, size_t perFrame) {
@@ -105,12 +110,8 @@ TEST(AvcTimecode, PulldownKeepsPicStructAndFillsEverySlot) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc 01:00:00:00 --rate 23.98");
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  auto trace = [](const std::string& path) {
-    return qtest::runCommand("ffmpeg -v trace -i " + shellQuote(path) +
-                             " -c copy -bsf:v trace_headers -f null - 2>&1 | grep -E ' (pic_struct|cpb_removal_delay) ' | "
-                             "sed 's/^\\[[^]]*\\] //' | awk '{print $2, $NF}'").out;
-  };
-  EXPECT_EQ(trace(out), trace(in));
+  const std::string kept = "pic_struct|cpb_removal_delay";
+  EXPECT_EQ(tracedValues(out, kept), tracedValues(in, kept));
   const auto frames = frameTimecodes(out);
   ASSERT_EQ(frames.size(), 10u);
   size_t slots = 0;
@@ -129,30 +130,18 @@ TEST(AvcTimecode, ExistingPicTimingKeepsItsDelays) {
   const std::string in = qtest::samplePath("h264_160x90_2997_aud_hrd.264"), out = dir.file("out.264");
   auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '00:59:59;28'");
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  auto fields = [](const std::string& path) {
-    return qtest::runCommand("ffmpeg -v trace -i " + shellQuote(path) +
-                             " -c copy -bsf:v trace_headers -f null - 2>&1 | grep -E ' (cpb_removal_delay|dpb_output_delay|"
-                             "pic_struct|seq_parameter_set_id|initial_cpb_removal_delay) ' | sed 's/^\\[[^]]*\\] //' | "
-                             "awk '{print $2, $NF}'").out;
-  };
-  EXPECT_FALSE(fields(in).empty());
-  EXPECT_EQ(fields(out), fields(in));
+  const std::string kept = "cpb_removal_delay|dpb_output_delay|pic_struct|seq_parameter_set_id|initial_cpb_removal_delay";
+  EXPECT_FALSE(tracedValues(in, kept).empty());
+  EXPECT_EQ(tracedValues(out, kept), tracedValues(in, kept));
   expectStamped(out, 107890, TC_DF2997, 10, 1);
 }
 
 // The SPS rewrite: pic_struct_present_flag set, every other field as read.
 TEST(AvcTimecode, SpsRewriteSetsOnlyPicStructPresent) {
-  const auto stream = qtest::readBytes(qtest::samplePath("h264_160x90_25fps.264"));
-  size_t at = 0;
-  for (size_t i = 0; i + 4 < stream.size(); ++i)
-    if (!stream[i] && !stream[i + 1] && stream[i + 2] == 1 && (stream[i + 3] & 0x1F) == 7) {
-      at = i + 3;
-      break;
-    }
-  ASSERT_GT(at, 0u);
-  size_t end = at + 1;
-  while (end + 2 < stream.size() && !(stream[end] == 0 && stream[end + 1] == 0 && stream[end + 2] <= 1)) ++end;
-  std::vector<uint8_t> nal(stream.begin() + long(at), stream.begin() + long(end)), out(nal.size() + 16);
+  const auto units = ptest::splitAnnexB(qtest::readBytes(qtest::samplePath("h264_160x90_25fps.264")));
+  const auto* found = ptest::firstAvcUnit(units, 7);
+  ASSERT_NE(found, nullptr);
+  std::vector<uint8_t> nal = *found, out(nal.size() + 16);
   uint32_t n = 0;
   ASSERT_EQ(klxutilAVCSpsForTimeCode(nal.data(), uint32_t(nal.size()), out.data(), uint32_t(out.size()), &n), 0);
   static SPS_DECODED before, after;

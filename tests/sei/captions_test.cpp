@@ -1,21 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <numeric>
-#include <vector>
 
 #include "streamutil/captions.h"
-#include "support/test_support.h"
+#include "support/edit_support.h"
 #include "syntax/nal_framing.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
+using qtest::Bytes;
+using qtest::cat;
+using qtest::frameOver;
 
 // A caption packet of `length` bytes announcing `captionBytes` caption bytes; triplet bytes
 // count up from 0xC0 so that copies can be checked.
@@ -26,15 +20,22 @@ Bytes packetOf(uint32_t captionBytes, uint32_t length) {
   return p;
 }
 
-// The H.264 caption SEI as ATSC A/53 lays it out, built here independently of the writer.
-Bytes expectedAvcSei(const Bytes& packet, uint32_t ccCount) {
-  Bytes payload = {0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03, uint8_t(0xC0 | ccCount), 0xFF};
-  payload.insert(payload.end(), packet.begin() + 16, packet.begin() + 16 + 3 * ccCount);
-  payload.push_back(0xFF);
-  Bytes unit = {0, 0, 0, 1, 0x06, 0x04, uint8_t(payload.size())};
-  unit.insert(unit.end(), payload.begin(), payload.end());
-  unit.push_back(0x80);
-  return unit;
+// The ATSC A/53 caption message (payloadType 4, size, payload) and the trailing bits, built here
+// independently of the writers.
+Bytes a53Message(const Bytes& packet, size_t tripletsAt, uint32_t ccCount) {
+  const Bytes payload = cat({{0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03, uint8_t(0xC0 | ccCount), 0xFF},
+                             Bytes(packet.begin() + long(tripletsAt), packet.begin() + long(tripletsAt + 3 * ccCount)), {0xFF}});
+  return cat({{0x04, uint8_t(payload.size())}, payload, {0x80}});
+}
+Bytes expectedAvcSei(const Bytes& packet, uint32_t ccCount) { return cat({{0, 0, 0, 1, 0x06}, a53Message(packet, 16, ccCount)}); }
+
+// A frame record over `buffer` (or none) carrying the first `length` bytes of the caption packet.
+DFRAME withCaption(const Bytes& packet, uint32_t length, Bytes* buffer = nullptr, size_t dataSize = 0) {
+  DFRAME f;
+  klxutilInitFrame(&f, buffer ? buffer->data() : nullptr, uint32_t(dataSize), buffer ? uint32_t(buffer->size()) : 0);
+  f.pCaption = const_cast<uint8_t*>(packet.data());
+  f.nCaptionSize = length;
+  return f;
 }
 
 const Bytes kAud = {0, 0, 0, 1, 0x09, 0xF0};
@@ -54,7 +55,8 @@ Bytes lengthPrefixed(std::initializer_list<Bytes> units) {
   return out;
 }
 
-// Where the SEI must land, in start-code and in length-prefixed frames.
+// Where the SEI must land, in start-code and in length-prefixed frames, and how many triplets it
+// takes from the packet.
 TEST(AvcCaptions, InsertionPointsInBothFramings) {
   Bytes big(300, 0x55);  // slice data without zero bytes, to push the scan past 256
   const Bytes bigSlice = cat({Bytes{0, 0, 0, 1, 0x41}, big});
@@ -65,56 +67,37 @@ TEST(AvcCaptions, InsertionPointsInBothFramings) {
     Bytes frame;
     size_t at;
     bool lengthPrefixed;
+    uint32_t captionBytes, length, ccCount;
   };
+  const Bytes plain = cat({kSps, kPps, kIdr});
   const Case cases[] = {
-      {"SPS PPS IDR: in front of the slice's start code", cat({kSps, kPps, kIdr}), 17, false},
-      {"AUD SPS PPS(3-byte) SEI IDR: in front of the SEI", cat({kAud, kSps, kPps3, kSeiX264, kIdr}), 22, false},
-      {"AUD then a long slice: position 6", cat({kAud, bigSlice}), 6, false},
-      {"AUD then a short slice: behind the AUD", cat({kAud, kSlice}), 6, false},
-      {"a short slice alone: in front", kSlice, 0, false},
-      {"AUD SPS PPS IDR: right behind the PPS", lengthPrefixed({aud, sps, pps, idr}), 6 + 8 + 7, true},
-      {"SPS PPS AUD IDR: behind the PPS", lengthPrefixed({sps, pps, aud, idr}), 8 + 7, true},
-      {"AUD SEI SPS PPS: in front of the SEI", lengthPrefixed({aud, sei, sps, pps, idr}), 6, true},
-      {"AUD slice: in front of the slice", lengthPrefixed({aud, slice}), 6, true},
+      {"SPS PPS IDR: in front of the slice's start code", plain, 17, false, 9, 40, 3},
+      {"AUD SPS PPS(3-byte) SEI IDR: in front of the SEI", cat({kAud, kSps, kPps3, kSeiX264, kIdr}), 22, false, 9, 40, 3},
+      {"AUD then a long slice: position 6", cat({kAud, bigSlice}), 6, false, 9, 40, 3},
+      {"AUD then a short slice: behind the AUD", cat({kAud, kSlice}), 6, false, 9, 40, 3},
+      {"a short slice alone: in front", kSlice, 0, false, 9, 40, 3},
+      {"AUD SPS PPS IDR: right behind the PPS", lengthPrefixed({aud, sps, pps, idr}), 6 + 8 + 7, true, 9, 40, 3},
+      {"SPS PPS AUD IDR: behind the PPS", lengthPrefixed({sps, pps, aud, idr}), 8 + 7, true, 9, 40, 3},
+      {"AUD SEI SPS PPS: in front of the SEI", lengthPrefixed({aud, sei, sps, pps, idr}), 6, true, 9, 40, 3},
+      {"AUD slice: in front of the slice", lengthPrefixed({aud, slice}), 6, true, 9, 40, 3},
+      {"40 caption bytes: capped at 30, 10 triplets", plain, 17, false, 40, 56, 10},
+      {"the packet holds 30 of 40: still 10", plain, 17, false, 40, 46, 10},
+      {"7 bytes: cut to whole triplets", plain, 17, false, 7, 23, 2},
+      {"under one triplet", plain, 17, false, 2, 18, 0},
+      {"no caption bytes", plain, 17, false, 0, 16, 0},
   };
-  const Bytes packet = packetOf(9, 40);
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
+    const Bytes packet = packetOf(c.captionBytes, c.length);
     Bytes buffer = c.frame;
     buffer.resize(c.frame.size() + 400, 0xEE);
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
+    DFRAME f = frameOver(buffer, c.frame.size());
     ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), uint32_t(packet.size()), c.lengthPrefixed), 0);
-    Bytes unit = expectedAvcSei(packet, 3);
+    Bytes unit = expectedAvcSei(packet, c.ccCount);
     if (c.lengthPrefixed) unit[3] = uint8_t(unit.size() - 4);  // the length prefix
     Bytes expected = c.frame;
     expected.insert(expected.begin() + long(c.at), unit.begin(), unit.end());
     EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + f.nDataSize), expected);
-  }
-}
-
-TEST(AvcCaptions, CcCountFollowsThePacket) {
-  struct Case {
-    uint32_t captionBytes, length, ccCount;
-  };
-  const Case cases[] = {
-      {40, 56, 10},  // capped at 30 bytes: 10 triplets
-      {40, 46, 10},  // the packet holds 30 of them: still 10
-      {7, 23, 2},    // cut to whole triplets
-      {2, 18, 0},    // under one triplet
-      {0, 16, 0},
-  };
-  for (const auto& c : cases) {
-    const Bytes packet = packetOf(c.captionBytes, c.length);
-    Bytes buffer = cat({kSps, kPps, kIdr});
-    const uint32_t size = uint32_t(buffer.size());
-    buffer.resize(size + 400);
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), size, uint32_t(buffer.size()));
-    ASSERT_EQ(klxutilAddAVCCaptions(&f, packet.data(), c.length, 0), 0) << c.captionBytes;
-    EXPECT_EQ(buffer[17 + 15], 0xC0 | c.ccCount) << c.captionBytes;
-    EXPECT_EQ(f.nDataSize, size + 19 + 3 * c.ccCount);
-    EXPECT_EQ(buffer[17 + 6], 11 + 3 * c.ccCount) << "payloadSize";
   }
 }
 
@@ -141,8 +124,7 @@ TEST(AvcCaptions, RefusalsLeaveTheFrameUntouched) {
     Bytes buffer = frame;
     buffer.resize(frame.size() + c.room, 0xEE);
     const Bytes before = buffer;
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(frame.size()), uint32_t(buffer.size()));
+    DFRAME f = frameOver(buffer, frame.size());
     qtest::LogCapture log;
     EXPECT_EQ(klxutilAddAVCCaptions(&f, c.packet, c.length, 0), c.result);
     if (c.message) {
@@ -162,10 +144,7 @@ TEST(Mpeg2Captions, BlockBytesAndPlacement) {
     const Bytes packet = packetOf(captionBytes, 16 + captionBytes + 4);
     Bytes buffer = picture;
     buffer.resize(picture.size() + packet.size() + 285, 0xEE);
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(picture.size()), uint32_t(buffer.size()));
-    f.pCaption = const_cast<uint8_t*>(packet.data());
-    f.nCaptionSize = uint32_t(packet.size());
+    DFRAME f = withCaption(packet, uint32_t(packet.size()), &buffer, picture.size());
     ASSERT_EQ(klxutilAddMPEG2Captions(&f), 0);
     Bytes expected = {0, 0, 0, 1, 0xB2, 'G', 'A', '9', '4', 0x03, uint8_t(captionBytes / 3), 0xFF};
     expected.insert(expected.end(), packet.begin() + 16, packet.begin() + 16 + captionBytes);
@@ -178,10 +157,7 @@ TEST(Mpeg2Captions, BlockBytesAndPlacement) {
   Bytes buffer = picture;
   buffer.resize(picture.size() + 26 + 285 - 1, 0xEE);
   const Bytes before = buffer;
-  DFRAME f;
-  klxutilInitFrame(&f, buffer.data(), uint32_t(picture.size()), uint32_t(buffer.size()));
-  f.pCaption = const_cast<uint8_t*>(packet.data());
-  f.nCaptionSize = 26;
+  DFRAME f = withCaption(packet, 26, &buffer, picture.size());
   qtest::LogCapture log;
   EXPECT_EQ(klxutilAddMPEG2Captions(&f), KLX_CC_NO_ROOM);
   EXPECT_TRUE(log.contains("No Allocation for CC Data"));
@@ -207,11 +183,12 @@ Bytes hevcRbsp(const Bytes& unit) {
   return rbsp;  // starts at the second header byte
 }
 
-TEST(HevcCaptions, SeiCarriesTheTripletsOfThePacket) {
+TEST(HevcCaptions, SeiCarriesTheTripletsOfThePacketOrNothing) {
   struct Case {
     const char* name;
     Bytes packet;
-    uint32_t ccCount;
+    uint32_t length;
+    int ccCount;  // -1: nothing written
     size_t tripletsAt;
     const char* message;
   };
@@ -220,56 +197,33 @@ TEST(HevcCaptions, SeiCarriesTheTripletsOfThePacket) {
     p[timeCode ? 20 : 15] = uint8_t(0xE0 | count);
     return p;
   };
+  const Bytes good = packetOf(6, 26);
   const Case cases[] = {
-      {"two triplets", withCount(packetOf(6, 26), 2, false), 2, 16, nullptr},
-      {"time code section moves the triplets", withCount(packetOf(20, 40), 3, true), 3, 21, nullptr},
-      {"announced count cut to the packet", withCount(packetOf(6, 26), 9, false), 3, 16,
-       "\nCC count is wrong 9 actual 3"},
-      {"zero triplets", withCount(packetOf(0, 16), 0, false), 0, 16, nullptr},
+      {"two triplets", withCount(good, 2, false), 26, 2, 16, nullptr},
+      {"time code section moves the triplets", withCount(packetOf(20, 40), 3, true), 40, 3, 21, nullptr},
+      {"announced count cut to the packet", withCount(good, 9, false), 26, 3, 16, "\nCC count is wrong 9 actual 3"},
+      {"zero triplets", withCount(packetOf(0, 16), 0, false), 16, 0, 16, nullptr},
+      {"empty", good, 0, -1, 0, "No SEI CC data size is 0"},
+      {"too short", good, 3, -1, 0, "No SEI CC data size is 3"},
+      {"absurd length", good, 0xFFFFFFFF, -1, 0, "No SEI CC data size is -1"},
+      {"rejected (shorter than its header)", good, 15, -1, 0, nullptr},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    DFRAME f;
-    klxutilInitFrame(&f, nullptr, 0, 0);
-    f.pCaption = const_cast<uint8_t*>(c.packet.data());
-    f.nCaptionSize = uint32_t(c.packet.size());
+    DFRAME f = withCaption(c.packet, c.length);
     qtest::LogCapture log;
     Bytes out(512, 0xEE);
     out.resize(klxUtilAddHevcCaptionsSEI(out.data(), &f, 77));
     if (c.message) {
       EXPECT_TRUE(log.contains(c.message));
     }
+    if (c.ccCount < 0) {
+      EXPECT_TRUE(out.empty());
+      continue;
+    }
     ASSERT_GT(out.size(), 4u);
     EXPECT_EQ(Bytes(out.begin(), out.begin() + 6), (Bytes{0, 0, 0, 1, 0x4E, 0x01}));
-    Bytes payload = {0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03, uint8_t(0xC0 | c.ccCount), 0xFF};
-    payload.insert(payload.end(), c.packet.begin() + long(c.tripletsAt),
-                   c.packet.begin() + long(c.tripletsAt + 3 * c.ccCount));
-    payload.push_back(0xFF);
-    Bytes expected = {0x01, 0x04, uint8_t(payload.size())};
-    expected.insert(expected.end(), payload.begin(), payload.end());
-    expected.push_back(0x80);
-    EXPECT_EQ(hevcRbsp(out), expected);
-  }
-}
-
-TEST(HevcCaptions, ShortOrRejectedPacketsWriteNothing) {
-  const Bytes good = packetOf(6, 26);
-  struct Case {
-    uint32_t length;
-    const char* message;
-  };
-  for (const Case& c : {Case{0, "No SEI CC data size is 0"}, Case{3, "No SEI CC data size is 3"},
-                        Case{0xFFFFFFFF, "No SEI CC data size is -1"}, Case{15, nullptr}}) {
-    DFRAME f;
-    klxutilInitFrame(&f, nullptr, 0, 0);
-    f.pCaption = const_cast<uint8_t*>(good.data());
-    f.nCaptionSize = c.length;
-    qtest::LogCapture log;
-    uint8_t out[512];
-    EXPECT_EQ(klxUtilAddHevcCaptionsSEI(out, &f, 0), 0u) << c.length;
-    if (c.message) {
-      EXPECT_TRUE(log.contains(c.message)) << c.length;
-    }
+    EXPECT_EQ(hevcRbsp(out), cat({{0x01}, a53Message(c.packet, c.tripletsAt, uint32_t(c.ccCount))}));
   }
 }
 
@@ -279,74 +233,54 @@ const Bytes kHevcSei = {0, 0, 1, 0x4E, 0x01, 0x05, 0x01, 0xAA, 0x80};
 const Bytes kHevcIdr = {0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};
 const Bytes kHevcTrail2 = {0, 0, 1, 0x02, 0x01, 0x50, 0x22};
 
-TEST(HevcCaptions, InsertedInFrontOfTheFirstSliceOrPrefixSei) {
+TEST(HevcCaptions, InsertedInFrontOfTheFirstSliceOrPrefixSeiWhenThereIsRoom) {
   const Bytes packet = packetOf(6, 26);
+  Bytes sei(512);
+  DFRAME probe = withCaption(packet, 26);
+  sei.resize(klxUtilAddHevcCaptionsSEI(sei.data(), &probe, 0));
+  const uint32_t seiLength = uint32_t(sei.size());
   struct Case {
     const char* name;
     Bytes frame;
-    size_t at;
-    uint32_t flags, secondPart, secondPartAfter;
+    int64_t at;  // -1: nothing inserted
+    uint32_t flags, secondPart, secondPartAfter, room;
   };
   const uint32_t both = DFRAME_TWO_PARTS | DFRAME_SECOND_PART_VALID;
   const Case cases[] = {
-      {"VPS then IDR", cat({kHevcVps, kHevcIdr}), 7, 0, 15, 15},
-      {"AUD, 3-byte SEI", cat({kHevcAud, kHevcSei, kHevcIdr}), 7, 0, 0, 0},
-      {"second part moves when both flags are set", cat({kHevcAud, kHevcIdr, kHevcTrail2}), 7, both, 15, 15 + 100},
-      {"only one flag: it stays", cat({kHevcAud, kHevcIdr, kHevcTrail2}), 7, DFRAME_TWO_PARTS, 15, 15},
-      {"insertion behind the second part: it stays", cat({kHevcAud, kHevcIdr}), 7, both, 3, 3},
+      {"VPS then IDR", cat({kHevcVps, kHevcIdr}), 7, 0, 15, 15, 200},
+      {"AUD, 3-byte SEI", cat({kHevcAud, kHevcSei, kHevcIdr}), 7, 0, 0, 0, 200},
+      {"second part moves when both flags are set", cat({kHevcAud, kHevcIdr, kHevcTrail2}), 7, both, 15, 15 + 100, 200},
+      {"only one flag: it stays", cat({kHevcAud, kHevcIdr, kHevcTrail2}), 7, DFRAME_TWO_PARTS, 15, 15, 200},
+      {"insertion behind the second part: it stays", cat({kHevcAud, kHevcIdr}), 7, both, 3, 3, 200},
+      {"data + SEI must stay below the capacity", cat({kHevcAud, kHevcIdr}), -1, 0, 0, 0, seiLength},
+      {"one byte more is room", cat({kHevcAud, kHevcIdr}), 7, 0, 0, 0, seiLength + 1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Bytes buffer = c.frame;
-    buffer.resize(c.frame.size() + 200, 0xEE);
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
-    f.pCaption = const_cast<uint8_t*>(packet.data());
-    f.nCaptionSize = uint32_t(packet.size());
+    buffer.resize(c.frame.size() + c.room, 0xEE);
+    const Bytes before = buffer;
+    DFRAME f = withCaption(packet, uint32_t(packet.size()), &buffer, c.frame.size());
     f.nFlags = c.flags;
     f.nSecondPartOffset = c.secondPart;
-    Bytes sei(512);
-    sei.resize(klxUtilAddHevcCaptionsSEI(sei.data(), &f, 0));
     const uint32_t added = klxUtilAddHevcCaptions(&f, 0);
-    ASSERT_EQ(added, sei.size());
     EXPECT_EQ(f.nDataSize, c.frame.size()) << "the data size is the caller's to grow";
+    if (c.at < 0) {
+      EXPECT_EQ(added, 0u);
+      EXPECT_EQ(buffer, before);
+      continue;
+    }
+    ASSERT_EQ(added, seiLength);
     Bytes expected = c.frame;
     expected.insert(expected.begin() + long(c.at), sei.begin(), sei.end());
     EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + c.frame.size() + added), expected);
     EXPECT_EQ(f.nSecondPartOffset, c.secondPart == c.secondPartAfter ? c.secondPart : c.secondPart + added);
   }
-}
-
-TEST(HevcCaptions, NoRoomMeansNothingInserted) {
-  const Bytes packet = packetOf(6, 26);
-  const Bytes frame = cat({kHevcAud, kHevcIdr});
-  Bytes sei(512);
-  DFRAME probe;
-  klxutilInitFrame(&probe, nullptr, 0, 0);
-  probe.pCaption = const_cast<uint8_t*>(packet.data());
-  probe.nCaptionSize = 26;
-  const uint32_t seiLength = klxUtilAddHevcCaptionsSEI(sei.data(), &probe, 0);
-  for (uint32_t room : {seiLength, seiLength + 1}) {  // data + SEI must stay below the capacity
-    Bytes buffer = frame;
-    buffer.resize(frame.size() + room, 0xEE);
-    const Bytes before = buffer;
-    DFRAME f = probe;
-    f.pData = buffer.data();
-    f.nDataSize = uint32_t(frame.size());
-    f.nBufferSize = uint32_t(buffer.size());
-    const uint32_t added = klxUtilAddHevcCaptions(&f, 0);
-    if (room == seiLength) {
-      EXPECT_EQ(added, 0u);
-      EXPECT_EQ(buffer, before);
-    } else {
-      EXPECT_EQ(added, seiLength);
-    }
-  }
   // A rejected packet logs the length it did not add.
-  DFRAME f = probe;
-  Bytes buffer = frame;
+  Bytes buffer = cat({kHevcAud, kHevcIdr});
+  const size_t size = buffer.size();
   buffer.resize(400);
-  f.pData = buffer.data(), f.nDataSize = uint32_t(frame.size()), f.nBufferSize = 400, f.nCaptionSize = 15;
+  DFRAME f = withCaption(packet, 15, &buffer, size);
   qtest::LogCapture log;
   EXPECT_EQ(klxUtilAddHevcCaptions(&f, 0), 0u);
   ASSERT_EQ(log.lines().size(), 1u);

@@ -10,6 +10,7 @@
 #include "streamutil/captions.h"
 #include "streamutil/mpeg2_edit.h"
 #include "streamutil/sei_read.h"
+#include "support/edit_support.h"
 
 namespace {
 
@@ -45,8 +46,7 @@ TEST(Mpeg2Edit, CaptionsReplacedInFrontOfTheFirstSlice) {
     SCOPED_TRACE(c.name);
     std::vector<uint8_t> bytes = accessUnit(), original = bytes;
     bytes.resize(bytes.size() + 256);
-    DFRAME f;
-    klxutilInitFrame(&f, bytes.data(), uint32_t(original.size()), uint32_t(bytes.size()));
+    DFRAME f = qtest::frameOver(bytes, original.size());
     for (size_t i = 0; i < c.inserts.size(); ++i) {
       if (i + 1 == c.inserts.size() && c.removeFirst) {
         EXPECT_EQ(klxutilRemoveMpeg2Captions(&f), c.removed);
@@ -89,8 +89,7 @@ TEST(Mpeg2Edit, RefusalsLeaveTheFrameAlone) {
     std::vector<uint8_t> bytes = c.frame;
     const size_t size = bytes.size();
     bytes.resize(size + c.room);
-    DFRAME f;
-    klxutilInitFrame(&f, bytes.data(), uint32_t(size), uint32_t(bytes.size()));
+    DFRAME f = qtest::frameOver(bytes, size);
     EXPECT_EQ(klxutilInsertMpeg2Captions(&f, c.packet, c.packetLength), c.result);
     if (c.result != 0) {
       EXPECT_EQ(std::vector<uint8_t>(f.pData, f.pData + f.nDataSize), c.frame);
@@ -110,8 +109,7 @@ TEST(Mpeg2Edit, GopTimecodeFromAFrameCount) {
     uint32_t frames = 0;
     ASSERT_EQ(tc2Frame(c.text, c.type | TCF_TEXT, &frames), 0);
     std::vector<uint8_t> bytes = accessUnit();
-    DFRAME f;
-    klxutilInitFrame(&f, bytes.data(), uint32_t(bytes.size()), uint32_t(bytes.size()));
+    DFRAME f = qtest::frameOver(bytes, bytes.size());
     f.nTimecode = frames;
     ASSERT_EQ(klxutilAddMpeg2TimeCode(&f, c.type), 1);
     KLX_TIMECODE tc{};
@@ -122,8 +120,7 @@ TEST(Mpeg2Edit, GopTimecodeFromAFrameCount) {
     EXPECT_EQ(bytes[19] & 0x40, 0x40) << "closed_gop stays";
   }
   std::vector<uint8_t> bytes = accessUnit();
-  DFRAME f;
-  klxutilInitFrame(&f, bytes.data(), uint32_t(bytes.size()), uint32_t(bytes.size()));
+  DFRAME f = qtest::frameOver(bytes, bytes.size());
   f.nTimecode = 1;
   EXPECT_EQ(klxutilAddMpeg2TimeCode(&f, 3), -1) << "no such timecode type";
 }

@@ -2,15 +2,13 @@
 // captions as picture user data (read back by quorvane captions), pictures unchanged.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/tcxlat.h"
 #include "streamutil/scc.h"
 #include "support/ffmpeg_oracle.h"
-#include "support/test_support.h"
+#include "support/edit_support.h"
 
 namespace {
 
@@ -36,7 +34,7 @@ TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
     auto r = qtest::runCommand(std::string("ffmpeg -v error -f lavfi -i testsrc2=size=160x96:rate=") + c.fps +
                                " -frames:v 30 -c:v mpeg2video -g 6 -bf 2 -flags +cgop -sc_threshold 1000000000 -timecode 01:02:03:04 " + shellQuote(in));
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    qtest::writeBytes(dir.file("cc.scc"), std::vector<uint8_t>(c.scc, c.scc + std::strlen(c.scc)));
+    qtest::writeText(dir.file("cc.scc"), c.scc);
     r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "' --captions " +
                        shellQuote(dir.file("cc.scc")));
     ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -45,35 +43,14 @@ TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
     // Every GOP header carries the timecode of its first picture in display order: as far
     // from the start as FFmpeg's own (closed-GOP) time_codes in the input are from theirs.
     const auto theirs = oracle::allTimecodes(in, false), ours = oracle::allTimecodes(out, false);
-    ASSERT_EQ(ours.size(), theirs.size());
-    uint32_t start = 0, theirStart = 0;
-    const uint32_t theirType = c.type == TC_DF2997 ? TC_NDF30 : c.type;  // FFmpeg counted "01:02:03:04" non-drop
-    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
-    ASSERT_EQ(tc2Frame(theirs.front().c_str(), theirType | TCF_TEXT, &theirStart), 0);
-    size_t gop = 0;
-    for (; gop < ours.size(); ++gop) {
-      uint32_t theirFrame = 0;
-      ASSERT_EQ(tc2Frame(theirs[gop].c_str(), theirType | TCF_TEXT, &theirFrame), 0);
-      char want[32] = {};
-      tc2String(start + (theirFrame - theirStart), c.type | TCF_FULL_TEXT, want, sizeof want);
-      EXPECT_EQ(ours[gop], want) << "GOP " << gop;
-    }
-    EXPECT_GE(gop, 5u);
+    // FFmpeg counted "01:02:03:04" non-drop.
+    qtest::expectGopTimecodesFollow(ours, theirs, c.start, c.type, c.type == TC_DF2997 ? TC_NDF30 : c.type);
+    EXPECT_GE(ours.size(), 5u);
     EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(in));
     // The caption pairs come back at their timecodes.
     r = qtest::runTool("captions extract " + shellQuote(out) + " -o " + shellQuote(dir.file("back.scc")));
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    auto pairs = [&](const std::string& path) {
-      const auto bytes = qtest::readBytes(path);
-      uint32_t count = 0, line = 0;
-      std::vector<SCC_CAPTION> v(64);
-      EXPECT_EQ(klxutilReadScc(reinterpret_cast<const char*>(bytes.data()), bytes.size(), c.type, v.data(), 64, &count, &line), 0);
-      v.resize(count);
-      std::vector<std::string> out;
-      for (const auto& s : v) out.push_back(std::to_string(s.frame) + ":" + std::to_string(s.data[0]) + "," + std::to_string(s.data[1]));
-      return out;
-    };
-    EXPECT_EQ(pairs(dir.file("back.scc")), pairs(dir.file("cc.scc")));
+    EXPECT_EQ(qtest::sccPairs(qtest::readText(dir.file("back.scc")), c.type), qtest::sccPairs(c.scc, c.type));
   }
 }
 

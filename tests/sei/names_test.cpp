@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 
 #include "platform/zrfourcc.h"
 #include "streamutil/typenames.h"
-#include "support/test_support.h"
+#include "support/edit_support.h"
 
 namespace {
 
@@ -21,26 +20,19 @@ TEST(FileTypeNames, LabelsAcrossTheTableAndEveryCodeHasOne) {
   const Case cases[] = {
       {0, "Unknown file type"},  {57, "Unknown file type"},  {227, "Unknown file type"},
       {0xFFFFFFFF, "Unknown file type"},
-      {1, "Wave Audio"},         {90, "Wave Audio"},         {159, "Wave Audio"},
-      {7, "Edit Decsion List"},  {36, "RGB IMages"},         {56, "MTV Image"},
-      {58, "DVS Video"},         {77, "WMV Windows Media"},  {122, "h.264"},
-      {124, "h.264"},            {155, "MPEG-2 Transport"},  {156, "MPEG-2 Transport"},
-      {197, "MPEG-4"},           {203, "h.265"},             {225, "Avid Mxf"},
-      {226, "TCP Stream"},
+      {1, "Wave Audio"},         {90, "Wave Audio"},         {159, "Wave Audio"},  // one label, three codes
+      {7, "Edit Decsion List"},  {36, "RGB IMages"},         {56, "MTV Image"},    // spelt as other tools expect
+      {58, "DVS Video"},         {203, "h.265"},             {226, "TCP Stream"},
   };
   for (const auto& c : cases) EXPECT_STREQ(klxutilFileTypeString(c.code), c.label) << c.code;
   // Every code up to 226 but 57 has a label of its own.
-  std::set<std::string> distinct;
   for (uint32_t code = 1; code <= 226; ++code) {
     const char* label = klxutilFileTypeString(code);
     ASSERT_NE(label, nullptr);
     if (code == 57) continue;
     EXPECT_STRNE(label, "Unknown file type") << code;
     EXPECT_GT(std::string(label).size(), 1u) << code;
-    distinct.insert(label);
   }
-  // 225 labelled codes carry 196 different labels (1, 90 and 159 are all "Wave Audio", ...).
-  EXPECT_EQ(distinct.size(), 196u);
 }
 
 TEST(CodecNames, FixedTableThenFourccFamilies) {
@@ -49,19 +41,12 @@ TEST(CodecNames, FixedTableThenFourccFamilies) {
     const char* label;
   };
   const Case cases[] = {
-      {fcc("ai25"), "AVCi-200 1080i50"},
+      {fcc("ai25"), "AVCi-200 1080i50"},  // the first entry
       {fcc("hvc1"), "HEVC h.265"},
-      {fcc("dvhe"), "HEVC Dolby"},
-      {fcc("avc1"), "h.264 AVC1"},
-      {fcc("apch"), "ProRes HQ"},
       {fcc("UYVY"), "YVYU 4:2:2 YCbCr"},  // swapped on purpose, as other tools expect
       {fcc("YVYU"), "UYVY 4:2:2 YCbCr"},
-      {fcc("xdvO"), "MPEG XDCam EX 35 1080p50 VBR"},
-      {fcc("_G2J"), "JPEG-2000 YCbCr 10"},
-      {0x6770ea6d, "SGI JFIF"},
+      {0x6770ea6d, "SGI JFIF"},  // codes that are no printable FOURCC
       {0x20574152, "RAW RGB"},
-      {0x20424944, "RGB DIB"},
-      {0x20727661, "Avid MC Mac"},
       {fcc("AVdn"), "Avid DNxHD"},  // the last entry
       {0xABCD00000000ull | fcc("hvc1"), "HEVC h.265"},  // only the low 32 bits count
       {fcc("Y10g"), "DPX YCbCr 10"},  // a 10-bit YCbCr code too, but the table names it first
@@ -101,10 +86,7 @@ TEST(NamesTool, PrintsLabelsAndRefusesBadInput) {
     auto r = qtest::runTool(c.args);
     EXPECT_EQ(r.exitCode, c.exit) << c.args << ": " << r.err;
     EXPECT_EQ(r.out, c.out) << c.args;
-    if (c.exit) {
-      EXPECT_EQ(r.err.rfind("quorvane names: ", 0), 0u) << r.err;
-      EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
-    }
+    if (c.exit) qtest::expectOneLineError(r, "names");
   }
   EXPECT_EQ(qtest::runTool("names --help").exitCode, 0);
 }

@@ -11,10 +11,12 @@
 #include "streamutil/mpeg2_pictures.h"
 #include "streamutil/sei_read.h"
 #include "streamutil/sei_remove.h"
+#include "support/edit_support.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using qtest::Bytes;
+using qtest::cat;
 
 // Emulation prevention written out here, independently of the library.
 Bytes escaped(const Bytes& rbsp, size_t headerBytes) {
@@ -45,12 +47,6 @@ Bytes seiUnit(Bytes header, const std::vector<Message>& messages) {
   const Bytes nal = escaped(rbsp, header.size());
   unit.insert(unit.end(), nal.begin(), nal.end());
   return unit;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
 }
 
 const Bytes kAud = {0, 0, 0, 1, 0x09, 0xF0};
@@ -104,8 +100,7 @@ Bytes edited(const Bytes& frame, bool lengthPrefixed, uint32_t spare, Edit&& edi
   uint32_t size = uint32_t(frame.size());
   if (lengthPrefixed) size = klxUtilh264MarkerToSize(buffer.data(), size);
   buffer.resize(size + spare);
-  DFRAME f;
-  klxutilInitFrame(&f, buffer.data(), size, uint32_t(buffer.size()));
+  DFRAME f = qtest::frameOver(buffer, size);
   result = edit(f);
   buffer.resize(f.nDataSize);
   if (lengthPrefixed) buffer.resize(klxUtilh264SizeToMarker(buffer.data(), uint32_t(buffer.size())));
@@ -152,8 +147,7 @@ TEST(SeiRemove, HostileFramesStayInBounds) {
     const uint32_t codec = round % 2 ? KLX_CODEC_H264 : KLX_CODEC_HEVC;
     const uint32_t framing = (round / 2) % 2;
     Bytes buffer = frame;
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(buffer.size()), uint32_t(buffer.size()));
+    DFRAME f = qtest::frameOver(buffer, uint32_t(buffer.size()));
     const int n = klxutilRemoveSEIMessages(&f, codec, framing, types, 5);
     EXPECT_GE(n, 0);
     EXPECT_LE(f.nDataSize, frame.size());

@@ -1,17 +1,18 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <vector>
 
 #include "platform/tcxlat.h"
 #include "streamutil/sei.h"
-#include "support/test_support.h"
+#include "support/edit_support.h"
+#include "support/param_streams.h"
 #include "syntax/nal_framing.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using qtest::Bytes;
+using qtest::cat;
 
 // Reads bits MSB first from a byte vector (the test's own reader, for checking fields).
 struct BitReader {
@@ -76,19 +77,9 @@ TEST(TimeCodeSei, FieldsFollowTheTimecodeLibrary) {
       const Bytes unit = timeCodeUnit(frame, c.rate, c.fields);
       const auto f = parseTimeCode(unit);
       SCOPED_TRACE(testing::Message() << "rate " << c.rate << (c.fields ? " fields" : "") << " frame " << frame);
-      EXPECT_EQ(f.payloadType, 136u);
-      EXPECT_EQ(f.payloadSize, 6u);
-      EXPECT_EQ(f.numClockTs, 1u);
-      EXPECT_EQ(f.clockFlag, 1u);
-      EXPECT_EQ(f.fieldBased, c.fieldBased);
-      EXPECT_EQ(f.countingType, c.countingType);
-      EXPECT_EQ(f.fullFlag, 1u);
-      EXPECT_EQ(f.discontinuity, 0u);
-      EXPECT_EQ(f.hours, digits[0]);
-      EXPECT_EQ(f.minutes, digits[1]);
-      EXPECT_EQ(f.seconds, digits[2]);
-      EXPECT_EQ(f.frames, digits[3]);
-      EXPECT_EQ(f.offsetLength, 0u);
+      EXPECT_EQ((std::vector<uint32_t>{f.payloadType, f.payloadSize, f.numClockTs, f.clockFlag, f.fieldBased, f.countingType,
+                                       f.fullFlag, f.discontinuity, f.hours, f.minutes, f.seconds, f.frames, f.offsetLength}),
+                (std::vector<uint32_t>{136, 6, 1, 1, c.fieldBased, c.countingType, 1, 0, digits[0], digits[1], digits[2], digits[3], 0}));
       EXPECT_EQ(unit.back(), 0x80);
     }
   }
@@ -109,20 +100,6 @@ TEST(TimeCodeSei, CntDroppedFlagRuleIsKeptAsStated) {
     EXPECT_EQ(parseTimeCode(timeCodeUnit(1800, rate, false)).cntDropped, 0u);
   }
   EXPECT_EQ(parseTimeCode(timeCodeUnit(1800, 30, false)).cntDropped, 0u);
-}
-
-TEST(TimeCodeSei, UnitIs15BytesAndGainsAnEscapeWhereTheBitsMakeOne) {
-  // 00:00:00:00 at 25: the payload's bytes hold 00 00 00 runs that must be escaped.
-  const Bytes zero = timeCodeUnit(0, 25, false);
-  const Bytes plain = timeCodeUnit(25 * 3600 + 25 * 61 + 5, 25, false);  // 01:01:01:05
-  EXPECT_EQ(plain.size(), 15u);
-  EXPECT_GT(zero.size(), 15u);
-  for (const Bytes* u : {&zero, &plain}) {
-    EXPECT_EQ(Bytes(u->begin(), u->begin() + 4), (Bytes{0, 0, 0, 1}));
-    for (size_t i = 4; i + 2 < u->size(); ++i)
-      ASSERT_FALSE((*u)[i] == 0 && (*u)[i + 1] == 0 && (*u)[i + 2] <= 2) << "unescaped at " << i;
-    EXPECT_EQ(parseTimeCode(*u).payloadSize, 6u) << "payloadSize counts the unescaped payload";
-  }
 }
 
 TEST(CloseSei, EscapesPatchesAndFramesAnyPayload) {
@@ -198,12 +175,6 @@ const Bytes kCra = {0, 0, 0, 1, 0x2A, 0x01, 0xAF, 0x55};
 const Bytes kReserved22 = {0, 0, 0, 1, 0x2C, 0x01, 0x00, 0x01};  // type 22: h = 44, not a slice here
 const Bytes kEos = {0, 0, 0, 1, 0x48, 0x01};
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
-
 TEST(HevcTimeCodeInsertion, GoesInFrontOfTheFirstPrefixSeiOrSlice) {
   struct Case {
     const char* name;
@@ -226,8 +197,7 @@ TEST(HevcTimeCodeInsertion, GoesInFrontOfTheFirstPrefixSeiOrSlice) {
     SCOPED_TRACE(c.name);
     Bytes buffer = c.frame;
     buffer.resize(c.frame.size() + 64, 0xEE);
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(c.frame.size()), uint32_t(buffer.size()));
+    DFRAME f = qtest::frameOver(buffer, c.frame.size());
     f.nFrame = 7;
     f.nTimecodeAlt = 90000;  // 01:00:00:00 at 25: the record's set slot wins over the frame number
     f.nSecondPartOffset = 1000;
@@ -256,8 +226,7 @@ TEST(HevcTimeCodeInsertion, CheckedFormRefusesOneByteShort) {
     Bytes buffer = frame;
     buffer.resize(frame.size() + room, 0xEE);
     const Bytes before = buffer;
-    DFRAME f;
-    klxutilInitFrame(&f, buffer.data(), uint32_t(frame.size()), uint32_t(buffer.size()));
+    DFRAME f = qtest::frameOver(buffer, frame.size());
     const int rc = klxutilAddHEVCTimeCodeChecked(&f, TC_PAL);
     if (room < seiLength) {
       EXPECT_EQ(rc, KLX_SEI_NO_ROOM);
@@ -280,15 +249,11 @@ TEST(TimeCodeSei, RateAndFieldCodingComeFromARealSps) {
   };
   for (const Case& c : {Case{"hevc_main10_320x180_5994.hevc", TC_DF5994, 6}, Case{"hevc_main_160x90_25fps.hevc", TC_PAL, 0},
                         Case{"hevc_main_160x90_2997_bframes.hevc", TC_DF2997, 4}}) {
-    Bytes stream = qtest::readBytes(qtest::samplePath(c.sample));
-    ASSERT_FALSE(stream.empty()) << c.sample;
-    // The first SPS: header byte 0x42 behind a start code, up to the next start code.
-    size_t at = 0;
-    while (at + 5 < stream.size() && !(stream[at] == 0 && stream[at + 1] == 0 && stream[at + 2] == 1 && stream[at + 3] == 0x42)) ++at;
-    ASSERT_LT(at + 5, stream.size()) << c.sample;
-    size_t end = at + 4;
-    while (end + 3 < stream.size() && !(stream[end] == 0 && stream[end + 1] == 0 && stream[end + 2] <= 1)) ++end;
-    zr_bitstream s{stream.data() + at + 3, int64_t(end - at - 3), uint64_t(end - at - 3) * 8, 0};
+    const auto units = ptest::splitAnnexB(qtest::readBytes(qtest::samplePath(c.sample)));
+    const Bytes* found = ptest::firstHevcUnit(units, 33);
+    ASSERT_NE(found, nullptr) << c.sample;
+    Bytes nal = *found;
+    zr_bitstream s{nal.data(), int64_t(nal.size()), nal.size() * 8, 0};
     HEVC_SPS_DECODED sps{};
     ASSERT_NE(klxutilRead_HEVC_SPS(&s, &sps, nullptr, 0), 0xFFFFFFFFu) << c.sample;
     Bytes unit(512);
