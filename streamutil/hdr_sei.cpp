@@ -380,10 +380,10 @@ int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t
   const int removed = removeHdrMessages(frame, size, capacity, startCodes, hevc, prefix);
   if (removed != KLX_NAL_OK) return refuse(removed);
   if (count == 0) return 0;
-  if (*size != before) {  // the first slice moved with the removals
-    scanPrefix(frame, *size, startCodes, hevc, prefix);
-    if (prefix.bad) return refuse(-1);
-  }
+  // The removals can change how many units stand in front of the first slice even when the
+  // frame keeps its size (a rewritten unit grows by what a removed one gave back): count again.
+  scanPrefix(frame, *size, startCodes, hevc, prefix);
+  if (prefix.bad || prefix.tooMany) return refuse(-1);
   const int rc = klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, prefix.count, units, sizes, count);
   return rc == KLX_NAL_OK ? rc : refuse(rc);
 }
