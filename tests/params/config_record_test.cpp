@@ -1,5 +1,5 @@
-// hvcC against the box ffmpeg writes when it remuxes our test streams into MP4, the reader's
-// documented results, and the dvvC byte layout.
+// hvcC against the box ffmpeg writes when it remuxes our test streams into MP4, and the reader's
+// documented results.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -239,18 +239,6 @@ TEST(HvccReader, ReportsAUnitThatDoesNotReadToItsLength) {
   EXPECT_EQ(log.lines()[1].text.rfind(expected, 0), 0u) << log.lines()[1].text;
   EXPECT_NE(pps->pps_extension_present_flag, -1) << "the walk went on to the PPS array";
   EXPECT_EQ(in.position, box.size() * 8);
-}
-
-// dvvC: the well-known profile 8.1, level 6 record (every field's bit position is checked by
-// dvvc_record_test.cpp, the values by ffprobe in dvvc_ffprobe_test.cpp).
-TEST(DvvcWriter, ProfileEightOneLevelSix) {
-  DOVI_DECODER_CONFIGURATION_RECORD p81{1, 0, 8, 6, 1, 0, 1, 1, 0, {0, 0, 0, 0}};
-  Bytes out(24, 0xEE);
-  zr_bitstream o = over(out);
-  EXPECT_EQ(klxutilWrite_DVVC_CR(&o, &p81), 24u);
-  EXPECT_EQ(out, (Bytes{0x01, 0x00, 0x10, 0x35, 0x10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-  zr_bitstream none = over(out);
-  EXPECT_EQ(klxutilWrite_DVVC_CR(&none, nullptr), 0u);
 }
 
 }  // namespace

@@ -90,6 +90,7 @@ TEST(DvvcReader, RefusesShortOrMissingInputAndLeavesEverythingAlone) {
   EXPECT_EQ(klxutilRead_DVVC_CR(&s, nullptr), 0xFFFFFFFFu);
   zr_bitstream none{nullptr, 24, 192, 0};
   EXPECT_EQ(klxutilRead_DVVC_CR(&none, &r), 0xFFFFFFFFu);
+  EXPECT_EQ(klxutilWrite_DVVC_CR(&s, nullptr), 0u) << "no record: nothing written";
 }
 
 TEST(DvvcReader, ReadsAtAnUnalignedPosition) {
