@@ -130,27 +130,6 @@ TEST(HevcSps, SixtyFourShortTermSetsRoundTrip) {
   EXPECT_EQ(back->num_short_term_ref_pic_sets, 64);
 }
 
-TEST(HevcSps, EmulationPreventionIsRemovedBeforeReading) {
-  auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(realUnits().sps);
-  ASSERT_EQ(sps->vui_parameters_present_flag, 1);
-  // 32-bit fields of 1 and 0x100 produce 00 00 00 01 / 00 00 01 00 patterns that need escapes.
-  sps->vui.vui_num_units_in_tick = 1;
-  sps->vui.vui_time_scale = 0x100;
-  uint8_t out[kHevcParamSetMaxBytes];
-  Bytes written(out, out + klxutilWrite_HEVC_SPS(sps.get(), out, 0));
-  size_t escapes = escapesIn(written);
-  ASSERT_GE(escapes, 1u);
-  auto back = std::make_unique<HEVC_SPS_DECODED>();
-  zr_bitstream r = over(written);
-  qtest::LogCapture log;
-  EXPECT_EQ(klxutilRead_HEVC_SPS(&r, back.get(), nullptr, 0), written.size() - escapes)
-      << "bytes read from the unescaped copy";
-  EXPECT_TRUE(log.lines().empty()) << "the trailing-bit check used the shrunk bit length";
-  EXPECT_EQ(back->vui.vui_num_units_in_tick, 1u);
-  EXPECT_EQ(back->vui.vui_time_scale, 0x100u);
-  EXPECT_EQ(r.position, written.size() * 8) << "the input moves on by the escaped length";
-}
-
 TEST(HevcPps, PositiveSignedValuesTakeTheLibraryMapping) {
   struct Case {
     int32_t written, readBack;
