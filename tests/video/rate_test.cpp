@@ -88,9 +88,10 @@ TEST(RateScale, FloatingRatesSnapToTheirBaseRate) {
       {48, {24, 1}, 0}, {48.7, {48, 1}, 0}, {50, {50, 1}, 0}, {59.94, {60000, 1001}, 0}, {60, {60, 1}, 0},
       {71.928, {24000, 1001}, 0}, {72, {24, 1}, 0}, {100, {25, 1}, 0}, {119.88, {30000, 1001}, 0}, {120, {30, 1}, 0},
       {14.985, {30000, 1001}, 0}, {15, {30, 1}, 0},
-      // Approximate: the whole frames per second in hundredths over 100.
-      // (rate_approx_test holds the rows that drop a fraction: 12, 12.5, 65.5, 80.25, 110...)
-      {20, {2000, 100}, 1}, {27, {2700, 100}, 1}, {14.5, {2900, 100}, 1}, {31, {3100, 100}, 1},
+      // Approximate: the whole frames per second in hundredths over 100, the fraction dropped
+      // first (rate_approx_test checks the bands below 14 and from 15.5 to 23 on random rates).
+      {65.5, {6500, 100}, 1}, {80.25, {8000, 100}, 1}, {110, {2700, 100}, 1},
+      {27, {2700, 100}, 1}, {14.5, {2900, 100}, 1}, {31, {3100, 100}, 1},
       {49.5, {4900, 100}, 1}, {130, {13000, 100}, 1}, {0, {0, 100}, 1}, {-3, {0, 100}, 1},
       {std::nan(""), {0, 100}, 1}, {1e12, {UINT32_MAX, 100}, 1},
   };
