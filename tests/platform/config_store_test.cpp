@@ -28,6 +28,11 @@ std::string slurp(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 void spit(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+std::string repeat(const std::string& unit, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out += unit;
+  return out;
+}
 
 std::optional<std::string> getString(ZRCFGHANDLE h, const char* key, const char* name) {
   uint32_t size = 0;
@@ -411,6 +416,11 @@ TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
       {"not xml", "this is not a store\n", true}, {"foreign root", "<Settings><Key name=\"K\" /></Settings>", true},
       {"NUL inside", std::string("<QuorvaneConfig />\0junk", 23), true}, {"empty file", "", false},
       {"blank file", " \n\t\n", false},
+      // Files TinyXML alone would take, but not faithfully: as good as corrupt.
+      {"lead byte swallowing '<'", "<QuorvaneConfig>\xe9< </QuorvaneConfig>", true},
+      {"text naming NUL", "<QuorvaneConfig><K>&#x0;</K></QuorvaneConfig>", true},
+      {"ends inside a UTF-8 sequence", "<QuorvaneConfig>\xc5", true},
+      {"nested far too deep", "<QuorvaneConfig>" + repeat("<a>", 60000), true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
