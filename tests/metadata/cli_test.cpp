@@ -47,7 +47,6 @@ TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
     EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
     EXPECT_EQ(r.err, c.err) << c.args;
   }
-  EXPECT_EQ(runTool("meta --help").exitCode, 0);
 }
 
 TEST(MetaCommand, DescribeAndTcType) {
