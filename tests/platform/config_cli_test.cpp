@@ -69,7 +69,7 @@ TEST(ConfigCli, UsesTheSystemStoreNamedByTheEnvironment) {
   qtest::TempDir dir;
   const std::string store = dir.file("system.xml");
   const std::string env = "QUORVANE_CONFIG=" + shellQuote(store) + " ";
-  const auto r = qtest::runCommand(env + shellQuote(QUORVANE_TOOL) + " config set --dword 'Quorvane\\Advanced' ForceVideoRangeMatrix 1");
+  auto r = qtest::runCommand(env + shellQuote(QUORVANE_TOOL) + " config set --dword 'Quorvane\\Advanced' ForceVideoRangeMatrix 1");
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const ZRCFGHANDLE h = zrCFGOpen(store.c_str());
   uint32_t v = 0;
