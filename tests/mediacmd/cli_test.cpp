@@ -110,8 +110,6 @@ TEST(MediaCmdCli, CodesListsBothVocabularies) {
 TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
-  const std::string longClip = "{\"MediaCmd\" : {\"ClipID\":\"ABCDEFGHIJ\",}}";
-  qtest::writeBytes(dir.file("long.json"), {longClip.begin(), longClip.end()});
   const struct { std::string args; int exit; std::string message; } cases[] = {
       {"cmd", 2, "quorvane cmd: give new, convert, dump, codes, channels, speed or fourcc (see --help)"},
       {"cmd frobnicate", 2, "quorvane cmd: unknown action 'frobnicate' (new, convert, dump, codes, channels, speed, fourcc)"},
@@ -130,8 +128,6 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
       {"cmd new play --flag nosuch --xml", 2, "quorvane cmd: unknown flag 'nosuch' (see 'cmd codes --flags')"},
       {"cmd convert " + qtest::shellQuote(dir.file("bad.json")) + " --xml", 1,
        "quorvane cmd: " + dir.file("bad.json") + ": Failed to parse JSON: -3"},
-      {"cmd convert " + qtest::shellQuote(dir.file("long.json")) + " --xml", 1,
-       "quorvane cmd: " + dir.file("long.json") + ": Text too long for ClipID: 10 characters"},
       {"cmd convert " + qtest::shellQuote(dir.file("missing.xml")) + " --xml", 1,
        "quorvane cmd: cannot read " + dir.file("missing.xml") + ": No such file or directory"},
       {"cmd convert " + qtest::shellQuote(dir.file("bad.json")), 2,
@@ -144,9 +140,6 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
     EXPECT_EQ(r.err, c.message + "\n") << c.args;
     EXPECT_TRUE(r.out.empty()) << c.args;
   }
-  auto help = qtest::runTool("cmd --help");
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.out.find("usage: quorvane cmd new"), std::string::npos);
 }
 
 TEST(MediaCmdCli, ChannelSpeedAndFourccHelpers) {

@@ -52,7 +52,6 @@ void expectRefused(const BadCase& c, bool json) {
 TEST(MediaCmdXmlReader, RefusesBadInputWithItsCodeAndLogLine) {
   const BadCase cases[] = {
       {"empty text", "", -1, "Failed to parse XML: Error document empty.\n"},
-      {"truncated", "<MediaCmd><CmdID Value=\"1\"", -1, "Failed to parse XML: a tag is unterminated\n"},
       {"mismatched end tag", "<MediaCmd></Other>", -1, "Failed to parse XML: Error reading end tag.\n"},
       {"nested far too deep", repeat("<a>", 100000), -1, "Failed to parse XML: elements are nested too deep\n"},
       {"declaration only", "<?xml version=\"1.0\"?>", 1, "Element expected\n"},
@@ -158,8 +157,6 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        [](const MEDIACMD& c) { EXPECT_EQ(c.Cmd, static_cast<uint32_t>(ctValueSupported)); }},
       {"XML reads the command by name only", xmlDoc("<Cmd Value=\"3\"/>"), "",
        [](const MEDIACMD& c) { EXPECT_EQ(c.Cmd, static_cast<uint32_t>(ctStop)); }},
-      {"JSON keeps Switch by its value", "", jsonDoc("\"Cmd\": {\"Value\":21,\"String\":\"Switch\",},"),
-       [](const MEDIACMD& c) { EXPECT_EQ(c.Cmd, static_cast<uint32_t>(ctSwitch)); }},
       {"the writer's OverrideDeferred is not read back", xmlDoc("<Cmd OverrideDeferred=\"1\">Stop</Cmd>"),
        jsonDoc("\"Cmd\": {\"Value\":0,\"OverrideDeferred\":1,},"),
        [](const MEDIACMD& c) { EXPECT_EQ(c.CtrlFlags & cfOverrideDeferred, 0u); }},
@@ -202,15 +199,6 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        [](const MEDIACMD& c) { EXPECT_EQ(std::memcmp(c.Payload, "A\0C\0\0", 5), 0); }},
       {"IP settings without their addresses first are the record's points", xmlDoc("<Start Value=\"5\"/>"), "",
        [](const MEDIACMD& c) { EXPECT_EQ(c.Start, 5); EXPECT_EQ(c.CtrlFlags, static_cast<uint32_t>(cfUseStart)); }},
-      {"IP settings values after the addresses set no flags",
-       xmlDoc("<sourceipaddress>1.2.3.4</sourceipaddress><Start Value=\"5\"/><AudioChannels Value=\"3\"/>"),
-       jsonDoc("\"sourceipaddress\":\"1.2.3.4\",\"start\":5,\"audiochannels\":3,"),
-       [](const MEDIACMD& c) {
-         EXPECT_EQ(c.Start, 5);
-         EXPECT_EQ(c.AudioChannels, 3u);
-         EXPECT_EQ(c.CtrlFlags, 0u);
-         EXPECT_EQ(std::memcmp(c.Payload, "\0" "1.2.3.4\0\0", 10), 0);
-       }},
       {"base64 arbitrary data", xmlDoc("<arbID Type=\"base64\" length=\"3\">AQID</arbID>"),
        jsonDoc("\"arbID\": {\"Type\":\"base64\",\"length\":3,\"String\":\"AQID\"},"),
        [](const MEDIACMD& c) { EXPECT_EQ(std::memcmp(c.Payload, "\x03\0\0\0\x01\x02\x03\0", 8), 0); }},

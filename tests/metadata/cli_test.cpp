@@ -24,9 +24,6 @@ TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
       {"meta", 2, "quorvane meta: missing action (list, get, set, delete, describe, tctype); see --help\n"},
       {"meta get NoSuchItem", 2, "quorvane meta: unknown item 'NoSuchItem'\n"},
       {"meta set TimeCode ten", 2, "quorvane meta: bad value 'ten' for TimeCode: 'ten' is not a timecode (HH:MM:SS:FF)\n"},
-      {"meta set TimeCode 1:00:00", 2,
-       "quorvane meta: bad value '1:00:00' for TimeCode: '1:00:00' is not a whole timecode: give all four fields "
-       "HH:MM:SS:FF (three fields could be HH:MM:SS or MM:SS:FF)\n"},
       {"meta set Flags 01:00:00:00", 2, "quorvane meta: bad value '01:00:00:00' for Flags: a number\n"},
       {"meta set TimeCode 00:01:00:00 --tc-type 29.97df", 2,
        "quorvane meta: bad value '00:01:00:00' for TimeCode: '00:01:00:00' is not a valid 29.97df timecode\n"},
@@ -47,7 +44,6 @@ TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
     EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
     EXPECT_EQ(r.err, c.err) << c.args;
   }
-  EXPECT_EQ(runTool("meta --help").exitCode, 0);
 }
 
 TEST(MetaCommand, DescribeAndTcType) {
@@ -137,10 +133,6 @@ TEST(ProjectCommand, CreateShowAndRecreateElsewhere) {
                        "{\"name\":\"Channels\",\"value\":\"8\"}]}\n");
   EXPECT_FALSE(fs::exists(b.file("clips.txt")));
   EXPECT_FALSE(fs::exists(b.file("cut.edl")));
-  // A host loading the project still recreates them next to it.
-  CZRProjectToXML moved;
-  ASSERT_TRUE(moved.LoadXMLFile(b.file("p.xml").c_str()));
-  EXPECT_EQ(qtest::readBytes(b.file("clips.txt")), std::vector<uint8_t>({'c', '1', '\n', 'c', '2', '\n'}));
 
   // create replaces a file only when asked.
   const auto before = qtest::readBytes(a.file("p.xml"));

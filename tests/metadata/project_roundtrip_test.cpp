@@ -1,4 +1,5 @@
-// Project files carry the clip list and EDL files byte for byte and settings unchanged:
+// Project files carry the clip list and EDL files byte for byte and settings (texts of any byte
+// but NUL, numbers of 32 bits) unchanged:
 // load(save(x)) == x over random bytes; what cannot be carried is refused when the project is
 // made, and a file that would not survive its own round trip is refused when it is read.
 #include <gtest/gtest.h>
@@ -46,6 +47,7 @@ TEST(ProjectRoundTrip, RandomFilesAndSettingsComeBackByteForByte) {
     writeBytes(made.file("clips.txt"), clip);
     writeBytes(made.file("cut.edl"), edl);
     std::vector<std::pair<std::string, std::string>> settings;
+    std::vector<std::pair<std::string, uint32_t>> numbers;  // over the whole 32-bit range
     {
       CZRProjectToXML p;
       ASSERT_EQ(p.SetClipFile(made.file("clips.txt").c_str()), 0);
@@ -53,6 +55,10 @@ TEST(ProjectRoundTrip, RandomFilesAndSettingsComeBackByteForByte) {
       for (int i = rng() % 6; i > 0; --i) {
         settings.emplace_back("S" + std::to_string(settings.size()), asText(randomBytes(rng, 40)));
         ASSERT_EQ(p.SetConfigString(settings.back().first.c_str(), settings.back().second.c_str()), 0);
+      }
+      for (int i = rng() % 4; i > 0; --i) {
+        numbers.emplace_back("N" + std::to_string(numbers.size()), static_cast<uint32_t>(rng()));
+        ASSERT_EQ(p.SetConfigDWORD(numbers.back().first.c_str(), numbers.back().second), 0);
       }
       p.SetXMLName(moved.file("p.xml").c_str());
       ASSERT_TRUE(p.SaveXMLFile());
@@ -65,7 +71,8 @@ TEST(ProjectRoundTrip, RandomFilesAndSettingsComeBackByteForByte) {
     ASSERT_TRUE(back.LoadXMLFile(moved.file("p.xml").c_str())) << (log.lines().empty() ? "" : log.lines().back().text);
     EXPECT_EQ(readBytes(moved.file("clips.txt")), clip);
     EXPECT_EQ(readBytes(moved.file("cut.edl")), edl);
-    ASSERT_EQ(back.GetConfigCount(), static_cast<int>(settings.size()));
+    ASSERT_EQ(back.GetConfigCount(), static_cast<int>(settings.size() + numbers.size()));
+    for (const auto& [name, expected] : numbers) EXPECT_EQ(back.GetConfigDWORD(name.c_str()), expected) << name;
     static char value[4096];
     for (const auto& [name, expected] : settings) {
       ASSERT_EQ(back.GetConfigString(name.c_str(), value, sizeof value), 0);

@@ -28,6 +28,11 @@ std::string slurp(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 void spit(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+std::string repeat(const std::string& unit, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out += unit;
+  return out;
+}
 
 std::optional<std::string> getString(ZRCFGHANDLE h, const char* key, const char* name) {
   uint32_t size = 0;
@@ -88,34 +93,6 @@ class EnvVar {
   std::optional<std::string> old_;
 };
 
-TEST(ConfigStore, ValuesSurviveAReopenByteForByte) {
-  qtest::TempDir dir;
-  const std::string path = dir.file("store.xml");
-  const std::vector<std::string> texts = {
-      "plain",         "  two  spaces and trailing  ", "line\nbreak\r\nand\ttab", "<markup attr=\"x\">&amp;'",
-      "UTF-8: Čeština ✓", std::string("\x01\x02\x1f\x7f", 4), "\xff\xfe invalid utf-8 \xc3",
-      std::string(70000, 'L')};
-  const uint32_t dwords[] = {0, 1, 65520, 0x80000000u, 0xFFFFFFFFu};
-  {
-    Store s(path);
-    ASSERT_NE(s.handle, ZR_CFG_INVALID);
-    for (size_t i = 0; i < texts.size(); ++i)
-      ASSERT_EQ(setString(s.handle, "Quorvane\\Texts", ("t" + std::to_string(i)).c_str(), texts[i]), ZR_CFG_OK);
-    for (uint32_t d : dwords) ASSERT_EQ(setDword(s.handle, "Quorvane\\Numbers", std::to_string(d).c_str(), d), ZR_CFG_OK);
-  }
-  Store again(path);
-  for (size_t i = 0; i < texts.size(); ++i) {
-    SCOPED_TRACE(i);
-    EXPECT_EQ(getString(again.handle, "Quorvane\\Texts", ("t" + std::to_string(i)).c_str()), texts[i]);
-  }
-  for (uint32_t d : dwords) {
-    EXPECT_EQ(getDword(again.handle, "Quorvane\\Numbers", std::to_string(d).c_str()), d);
-    EXPECT_EQ(dataInFile(path, {"Quorvane", "Numbers"}, std::to_string(d)), std::to_string(d));
-  }
-  EXPECT_EQ(dataInFile(path, {"Quorvane", "Texts"}, "t1"), texts[1]);
-  EXPECT_EQ(dataInFile(path, {"Quorvane", "Texts"}, "t4"), texts[4]);  // UTF-8 stays readable in the file
-}
-
 void appendUtf8(std::string& s, uint32_t cp) {
   if (cp < 0x80) {
     s += static_cast<char>(cp);
@@ -134,16 +111,22 @@ void appendUtf8(std::string& s, uint32_t cp) {
   }
 }
 
-TEST(ConfigStore, RandomNamesAndTextsRoundTripThroughTheFile) {
+TEST(ConfigStore, NamesTextsAndNumbersRoundTripThroughTheFile) {
   qtest::TempDir dir;
   const std::string path = dir.file("random.xml");
   std::mt19937 rng(11);
-  // Half are arbitrary bytes (but NUL), half well-formed UTF-8 from every plane (surrogates
-  // included, which are not well-formed and must be escaped).
-  std::vector<std::string> texts(60), names(60);
+  // Hand-picked texts first, then random ones: half arbitrary bytes (but NUL), half well-formed
+  // UTF-8 from every plane (surrogates included, which are not well-formed and must be escaped).
+  std::vector<std::string> texts = {
+      "plain",         "  two  spaces and trailing  ", "line\nbreak\r\nand\ttab", "<markup attr=\"x\">&amp;'",
+      "UTF-8: Čeština ✓", std::string("\x01\x02\x1f\x7f", 4), "\xff\xfe invalid utf-8 \xc3",
+      std::string(70000, 'L')};
+  const size_t handPicked = texts.size();
+  texts.resize(handPicked + 60);
+  std::vector<std::string> names(texts.size());
   for (size_t i = 0; i < texts.size(); ++i) {
     for (std::string* s : {&texts[i], &names[i]}) {
-      const size_t length = rng() % 40;
+      const size_t length = i < handPicked ? 0 : rng() % 40;  // hand-picked ones get plain names
       for (size_t k = 0; k < length; ++k) {
         if (i % 2) appendUtf8(*s, 1 + rng() % 0x10FFFF);
         else *s += static_cast<char>(1 + rng() % 255);
@@ -151,9 +134,11 @@ TEST(ConfigStore, RandomNamesAndTextsRoundTripThroughTheFile) {
     }
     names[i] += "#" + std::to_string(i);  // distinct whatever the case
   }
+  const uint32_t dwords[] = {0, 1, 65520, 0x80000000u, 0xFFFFFFFFu};
   {
     Store s(path);
     for (size_t i = 0; i < texts.size(); ++i) ASSERT_EQ(setString(s.handle, "R", names[i].c_str(), texts[i]), ZR_CFG_OK) << i;
+    for (uint32_t d : dwords) ASSERT_EQ(setDword(s.handle, "N", std::to_string(d).c_str(), d), ZR_CFG_OK);
   }
   Store again(path);
   for (size_t i = 0; i < texts.size(); ++i) {
@@ -163,6 +148,12 @@ TEST(ConfigStore, RandomNamesAndTextsRoundTripThroughTheFile) {
     ASSERT_EQ(zrCFGEnumValue(again.handle, "R", static_cast<uint32_t>(i), name, &size, nullptr), ZR_CFG_OK);
     EXPECT_EQ(std::string(name), names[i]);  // names come back as written, in writing order
   }
+  for (uint32_t d : dwords) {
+    EXPECT_EQ(getDword(again.handle, "N", std::to_string(d).c_str()), d);
+    EXPECT_EQ(dataInFile(path, {"N"}, std::to_string(d)), std::to_string(d));
+  }
+  EXPECT_EQ(dataInFile(path, {"R"}, names[1]), texts[1]);
+  EXPECT_EQ(dataInFile(path, {"R"}, names[4]), texts[4]);  // UTF-8 stays readable in the file
 }
 
 TEST(ConfigStore, StringReadsReportSizesLikeTheRegistry) {
@@ -411,6 +402,11 @@ TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
       {"not xml", "this is not a store\n", true}, {"foreign root", "<Settings><Key name=\"K\" /></Settings>", true},
       {"NUL inside", std::string("<QuorvaneConfig />\0junk", 23), true}, {"empty file", "", false},
       {"blank file", " \n\t\n", false},
+      // Files TinyXML alone would take, but not faithfully: as good as corrupt.
+      {"lead byte swallowing '<'", "<QuorvaneConfig>\xe9< </QuorvaneConfig>", true},
+      {"text naming NUL", "<QuorvaneConfig><K>&#x0;</K></QuorvaneConfig>", true},
+      {"ends inside a UTF-8 sequence", "<QuorvaneConfig>\xc5", true},
+      {"nested far too deep", "<QuorvaneConfig>" + repeat("<a>", 60000), true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -440,21 +436,6 @@ TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
       EXPECT_EQ(getString(s.handle, "K", "v"), "fresher");
     }
   }
-}
-
-TEST(ConfigStore, ALeftoverTemporaryFileFromACrashIsHarmless) {
-  qtest::TempDir dir;
-  const std::string path = dir.file("crashed.xml");
-  {
-    Store s(path);
-    ASSERT_EQ(setString(s.handle, "K", "v", "before"), ZR_CFG_OK);
-  }
-  spit(path + ".tmp", "<QuorvaneConfig><Key name=\"K\"><Value name=\"v\" type=\"string\" da");
-  Store s(path);
-  EXPECT_EQ(getString(s.handle, "K", "v"), "before");
-  ASSERT_EQ(setString(s.handle, "K", "w", "after"), ZR_CFG_OK);
-  EXPECT_EQ(dataInFile(path, {"K"}, "v"), "before");
-  EXPECT_EQ(dataInFile(path, {"K"}, "w"), "after");
 }
 
 TEST(ConfigStore, BatchesReachTheFileTogetherOrNotAtAll) {
@@ -592,6 +573,7 @@ TEST(ConfigStore, AWriterDyingPartWayThroughWritingTheFileLeavesTheOldFile) {
     ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGXFSZ) << status;
     EXPECT_EQ(dataInFile(path, {"K"}, "v"), before);
     Store s(path);  // the next writer is neither blocked nor confused by the leftovers
+    EXPECT_EQ(getString(s.handle, "K", "v"), before);  // the cut-short temporary file is never read
     ASSERT_EQ(setString(s.handle, "K", "v", after), ZR_CFG_OK);
     EXPECT_EQ(dataInFile(path, {"K"}, "v"), after);
   }
