@@ -70,10 +70,17 @@ class Scanner {
   }
 
   // A character or entity reference, as TinyXML reads it: "&#x<hex>;" or "&#<decimal>;" must
-  // name a character the charset holds; any other '&' TinyXML keeps or decodes by name.
+  // name a character the charset holds. Any other '&' must start one of XML's five predefined
+  // entities, spelt exactly: TinyXML silently drops the '&' of anything else ("a&b" reads "ab",
+  // "&AMP;" reads "AMP;"), which would lose the user's byte without a word.
   void reference() {
     ++at_;
-    if (peek() != '#') return;
+    if (peek() != '#') {
+      static constexpr std::string_view kEntities[] = {"amp;", "lt;", "gt;", "quot;", "apos;"};
+      for (std::string_view entity : kEntities)
+        if (s_.substr(at_, entity.size()) == entity) return void(at_ += entity.size());
+      return void(fail("an '&' starts no reference"));
+    }
     ++at_;
     const bool hex = peek() == 'x';
     if (hex) ++at_;
