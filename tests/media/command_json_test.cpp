@@ -155,6 +155,8 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
       {"stamp", "{dir}/junk.hevc {dir}/s.hevc --tc 01:00:00:00", 1, "cannot read the streams"},
       {"stamp", "{dir}/missing.hevc {dir}/s.hevc --tc 01:00:00:00", 1, "cannot read"},
       {"stamp", "{hevc} {dir}/no/such/dir/s.hevc --tc 01:00:00:00", 1, "cannot create"},
+      {"stamp", "{m2v} {dir}/o.ts --tc 00:00:00:00", 1, "elementary streams of this kind go into MPEG-TS with ffmpeg -i IN -c copy OUT"},
+      {"stamp", "{m2v} {dir}/o.mxf --tc 00:00:00:00", 1, "elementary streams of this kind go into MXF with ffmpeg -i IN -c copy OUT"},
       {"captions", "", 2, "usage"},
       {"captions", "pull {h264}", 2, "usage"},
       {"captions", "extract {h264} --channel 9 -o -", 2, "--channel"},
