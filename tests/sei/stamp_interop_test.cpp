@@ -123,8 +123,6 @@ TEST(Mpeg2Interop, BlockInFrontOfEachPictureLeavesThePicturesAlone) {
     f.pCaption = packet;
     f.nCaptionSize = packetLength;
     ASSERT_EQ(klxutilAddMPEG2Captions(&f), 0);
-    const std::vector<uint8_t> head = {0, 0, 0, 1, 0xB2, 'G', 'A', '9', '4', 3, 2, 0xFF, 0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80, 0xFF};
-    ASSERT_EQ(std::vector<uint8_t>(frame.begin(), frame.begin() + long(head.size())), head);
     out.insert(out.end(), frame.begin(), frame.begin() + f.nDataSize);
     ++blocks;
   }
