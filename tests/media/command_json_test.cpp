@@ -115,6 +115,10 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
   qtest::writeBytes(dir.file("bad.scc"), {'n', 'o', 'p', 'e', '\n'});
   qtest::writeBytes(dir.file("taken.srt"), {'x'});
   qtest::writeBytes(dir.file("existing"), {1, 2, 3});
+  auto cut = qtest::readBytes(qtest::samplePath("aac_lc_48k_stereo.aac"));
+  cut.resize(cut.size() - 10);
+  qtest::writeBytes(dir.file("cut.aac"), cut);
+  qtest::writeBytes(dir.file("text.aac"), {'h', 'e', 'l', 'l', 'o'});
   const auto inputBefore = qtest::readBytes(h264);
   struct Row {
     const char* command;
@@ -138,6 +142,8 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
       {"hvcc", "--read {h264}", 1, "not a readable hvcC"},
       {"avcc", "{hevc} -o {dir}/a.bin", 1, "not H.264"},
       {"avcc", "--read {dir}/missing.bin", 1, "cannot read"},
+      {"avcc", "--read {h264}", 1, "is not a readable avcC record"},
+      {"avcc", "{h264} -o {dir}/existing", 2, "{dir}/existing exists (give -y to overwrite it)"},
       {"hdr", "{hevc}", 2, "IN and OUT"},
       {"hdr", "{hevc} {dir}/existing --max-cll 1000,400", 2, "{dir}/existing exists (give -y to overwrite it)"},
       {"hdr", "{hevc} {hevc} -y --max-cll 1000,400", 2, "OUT must not be IN"},
@@ -147,6 +153,9 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
       {"hdr", "{hevc} {dir}/a", 2, "nothing to do: give --master-display, --max-cll, --atc, --colour, --range or --chroma-loc"},
       {"adts", "{h264}", 1, "no AAC"},
       {"adts", "", 2, "AAC file"},
+      {"adts", "{dir}/cut.aac", 1, "runs past the end"},
+      {"adts", "{dir}/text.aac", 1, "neither an ADTS stream nor a known container"},
+      {"adts", "{dir}/missing.aac", 1, "cannot read"},
       {"stamp", "{h264} {dir}/s.264", 2, "--tc"},
       {"stamp", "{h264} {dir}/s.264 --tc 25:00:00:00", 2, "bad timecode '25:00:00:00'"},
       {"stamp", "{h264} {dir}/s.264 --tc 01:00:00:00 --rate 31", 2, "unknown rate"},
@@ -185,7 +194,7 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
     EXPECT_NE(error.value("error", "").find(says), std::string::npos) << asJson.out;
   }
   // Nothing refused leaves an output or a partial file behind, and no file given is touched.
-  EXPECT_EQ(qtest::runCommand("ls -A " + qtest::shellQuote(dir.path())).out, "bad.scc\nexisting\njunk.264\njunk.hevc\ntaken.srt\n");
+  EXPECT_EQ(qtest::runCommand("ls -A " + qtest::shellQuote(dir.path())).out, "bad.scc\ncut.aac\nexisting\njunk.264\njunk.hevc\ntaken.srt\ntext.aac\n");
   EXPECT_EQ(qtest::readBytes(dir.file("taken.srt")), std::vector<uint8_t>{'x'});
   EXPECT_EQ(qtest::readBytes(dir.file("existing")), (std::vector<uint8_t>{1, 2, 3}));
   EXPECT_EQ(qtest::readBytes(h264), inputBefore);
