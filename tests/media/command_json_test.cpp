@@ -1,6 +1,7 @@
 // Every stream command's --json output read by a standard JSON parser over real x264/x265
-// streams, and every stream command's refusal of bad input: non-zero exit, one line
-// "quorvane <cmd>: ..." on stderr, and under --json an {"error", "command", "exitCode"} object.
+// streams, and every stream command's refusal of bad input: exit 2 or 1, one line
+// "quorvane <cmd>: ..." on stderr, under --json an {"error", "command", "exitCode"} object, and
+// no output or partial file left behind.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -148,8 +149,10 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
       {"hdr", "{hevc} {dir}/existing --max-cll 1000,400", 2, "{dir}/existing exists (give -y to overwrite it)"},
       {"hdr", "{hevc} {hevc} -y --max-cll 1000,400", 2, "OUT must not be IN"},
       {"hdr", "{hevc} {dir}/a --max-cll 1000", 2, "bad --max-cll '1000' (MaxCLL,MaxFALL)"},
-      {"hdr", "{hevc} {dir}/a --master-display 'G(1,2)'", 2, "bad --master-display 'G(1,2)' (G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min))"},
-      {"hdr", "{hevc} {dir}/a --colour bt2020,pq", 2, "bad --colour 'bt2020,pq' (primaries,transfer,matrix, e.g. bt2020,pq,bt2020nc)"},
+      {"hdr", "{hevc} {dir}/a --master-display 'G(1,2)'", 2,
+       "bad --master-display 'G(1,2)' (G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min))"},
+      {"hdr", "{hevc} {dir}/a --colour bt2020,pq", 2,
+       "bad --colour 'bt2020,pq' (primaries,transfer,matrix, e.g. bt2020,pq,bt2020nc)"},
       {"hdr", "{hevc} {dir}/a", 2, "nothing to do: give --master-display, --max-cll, --atc, --colour, --range or --chroma-loc"},
       {"adts", "{h264}", 1, "no AAC"},
       {"adts", "", 2, "AAC file"},
@@ -160,12 +163,15 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
       {"stamp", "{h264} {dir}/s.264 --tc 25:00:00:00", 2, "bad timecode '25:00:00:00'"},
       {"stamp", "{h264} {dir}/s.264 --tc 01:00:00:00 --rate 31", 2, "unknown rate"},
       {"stamp", "{h264} {h264} --tc 01:00:00:00", 2, "OUT must not be IN"},
-      {"stamp", "{hevc} {dir}/s.hevc --tc 01:00:00:00 --captions {dir}/bad.scc", 1, "bad.scc:1: not a Scenarist SCC caption line"},
+      {"stamp", "{hevc} {dir}/s.hevc --tc 01:00:00:00 --captions {dir}/bad.scc", 1,
+       "bad.scc:1: not a Scenarist SCC caption line"},
       {"stamp", "{dir}/junk.hevc {dir}/s.hevc --tc 01:00:00:00", 1, "cannot read the streams"},
       {"stamp", "{dir}/missing.hevc {dir}/s.hevc --tc 01:00:00:00", 1, "cannot read"},
       {"stamp", "{hevc} {dir}/no/such/dir/s.hevc --tc 01:00:00:00", 1, "cannot create"},
-      {"stamp", "{m2v} {dir}/o.ts --tc 00:00:00:00", 1, "elementary streams of this kind go into MPEG-TS with ffmpeg -i IN -c copy OUT"},
-      {"stamp", "{m2v} {dir}/o.mxf --tc 00:00:00:00", 1, "elementary streams of this kind go into MXF with ffmpeg -i IN -c copy OUT"},
+      {"stamp", "{m2v} {dir}/o.ts --tc 00:00:00:00", 1,
+       "elementary streams of this kind go into MPEG-TS with ffmpeg -i IN -c copy OUT"},
+      {"stamp", "{m2v} {dir}/o.mxf --tc 00:00:00:00", 1,
+       "elementary streams of this kind go into MXF with ffmpeg -i IN -c copy OUT"},
       {"captions", "", 2, "usage"},
       {"captions", "pull {h264}", 2, "usage"},
       {"captions", "extract {h264} --channel 9 -o -", 2, "--channel"},
@@ -194,7 +200,8 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
     EXPECT_NE(error.value("error", "").find(says), std::string::npos) << asJson.out;
   }
   // Nothing refused leaves an output or a partial file behind, and no file given is touched.
-  EXPECT_EQ(qtest::runCommand("ls -A " + qtest::shellQuote(dir.path())).out, "bad.scc\ncut.aac\nexisting\njunk.264\njunk.hevc\ntaken.srt\ntext.aac\n");
+  EXPECT_EQ(qtest::runCommand("ls -A " + qtest::shellQuote(dir.path())).out,
+            "bad.scc\ncut.aac\nexisting\njunk.264\njunk.hevc\ntaken.srt\ntext.aac\n");
   EXPECT_EQ(qtest::readBytes(dir.file("taken.srt")), std::vector<uint8_t>{'x'});
   EXPECT_EQ(qtest::readBytes(dir.file("existing")), (std::vector<uint8_t>{1, 2, 3}));
   EXPECT_EQ(qtest::readBytes(h264), inputBefore);
