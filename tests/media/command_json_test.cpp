@@ -1,6 +1,7 @@
 // Every stream command's --json output read by a standard JSON parser over real x264/x265
-// streams, and every stream command's refusal of bad input: non-zero exit, one line
-// "quorvane <cmd>: ..." on stderr, and under --json an {"error", "command", "exitCode"} object.
+// streams, and every stream command's refusal of bad input: exit 2 or 1, one line
+// "quorvane <cmd>: ..." on stderr, under --json an {"error", "command", "exitCode"} object, and
+// no output or partial file left behind.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -110,46 +111,85 @@ TEST_F(CommandJson, EveryStreamCommandPrintsOneParsableObject) {
 }
 
 TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
+  qtest::writeBytes(dir.file("junk.hevc"), std::vector<uint8_t>(100, 0x42));
+  qtest::writeBytes(dir.file("junk.264"), std::vector<uint8_t>(64, 0x42));
+  qtest::writeBytes(dir.file("bad.scc"), {'n', 'o', 'p', 'e', '\n'});
+  qtest::writeBytes(dir.file("taken.srt"), {'x'});
+  qtest::writeBytes(dir.file("existing"), {1, 2, 3});
+  auto cut = qtest::readBytes(qtest::samplePath("aac_lc_48k_stereo.aac"));
+  cut.resize(cut.size() - 10);
+  qtest::writeBytes(dir.file("cut.aac"), cut);
+  qtest::writeBytes(dir.file("text.aac"), {'h', 'e', 'l', 'l', 'o'});
+  const auto inputBefore = qtest::readBytes(h264);
   struct Row {
     const char* command;
     const char* args;
+    int exit;          // 2: the command line is wrong; 1: the input or the output cannot be used
     const char* says;  // part of the message
   };
   const Row rows[] = {
-      {"params", "", "expected one"},
-      {"params", "{dir}/missing.264", "missing.264"},
-      {"params", "{aac}", "no video"},
-      {"params", "{h264} --track x", "--track"},
-      {"nal", "{h264} --codec vp9", "unknown codec"},
-      {"nal", "{h264} --bogus", "bogus"},
-      {"inspect", "{h264} {hevc}", "expected one"},
-      {"reframe", "{h264}", "expected IN and OUT"},
-      {"reframe", "--to sideways {h264} {dir}/x.264", "--to"},
-      {"reframe", "{h264} {h264}", "is the input"},
-      {"hvcc", "{hevc}", "missing -o"},
-      {"hvcc", "{h264} -o {dir}/h.bin", "not HEVC"},
-      {"hvcc", "--read {h264}", "not a readable hvcC"},
-      {"avcc", "{hevc} -o {dir}/a.bin", "not H.264"},
-      {"avcc", "--read {dir}/missing.bin", "cannot read"},
-      {"hdr", "{hevc} {dir}/h.hevc --max-cll 5", "--max-cll"},
-      {"hdr", "{hevc}", "IN and OUT"},
-      {"adts", "{h264}", "no AAC"},
-      {"adts", "", "AAC file"},
-      {"stamp", "{h264} {dir}/s.264", "--tc"},
-      {"stamp", "{h264} {dir}/s.264 --tc 01:00:00:00 --rate 31", "unknown rate"},
-      {"stamp", "{h264} {h264} --tc 01:00:00:00", "OUT must not be IN"},
-      {"captions", "pull {h264}", "usage"},
-      {"captions", "extract {h264} --channel 9 -o -", "--channel"},
+      {"params", "", 2, "expected one"},
+      {"params", "{dir}/missing.264", 1, "missing.264"},
+      {"params", "{aac}", 1, "no video"},
+      {"params", "{h264} --track x", 2, "--track"},
+      {"nal", "{h264} --codec vp9", 2, "unknown codec"},
+      {"nal", "{h264} --bogus", 2, "bogus"},
+      {"inspect", "{h264} {hevc}", 2, "expected one"},
+      {"reframe", "{h264}", 2, "expected IN and OUT"},
+      {"reframe", "--to sideways {h264} {dir}/x.264", 2, "--to"},
+      {"reframe", "{h264} {h264}", 1, "is the input"},
+      {"hvcc", "{hevc}", 2, "missing -o"},
+      {"hvcc", "{h264} -o {dir}/h.bin", 1, "not HEVC"},
+      {"hvcc", "--read {h264}", 1, "not a readable hvcC"},
+      {"avcc", "{hevc} -o {dir}/a.bin", 1, "not H.264"},
+      {"avcc", "--read {dir}/missing.bin", 1, "cannot read"},
+      {"avcc", "--read {h264}", 1, "is not a readable avcC record"},
+      {"avcc", "{h264} -o {dir}/existing", 2, "{dir}/existing exists (give -y to overwrite it)"},
+      {"hdr", "{hevc}", 2, "IN and OUT"},
+      {"hdr", "{hevc} {dir}/existing --max-cll 1000,400", 2, "{dir}/existing exists (give -y to overwrite it)"},
+      {"hdr", "{hevc} {hevc} -y --max-cll 1000,400", 2, "OUT must not be IN"},
+      {"hdr", "{hevc} {dir}/a --max-cll 1000", 2, "bad --max-cll '1000' (MaxCLL,MaxFALL)"},
+      {"hdr", "{hevc} {dir}/a --master-display 'G(1,2)'", 2,
+       "bad --master-display 'G(1,2)' (G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min))"},
+      {"hdr", "{hevc} {dir}/a --colour bt2020,pq", 2,
+       "bad --colour 'bt2020,pq' (primaries,transfer,matrix, e.g. bt2020,pq,bt2020nc)"},
+      {"hdr", "{hevc} {dir}/a", 2, "nothing to do: give --master-display, --max-cll, --atc, --colour, --range or --chroma-loc"},
+      {"adts", "{h264}", 1, "no AAC"},
+      {"adts", "", 2, "AAC file"},
+      {"adts", "{dir}/cut.aac", 1, "runs past the end"},
+      {"adts", "{dir}/text.aac", 1, "neither an ADTS stream nor a known container"},
+      {"adts", "{dir}/missing.aac", 1, "cannot read"},
+      {"stamp", "{h264} {dir}/s.264", 2, "--tc"},
+      {"stamp", "{h264} {dir}/s.264 --tc 25:00:00:00", 2, "bad timecode '25:00:00:00'"},
+      {"stamp", "{h264} {dir}/s.264 --tc 01:00:00:00 --rate 31", 2, "unknown rate"},
+      {"stamp", "{h264} {h264} --tc 01:00:00:00", 2, "OUT must not be IN"},
+      {"stamp", "{hevc} {dir}/s.hevc --tc 01:00:00:00 --captions {dir}/bad.scc", 1,
+       "bad.scc:1: not a Scenarist SCC caption line"},
+      {"stamp", "{dir}/junk.hevc {dir}/s.hevc --tc 01:00:00:00", 1, "cannot read the streams"},
+      {"stamp", "{dir}/missing.hevc {dir}/s.hevc --tc 01:00:00:00", 1, "cannot read"},
+      {"stamp", "{hevc} {dir}/no/such/dir/s.hevc --tc 01:00:00:00", 1, "cannot create"},
+      {"stamp", "{m2v} {dir}/o.ts --tc 00:00:00:00", 1,
+       "elementary streams of this kind go into MPEG-TS with ffmpeg -i IN -c copy OUT"},
+      {"stamp", "{m2v} {dir}/o.mxf --tc 00:00:00:00", 1,
+       "elementary streams of this kind go into MXF with ffmpeg -i IN -c copy OUT"},
+      {"captions", "", 2, "usage"},
+      {"captions", "pull {h264}", 2, "usage"},
+      {"captions", "extract {h264} --channel 9 -o -", 2, "--channel"},
+      {"captions", "extract {h264} -o {dir}/out.txt", 2, "cannot tell the output form"},
+      {"captions", "extract {h264} -o {dir}/taken.srt", 2, "taken.srt exists"},
+      {"captions", "extract {h264} -o {h264} --format srt --force", 2, "OUT must not be IN"},
+      {"captions", "extract {dir}/missing.264 -o -", 1, "cannot read"},
+      {"captions", "extract {dir}/junk.264 -o -", 1, "cannot read the streams"},
   };
   for (const Row& row : rows) {
-    const std::string args = std::string(row.command) + " " + expand(row.args, names);
+    const std::string args = std::string(row.command) + " " + expand(row.args, names), says = expand(row.says, names);
     SCOPED_TRACE(args);
     const auto plain = qtest::runTool(args);
-    EXPECT_NE(plain.exitCode, 0);
+    EXPECT_EQ(plain.exitCode, row.exit);
     const std::string prefix = std::string("quorvane ") + row.command + ": ";
     EXPECT_EQ(plain.err.rfind(prefix, 0), 0u) << plain.err;
     EXPECT_EQ(std::count(plain.err.begin(), plain.err.end(), '\n'), 1) << plain.err;
-    EXPECT_NE(plain.err.find(row.says), std::string::npos) << plain.err;
+    EXPECT_NE(plain.err.find(says), std::string::npos) << plain.err;
 
     const auto asJson = qtest::runTool(args + " --json");
     EXPECT_EQ(asJson.exitCode, plain.exitCode);
@@ -157,8 +197,14 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
     ASSERT_TRUE(error.is_object()) << asJson.out;
     EXPECT_EQ(error.value("command", ""), row.command);
     EXPECT_EQ(error.value("exitCode", -1), plain.exitCode);
-    EXPECT_NE(error.value("error", "").find(row.says), std::string::npos) << asJson.out;
+    EXPECT_NE(error.value("error", "").find(says), std::string::npos) << asJson.out;
   }
+  // Nothing refused leaves an output or a partial file behind, and no file given is touched.
+  EXPECT_EQ(qtest::runCommand("ls -A " + qtest::shellQuote(dir.path())).out,
+            "bad.scc\ncut.aac\nexisting\njunk.264\njunk.hevc\ntaken.srt\ntext.aac\n");
+  EXPECT_EQ(qtest::readBytes(dir.file("taken.srt")), std::vector<uint8_t>{'x'});
+  EXPECT_EQ(qtest::readBytes(dir.file("existing")), (std::vector<uint8_t>{1, 2, 3}));
+  EXPECT_EQ(qtest::readBytes(h264), inputBefore);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
@@ -109,25 +108,6 @@ TEST_F(Mpeg2Containers, CaptionsOfFfmpegA53InTransportStream) {
   const auto json = mtest::runJson("captions extract " + shellQuote(avc));
   EXPECT_EQ(json["codec"], "h264");
   EXPECT_EQ(json["cues"].size(), 2u);
-}
-
-TEST_F(Mpeg2Containers, RefusalsBeforeAnyWork) {
-  const std::string ts = qtest::encodedStream("m2_aac.ts", std::string(kSource) + "-c:a aac -f mpegts");
-  qtest::TempDir dir;
-  const std::string es = dir.file("in.m2v");
-  ASSERT_EQ(qtest::runCommand("ffmpeg -v error -i " + shellQuote(ts) + " -map 0:v -c copy -f mpeg2video " + shellQuote(es)).exitCode, 0);
-  struct Case {
-    std::string in, out, message;
-  } cases[] = {
-      {es, dir.file("o.ts"), "quorvane stamp: elementary streams of this kind go into MPEG-TS with ffmpeg -i IN -c copy OUT\n"},
-      {es, dir.file("o.mxf"), "quorvane stamp: elementary streams of this kind go into MXF with ffmpeg -i IN -c copy OUT\n"},
-  };
-  for (const auto& c : cases) {
-    auto r = qtest::runTool("stamp " + shellQuote(c.in) + " " + shellQuote(c.out) + " --tc 00:00:00:00");
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_EQ(r.err, c.message);
-    EXPECT_FALSE(std::filesystem::exists(c.out));
-  }
 }
 
 }  // namespace

@@ -8,33 +8,10 @@
 
 namespace {
 
-TEST(CaptionPacketCheck, RejectsPacketsWhoseAnnouncedSizesDoNotFit) {
-  struct Case {
-    uint32_t length;
-    uint8_t dataCount, cdpLength;
-    int result;
-  };
-  const Case cases[] = {
-      {16, 7, 0, 0},     // header only, no caption bytes
-      {15, 7, 0, -1},    // shorter than the fixed header
-      {0, 7, 0, -1},     {16, 6, 0, -1},  // a data count below its own bias
-      {46, 47, 0, 0},    // more caption bytes than the packet holds: each writer cuts them
-      {26, 13, 19, 0},   // the CDP exactly fills the packet
-      {26, 13, 20, -1},  // the CDP runs one byte past it
-      {255, 7, 248, 0},  {255, 7, 249, -1},
-  };
-  for (const auto& c : cases) {
-    std::vector<uint8_t> packet(std::max<uint32_t>(c.length, 16), 0);
-    packet[CC_PACKET_DATA_COUNT] = c.dataCount;
-    packet[CC_PACKET_CDP_LENGTH] = c.cdpLength;
-    EXPECT_EQ(copy_zrccCheck608708(packet.data(), c.length), c.result)
-        << c.length << " " << int(c.dataCount) << " " << int(c.cdpLength);
-  }
-  EXPECT_EQ(copy_zrccCheck608708(nullptr, 100), -1);
-}
-
+// Accepted exactly when the fixed header fits, the data count is not below its bias and the CDP
+// length (0: not given) stays inside the packet: more caption bytes than it holds pass, each
+// writer cuts them. Each packet is a buffer of exactly its length, so ASan sees any overread.
 TEST(CaptionPacketCheck, RandomPacketsNeverReadPastTheirEnd) {
-  // Each packet lives in a buffer of exactly its length, so ASan sees any read beyond it.
   std::mt19937 rng(608);
   for (int i = 0; i < 5000; ++i) {
     const uint32_t length = rng() % 300;
@@ -44,6 +21,7 @@ TEST(CaptionPacketCheck, RandomPacketsNeverReadPastTheirEnd) {
     const bool fits = length >= 16 && packet[6] >= 7 && (packet[9] == 0 || 7u + packet[9] <= length);
     ASSERT_EQ(result, fits ? 0 : -1) << length;
   }
+  EXPECT_EQ(copy_zrccCheck608708(nullptr, 100), -1);
 }
 
 TEST(CaptionPacket, BuiltPacketsPassTheCheckAndCarryAValidCdp) {

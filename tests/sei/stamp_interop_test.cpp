@@ -123,8 +123,6 @@ TEST(Mpeg2Interop, BlockInFrontOfEachPictureLeavesThePicturesAlone) {
     f.pCaption = packet;
     f.nCaptionSize = packetLength;
     ASSERT_EQ(klxutilAddMPEG2Captions(&f), 0);
-    const std::vector<uint8_t> head = {0, 0, 0, 1, 0xB2, 'G', 'A', '9', '4', 3, 2, 0xFF, 0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80, 0xFF};
-    ASSERT_EQ(std::vector<uint8_t>(frame.begin(), frame.begin() + long(head.size())), head);
     out.insert(out.end(), frame.begin(), frame.begin() + f.nDataSize);
     ++blocks;
   }
@@ -133,38 +131,6 @@ TEST(Mpeg2Interop, BlockInFrontOfEachPictureLeavesThePicturesAlone) {
   qtest::writeBytes(dir.file("out.m2v"), out);
   EXPECT_EQ(pictureChecksums(dir.file("out.m2v")), pictureChecksums(in));
 }
-
-TEST(StampTool, RefusesBadInputAndLeavesNoPartialOutput) {
-  qtest::TempDir dir;
-  const std::string sample = qtest::samplePath("hevc_main_160x90_25fps.hevc");
-  qtest::writeText(dir.file("bad.scc"), "nope\n");
-  qtest::writeBytes(dir.file("junk.hevc"), std::vector<uint8_t>(100, 0x42));
-  struct Case {
-    std::string args;
-    int exit;
-  };
-  const std::string out = shellQuote(dir.file("out.hevc"));
-  const Case cases[] = {
-      {"stamp " + shellQuote(sample) + " " + out, 2},                                 // no --tc
-      {"stamp " + shellQuote(sample) + " " + out + " --tc 25:00:00:00", 2},           // bad timecode
-      {"stamp " + shellQuote(sample) + " " + out + " --tc 01:00:00:00 --rate 26", 2},  // unknown rate
-      {"stamp " + shellQuote(sample) + " " + shellQuote(sample) + " --tc 01:00:00:00", 2},  // OUT is IN
-      {"stamp " + shellQuote(sample) + " " + out + " --tc 01:00:00:00 --captions " + shellQuote(dir.file("bad.scc")), 1},
-      {"stamp " + shellQuote(dir.file("junk.hevc")) + " " + out + " --tc 01:00:00:00", 1},
-      {"stamp " + shellQuote(dir.file("missing.hevc")) + " " + out + " --tc 01:00:00:00", 1},
-      {"stamp " + shellQuote(sample) + " " + shellQuote(dir.file("no/such/dir/out.hevc")) + " --tc 01:00:00:00", 1},
-  };
-  const auto before = qtest::readBytes(sample);
-  for (const auto& c : cases) {
-    auto r = qtest::runTool(c.args);
-    EXPECT_EQ(r.exitCode, c.exit) << c.args << "\n" << r.err;
-    qtest::expectOneLineError(r, "stamp");
-  }
-  EXPECT_EQ(qtest::readBytes(sample), before);
-  auto left = qtest::runCommand("ls -A " + shellQuote(dir.path()));
-  EXPECT_EQ(left.out, "bad.scc\njunk.hevc\n") << "no output or partial file left behind";
-}
-
 
 TEST(InspectFrames, ListsTheStampedTimecodesAndCaptionCounts) {
   qtest::TempDir dir;
