@@ -14,6 +14,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "media/output.h"
 #include "platform/zrlog.h"
 
 namespace cli {
@@ -54,13 +55,10 @@ void printJson(const JsonValue& value, FILE* out) {
 }
 
 int checkOutput(const char* command, const std::string& output, bool force, const std::vector<std::string>& inputs) {
-  namespace fs = std::filesystem;
-  std::error_code ec;
-  const bool exists = fs::exists(output, ec);
+  std::string refusal;
   for (const auto& in : inputs)
-    if (exists && in != "-" && fs::equivalent(in, output, ec))
-      return fail(command, "%s is also the input; write to another file", output.c_str());
-  if (exists && !force) return failWith(kFailed, command, "%s exists; give -y/--force to overwrite it", output.c_str());
+    if (media::refuseSameFile(in, output, refusal)) return failWith(kFailed, command, "%s", refusal.c_str());
+  if (media::refuseExisting(output, force, refusal)) return failWith(kFailed, command, "%s", refusal.c_str());
   return kOk;
 }
 

@@ -82,8 +82,9 @@ class Command {
   std::string footer_;
 };
 
-// An output file may be written: refused when it exists and force is false, and always when it
-// is one of the inputs (by file identity). kOk, or the failure already reported.
+// The one check of every command's output before any work: refused (exit kFailed, one line)
+// when it is one of the inputs (by file identity), a directory, or an existing file without
+// -y/--force. "-" (standard output) always passes. kOk, or the failure already reported.
 int checkOutput(const char* command, const std::string& output, bool force,
                 const std::vector<std::string>& inputs = {});
 

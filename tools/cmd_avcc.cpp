@@ -88,11 +88,7 @@ int readBox(const std::string& path, bool asJson) {
 }
 
 int writeBox(const std::string& path, const std::string& output, const cli::Command& args, bool force, bool asJson) {
-  std::error_code ec;
-  if (std::filesystem::exists(output, ec)) {
-    if (std::filesystem::equivalent(path, output, ec)) return cli::fail("avcc", "the output must not be the stream");
-    if (!force) return cli::fail("avcc", "%s exists (give -y to overwrite it)", output.c_str());
-  }
+  if (int rc = cli::checkOutput("avcc", output, force, {path}); rc != cli::kOk) return rc;
   int exitCode = 0;
   auto input = media::openInput("avcc", path, args, exitCode);
   if (!input) return exitCode;

@@ -21,7 +21,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: quorvane captions extract IN [-o OUT] [--format scc|srt] [--channel N] [--force] [--json]\n\n"
+    "usage: quorvane captions extract IN [-o OUT] [--format scc|srt] [--channel N] [-y] [--json]\n\n"
     "Reads the ATSC A/53 caption data (CEA-608 in cc_data) of every picture of the H.264, HEVC or\n"
     "MPEG-2 elementary stream IN, in display order, and writes:\n"
     "  -o OUT.scc           Scenarist SCC: the channel's byte pairs at their timecodes (the\n"
@@ -31,7 +31,7 @@ constexpr const char* kUsage =
     "  -o -                 standard output (SRT unless --format scc)\n"
     "  --format scc|srt     output form when the extension does not say\n"
     "  --channel N          1..4: CC1, CC2 (field 1), CC3, CC4 (field 2); default 1\n"
-    "  --force              replace OUT when it exists\n"
+    "  -y, --force          replace OUT when it exists\n"
     "  --json               list the decoded cues as JSON: {\"file\", \"codec\", \"channel\",\n"
     "                       \"pairs\", \"cues\":[{\"startFrame\", \"endFrame\", \"startMs\", \"endMs\",\n"
     "                       \"startTimecode\", \"text\"}]}\n"
@@ -67,13 +67,8 @@ int cmdCaptions(int argc, char** argv) {
   if (format.empty() && output) format = endsWith(*output, ".scc") ? "scc" : endsWith(*output, ".srt") || *output == "-" ? "srt" : "";
   if (output && format != "scc" && format != "srt")
     return cli::fail("captions", "cannot tell the output form of '%s': give --format scc or srt", output->c_str());
-  std::error_code ec;
-  if (output && *output != "-") {
-    if (std::filesystem::exists(*output, ec) && std::filesystem::equivalent(*output, inPath, ec))
-      return cli::fail("captions", "OUT must not be IN");
-    if (!args.has("force") && std::filesystem::exists(*output, ec))
-      return cli::fail("captions", "%s exists (give --force to replace it)", output->c_str());
-  }
+  if (output)
+    if (int rc = cli::checkOutput("captions", *output, args.has("force"), {inPath}); rc != cli::kOk) return rc;
 
   int exitCode = 0;
   auto input = media::openInput("captions", inPath, args, exitCode);

@@ -157,7 +157,6 @@ int cmdDvcc(int argc, char** argv) {
   auto output = args.get("output");
   if (!output) return cli::fail("dvcc", "missing -o FILE or --read FILE (see --help)");
   if (!args.has("profile") || !args.has("level")) return cli::fail("dvcc", "--profile and --level are required (see --help)");
-  if (std::string refusal; media::refuseExisting(*output, args.has("force"), refusal))
-    return cli::failWith(cli::kFailed, "dvcc", "%s", refusal.c_str());
+  if (int rc = cli::checkOutput("dvcc", *output, args.has("force")); rc != cli::kOk) return rc;
   return writeBox(args, *output, asJson);
 }

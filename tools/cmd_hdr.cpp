@@ -37,11 +37,6 @@ constexpr const char* kFooter =
     "  \"bytesIn\", \"bytesOut\"}\n"
     "Example: quorvane hdr in.hevc out.hevc --max-cll 1000,400 --colour bt2020,pq,bt2020nc\n";
 
-bool sameFile(const std::string& a, const std::string& b) {
-  std::error_code ec;
-  return std::filesystem::exists(b, ec) && std::filesystem::equivalent(a, b, ec);
-}
-
 std::vector<std::string> splitComma(const std::string& text) {
   std::vector<std::string> parts;
   size_t start = 0;
@@ -161,10 +156,7 @@ int cmdHdr(int argc, char** argv) {
   const std::string inPath = args.positional()[0], outPath = args.positional()[1];
   HdrPlan plan;
   if (std::string problem = planFromArgs(args, plan); !problem.empty()) return cli::fail("hdr", "%s", problem.c_str());
-  if (inPath == outPath || sameFile(inPath, outPath)) return cli::fail("hdr", "OUT must not be IN");
-  std::error_code ec;
-  if (outPath != "-" && std::filesystem::exists(outPath, ec) && !args.has("force"))
-    return cli::fail("hdr", "%s exists (give -y to overwrite it)", outPath.c_str());
+  if (int rc = cli::checkOutput("hdr", outPath, args.has("force"), {inPath}); rc != cli::kOk) return rc;
 
   int exitCode = 0;
   auto input = media::openInput("hdr", inPath, args, exitCode);

@@ -168,8 +168,6 @@ int cmdHvcc(int argc, char** argv) {
   if (args.positional().size() != 1) return cli::fail("hvcc", "expected one HEVC stream file (see --help)");
   auto output = args.get("output");
   if (!output) return cli::fail("hvcc", "missing -o FILE for the hvcC box (see --help)");
-  if (std::string refusal; media::refuseSameFile(args.positional()[0], *output, refusal) ||
-                           media::refuseExisting(*output, args.has("force"), refusal))
-    return cli::failWith(cli::kFailed, "hvcc", "%s", refusal.c_str());
+  if (int rc = cli::checkOutput("hvcc", *output, args.has("force"), {args.positional()[0]}); rc != cli::kOk) return rc;
   return writeBox(args.positional()[0], *output, args, asJson);
 }

@@ -68,6 +68,7 @@ int cmdReframe(int argc, char** argv) {
   }
   if (args.positional().size() != 2) return cli::fail("reframe", "expected IN and OUT (see quorvane reframe --help)");
   const std::string inPath = args.positional()[0], outPath = args.positional()[1];
+  if (int rc = cli::checkOutput("reframe", outPath, args.has("force"), {inPath}); rc != cli::kOk) return rc;
 
   int exitCode = 0;
   auto input = media::openInput("reframe", inPath, args, exitCode);

@@ -250,11 +250,6 @@ int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, u
 
 namespace {
 
-bool sameFile(const std::string& a, const std::string& b) {
-  std::error_code ec;
-  return std::filesystem::exists(b, ec) && std::filesystem::equivalent(a, b, ec);
-}
-
 std::string timecodeText(uint32_t frames, uint32_t tcType) {
   char text[32] = {};
   tc2String(frames, tcType | TCF_FULL_TEXT, text, sizeof text);
@@ -399,10 +394,7 @@ int cmdStamp(int argc, char** argv) {
   const RateInfo* givenRate = args.get("rate") ? findRate(*args.get("rate")) : nullptr;
   if (args.get("rate") && !givenRate)
     return cli::fail("stamp", "unknown rate '%s' (23.98, 24, 25, 29.97, 29.97df, 30, 50, 59.94, 59.94df, 60, or a fraction such as 30000/1001)", args.get("rate")->c_str());
-  if (inPath == outPath || sameFile(inPath, outPath)) return cli::fail("stamp", "OUT must not be IN");
-  std::error_code ec;
-  if (!args.has("force") && outPath != "-" && std::filesystem::exists(outPath, ec))
-    return cli::fail("stamp", "%s exists (give --force to replace it)", outPath.c_str());
+  if (int rc = cli::checkOutput("stamp", outPath, args.has("force"), {inPath}); rc != cli::kOk) return rc;
 
   int exitCode = 0;
   auto input = media::openInput("stamp", inPath, args, exitCode);

@@ -138,7 +138,7 @@ TEST(ProjectCommand, CreateShowAndRecreateElsewhere) {
   const auto before = qtest::readBytes(a.file("p.xml"));
   r = runTool("project create --set Mode=slow " + shellQuote(a.file("p.xml")));
   EXPECT_EQ(r.exitCode, 1);
-  EXPECT_EQ(r.err, "quorvane project: " + a.file("p.xml") + " exists; give -y/--force to overwrite it\n");
+  EXPECT_EQ(r.err, "quorvane project: " + a.file("p.xml") + " exists: give -y (--force) to replace it\n");
   EXPECT_EQ(qtest::readBytes(a.file("p.xml")), before);
   EXPECT_EQ(runTool("project create -y --set Mode=slow " + shellQuote(a.file("p.xml"))).exitCode, 0);
   EXPECT_NE(qtest::readBytes(a.file("p.xml")), before);
