@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -190,6 +191,12 @@ TEST(CaptionsRoundTrip, ReadsCaptionsWrittenByFfmpeg) {
   const auto ours = times(r.out), ffmpegs = times(theirs);
   ASSERT_EQ(ours.size(), ffmpegs.size());
   for (size_t i = 0; i < ours.size(); ++i) EXPECT_NEAR(ours[i], ffmpegs[i], 2) << i;
+  // FFmpeg's stream has captions and no timecode: --keep-existing refuses for the captions.
+  r = qtest::runTool("stamp " + shellQuote(again) + " " + shellQuote(dir.file("kept.264")) +
+                     " --tc '01:00:00;00' --keep-existing --captions " + shellQuote(dir.file("in.scc")));
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_NE(r.err.find("IN already carries captions"), std::string::npos) << r.err;
+  EXPECT_FALSE(std::filesystem::exists(dir.file("kept.264")));
 }
 
 // Timecode written by other tools: GStreamer's h264parse (pic_timing from timecodestamper) and
