@@ -441,7 +441,9 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
         error = "an access unit larger than 3 GB";
         return false;
       }
-      buffer.assign(room, 0);
+      // The buffer only grows: clearing the room behind every access unit would cost a pass
+      // over memory as long as the frame, and the editors write that room before reading it.
+      if (buffer.size() < room) buffer.resize(room);
       std::memcpy(buffer.data(), au.bytes.data(), au.bytes.size());
       DFRAME frame;
       klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(au.bytes.size()), static_cast<uint32_t>(room));
