@@ -358,6 +358,12 @@ int klxutilAuCutterPush(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size
     if (type == 0xB3) c->current.randomAccess = 1;
     if (type == 0xB8 && c->mpeg2Groups++ > 0) ++c->current.sequence;
     if (type == 0x00) c->mpeg2TemporalReference = size >= 3 ? (unit[1] << 2) | (unit[2] >> 6) : 0;
+    // picture_coding_extension (ISO/IEC 13818-2 6.2.3.1): extension id 8, four f_codes and
+    // intra_dc_precision ahead of picture_structure (3 = frame, 1 / 2 = top / bottom field).
+    if (type == 0xB5 && size >= 4 && (unit[1] >> 4) == 8) {
+      const int structure = unit[3] & 3;  // 0 is reserved: not known
+      c->current.fieldPicture = structure == 3 ? 0 : structure == 0 ? -1 : 1;
+    }
   }
   c->vclSeen = c->vclSeen || slice;
   return rc;
@@ -369,15 +375,26 @@ int klxutilDisplayOrderInit(KLXUTIL_DISPLAY_ORDER* order) {
   return 0;
 }
 
-int klxutilDisplayOrderAdd(KLXUTIL_DISPLAY_ORDER* order, uint64_t decodeIndex, uint32_t sequence, int32_t poc) {
-  if (!order || order->count > KLXUTIL_REORDER_WINDOW) return -1;
-  order->pending[order->count++] = KLXUTIL_DISPLAY_ENTRY{decodeIndex, sequence, poc};
+int klxutilDisplayOrderAddFields(KLXUTIL_DISPLAY_ORDER* order, uint64_t decodeIndex, uint32_t sequence, int32_t poc,
+                                 uint32_t fields) {
+  if (!order || order->count > KLXUTIL_REORDER_WINDOW || fields < 1 || fields > 2) return -1;
+  order->pending[order->count++] = KLXUTIL_DISPLAY_ENTRY{decodeIndex, sequence, poc, fields};
   return 0;
+}
+
+int klxutilDisplayOrderAdd(KLXUTIL_DISPLAY_ORDER* order, uint64_t decodeIndex, uint32_t sequence, int32_t poc) {
+  return klxutilDisplayOrderAddFields(order, decodeIndex, sequence, poc, 2);
 }
 
 int klxutilDisplayOrderNext(KLXUTIL_DISPLAY_ORDER* order, int32_t flush, uint64_t* decodeIndex,
                             uint64_t* displayIndex) {
-  if (!order || !decodeIndex || !displayIndex) return -1;
+  uint64_t displayField = 0;
+  return klxutilDisplayOrderNextField(order, flush, decodeIndex, displayIndex, &displayField);
+}
+
+int klxutilDisplayOrderNextField(KLXUTIL_DISPLAY_ORDER* order, int32_t flush, uint64_t* decodeIndex,
+                                 uint64_t* displayIndex, uint64_t* displayField) {
+  if (!order || !decodeIndex || !displayIndex || !displayField) return -1;
   if (order->count == 0) return 0;
   // By coded video sequence, then picture order count; decode order breaks ties.
   uint32_t best = 0;
@@ -392,6 +409,8 @@ int klxutilDisplayOrderNext(KLXUTIL_DISPLAY_ORDER* order, int32_t flush, uint64_
   if (!flush && !laterSequence && order->count <= KLXUTIL_REORDER_WINDOW) return 0;
   *decodeIndex = order->pending[best].decodeIndex;
   *displayIndex = order->nextDisplayIndex++;
+  *displayField = order->nextDisplayField;
+  order->nextDisplayField += order->pending[best].fields;
   for (uint32_t i = best + 1; i < order->count; ++i) order->pending[i - 1] = order->pending[i];
   --order->count;
   return 1;

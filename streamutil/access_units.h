@@ -10,7 +10,9 @@
 // caller's records, so a recorder can cut and order a stream of any length in constant memory.
 //
 // The display order keeps a bounded window of pictures (the largest reorder depth of either
-// standard, 16) and releases each picture once no later picture can precede it.
+// standard, 16) and releases each picture once no later picture can precede it. It also counts
+// fields, so that a host can give a pair of field pictures (H.264 field_pic_flag, MPEG-2
+// picture_structure) one frame's timecode while frame pictures of the same stream get one each.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -29,6 +31,7 @@ struct KLXUTIL_AU_PICTURE {
   int32_t poc;           // picture order count (decode count for MPEG-2 and H.264 POC types 1, 2)
   uint32_t sequence;     // coded video sequence: grows at each IDR / BLA picture
   int32_t fieldPicture;  // 1 field, 0 frame, -1 not known (HEVC: field_seq_flag is in the VUI)
+                         // (MPEG-2: picture_structure of the picture coding extension)
   int32_t randomAccess;  // 1 for IDR (H.264), IRAP (HEVC), sequence header (MPEG-2)
   uint64_t decodeIndex;  // access units before this one
 };
@@ -95,20 +98,30 @@ struct KLXUTIL_DISPLAY_ENTRY {
   uint64_t decodeIndex;
   uint32_t sequence;
   int32_t poc;
+  uint32_t fields;  // fields the picture shows: 1 for a field picture, 2 for a frame
 };
 struct KLXUTIL_DISPLAY_ORDER {
   uint32_t count;                 // pictures waiting
   uint64_t nextDisplayIndex;      // display index of the next picture released
+  uint64_t nextDisplayField;      // fields shown by the pictures released so far
   KLXUTIL_DISPLAY_ENTRY pending[KLXUTIL_REORDER_WINDOW + 1];
 };
 
 int klxutilDisplayOrderInit(KLXUTIL_DISPLAY_ORDER* order);
 // Adds a picture in decode order. -1 when the window is full: take pictures out first.
 int klxutilDisplayOrderAdd(KLXUTIL_DISPLAY_ORDER* order, uint64_t decodeIndex, uint32_t sequence, int32_t poc);
+// The same with the fields the picture shows (1 or 2; -1 for any other count).
+int klxutilDisplayOrderAddFields(KLXUTIL_DISPLAY_ORDER* order, uint64_t decodeIndex, uint32_t sequence, int32_t poc,
+                                 uint32_t fields);
 // Releases the next picture in display order once it is certain (a picture of a later coded
 // video sequence has arrived, the window is full, or `flush` says the stream has ended).
 // 1 with both indices set, 0 when no picture is certain yet, -1 for a null argument.
 int klxutilDisplayOrderNext(KLXUTIL_DISPLAY_ORDER* order, int32_t flush, uint64_t* decodeIndex, uint64_t* displayIndex);
+// The same, also giving the fields shown before the picture in display order (a frame counting
+// two): the picture belongs to frame displayField / 2, and is the second field of that frame
+// when displayField is odd. With frames only, displayField is twice displayIndex.
+int klxutilDisplayOrderNextField(KLXUTIL_DISPLAY_ORDER* order, int32_t flush, uint64_t* decodeIndex,
+                                 uint64_t* displayIndex, uint64_t* displayField);
 
 // The next Annex B start code (00 00 01, or 00 00 00 01 counted as four bytes) at or after
 // `from`. 1 with *codeAt (its first zero byte) and *codeLength set, else 0.

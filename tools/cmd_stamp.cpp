@@ -50,7 +50,8 @@ constexpr const char* kUsage =
     "  --captions FILE.scc  CEA-608 captions from a Scenarist SCC file, each byte pair in the\n"
     "                       picture shown at its timecode (SCC times are on the --tc clock)\n"
     "  --fields             each coded picture is one field: two pictures share a timecode\n"
-    "                       (taken from the SPS's field_seq_flag for HEVC when not given)\n"
+    "                       (without it: H.264 field_pic_flag and MPEG-2 picture_structure\n"
+    "                       say it picture by picture, HEVC the SPS's field_seq_flag)\n"
     "  --keep-existing      refuse, writing nothing, when IN already carries timecode or\n"
     "                       captions (by default they are replaced)\n"
     "  --length-prefixed    edit each frame in length-prefixed framing, as MP4 hosts hold it\n"
@@ -216,11 +217,22 @@ int timecodeInto(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, std:
 // Edits one access unit in place (start codes, or 4-byte lengths when lengthPrefixed):
 // timecode of its display position, and its caption pair. Returns kReplaced.../kWroteCaption
 // bits, or -1 with `error` set.
-int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, uint64_t displayIndex, bool hasPicture,
+StampPosition stampPositionOf(const StampPlan& plan, uint64_t decodeIndex, uint64_t displayIndex, uint64_t displayField,
+                              int fieldPicture) {
+  StampPosition at;
+  const bool placed = displayIndex != media::kNoDisplayIndex;
+  at.picture = placed ? displayIndex : decodeIndex;
+  at.fieldPicture = plan.fields || fieldPicture == 1;
+  if (plan.fields) at.field = at.picture;
+  else at.field = placed ? displayField : 2 * decodeIndex;
+  return at;
+}
+
+int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, const StampPosition& at, bool hasPicture,
                     std::string& error) {
   if (!hasPicture) return 0;
-  const uint64_t displayFrame = plan.fields ? displayIndex / 2 : displayIndex;
-  const bool firstField = !plan.fields || displayIndex % 2 == 0;
+  const uint64_t displayFrame = at.frame();
+  const bool firstField = at.firstField();
   frame.nTimecode = static_cast<uint32_t>(plan.startFrame + displayFrame);
   const uint32_t codec = libraryCodec(plan.codec), framing = lengthPrefixed ? 1 : 0;
   if (plan.keepExisting) {
@@ -243,7 +255,7 @@ int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, u
   const int32_t index = firstField && displayFrame < plan.captionAt.size() ? plan.captionAt[displayFrame] : -1;
   const SCC_CAPTION* pair = index >= 0 ? &plan.captionPairs[size_t(index)] : nullptr;
   uint8_t packet[64];
-  const uint32_t packetLength = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(displayIndex), packet, sizeof packet);
+  const uint32_t packetLength = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(at.picture), packet, sizeof packet);
   if (klxutilAddCaptionsSEI(&frame, codec, packet, packetLength, framing) != 0) return error = "no room for the caption SEI", -1;
   return done | (pair ? kWroteCaption : 0);
 }
@@ -344,9 +356,9 @@ class Stamper : public media::FrameEditor {
         return error = "access unit " + std::to_string(pf.decodeIndex) + ": cannot convert to length prefixes", false;
       frame.nDataSize = prefixedSize;
     }
-    const uint64_t display = pf.displayIndex == media::kNoDisplayIndex ? pf.decodeIndex : pf.displayIndex;
-    const int done = plan.codec == StreamCodec::kMpeg2 ? stampMpeg2AccessUnit(plan, groups, frame, display, pf.hasPicture, error)
-                                                       : stampAccessUnit(plan, frame, lengthPrefixed, display, pf.hasPicture, error);
+    const StampPosition at = stampPositionOf(plan, pf.decodeIndex, pf.displayIndex, pf.displayField, pf.fieldPicture);
+    const int done = plan.codec == StreamCodec::kMpeg2 ? stampMpeg2AccessUnit(plan, groups, frame, at, pf.hasPicture, error)
+                                                       : stampAccessUnit(plan, frame, lengthPrefixed, at, pf.hasPicture, error);
     if (done < 0) return error = "access unit " + std::to_string(pf.decodeIndex) + ": " + error, false;
     if (convert) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
     if (pf.hasPicture) {

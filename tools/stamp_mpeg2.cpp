@@ -35,19 +35,19 @@ bool opensGroup(const DFRAME& frame) {
 
 }  // namespace
 
-int stampMpeg2AccessUnit(const StampPlan& plan, Mpeg2Groups& groups, DFRAME& frame, uint64_t displayIndex, bool hasPicture,
-                         std::string& error) {
+int stampMpeg2AccessUnit(const StampPlan& plan, Mpeg2Groups& groups, DFRAME& frame, const StampPosition& at,
+                         bool hasPicture, std::string& error) {
   int done = 0;
   if (opensGroup(frame)) {
-    groups.groupStart = groups.pictures;
-    frame.nTimecode = static_cast<uint32_t>(plan.startFrame + (plan.fields ? groups.groupStart / 2 : groups.groupStart));
+    groups.groupStart = groups.fields;
+    frame.nTimecode = static_cast<uint32_t>(plan.startFrame + groups.groupStart / 2);
     if (klxutilAddMpeg2TimeCode(&frame, plan.rate->tcType) < 0) return error = "timecode out of range", -1;
     done |= kStampedGroup;
   }
   if (!hasPicture) return done;
-  ++groups.pictures;
-  const uint64_t displayFrame = plan.fields ? displayIndex / 2 : displayIndex;
-  const bool firstField = !plan.fields || displayIndex % 2 == 0;
+  groups.fields += at.fieldPicture ? 1 : 2;
+  const uint64_t displayFrame = at.frame();
+  const bool firstField = at.firstField();
   frame.nTimecode = static_cast<uint32_t>(plan.startFrame + displayFrame);
   if (!plan.captions) return done;
   const int removed = klxutilRemoveMpeg2Captions(&frame);
@@ -57,7 +57,7 @@ int stampMpeg2AccessUnit(const StampPlan& plan, Mpeg2Groups& groups, DFRAME& fra
   const int32_t index = firstField && displayFrame < plan.captionAt.size() ? plan.captionAt[displayFrame] : -1;
   const SCC_CAPTION* pair = index >= 0 ? &plan.captionPairs[size_t(index)] : nullptr;
   uint8_t packet[64];
-  const uint32_t length = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(displayIndex), packet, sizeof packet);
+  const uint32_t length = captionPacketFor(pair, plan.rate->cdpRate, uint16_t(at.picture), packet, sizeof packet);
   const int rc = klxutilInsertMpeg2Captions(&frame, packet, length);
   if (rc != 0) return error = rc == KLX_CC_NO_ROOM ? "no room for the caption user data" : "a picture without slices", -1;
   return done | (pair ? kWroteCaption : 0);

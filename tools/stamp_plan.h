@@ -44,6 +44,22 @@ struct StampPlan {
   std::vector<std::vector<uint8_t>> parameterSets;
 };
 
+// Where a picture shows. A frame picture counts two fields and a field picture one, so a pair
+// of field pictures shares one frame's timecode and a frame picture has a timecode of its own.
+struct StampPosition {
+  uint64_t picture = 0;       // pictures before it in display order
+  uint64_t field = 0;         // fields before it in display order: its frame is field / 2
+  bool fieldPicture = false;  // it shows one field (--fields, the HEVC VUI or its slice header)
+  uint64_t frame() const { return field / 2; }
+  bool firstField() const { return field % 2 == 0; }
+};
+
+// The position the stamp gives a picture of the frame pipeline: --fields (plan.fields) makes
+// every picture a field, whatever its slice header says; a picture without a display position
+// (its order could not be read) takes its decode position.
+StampPosition stampPositionOf(const StampPlan& plan, uint64_t decodeIndex, uint64_t displayIndex, uint64_t displayField,
+                              int fieldPicture);
+
 // What stampAccessUnit and stampMpeg2AccessUnit did, as bits of their result.
 constexpr int kReplacedTimecode = 1, kReplacedCaptions = 2, kWroteCaption = 4, kStampedGroup = 8;
 
@@ -67,7 +83,7 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
 // frame's nBufferSize is its capacity): the timecode of its display position (replacing what
 // it carried), and its caption pair (captions replaced too). Returns kReplaced.../kWroteCaption
 // bits, or -1 with `error` set (no room, or existing timecode/captions with keepExisting).
-int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, uint64_t displayIndex, bool hasPicture,
+int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, const StampPosition& at, bool hasPicture,
                     std::string& error);
 
 // MPEG-2 video (stamp_mpeg2.cpp). The rate: givenRate, else the frame_rate_code of the first
@@ -80,12 +96,12 @@ bool prepareMpeg2StampPlan(StampPlan& plan, const std::vector<std::vector<uint8_
 // timecode of its first picture in display order, which follows every picture of the groups
 // before it (ISO/IEC 13818-2 6.3.8: temporal_reference restarts at each group).
 struct Mpeg2Groups {
-  uint64_t pictures = 0;       // pictures before this access unit
-  uint64_t groupStart = 0;     // display index of the current group's first picture
+  uint64_t fields = 0;         // fields of the pictures before this access unit
+  uint64_t groupStart = 0;     // fields before the current group's first picture
 };
 
 // Edits one MPEG-2 access unit (start codes) in place: the time_code of a group header it
 // carries, and its caption user data (replaced) in front of its first slice. Returns
 // kStampedGroup/kReplacedCaptions/kWroteCaption bits, or -1 with `error` set.
-int stampMpeg2AccessUnit(const StampPlan& plan, Mpeg2Groups& groups, DFRAME& frame, uint64_t displayIndex, bool hasPicture,
-                         std::string& error);
+int stampMpeg2AccessUnit(const StampPlan& plan, Mpeg2Groups& groups, DFRAME& frame, const StampPosition& at,
+                         bool hasPicture, std::string& error);

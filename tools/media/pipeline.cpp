@@ -336,6 +336,7 @@ class ContainerSink : public Sink {
 struct Waiting {
   AccessUnit au;
   uint64_t displayIndex = kNoDisplayIndex;
+  uint64_t displayField = kNoDisplayIndex;
   bool placed = false;
 };
 
@@ -427,10 +428,13 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
   std::deque<Waiting> queue;
   Bytes buffer;
   auto place = [&](int32_t flush) {
-    uint64_t decode = 0, display = 0;
-    while (klxutilDisplayOrderNext(&order, flush, &decode, &display) == 1)
+    uint64_t decode = 0, display = 0, field = 0;
+    while (klxutilDisplayOrderNextField(&order, flush, &decode, &display, &field) == 1)
       for (auto& w : queue)
-        if (w.au.picture.decodeIndex == decode && w.au.picture.hasPicture) w.displayIndex = display, w.placed = true;
+        if (w.au.picture.decodeIndex == decode && w.au.picture.hasPicture) {
+          w.displayIndex = display, w.displayField = field;
+          w.placed = true;
+        }
   };
   auto drain = [&]() -> bool {
     while (!queue.empty() && queue.front().placed) {
@@ -448,8 +452,8 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
       DFRAME frame;
       klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(au.bytes.size()), static_cast<uint32_t>(room));
       frame.nFrame = static_cast<uint32_t>(result.accessUnits);
-      PipelineFrame pf{&frame, info.framing, info.codec, result.accessUnits, w.displayIndex, au.picture.hasPicture != 0,
-                       au.picture.fieldPicture, au.picture.randomAccess != 0};
+      PipelineFrame pf{&frame, info.framing, info.codec, result.accessUnits, w.displayIndex, w.displayField,
+                       au.picture.hasPicture != 0, au.picture.fieldPicture, au.picture.randomAccess != 0};
       if (!editor.edit(pf, error)) return false;
       if (frame.nDataSize > frame.nBufferSize) {
         error = "the editor overran a frame";
@@ -470,7 +474,8 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
     if (!input.next(w.au)) break;
     progress.tick();
     if (w.au.picture.hasPicture && w.au.orderKnown) {
-      klxutilDisplayOrderAdd(&order, w.au.picture.decodeIndex, w.au.picture.sequence, w.au.picture.poc);
+      klxutilDisplayOrderAddFields(&order, w.au.picture.decodeIndex, w.au.picture.sequence, w.au.picture.poc,
+                                   w.au.picture.fieldPicture == 1 ? 1 : 2);
     } else {
       w.placed = true;  // no picture, or its order cannot be read: no display index
     }

@@ -43,6 +43,8 @@ struct PipelineFrame {
   StreamCodec codec;
   uint64_t decodeIndex;        // access units before this one
   uint64_t displayIndex;       // pictures before this one in display order (kNoDisplayIndex: none)
+  uint64_t displayField;       // fields before this one in display order, a frame counting two
+                               // (kNoDisplayIndex: none); its frame is displayField / 2
   bool hasPicture;
   int fieldPicture;            // 1 field, 0 frame, -1 not known
   bool randomAccess;           // IDR / IRAP / sequence header

@@ -1,0 +1,106 @@
+// Field pictures: the display order counts the fields the pictures show, the cutter says which
+// pictures are fields (H.264 field_pic_flag, MPEG-2 picture_structure), and `stamp` gives both
+// fields of a frame that frame's timecode while frame pictures get one each.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "streamutil/access_units.h"
+
+namespace {
+
+// Against a model: pictures sorted by (sequence, poc, decode order) show their fields one
+// after another, so a picture's displayField is the sum of the fields shown before it.
+TEST(DisplayOrderFields, CountsTheFieldsShownBeforeEachPicture) {
+  std::mt19937 random(5);
+  for (int run = 0; run < 200; ++run) {
+    struct Picture {
+      uint64_t decode;
+      uint32_t sequence;
+      int32_t poc;
+      uint32_t fields;
+    };
+    std::vector<Picture> pictures;
+    uint32_t sequence = 0;
+    const uint64_t count = 1 + random() % 60;
+    for (uint64_t d = 0; d < count; ++d) {
+      if (random() % 10 == 0) ++sequence;
+      // POCs within a sequence reorder by at most a few pictures, as encoders keep them.
+      const int32_t poc = int32_t(2 * d) + int32_t(random() % 7) - 3;
+      pictures.push_back({d, sequence, poc, 1 + uint32_t(random() % 2)});
+    }
+    KLXUTIL_DISPLAY_ORDER order;
+    klxutilDisplayOrderInit(&order);
+    std::vector<std::tuple<uint64_t, uint64_t, uint64_t>> released;  // decode, display, field
+    auto take = [&](int32_t flush) {
+      uint64_t decode = 0, display = 0, field = 0;
+      while (klxutilDisplayOrderNextField(&order, flush, &decode, &display, &field) == 1) released.emplace_back(decode, display, field);
+    };
+    for (const Picture& p : pictures) {
+      ASSERT_EQ(klxutilDisplayOrderAddFields(&order, p.decode, p.sequence, p.poc, p.fields), 0);
+      take(0);
+    }
+    take(1);
+    // The window releases in model order only when reordering stays inside it, which the POC
+    // spread above guarantees.
+    std::vector<Picture> model = pictures;
+    std::stable_sort(model.begin(), model.end(), [](const Picture& a, const Picture& b) {
+      return std::tie(a.sequence, a.poc) < std::tie(b.sequence, b.poc);
+    });
+    ASSERT_EQ(released.size(), model.size());
+    uint64_t fields = 0;
+    for (size_t i = 0; i < model.size(); ++i) {
+      EXPECT_EQ(std::get<0>(released[i]), model[i].decode) << "run " << run << " display " << i;
+      EXPECT_EQ(std::get<1>(released[i]), i);
+      EXPECT_EQ(std::get<2>(released[i]), fields);
+      fields += model[i].fields;
+    }
+  }
+}
+
+TEST(DisplayOrderFields, RefusesOtherFieldCountsAndNullArguments) {
+  KLXUTIL_DISPLAY_ORDER order;
+  klxutilDisplayOrderInit(&order);
+  EXPECT_EQ(klxutilDisplayOrderAddFields(&order, 0, 0, 0, 0), -1);
+  EXPECT_EQ(klxutilDisplayOrderAddFields(&order, 0, 0, 0, 3), -1);
+  EXPECT_EQ(klxutilDisplayOrderAddFields(nullptr, 0, 0, 0, 1), -1);
+  ASSERT_EQ(klxutilDisplayOrderAdd(&order, 0, 0, 0), 0);  // a frame: two fields
+  uint64_t decode = 0, display = 0, field = 7;
+  EXPECT_EQ(klxutilDisplayOrderNextField(&order, 1, &decode, &display, nullptr), -1);
+  ASSERT_EQ(klxutilDisplayOrderNextField(&order, 1, &decode, &display, &field), 1);
+  EXPECT_EQ(field, 0u);
+  EXPECT_EQ(order.nextDisplayField, 2u);
+}
+
+// MPEG-2 (ISO/IEC 13818-2 6.2.3.1): picture_structure in the picture coding extension says
+// whether a picture is a frame or one field; without the extension (MPEG-1) it is not known.
+TEST(CutterFields, Mpeg2PictureStructureMarksFieldPictures) {
+  struct Case {
+    int structure;  // -1: no picture coding extension
+    int32_t fieldPicture;
+  };
+  const Case cases[] = {{3, 0}, {1, 1}, {2, 1}, {0, -1}, {-1, -1}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.structure);
+    KLXUTIL_AU_CUTTER cutter;
+    klxutilAuCutterInit(&cutter, KLXUTIL_AU_MPEG2);
+    // Units from their start code value: picture header, coding extension, one slice; then
+    // the next picture header closes the access unit.
+    const uint8_t picture[] = {0x00, 0x00, 0x0F, 0xFF, 0xF8};
+    const uint8_t extension[] = {0xB5, 0x8F, 0xFF, uint8_t(0xF0 | (c.structure & 3)), 0x80};
+    const uint8_t slice[] = {0x01, 0x0A, 0x00};
+    KLXUTIL_AU_UNIT info;
+    klxutilAuCutterPush(&cutter, picture, sizeof picture, &info);
+    if (c.structure >= 0) klxutilAuCutterPush(&cutter, extension, sizeof extension, &info);
+    klxutilAuCutterPush(&cutter, slice, sizeof slice, &info);
+    klxutilAuCutterPush(&cutter, picture, sizeof picture, &info);
+    ASSERT_TRUE(info.finishedValid);
+    EXPECT_EQ(info.finished.hasPicture, 1);
+    EXPECT_EQ(info.finished.fieldPicture, c.fieldPicture);
+  }
+}
+
+}  // namespace
