@@ -100,14 +100,17 @@ class Extractor {
       p.pairs.push_back(t[1]), p.pairs.push_back(t[2]);
     }
     waiting_[au.picture.decodeIndex] = std::move(p);
-    klxutilDisplayOrderAdd(&order_, au.picture.decodeIndex, au.picture.sequence, au.picture.poc);
+    // A field picture shows one field: a pair of them is one frame (one cue position).
+    const uint32_t fields = fields_ || au.picture.fieldPicture == 1 ? 1 : 2;
+    klxutilDisplayOrderAddFields(&order_, au.picture.decodeIndex, au.picture.sequence, au.picture.poc, fields);
     return release(0, error);
   }
 
   bool finish(std::string& error) {
     if (!release(1, error)) return false;
     if (!settled_) settle();
-    if (klxutilCea608Flush(decoder_.get(), r_.pictures, cue_.get()) == 1) addCue();
+    const uint32_t frames = uint32_t((order_.nextDisplayField + 1) / 2);
+    if (klxutilCea608Flush(decoder_.get(), frames, cue_.get()) == 1) addCue();
     if (form_ == TextForm::kScc) text_ += "\n";
     return flush(error, true);
   }
@@ -146,27 +149,28 @@ class Extractor {
     bool drop = false;
     for (const auto& [decode, p] : waiting_) drop = drop || (p.hasTimecode && p.timecode.dropFrame);
     r_.tcType = timecodeTypeFor(fps, drop);
-    r_.pictureRate = fps * (fields_ ? 2 : 1);
+    r_.frameRate = fps;
     settled_ = true;
   }
 
   bool release(int32_t flush, std::string& error) {
-    uint64_t decode = 0, display = 0;
-    while (klxutilDisplayOrderNext(&order_, flush, &decode, &display) == 1) {
+    uint64_t decode = 0, display = 0, field = 0;
+    while (klxutilDisplayOrderNextField(&order_, flush, &decode, &display, &field) == 1) {
       if (!settled_) settle();
       auto it = waiting_.find(decode);
       if (it == waiting_.end()) continue;
-      place(it->second, uint32_t(display));
+      place(it->second, uint32_t(field / 2));
       waiting_.erase(it);
       if (!this->flush(error, false)) return false;
     }
     return true;
   }
 
-  // One picture in display order: its pairs to the SCC lines and the decoder.
+  // One picture in display order, shown in frame `display`: its pairs to the SCC lines and the
+  // decoder.
   void place(const Picture& p, uint32_t display) {
     ++r_.pictures;
-    uint32_t timecode = fields_ ? display / 2 : display;
+    uint32_t timecode = display;
     if (p.hasTimecode) {
       const uint8_t digits[4] = {p.timecode.hours, p.timecode.minutes, p.timecode.seconds, p.timecode.frames};
       if (tc2Frame(reinterpret_cast<const char*>(digits), r_.tcType | TCF_DIGITS, &timecode) != 0) return;
@@ -193,7 +197,7 @@ class Extractor {
 
   // Display position -> timecode, kept as runs over which the two step together.
   void note(uint32_t display, uint32_t timecode) {
-    const int64_t offset = int64_t(timecode) - int64_t(fields_ ? display / 2 : display);
+    const int64_t offset = int64_t(timecode) - int64_t(display);
     if (!runs_.empty() && runs_.back().offset == offset)
       runs_.back().last = display;
     else
@@ -203,15 +207,15 @@ class Extractor {
     size_t k = runs_.size();
     while (k > 0 && runs_[k - 1].last >= display) --k;  // the first run reaching `display`
     if (k == runs_.size()) return display;
-    return uint32_t(runs_[k].offset + int64_t(fields_ ? display / 2 : display));
+    return uint32_t(runs_[k].offset + int64_t(display));
   }
 
   void addCue() {
     ++r_.cueCount;
     const Cue cue{cue_->startFrame, cue_->endFrame, timecodeAt(cue_->startFrame), cue_->text};
     if (form_ == TextForm::kSrt)
-      text_ += std::to_string(++srtIndex_) + "\n" + srtTime(cue.startFrame, r_.pictureRate) + " --> " +
-               srtTime(cue.endFrame, r_.pictureRate) + "\n" + cue.text + "\n\n";
+      text_ += std::to_string(++srtIndex_) + "\n" + srtTime(cue.startFrame, r_.frameRate) + " --> " +
+               srtTime(cue.endFrame, r_.frameRate) + "\n" + cue.text + "\n\n";
     if (keepCues_) r_.cues.push_back(cue);
   }
 

@@ -18,14 +18,14 @@ namespace captions {
 enum class TextForm { kNone, kScc, kSrt };
 
 struct Cue {
-  uint32_t startFrame, endFrame;  // display positions
+  uint32_t startFrame, endFrame;  // display positions in frames (a pair of field pictures is one)
   uint32_t startTimecode;         // frame count of the timecode shown at startFrame
   std::string text;
 };
 
 struct Extraction {
   StreamCodec codec = StreamCodec::kUnknown;
-  double pictureRate = 25;  // pictures per second (fields when each picture is a field)
+  double frameRate = 25;    // frames per second of the cue positions
   uint32_t tcType = 0;      // timecode counting of the SCC lines and cue timecodes
   uint32_t pictures = 0;
   size_t pairs = 0;         // the channel's byte pairs, padding left out

@@ -90,8 +90,8 @@ int cmdCaptions(int argc, char** argv) {
                      {"cues", cli::JsonValue::array()}};
     for (const auto& c : cues) {
       j["cues"].push_back({{"startFrame", c.startFrame}, {"endFrame", c.endFrame},
-                           {"startMs", std::llround(c.startFrame * 1000.0 / e.pictureRate)},
-                           {"endMs", std::llround(c.endFrame * 1000.0 / e.pictureRate)},
+                           {"startMs", std::llround(c.startFrame * 1000.0 / e.frameRate)},
+                           {"endMs", std::llround(c.endFrame * 1000.0 / e.frameRate)},
                            {"startTimecode", timecodeText(c.startTimecode, e.tcType)}, {"text", c.text}});
     }
     if (output && *output == "-") std::fputc('\n', stdout);
