@@ -3,8 +3,12 @@
 // separatefields). Both encodes share one PPS. The field encode's SPS becomes the stream's SPS
 // with frame_mbs_only_flag 0 (ITU-T H.264 7.3.2.1.1): a map unit is then a macroblock row pair
 // of the frame, so its pic_height_in_map_units_minus1 describes the 96-line frame. Slice headers
-// (7.3.3) gain field_pic_flag/bottom_field_flag; CAVLC slice data is position independent and
-// is copied bit for bit behind the rewritten header.
+// (7.3.3) gain field_pic_flag/bottom_field_flag. Frame pictures keep x264's slice data, copied bit
+// for bit behind the rewritten header. Field pictures can't: x264 ordered the coefficients of
+// its progressive encode in zig-zag scan, while a field macroblock's are read in field scan order
+// (8.5.6), which decodes without a single error into a garbled picture. Their slice data is
+// therefore I_PCM macroblocks (7.3.5) holding the source field's samples, so the decoded pair is
+// exactly the source frame.
 // Deliberately independent of the library under test: own bit reader/writer and NAL splitting.
 #include "support/paff_stream.h"
 
@@ -87,6 +91,7 @@ class BitWriter {
     for (int i = length; i >= 0; --i) bit(static_cast<uint32_t>((code >> i) & 1u));
   }
   void se(int32_t v) { ue(v > 0 ? static_cast<uint32_t>(2 * v - 1) : static_cast<uint32_t>(-2 * int64_t{v})); }
+  bool aligned() const { return bits_ % 8 == 0; }
   // rbsp_trailing_bits (7.3.2.11).
   Bytes finish() {
     bit(1);
@@ -187,6 +192,8 @@ struct SpsFacts {
 
 // The stream's picture order count: type 0 with 4-bit lsb (frames/top fields 0, bottom fields 1).
 constexpr int kLog2MaxPocLsb = 4;
+
+constexpr int kWidth = 160, kFieldHeight = 48;
 
 constexpr int kNalSlice = 1, kNalIdrSlice = 5, kNalSps = 7, kNalPps = 8;
 
@@ -321,11 +328,11 @@ struct SliceTarget {
   uint32_t pocLsb = 0;
 };
 
-// One IDR I slice of an x264 encode rewritten to `target` (7.3.3); returns the new RBSP.
-Bytes rewriteSlice(const Nal& slice, const SpsFacts& sps, const PpsFacts& pps, const SliceTarget& target) {
-  BitReader r(slice.rbsp);
-  BitWriter w;
-  copyUe(r, w);  // first_mb_in_slice
+// The header of one IDR I slice of an x264 encode, rewritten to `target` (7.3.3); leaves `r` at
+// the start of slice_data. Returns first_mb_in_slice.
+uint32_t rewriteSliceHeader(const Nal& slice, BitReader& r, BitWriter& w, const SpsFacts& sps, const PpsFacts& pps,
+                            const SliceTarget& target) {
+  uint32_t firstMb = copyUe(r, w);  // first_mb_in_slice
   require(copyUe(r, w) % 5 == 2, "source slice is not an I slice");
   copyUe(r, w);  // pic_parameter_set_id
   copyU(r, w, sps.log2MaxFrameNum);  // frame_num: 0, and the second field shares the first's
@@ -354,7 +361,34 @@ Bytes rewriteSlice(const Nal& slice, const SpsFacts& sps, const PpsFacts& pps, c
     copySe(r, w);
     copySe(r, w);
   }
-  return copyRestAndFinish(r, w);  // slice_data
+  return firstMb;
+}
+
+// A picture of 8-bit 4:2:0 samples (planar, as ffmpeg's rawvideo yuv420p writes it).
+struct Picture {
+  const uint8_t* samples = nullptr;
+  int width = 0, height = 0;
+  uint8_t at(int plane, int x, int y) const {
+    const uint8_t* base = samples + (plane == 0 ? 0 : width * height + (plane - 1) * (width / 2) * (height / 2));
+    return base[y * (plane == 0 ? width : width / 2) + x];
+  }
+};
+
+// slice_data of I_PCM macroblocks (7.3.4, 7.3.5) from `firstMb` to the end of the picture. Their
+// QP'Y is 0, so the deblocking filter leaves the samples alone (8.7.2.2): decoded exactly.
+void writePcmSliceData(BitWriter& w, uint32_t firstMb, const Picture& picture) {
+  constexpr uint32_t kMbTypeIPcm = 25;  // in I slices (Table 7-11)
+  const int widthMbs = picture.width / 16, mbs = widthMbs * (picture.height / 16);
+  for (int mb = static_cast<int>(firstMb); mb < mbs; ++mb) {
+    w.ue(kMbTypeIPcm);
+    while (!w.aligned()) w.u(1, 0);  // pcm_alignment_zero_bit
+    int x0 = (mb % widthMbs) * 16, y0 = (mb / widthMbs) * 16;
+    for (int y = 0; y < 16; ++y)
+      for (int x = 0; x < 16; ++x) w.u(8, picture.at(0, x0 + x, y0 + y));
+    for (int plane = 1; plane <= 2; ++plane)
+      for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 8; ++x) w.u(8, picture.at(plane, x0 / 2 + x, y0 / 2 + y));
+  }
 }
 
 // ---- Source encodes -------------------------------------------------------------------------
@@ -386,7 +420,9 @@ Encode parseEncode(const Bytes& stream) {
   return e;
 }
 
-Bytes buildStream(const Bytes& frameStream, const Bytes& fieldStream, const std::string& pattern, int fps) {
+// `fieldSamples`: the source fields, 160x48 yuv420p each, in the order x264 coded them.
+Bytes buildStream(const Bytes& frameStream, const Bytes& fieldStream, const Bytes& fieldSamples,
+                  const std::string& pattern, int fps) {
   Encode frames = parseEncode(frameStream), fields = parseEncode(fieldStream);
   require(frames.pps.rbsp == fields.pps.rbsp && frames.pps.header == fields.pps.header,
           "the frame and field encodes have different PPSs");
@@ -396,53 +432,79 @@ Bytes buildStream(const Bytes& frameStream, const Bytes& fieldStream, const std:
   require(frameSps.log2MaxFrameNum == fieldSps.log2MaxFrameNum, "the encodes differ in frame_num length");
   require(frames.pictures.size() == pattern.size() && fields.pictures.size() == 2 * pattern.size(),
           "source encodes hold fewer pictures than asked");
+  const size_t fieldBytes = size_t{kWidth} * kFieldHeight * 3 / 2;
+  require(fieldSamples.size() == fieldBytes * fields.pictures.size(), "source fields of an unexpected size");
   PpsFacts pps = readPps(fields.pps);
 
   Bytes out;
   appendAnnexB(out, fields.sps.header, rewriteSps(fields.sps, fps));
   appendAnnexB(out, fields.pps.header, fields.pps.rbsp);
   uint32_t idrPicId = 0;  // consecutive IDR pictures differ in idr_pic_id (7.4.3)
-  auto emit = [&](const std::vector<Nal>& picture, const SpsFacts& sps, const SliceTarget& target) {
+  auto header = [](const Nal& slice, const SliceTarget& target) {
+    return static_cast<uint8_t>((slice.header & 0x60) | (target.idr ? kNalIdrSlice : kNalSlice));
+  };
+  auto emitFrame = [&](const std::vector<Nal>& picture, const SliceTarget& target) {
     for (const auto& slice : picture) {
-      uint8_t header = static_cast<uint8_t>((slice.header & 0x60) | (target.idr ? kNalIdrSlice : kNalSlice));
-      appendAnnexB(out, header, rewriteSlice(slice, sps, pps, target));
+      BitReader r(slice.rbsp);
+      BitWriter w;
+      rewriteSliceHeader(slice, r, w, frameSps, pps, target);
+      appendAnnexB(out, header(slice, target), copyRestAndFinish(r, w));
     }
+  };
+  auto emitField = [&](size_t index, const SliceTarget& target) {
+    const auto& picture = fields.pictures[index];
+    require(picture.size() == 1, "x264 wrote a field in several slices");
+    BitReader r(picture[0].rbsp);
+    BitWriter w;
+    uint32_t firstMb = rewriteSliceHeader(picture[0], r, w, fieldSps, pps, target);
+    writePcmSliceData(w, firstMb, Picture{fieldSamples.data() + index * fieldBytes, kWidth, kFieldHeight});
+    appendAnnexB(out, header(picture[0], target), w.finish());
   };
   for (size_t i = 0; i < pattern.size(); ++i) {
     require(pattern[i] == 'F' || pattern[i] == 'P', "pattern letters are 'F' and 'P'");
     if (pattern[i] == 'F') {
-      emit(frames.pictures[i], frameSps, SliceTarget{false, false, true, idrPicId, 0});
+      emitFrame(frames.pictures[i], SliceTarget{false, false, true, idrPicId, 0});
     } else {
-      emit(fields.pictures[2 * i], fieldSps, SliceTarget{true, false, true, idrPicId, 0});
-      emit(fields.pictures[2 * i + 1], fieldSps, SliceTarget{true, true, false, 0, 1});
+      emitField(2 * i, SliceTarget{true, false, true, idrPicId, 0});
+      emitField(2 * i + 1, SliceTarget{true, true, false, 0, 1});
     }
     idrPicId = (idrPicId + 1) % 65536;
   }
   return out;
 }
 
-// All-intra CAVLC x264 encode of `count` pictures of testsrc2 (160x96 frames, or their fields).
-CommandResult x264Encode(const std::string& out, size_t frames, bool asFields, int fps) {
-  std::string source = "ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=160x96:rate=" + std::to_string(fps) +
-                       (asFields ? " -vf separatefields" : "") +
-                       " -frames:v " + std::to_string(asFields ? 2 * frames : frames) + " -f yuv4mpegpipe -";
-  std::string encoder = "x264 --quiet --demuxer y4m --fps " + std::to_string(fps) +
-                        " --profile main --no-cabac --keyint 1 --bframes 0 --threads 1 -o " + shellQuote(out) + " -";
-  return runCommand(source + " | " + encoder);
+// `count` frames of testsrc2 at 160x96, or their 2 * count fields, as raw yuv420p. separatefields
+// puts the bottom field first unless the frame says top field first (setfield).
+CommandResult rawSource(const std::string& out, size_t count, bool asFields, int fps) {
+  return runCommand("ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=160x96:rate=" + std::to_string(fps) +
+                    (asFields ? " -vf setfield=tff,separatefields" : "") + " -frames:v " +
+                    std::to_string(asFields ? 2 * count : count) + " -f rawvideo -pix_fmt yuv420p " + shellQuote(out));
+}
+
+// All-intra CAVLC x264 encode of a raw yuv420p file.
+CommandResult x264Encode(const std::string& in, const std::string& out, int height, int fps) {
+  return runCommand("x264 --quiet --demuxer raw --input-csp i420 --input-res " + std::to_string(kWidth) + "x" +
+                    std::to_string(height) + " --fps " + std::to_string(fps) +
+                    " --profile main --no-cabac --keyint 1 --bframes 0 --threads 1 -o " + shellQuote(out) + " " +
+                    shellQuote(in));
 }
 
 std::optional<Bytes> makeStream(const std::string& workDir, const std::string& pattern, int fps) {
-  std::string framesPath = workDir + "/frames.264", fieldsPath = workDir + "/fields.264";
+  Bytes encodes[2], fieldSamples;
   for (bool asFields : {false, true}) {
-    const std::string& path = asFields ? fieldsPath : framesPath;
-    auto r = x264Encode(path, pattern.size(), asFields, fps);
-    if (r.exitCode != 0 || readBytes(path).empty()) {
-      ADD_FAILURE() << "x264 encode failed: " << r.err;
+    std::string raw = workDir + (asFields ? "/fields.yuv" : "/frames.yuv");
+    std::string coded = workDir + (asFields ? "/fields.264" : "/frames.264");
+    auto r = rawSource(raw, pattern.size(), asFields, fps);
+    if (r.exitCode == 0) r = x264Encode(raw, coded, asFields ? kFieldHeight : 2 * kFieldHeight, fps);
+    encodes[asFields] = readBytes(coded);
+    if (r.exitCode != 0 || encodes[asFields].empty()) {
+      ADD_FAILURE() << "making the source encodes failed: " << r.err;
       return std::nullopt;
     }
+    if (asFields) fieldSamples = readBytes(raw);
   }
   try {
-    return buildStream(readBytes(framesPath), readBytes(fieldsPath), pattern, fps);
+    return buildStream(encodes[0], encodes[1], fieldSamples, pattern, fps);
   } catch (const RewriteError& e) {
     ADD_FAILURE() << "field-picture stream for \"" << pattern << "\": " << e.what();
     return std::nullopt;
