@@ -190,6 +190,10 @@ struct SpsFacts {
   uint32_t heightInMapUnitsMinus1 = 0;
 };
 
+// Level 3: Main allows field coding from level 2.1 (Table A-4), and its bit rate covers the
+// I_PCM fields (9.2 Mbit/s of samples at 50 frames per second).
+constexpr uint32_t kLevel30 = 30;
+
 // The stream's picture order count: type 0 with 4-bit lsb (frames/top fields 0, bottom fields 1).
 constexpr int kLog2MaxPocLsb = 4;
 
@@ -271,7 +275,8 @@ Bytes rewriteSps(const Nal& sps, int fps) {
   w.u(8, 77);  // Main: x264 says Constrained Baseline for all-intra CAVLC, which forbids fields
   r.u(8);
   w.u(8, 0x40);      // constraint_set1_flag only
-  copyU(r, w, 8);    // level_idc
+  r.u(8);
+  w.u(8, kLevel30);  // level_idc
   copyUe(r, w);      // seq_parameter_set_id
   copyUe(r, w);      // log2_max_frame_num_minus4
   if (r.ue() == 0) r.ue();

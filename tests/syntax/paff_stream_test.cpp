@@ -54,9 +54,9 @@ TEST_P(PaffStream, FfprobeSeesOneInterlacedFramePerFieldPair) {
     expected.push_back(std::string("height=96|interlaced_frame=") + (letter == 'P' ? "1" : "0"));
   EXPECT_EQ(linesOf(frames.out), expected);
 
-  auto rate = qtest::runCommand("ffprobe -v error -show_entries stream=r_frame_rate -of csv=p=0 " +
-                                qtest::shellQuote(path_));
-  EXPECT_EQ(rate.out, std::to_string(GetParam().fps) + "/1\n");
+  auto stream = qtest::runCommand("ffprobe -v error -show_entries stream=profile,level,r_frame_rate -of compact=p=0 " +
+                                  qtest::shellQuote(path_));
+  EXPECT_EQ(stream.out, "profile=Main|level=30|r_frame_rate=" + std::to_string(GetParam().fps) + "/1\n");
 }
 
 // Frames renumbered: a raw stream has no timestamps, and the ffmpeg command's guesses for a mix of
