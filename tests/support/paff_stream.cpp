@@ -293,7 +293,8 @@ Bytes rewriteSps(const Nal& sps, int fps) {
   w.u(1, 1);  // direct_8x8_inference_flag (required when frame_mbs_only_flag is 0)
   if (copyU(r, w, 1))
     for (int i = 0; i < 4; ++i) copyUe(r, w);  // frame_crop_*_offset
-  if (copyU(r, w, 1)) rewriteVui(r, w, fps);
+  require(copyU(r, w, 1) == 1, "x264 wrote an SPS without VUI");  // vui_parameters_present_flag
+  rewriteVui(r, w, fps);
   return copyRestAndFinish(r, w);
 }
 
