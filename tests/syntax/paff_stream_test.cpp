@@ -1,6 +1,7 @@
 // The field-picture streams of qtest::paffStream, read back by FFmpeg: one decoded frame per
-// pattern letter, interlaced exactly for the field pairs, no decode error, and the slice headers
-// (trace_headers) carrying field_pic_flag/bottom_field_flag as the pattern says.
+// pattern letter, interlaced exactly for the field pairs, no decode error, each field pair
+// decoded to exactly its source frame, and the slice headers (trace_headers) carrying
+// field_pic_flag/bottom_field_flag as the pattern says.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
