@@ -8,9 +8,15 @@
 #include <tuple>
 #include <vector>
 
+#include "platform/tcxlat.h"
 #include "streamutil/access_units.h"
+#include "support/ffmpeg_oracle.h"
+#include "support/paff_stream.h"
+#include "support/test_support.h"
 
 namespace {
+
+using qtest::shellQuote;
 
 // Against a model: pictures sorted by (sequence, poc, decode order) show their fields one
 // after another, so a picture's displayField is the sum of the fields shown before it.
@@ -101,6 +107,73 @@ TEST(CutterFields, Mpeg2PictureStructureMarksFieldPictures) {
     EXPECT_EQ(info.finished.hasPicture, 1);
     EXPECT_EQ(info.finished.fieldPicture, c.fieldPicture);
   }
+}
+
+// Streams mixing frame pictures and pairs of field pictures (H.264 PAFF), stamped as elementary
+// streams and in the containers FFmpeg puts them in (a packet per field): FFmpeg must read one
+// timecode per frame, counting on by one from --tc, with both fields of a pair showing their
+// frame's, and the pictures must decode unchanged. (At 30 frames FFmpeg guesses a frame rate
+// above 30 for such streams and prints every frame count doubled, so the rows run at 25.)
+TEST(StampFields, AFieldPairSharesItsFrameTimecode) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg missing";
+  struct Case {
+    const char* pattern;
+    int fps;
+    const char* rate;  // --rate, "" for the VUI timing
+    uint32_t type;
+    const char* start;
+    const char* carrier;  // "264" elementary stream, else the container FFmpeg copies it into
+  };
+  const Case cases[] = {
+      {"PFFPP", 25, "", TC_PAL, "00:00:59:23", "264"},
+      {"PPPPP", 25, " --rate 25", TC_PAL, "09:59:59:22", "264"},
+      {"FPPFP", 25, "", TC_PAL, "10:00:00:00", "mkv"},
+      {"PFFPP", 25, "", TC_PAL, "00:00:59:23", "ts"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.pattern) + " in " + c.carrier);
+    qtest::TempDir dir;
+    std::string in = qtest::paffStream("paff-" + std::string(c.pattern) + "-" + std::to_string(c.fps) + ".264", c.pattern, c.fps);
+    ASSERT_FALSE(in.empty());
+    if (std::string(c.carrier) != "264") {
+      const std::string remuxed = dir.file(std::string("in.") + c.carrier);
+      ASSERT_EQ(qtest::runCommand("ffmpeg -nostdin -v error -i " + shellQuote(in) + " -c copy " + shellQuote(remuxed)).exitCode, 0);
+      in = remuxed;
+    }
+    const std::string out = dir.file(std::string("out.") + c.carrier);
+    const auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "'" + c.rate);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    uint32_t start = 0;
+    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
+    const auto frames = oracle::frameTimecodes(out);
+    ASSERT_EQ(frames.size(), std::string(c.pattern).size());
+    for (size_t i = 0; i < frames.size(); ++i) {
+      EXPECT_FALSE(frames[i].empty()) << "frame " << i;
+      for (const auto& v : frames[i]) EXPECT_EQ(v, oracle::printedTimecode(start + uint32_t(i), c.type)) << "frame " << i;
+    }
+    EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(in));
+  }
+}
+
+// A caption pair goes into the first field of its frame and comes back at that frame's timecode.
+TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
+  const std::string in = qtest::paffStream("paff-PPFPPP-25.264", "PPFPPP", 25);
+  ASSERT_FALSE(in.empty());
+  qtest::TempDir dir;
+  const std::string scc = "Scenarist_SCC V1.0\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n";
+  std::vector<uint8_t> text(scc.begin(), scc.end());
+  qtest::writeBytes(dir.file("in.scc"), text);
+  auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(dir.file("out.264")) +
+                          " --tc 00:59:59:21 --captions " + shellQuote(dir.file("in.scc")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = qtest::runTool("captions extract " + shellQuote(dir.file("out.264")) + " -o " + shellQuote(dir.file("out.scc")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  // The pairs at 22 and 24 (frame 23 carries none), each frame's pair in its first field only:
+  // the extractor starts a line wherever a frame without data interrupts the pairs.
+  const auto back = qtest::readBytes(dir.file("out.scc"));
+  EXPECT_EQ(std::string(back.begin(), back.end()),
+            "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n");
 }
 
 }  // namespace
