@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "metadata/zrprojecttoxml.h"
+#include "support/h16_text_files.h"
 #include "support/test_support.h"
 
 namespace {
@@ -28,12 +29,6 @@ std::vector<uint8_t> randomBytes(std::mt19937& rng, size_t most) {
     bytes.insert(bytes.begin() + rng() % bytes.size(), s.begin(), s.end());
   }
   return bytes;
-}
-
-std::string opens(int n) {
-  std::string s;
-  for (int i = 0; i < n; ++i) s += "<a>";
-  return s;
 }
 
 std::string asText(const std::vector<uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
@@ -93,7 +88,7 @@ TEST(ProjectRoundTrip, HostileOrUnfaithfulFilesAreRefusedWithALogLine) {
   const std::pair<const char*, std::string> cases[] = {
       {"empty", ""}, {"blank", " \n"}, {"reference to NUL", "<ClipList FileName=\"x\" Data=\"a&#x0;b\" />"},
       {"beyond the declared charset", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><Settings A=\"&#x1E9;\" />"},
-      {"nested too deep", opens(60000)},
+      {"nested too deep", qtest::repeatText("<a>", 60000)},
   };
   for (const auto& [what, text] : cases) {
     SCOPED_TRACE(what);

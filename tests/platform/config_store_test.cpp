@@ -12,27 +12,16 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "platform/zrcfg.h"
+#include "support/h16_text_files.h"
 #include "support/test_support.h"
 
 namespace {
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-void spit(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-std::string repeat(const std::string& unit, int times) {
-  std::string out;
-  for (int i = 0; i < times; ++i) out += unit;
-  return out;
-}
 
 std::optional<std::string> getString(ZRCFGHANDLE h, const char* key, const char* name) {
   uint32_t size = 0;
@@ -57,7 +46,7 @@ int setDword(ZRCFGHANDLE h, const char* key, const char* name, uint32_t v) { ret
 // the XML with TinyXML.
 std::optional<std::string> dataInFile(const std::string& path, const std::vector<std::string>& keys, const std::string& name) {
   TiXmlDocument doc;
-  const std::string text = slurp(path);
+  const std::string text = qtest::readText(path);
   doc.Parse(text.c_str());
   if (doc.Error() || !doc.RootElement()) return std::nullopt;
   const TiXmlElement* e = doc.RootElement();
@@ -355,7 +344,7 @@ TEST(ConfigStore, EnumerationListsValuesAndKeysInOrder) {
 TEST(ConfigStore, UnknownContentSymlinksAndPermissionsSurviveAWrite) {
   qtest::TempDir dir;
   const std::string real = dir.file("real.xml");
-  spit(real,
+  qtest::writeText(real,
        "<?xml version=\"1.0\" ?>\n<QuorvaneConfig>\n"
        "  <Key name=\"K\"><Value name=\"future\" type=\"qword\" data=\"123456789012\" /></Key>\n"
        "  <Extension kind=\"later\">kept</Extension>\n</QuorvaneConfig>\n");
@@ -369,7 +358,7 @@ TEST(ConfigStore, UnknownContentSymlinksAndPermissionsSurviveAWrite) {
   EXPECT_EQ(type, ZR_CFG_TYPE_NONE);
   EXPECT_FALSE(getDword(s.handle, "K", "future"));
   ASSERT_EQ(setDword(s.handle, "K", "now", 1), ZR_CFG_OK);
-  const std::string text = slurp(real);
+  const std::string text = qtest::readText(real);
   EXPECT_NE(text.find("<Extension kind=\"later\">kept</Extension>"), std::string::npos) << text;
   EXPECT_EQ(dataInFile(real, {"K"}, "future"), "123456789012");
   EXPECT_EQ(dataInFile(real, {"K"}, "now"), "1");
@@ -406,13 +395,13 @@ TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
       {"lead byte swallowing '<'", "<QuorvaneConfig>\xe9< </QuorvaneConfig>", true},
       {"text naming NUL", "<QuorvaneConfig><K>&#x0;</K></QuorvaneConfig>", true},
       {"ends inside a UTF-8 sequence", "<QuorvaneConfig>\xc5", true},
-      {"nested far too deep", "<QuorvaneConfig>" + repeat("<a>", 60000), true},
+      {"nested far too deep", "<QuorvaneConfig>" + qtest::repeatText("<a>", 60000), true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     qtest::TempDir dir;
     const std::string path = dir.file("UserMetadata.xml");
-    spit(path, c.contents);
+    qtest::writeText(path, c.contents);
     qtest::LogCapture log;
     Store s(path);
     EXPECT_FALSE(getString(s.handle, "K", "v"));  // read as empty
@@ -426,13 +415,13 @@ TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
     struct stat st;
     EXPECT_EQ(stat((path + ".bad").c_str(), &st) == 0, c.corrupt);
     if (c.corrupt) {
-      EXPECT_EQ(slurp(path + ".bad"), c.contents);
+      EXPECT_EQ(qtest::readText(path + ".bad"), c.contents);
       EXPECT_TRUE(log.contains("Configuration store \"" + path + "\": the corrupt file is kept as \"" + path + ".bad\"\n"));
       // A second corruption does not overwrite the first copy.
-      spit(path, "garbage two");
+      qtest::writeText(path, "garbage two");
       ASSERT_EQ(setString(s.handle, "K", "v", "fresher"), ZR_CFG_OK);
-      EXPECT_EQ(slurp(path + ".bad"), c.contents);
-      EXPECT_EQ(slurp(path + ".bad1"), "garbage two");
+      EXPECT_EQ(qtest::readText(path + ".bad"), c.contents);
+      EXPECT_EQ(qtest::readText(path + ".bad1"), "garbage two");
       EXPECT_EQ(getString(s.handle, "K", "v"), "fresher");
     }
   }
@@ -453,7 +442,7 @@ TEST(ConfigStore, BatchesReachTheFileTogetherOrNotAtAll) {
     const std::string path = dir.file("batch.xml");
     Store other(path);
     ASSERT_EQ(setString(other.handle, "K", "gone", "to be deleted"), ZR_CFG_OK);
-    const std::string before = slurp(path);
+    const std::string before = qtest::readText(path);
     ZRCFGHANDLE h = zrCFGOpen(path.c_str());
     for (int i = 0; i < c.nesting; ++i) ASSERT_EQ(zrCFGBeginBatch(h), ZR_CFG_OK);
     for (uint32_t i = 0; i < 30; ++i) ASSERT_EQ(setDword(h, "K", ("v" + std::to_string(i)).c_str(), i), ZR_CFG_OK);
