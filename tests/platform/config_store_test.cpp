@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "platform/zrcfg.h"
+#include "support/h16_process.h"
 #include "support/h16_text_files.h"
 #include "support/test_support.h"
 
@@ -67,19 +68,6 @@ struct Store {
   explicit Store(const std::string& path) : handle(zrCFGOpen(path.c_str())) {}
   ~Store() { zrCFGClose(handle, 1); }
   ZRCFGHANDLE handle;
-};
-
-class EnvVar {
- public:
-  EnvVar(const char* name, const char* value) : name_(name) {
-    if (const char* old = getenv(name)) old_ = old;
-    value ? setenv(name, value, 1) : unsetenv(name);
-  }
-  ~EnvVar() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
 };
 
 void appendUtf8(std::string& s, uint32_t cp) {
@@ -287,9 +275,9 @@ TEST(ConfigStore, SystemStoreFollowsTheEnvironment) {
     SCOPED_TRACE(c.expectedFile);
     auto inDir = [&](const char* p) { return p ? (*p ? dir.file(p) : std::string()) : std::string(); };
     const std::string qc = inDir(c.quorvaneConfig), xdg = inDir(c.xdg), home = inDir(c.home);
-    EnvVar e1("QUORVANE_CONFIG", c.quorvaneConfig ? qc.c_str() : nullptr);
-    EnvVar e2("XDG_CONFIG_HOME", c.xdg ? xdg.c_str() : nullptr);
-    EnvVar e3("HOME", home.c_str());
+    qtest::ScopedEnv e1("QUORVANE_CONFIG", c.quorvaneConfig ? qc.c_str() : nullptr);
+    qtest::ScopedEnv e2("XDG_CONFIG_HOME", c.xdg ? xdg.c_str() : nullptr);
+    qtest::ScopedEnv e3("HOME", home.c_str());
     ASSERT_EQ(setDword(ZR_CFG_SYSTEM, "Quorvane\\Advanced", "ForceVideoRangeMatrix", ++n), ZR_CFG_OK);
     EXPECT_EQ(dataInFile(dir.file(c.expectedFile), {"Quorvane", "Advanced"}, "ForceVideoRangeMatrix"), std::to_string(n));
     char path[4096];
@@ -475,29 +463,18 @@ TEST(ConfigStore, BatchesReachTheFileTogetherOrNotAtAll) {
 
 // ---- several processes ----
 
-// Runs body in a child process and returns its pid; the child never returns into the test.
-template <class Body> pid_t spawn(Body body) { const pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  return pid;
-}
-int exitCodeOf(pid_t pid) {
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST(ConfigStore, AHandleSeesWhatAnotherProcessWrote) {
   qtest::TempDir dir;
   const std::string path = dir.file("shared.xml");
   Store mine(path);
   for (uint32_t round = 1; round <= 5; ++round) {
     ASSERT_EQ(setDword(mine.handle, "K", "mine", round), ZR_CFG_OK);
-    const pid_t child = spawn([&] {
+    const pid_t child = qtest::spawn([&] {
       const ZRCFGHANDLE h = zrCFGOpen(path.c_str());
       // Same size file each round: only the contents tell the versions apart.
       return setDword(h, "K", "theirs", round) == ZR_CFG_OK && getDword(h, "K", "mine") == round ? 0 : 1;
     });
-    ASSERT_EQ(exitCodeOf(child), 0);
+    ASSERT_EQ(qtest::exitCodeOf(child), 0);
     EXPECT_EQ(getDword(mine.handle, "K", "theirs"), round);
   }
 }
@@ -509,7 +486,7 @@ TEST(ConfigStore, TwoProcessesWritingAtOnceBothKeepTheirValues) {
   int go[2];
   ASSERT_EQ(pipe(go), 0);
   auto writer = [&](const char* prefix) {
-    return spawn([&, prefix] {
+    return qtest::spawn([&, prefix] {
       close(go[1]);
       char start;
       if (read(go[0], &start, 1) != 0) return 3;  // wait for the starting gun (the pipe closing)
@@ -525,8 +502,8 @@ TEST(ConfigStore, TwoProcessesWritingAtOnceBothKeepTheirValues) {
   const pid_t a = writer("a"), b = writer("b");
   close(go[0]);
   close(go[1]);
-  EXPECT_EQ(exitCodeOf(a), 0);
-  EXPECT_EQ(exitCodeOf(b), 0);
+  EXPECT_EQ(qtest::exitCodeOf(a), 0);
+  EXPECT_EQ(qtest::exitCodeOf(b), 0);
   Store s(path);
   for (const char* prefix : {"a", "b"})
     for (int i = 0; i < kValues; ++i) {
@@ -549,7 +526,7 @@ TEST(ConfigStore, AWriterDyingPartWayThroughWritingTheFileLeavesTheOldFile) {
       Store s(path);
       ASSERT_EQ(setString(s.handle, "K", "v", before), ZR_CFG_OK);
     }
-    const pid_t child = spawn([&] {
+    const pid_t child = qtest::spawn([&] {
       const ZRCFGHANDLE h = zrCFGOpen(path.c_str());
       const rlimit noCore{0, 0}, cut{limit, limit};
       setrlimit(RLIMIT_CORE, &noCore);
@@ -583,7 +560,7 @@ TEST(ConfigStore, KillingAWriterMidWriteLeavesTheOldOrTheNewFileAndReadersNeverS
     int acks[2];
     ASSERT_EQ(pipe(acks), 0);
     const uint32_t first = counter + 1;
-    const pid_t child = spawn([&] {
+    const pid_t child = qtest::spawn([&] {
       close(acks[0]);
       const ZRCFGHANDLE h = zrCFGOpen(path.c_str());
       for (uint32_t c = first;; ++c) {
