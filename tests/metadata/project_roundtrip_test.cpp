@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "metadata/zrprojecttoxml.h"
-#include "support/h16_text_files.h"
 #include "support/test_support.h"
 
 namespace {
@@ -86,9 +85,8 @@ TEST(ProjectRoundTrip, AFileHoldingNulIsRefusedWhenTheProjectIsMade) {
 
 TEST(ProjectRoundTrip, HostileOrUnfaithfulFilesAreRefusedWithALogLine) {
   const std::pair<const char*, std::string> cases[] = {
+      // One text the XML gate refuses stands for all its reasons (XmlGuard's table).
       {"empty", ""}, {"blank", " \n"}, {"reference to NUL", "<ClipList FileName=\"x\" Data=\"a&#x0;b\" />"},
-      {"beyond the declared charset", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?><Settings A=\"&#x1E9;\" />"},
-      {"nested too deep", qtest::repeatText("<a>", 60000)},
   };
   for (const auto& [what, text] : cases) {
     SCOPED_TRACE(what);
