@@ -102,10 +102,4 @@ TEST(ProjectRoundTrip, HostileOrUnfaithfulFilesAreRefusedWithALogLine) {
   }
 }
 
-TEST(ProjectRoundTrip, ADirectoryIsRefused) {
-  TempDir dir;
-  CZRProjectToXML p;
-  EXPECT_FALSE(p.ReadXMLFile(dir.path().c_str()));
-}
-
 }  // namespace

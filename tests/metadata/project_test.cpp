@@ -173,7 +173,9 @@ TEST(Project, BadInputIsRefusedAndTheObjectStaysUsable) {
 
   writeText(dir.file("garbage.xml"), "<ClipList FileName=\"x\" Data=\"unterminated");
   writeText(dir.file("empty.xml"), "");
-  for (const std::string& path : {dir.file("missing.xml"), dir.file("garbage.xml"), dir.file("empty.xml")}) {
+  // A directory opens for reading but reads nothing: refused like the missing file.
+  for (const std::string& path :
+       {dir.file("missing.xml"), dir.file("garbage.xml"), dir.file("empty.xml"), dir.path()}) {
     CZRProjectToXML bad;
     EXPECT_FALSE(bad.LoadXMLFile(path.c_str())) << path;
     EXPECT_EQ(bad.SetConfigDWORD("After", 3), 0);
