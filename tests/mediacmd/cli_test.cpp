@@ -174,8 +174,6 @@ TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
   if (!qtest::haveProgram("python3") || !qtest::haveProgram("jq")) GTEST_SKIP() << "python3 or jq missing";
   qtest::TempDir dir;
   const std::string env = "QUORVANE_CONFIG=" + qtest::shellQuote(dir.file("config.xml")) + " ";
-  ASSERT_EQ(qtest::runTool("cmd new play --channel 1 --xml > " + qtest::shellQuote(dir.file("play.xml"))).exitCode, 0);
-  const std::string play = qtest::shellQuote(dir.file("play.xml"));
   const char* kArgs[] = {
       "tc --json --type 29.97df 107892 00:00:01:00", "tc --json --type nosuch 1",  // a failure is an object too
       "tc --json 23:59:59", "cmd new play --position '01:00:00;00' --value 'a\"b\\c' --json", "cmd codes --json",
@@ -194,9 +192,6 @@ TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
     const auto jq = qtest::runCommand(run + " | jq -e 'type == \"object\" or type == \"array\"'");
     EXPECT_EQ(jq.exitCode, 0) << args << "\n" << jq.err;
   }
-  const auto convert = qtest::runCommand(env + qtest::shellQuote(QUORVANE_TOOL) + " cmd convert " + play +
-                                         " --json | jq -e '.mediaCmd.cmd.string == \"Play\"'");
-  EXPECT_EQ(convert.exitCode, 0) << convert.err;
 }
 
 TEST(CommandJson, VersionHelpAndVerbose) {
