@@ -2,7 +2,6 @@
 // output back with the library.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -205,13 +204,11 @@ TEST(CommandJson, VersionHelpAndVerbose) {
     EXPECT_NE(help.out.find(std::string("usage: quorvane ") + command), std::string::npos) << command;
   }
   EXPECT_EQ(qtest::runTool("help nosuch").exitCode, 2);
-  // A reader failure: the library's line only with -v, the command's own line always.
+  // A reader failure adds the library's own line under -v (without -v the command's line comes
+  // alone: MediaCmdCli.BadInputGivesOneLineAndNonZeroExit).
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
-  const std::string convert = "cmd convert --xml " + qtest::shellQuote(dir.file("bad.json"));
-  const auto quiet = qtest::runTool(convert), verbose = qtest::runTool("-v " + convert);
-  EXPECT_EQ(quiet.exitCode, 1);
-  EXPECT_EQ(std::count(quiet.err.begin(), quiet.err.end(), '\n'), 1) << quiet.err;
+  const auto verbose = qtest::runTool("-v cmd convert --xml " + qtest::shellQuote(dir.file("bad.json")));
   EXPECT_NE(verbose.err.find("quorvane: library: "), std::string::npos) << verbose.err;
 }
 
