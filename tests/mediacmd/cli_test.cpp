@@ -2,7 +2,6 @@
 // output back with the library.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -120,9 +119,6 @@ TEST(MediaCmdCli, BadInputGivesOneLineAndNonZeroExit) {
       {"cmd new play --clip ABCDEFGHI --xml", 2, "quorvane cmd: clip id 'ABCDEFGHI' is longer than 8 characters"},
       {"cmd new play --position 99:99:99:99 --tc-type pal --xml", 2,
        "quorvane cmd: --position: '99:99:99:99' is not a valid 25 timecode"},
-      {"cmd new play --position 23:59:59 --xml", 2,
-       "quorvane cmd: --position: '23:59:59' is not a whole timecode: give all four fields HH:MM:SS:FF (three fields "
-       "could be HH:MM:SS or MM:SS:FF)"},
       {"cmd new play --tc-type 29.98 --xml", 2,
        "quorvane cmd: unknown timecode type '29.98' (frames, 23.98, 24, 25, 29.97, 29.97df, 30, 50, 59.94, 59.94df, 60)"},
       {"cmd new play --flag nosuch --xml", 2, "quorvane cmd: unknown flag 'nosuch' (see 'cmd codes --flags')"},
@@ -177,8 +173,6 @@ TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
   if (!qtest::haveProgram("python3") || !qtest::haveProgram("jq")) GTEST_SKIP() << "python3 or jq missing";
   qtest::TempDir dir;
   const std::string env = "QUORVANE_CONFIG=" + qtest::shellQuote(dir.file("config.xml")) + " ";
-  ASSERT_EQ(qtest::runTool("cmd new play --channel 1 --xml > " + qtest::shellQuote(dir.file("play.xml"))).exitCode, 0);
-  const std::string play = qtest::shellQuote(dir.file("play.xml"));
   const char* kArgs[] = {
       "tc --json --type 29.97df 107892 00:00:01:00", "tc --json --type nosuch 1",  // a failure is an object too
       "tc --json 23:59:59", "cmd new play --position '01:00:00;00' --value 'a\"b\\c' --json", "cmd codes --json",
@@ -197,9 +191,6 @@ TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
     const auto jq = qtest::runCommand(run + " | jq -e 'type == \"object\" or type == \"array\"'");
     EXPECT_EQ(jq.exitCode, 0) << args << "\n" << jq.err;
   }
-  const auto convert = qtest::runCommand(env + qtest::shellQuote(QUORVANE_TOOL) + " cmd convert " + play +
-                                         " --json | jq -e '.mediaCmd.cmd.string == \"Play\"'");
-  EXPECT_EQ(convert.exitCode, 0) << convert.err;
 }
 
 TEST(CommandJson, VersionHelpAndVerbose) {
@@ -213,13 +204,11 @@ TEST(CommandJson, VersionHelpAndVerbose) {
     EXPECT_NE(help.out.find(std::string("usage: quorvane ") + command), std::string::npos) << command;
   }
   EXPECT_EQ(qtest::runTool("help nosuch").exitCode, 2);
-  // A reader failure: the library's line only with -v, the command's own line always.
+  // A reader failure adds the library's own line under -v (without -v the command's line comes
+  // alone: MediaCmdCli.BadInputGivesOneLineAndNonZeroExit).
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("bad.json"), {'{', '"', 'M'});
-  const std::string convert = "cmd convert --xml " + qtest::shellQuote(dir.file("bad.json"));
-  const auto quiet = qtest::runTool(convert), verbose = qtest::runTool("-v " + convert);
-  EXPECT_EQ(quiet.exitCode, 1);
-  EXPECT_EQ(std::count(quiet.err.begin(), quiet.err.end(), '\n'), 1) << quiet.err;
+  const auto verbose = qtest::runTool("-v cmd convert --xml " + qtest::shellQuote(dir.file("bad.json")));
   EXPECT_NE(verbose.err.find("quorvane: library: "), std::string::npos) << verbose.err;
 }
 

@@ -8,16 +8,11 @@
 #include <string>
 
 #include "mediacmd/mediacmd.h"
+#include "support/h16_text_files.h"
 #include "support/test_support.h"
 #include "text_forms.h"
 
 namespace {
-
-std::string repeat(const std::string& s, size_t n) {
-  std::string out;
-  for (size_t i = 0; i < n; ++i) out += s;
-  return out;
-}
 
 std::string xmlDoc(const std::string& body) { return "<MediaCmd>" + body + "</MediaCmd>"; }
 std::string jsonDoc(const std::string& body) { return "{\"MediaCmd\" : {" + body + "}}"; }
@@ -53,7 +48,7 @@ TEST(MediaCmdXmlReader, RefusesBadInputWithItsCodeAndLogLine) {
   const BadCase cases[] = {
       {"empty text", "", -1, "Failed to parse XML: Error document empty.\n"},
       {"mismatched end tag", "<MediaCmd></Other>", -1, "Failed to parse XML: Error reading end tag.\n"},
-      {"nested far too deep", repeat("<a>", 100000), -1, "Failed to parse XML: elements are nested too deep\n"},
+      {"nested far too deep", qtest::repeatText("<a>", 100000), -1, "Failed to parse XML: elements are nested too deep\n"},
       {"declaration only", "<?xml version=\"1.0\"?>", 1, "Element expected\n"},
       {"wrong root", "<MediaCommand><Channel Value=\"1\"/></MediaCommand>", -2, "Unexpected root element: MediaCommand\n"},
       {"number that is not one", xmlDoc("<Channel Value=\"abc\"/>"), -2, "Bad value for Channel\n"},
@@ -70,7 +65,7 @@ TEST(MediaCmdXmlReader, RefusesBadInputWithItsCodeAndLogLine) {
        "Text too long for ClipID: 100000 characters\n"},
       {"file name one byte over", xmlDoc("<FileName>" + std::string(4103, 'f') + "</FileName>"), -2,
        "Text too long for the payload: FileName\n"},
-      {"aliases together over the payload", xmlDoc(repeat("<channelalias>" + std::string(2000, 'a') + "</channelalias>", 1) +
+      {"aliases together over the payload", xmlDoc("<channelalias>" + std::string(2000, 'a') + "</channelalias>" +
                                                    "<channel1alias>" + std::string(2000, 'b') + "</channel1alias>" +
                                                    "<channel2alias>" + std::string(200, 'c') + "</channel2alias>"),
        -2, "Texts too long for the payload\n"},
@@ -85,7 +80,7 @@ TEST(MediaCmdXmlReader, RefusesBadInputWithItsCodeAndLogLine) {
       {"arbitrary data without a type", xmlDoc("<arbID>00</arbID>"), -2, "Bad value for arbID.Type\n"},
       {"arbitrary data length mismatch", xmlDoc("<arbID Type=\"hex\" length=\"3\">0011</arbID>"), -2,
        "arbID length does not match its data\n"},
-      {"arbitrary data over the payload", xmlDoc("<arbID Type=\"base64\">" + repeat("AAAA", 1400) + "</arbID>"), -2,
+      {"arbitrary data over the payload", xmlDoc("<arbID Type=\"base64\">" + qtest::repeatText("AAAA", 1400) + "</arbID>"), -2,
        "Bad arbID data\n"},
   };
   for (const BadCase& c : cases) expectRefused(c, false);

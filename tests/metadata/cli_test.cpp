@@ -23,7 +23,6 @@ TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
   const struct { const char* args; int exitCode; const char* err; } cases[] = {
       {"meta", 2, "quorvane meta: missing action (list, get, set, delete, describe, tctype); see --help\n"},
       {"meta get NoSuchItem", 2, "quorvane meta: unknown item 'NoSuchItem'\n"},
-      {"meta set TimeCode ten", 2, "quorvane meta: bad value 'ten' for TimeCode: 'ten' is not a timecode (HH:MM:SS:FF)\n"},
       {"meta set Flags 01:00:00:00", 2, "quorvane meta: bad value '01:00:00:00' for Flags: a number\n"},
       {"meta set TimeCode 00:01:00:00 --tc-type 29.97df", 2,
        "quorvane meta: bad value '00:01:00:00' for TimeCode: '00:01:00:00' is not a valid 29.97df timecode\n"},
@@ -114,7 +113,6 @@ TEST(ProjectCommand, CreateShowAndRecreateElsewhere) {
   auto r = runTool("project create --clip " + shellQuote(a.file("clips.txt")) + " --edl " + shellQuote(a.file("cut.edl")) +
                    " --set Mode=fast --set Channels=8 " + shellQuote(a.file("p.xml")));
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_EQ(runTool("project create " + shellQuote(a.file("p.xml"))).exitCode, 1);  // exists
 
   // The library reads what the tool wrote.
   CZRProjectToXML project;

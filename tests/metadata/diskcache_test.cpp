@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 
 #include "metadata/zrdiskcache.h"
 #include "platform/zrfile.h"
+#include "support/h16_process.h"
 #include "support/test_support.h"
 
 namespace {
@@ -50,24 +50,18 @@ struct TestFile {
 // Starts a second process that appends `total` pattern bytes (continuing at `from`) in pieces
 // of `piece` bytes, sleeping `pauseUs` before each piece.
 pid_t startAppender(const std::string& path, uint64_t from, size_t total, size_t piece, useconds_t pauseUs) {
-  pid_t pid = fork();
-  if (pid != 0) return pid;
-  int fd = open(path.c_str(), O_WRONLY | O_APPEND);
-  std::vector<uint8_t> bytes = pattern(total, from);
-  for (size_t done = 0; fd >= 0 && done < total;) {
-    usleep(pauseUs);
-    size_t n = std::min(piece, total - done);
-    ssize_t written = write(fd, bytes.data() + done, n);
-    if (written <= 0) _exit(2);
-    done += static_cast<size_t>(written);
-  }
-  _exit(fd >= 0 ? 0 : 1);
-}
-
-int finish(pid_t pid) {
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return qtest::spawn([=] {
+    int fd = open(path.c_str(), O_WRONLY | O_APPEND);
+    std::vector<uint8_t> bytes = pattern(total, from);
+    for (size_t done = 0; fd >= 0 && done < total;) {
+      usleep(pauseUs);
+      size_t n = std::min(piece, total - done);
+      ssize_t written = write(fd, bytes.data() + done, n);
+      if (written <= 0) return 2;
+      done += static_cast<size_t>(written);
+    }
+    return fd >= 0 ? 0 : 1;
+  });
 }
 
 // Property: whatever the cache size, offsets, sizes and refill flags, a read returns exactly
@@ -180,7 +174,7 @@ TEST(DiskCache, FollowsAFileGrowingInAnotherProcess) {
       break;
     }
   }
-  ASSERT_EQ(finish(writer), 0);
+  ASSERT_EQ(qtest::exitCodeOf(writer), 0);
   EXPECT_EQ(seen, qtest::readBytes(f.path));
   EXPECT_EQ(seen, pattern(total));
 }
@@ -209,7 +203,7 @@ TEST(DiskCache, WaitsUpToOneAndAHalfSecondsForAGrowingFile) {
     EXPECT_EQ(cache.Read(got, 900, sizeof got, &n, 0), 0);
     auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - began).count();
     if (writer) {
-      EXPECT_EQ(finish(writer), 0);
+      EXPECT_EQ(qtest::exitCodeOf(writer), 0);
     }
     EXPECT_EQ(n, c.expectedBytes);
     std::vector<uint8_t> expected = pattern(n, 900);

@@ -11,6 +11,7 @@
 #include "metadata/klxinfo.h"
 #include "platform/zrcfg.h"
 #include "platform/zrmemory.h"
+#include "support/h16_process.h"
 #include "support/test_support.h"
 
 namespace qtest {
@@ -36,14 +37,10 @@ class StoreEnvironment {
     char* cwd = getcwd(nullptr, 0);
     oldCwd_ = cwd ? cwd : "/";
     free(cwd);
-    if (const char* old = getenv("QUORVANE_CONFIG")) oldConfig_ = old, hadConfig_ = true;
-    setenv("QUORVANE_CONFIG", dir_.file("system-config.xml").c_str(), 1);
     if (chdir(dir_.path().c_str()) != 0) std::abort();
   }
   ~StoreEnvironment() {
     if (chdir(oldCwd_.c_str()) != 0) std::abort();
-    if (hadConfig_) setenv("QUORVANE_CONFIG", oldConfig_.c_str(), 1);
-    else unsetenv("QUORVANE_CONFIG");
   }
   StoreEnvironment(const StoreEnvironment&) = delete;
   StoreEnvironment& operator=(const StoreEnvironment&) = delete;
@@ -51,8 +48,8 @@ class StoreEnvironment {
 
  private:
   TempDir dir_;
-  std::string oldCwd_, oldConfig_;
-  bool hadConfig_ = false;
+  ScopedEnv config_{"QUORVANE_CONFIG", dir_.file("system-config.xml").c_str()};
+  std::string oldCwd_;
 };
 
 // Sets the switch value that turns the first-read seeding of the system store off.

@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <random>
 #include <string>
 
 #include "fixtures.h"
+#include "support/h16_process.h"
 
 namespace {
 
@@ -206,18 +205,15 @@ TEST(KlxInfoStore, WritingNeverCreatesTheUserFile) {
 TEST(KlxInfoStore, AnotherProcessReadsWhatOneWrote) {
   StoreEnvironment env;
   qtest::enableStoreReading();
-  pid_t writer = fork();
-  if (writer == 0) {
+  const pid_t writer = qtest::spawn([] {
     InfoRecord w;
     w.setText(kxtTitle, "written by the other process");
     w.rec.numeric[kxnTimeCodeType] = 4;
     w.rec.numeric[kxnTimeCode] = 107892;
-    _exit(klxInfoWriteReg(&w.rec, 1, 0) == 0 ? 0 : 1);
-  }
+    return klxInfoWriteReg(&w.rec, 1, 0) == 0 ? 0 : 1;
+  });
   ASSERT_GT(writer, 0);
-  int status = 0;
-  ASSERT_EQ(waitpid(writer, &status, 0), writer);
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+  ASSERT_EQ(qtest::exitCodeOf(writer), 0);
   InfoRecord r;
   ASSERT_EQ(klxInfoReadReg(&r.rec, 1, 1), 0);
   EXPECT_EQ(r.text(kxtTitle), "written by the other process");

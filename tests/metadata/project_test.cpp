@@ -6,20 +6,15 @@
 #include <vector>
 
 #include "metadata/zrprojecttoxml.h"
+#include "support/h16_text_files.h"
 #include "support/test_support.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using qtest::readText;
 using qtest::TempDir;
-
-std::string readText(const std::string& path) {
-  auto bytes = qtest::readBytes(path);
-  return std::string(bytes.begin(), bytes.end());
-}
-void writeText(const std::string& path, const std::string& text) {
-  qtest::writeBytes(path, std::vector<uint8_t>(text.begin(), text.end()));
-}
+using qtest::writeText;
 
 // One of the project's getters, as a string.
 std::string get(CZRProjectToXML& p, int (CZRProjectToXML::*getter)(char*)) {
@@ -178,7 +173,9 @@ TEST(Project, BadInputIsRefusedAndTheObjectStaysUsable) {
 
   writeText(dir.file("garbage.xml"), "<ClipList FileName=\"x\" Data=\"unterminated");
   writeText(dir.file("empty.xml"), "");
-  for (const std::string& path : {dir.file("missing.xml"), dir.file("garbage.xml"), dir.file("empty.xml")}) {
+  // A directory opens for reading but reads nothing: refused like the missing file.
+  for (const std::string& path :
+       {dir.file("missing.xml"), dir.file("garbage.xml"), dir.file("empty.xml"), dir.path()}) {
     CZRProjectToXML bad;
     EXPECT_FALSE(bad.LoadXMLFile(path.c_str())) << path;
     EXPECT_EQ(bad.SetConfigDWORD("After", 3), 0);

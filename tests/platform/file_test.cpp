@@ -5,12 +5,12 @@
 
 #include <cerrno>
 #include <chrono>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "platform/zrfile.h"
+#include "support/h16_text_files.h"
 #include "support/test_support.h"
 
 namespace {
@@ -18,11 +18,6 @@ namespace {
 constexpr uint32_t kRW = ZR_GENERIC_READ | ZR_GENERIC_WRITE;
 constexpr uint32_t kShareRW = ZR_FILE_SHARE_READ | ZR_FILE_SHARE_WRITE;
 
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-void spit(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 bool exists(const std::string& path) {
   struct stat st;
   return stat(path.c_str(), &st) == 0;
@@ -59,7 +54,7 @@ TEST(ZrFile, CreationDispositionsAgainstExistingAndMissingFiles) {
     SCOPED_TRACE(c.name);
     qtest::TempDir dir;
     const std::string path = dir.file("f.bin");
-    if (c.fileExists) spit(path, "old contents");
+    if (c.fileExists) qtest::writeText(path, "old contents");
     ZRHANDLE h = zrOSCreateFile(path.c_str(), c.access, ZR_FILE_SHARE_READ, c.disposition, 0);
     EXPECT_EQ(h != ZR_INVALID_HANDLE, c.opens);
     EXPECT_EQ(zrOSGetLastError(), c.lastError);
@@ -67,8 +62,8 @@ TEST(ZrFile, CreationDispositionsAgainstExistingAndMissingFiles) {
       EXPECT_EQ(zrOSCloseFile(h), 1);
     }
     switch (c.after) {
-      case kKept: EXPECT_EQ(slurp(path), "old contents"); break;
-      case kEmpty: EXPECT_TRUE(exists(path)); EXPECT_EQ(slurp(path), ""); break;
+      case kKept: EXPECT_EQ(qtest::readText(path), "old contents"); break;
+      case kEmpty: EXPECT_TRUE(exists(path)); EXPECT_EQ(qtest::readText(path), ""); break;
       case kAbsent: EXPECT_FALSE(exists(path)); break;
     }
   }
@@ -84,7 +79,7 @@ TEST(ZrFile, AccessMaskDecidesWhatAHandleMayDo) {
     SCOPED_TRACE(c.access);
     qtest::TempDir dir;
     const std::string path = dir.file("a.bin");
-    spit(path, "abcdef");
+    qtest::writeText(path, "abcdef");
     ZRHANDLE h = zrOSCreateFile(path.c_str(), c.access, kShareRW, ZR_OPEN_EXISTING, 0);
     ASSERT_NE(h, ZR_INVALID_HANDLE);
     char buf[4] = {};
@@ -101,7 +96,7 @@ TEST(ZrFile, AccessMaskDecidesWhatAHandleMayDo) {
     }
     EXPECT_EQ(zrOSCloseFile(h), 1);
     const std::string expect = !c.writes ? "abcdef" : c.reads ? "abcXYf" : "XYcdef";
-    EXPECT_EQ(slurp(path), expect);
+    EXPECT_EQ(qtest::readText(path), expect);
   }
 }
 
@@ -118,7 +113,7 @@ TEST(ZrFile, ShareModesRefuseConflictingOpeners) {
     SCOPED_TRACE(c.name);
     qtest::TempDir dir;
     const std::string path = dir.file("s.bin");
-    spit(path, "shared");
+    qtest::writeText(path, "shared");
     ZRHANDLE first = zrOSCreateFile(path.c_str(), c.firstAccess, c.firstShare, ZR_OPEN_EXISTING, 0);
     ASSERT_NE(first, ZR_INVALID_HANDLE);
     ZRHANDLE second = zrOSCreateFile(path.c_str(), c.secondAccess, c.secondShare, ZR_OPEN_EXISTING, 0);
@@ -127,7 +122,7 @@ TEST(ZrFile, ShareModesRefuseConflictingOpeners) {
       EXPECT_EQ(zrOSGetLastError(), uint32_t{EBUSY});
       // A refused create-always must not have truncated the file under its holder.
       EXPECT_EQ(zrOSCreateFile(path.c_str(), kRW, c.secondShare, ZR_CREATE_ALWAYS, 0), ZR_INVALID_HANDLE);
-      EXPECT_EQ(slurp(path), "shared");
+      EXPECT_EQ(qtest::readText(path), "shared");
     } else {
       EXPECT_EQ(zrOSCloseFile(second), 1);
     }
@@ -150,7 +145,7 @@ TEST(ZrFile, WriteSeekReadRoundTripMatchesTheBytesOnDisk) {
   uint32_t n = 0;
   ASSERT_EQ(zrOSWriteFile(h, data.data(), static_cast<uint32_t>(data.size()), &n), 1);
   EXPECT_EQ(n, data.size());
-  EXPECT_EQ(slurp(path), std::string(data.begin(), data.end()));
+  EXPECT_EQ(qtest::readText(path), std::string(data.begin(), data.end()));
 
   struct Seek {
     int64_t offset;
@@ -233,7 +228,7 @@ TEST(ZrFile, BadHandlesAndPathsFailCleanly) {
   EXPECT_EQ(zrOSGetLastError(), uint32_t{EISDIR});
   EXPECT_EQ(zrOSCreateFile(dir.file("no/such/dir/f").c_str(), kRW, 0, ZR_CREATE_ALWAYS, 0), ZR_INVALID_HANDLE);
   EXPECT_EQ(zrOSGetLastError(), uint32_t{ENOENT});
-  spit(dir.file("here"), "x");
+  qtest::writeText(dir.file("here"), "x");
   EXPECT_TRUE(zrOSFileExists(dir.file("here").c_str()));
   EXPECT_TRUE(zrOSFileExists(dir.path().c_str()));
   EXPECT_FALSE(zrOSFileExists(dir.file("gone").c_str()));

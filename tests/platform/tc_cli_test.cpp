@@ -24,11 +24,12 @@ TEST(TcCli, ConversionsAndErrors) {
       {"--type 25 --no-wrap 24:00:01:00", 0, "2160025\n", ""},
       {"--type 29.97 01:00:00:00", 0, "108000\n", ""},  // non-drop at 30000/1001
       {"--type 59.94 216000", 0, "01:00:00:00\n", ""},
-      {"--type 25 5:12", 1, "", "quorvane tc: '5:12' is not a whole timecode: give all four fields HH:MM:SS:FF"},
+      {"--type 25 5:12", 1, "",
+       "quorvane tc: '5:12' is not a whole timecode: give all four fields HH:MM:SS:FF (three fields could be HH:MM:SS "
+       "or MM:SS:FF)\n"},
       {"--type 25 23:59:59", 1, "", "quorvane tc: '23:59:59' is not a whole timecode"},
       {"--format 0x10100 --type 29.97df 1800", 0, "0:01:00:02\n", ""}, {"--format 0x404 107892", 0, "1 0 0 0\n", ""},
       {"--type 29.97df 00:01:00:00", 1, "", "quorvane tc: '00:01:00:00' is not a valid 29.97df timecode\n"},
-      {"--type 25 1:2:3:4", 1, "", "quorvane tc: "},
       {"--type 25 banana", 1, "", "quorvane tc: 'banana' is not a timecode (HH:MM:SS:FF)\n"},
       {"--type 25 4294967296", 1, "", "quorvane tc: '4294967296' is not a frame count that fits 32 bits\n"},
       {"--type 29.98 1", 2, "", "quorvane tc: unknown type '29.98'"}, {"--type", 2, "", "quorvane tc: "},

@@ -7,18 +7,13 @@
 #include <string>
 
 #include "platform/zrxmlguard.h"
+#include "support/h16_text_files.h"
 
 namespace {
 
 using zrxml::Charset;
 
-std::string repeat(const std::string& s, int n) {
-  std::string out;
-  for (int i = 0; i < n; ++i) out += s;
-  return out;
-}
-
-std::string nested(int depth) { return repeat("<a>", depth) + repeat("</a>", depth); }
+std::string nested(int depth) { return qtest::repeatText("<a>", depth) + qtest::repeatText("</a>", depth); }
 
 struct Case {
   const char* what;
@@ -32,8 +27,8 @@ TEST(XmlGuard, RefusesWhatTinyXmlWouldMisreadAndAcceptsPlainXml) {
       {"plain", "<?xml version=\"1.0\" ?><r a=\"1\" b='2'><c/>text &amp; &#x41;</r>", Charset::kUtf8, nullptr},
       {"deepest allowed", nested(zrxml::kZrXmlMaxDepth), Charset::kLatin1, nullptr},
       {"one too deep", nested(zrxml::kZrXmlMaxDepth + 1), Charset::kLatin1, "elements are nested too deep"},
-      {"deep, never closed", repeat("<a>", 60000), Charset::kUtf8, "elements are nested too deep"},
-      {"empty elements do not nest", repeat("<a/>", 60000), Charset::kUtf8, nullptr},
+      {"deep, never closed", qtest::repeatText("<a>", 60000), Charset::kUtf8, "elements are nested too deep"},
+      {"empty elements do not nest", qtest::repeatText("<a/>", 60000), Charset::kUtf8, nullptr},
       {"ends inside a UTF-8 sequence", "<QuorvaneConfig>\xc5", Charset::kUtf8, "it is not well-formed UTF-8"},
       {"same bytes as Latin-1", "<QuorvaneConfig>\xc5</QuorvaneConfig>", Charset::kLatin1, nullptr},
       {"lead byte swallowing '<'", "<Q>\xe9< </Q>", Charset::kUtf8, "it is not well-formed UTF-8"},

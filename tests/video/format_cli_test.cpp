@@ -1,9 +1,9 @@
 // quorvane format: decoding words and deriving them from the command line.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
+#include "support/h16_process.h"
 #include "support/test_support.h"
 
 namespace {
@@ -11,9 +11,8 @@ namespace {
 class FormatCli : public testing::Test {
  protected:
   // The matrix lookup reads (and may write) the configuration store: keep it in a temp file.
-  void SetUp() override { setenv("QUORVANE_CONFIG", dir_.file("config.xml").c_str(), 1); }
-  void TearDown() override { unsetenv("QUORVANE_CONFIG"); }
   qtest::TempDir dir_;
+  qtest::ScopedEnv config_{"QUORVANE_CONFIG", dir_.file("config.xml").c_str()};
 };
 
 TEST_F(FormatCli, DecodesAWord) {
@@ -71,9 +70,6 @@ TEST_F(FormatCli, RefusesBadInputWithOneLine) {
     EXPECT_EQ(r.err.rfind("quorvane format: ", 0), 0u) << c.args << ": " << r.err;
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << c.args << ": " << r.err;
   }
-  auto help = qtest::runTool("format --help");
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.out.find("usage: quorvane format"), std::string::npos);
 }
 
 TEST_F(FormatCli, RateTimecodeAndPlayVerbs) {

@@ -1,9 +1,8 @@
 // GetMatrixBySize reads "ForceVideoRangeMatrix" from the configuration store, once.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "platform/zrcfg.h"
+#include "support/h16_process.h"
 #include "support/test_support.h"
 #include "video/vidformat.h"
 
@@ -16,15 +15,12 @@ class MatrixStore : public testing::Test {
  protected:
   void SetUp() override {
     saved_ = m_gForceVideoRangeMatrix;
-    setenv("QUORVANE_CONFIG", dir_.file("config.xml").c_str(), 1);
     m_gForceVideoRangeMatrix = -1;
   }
-  void TearDown() override {
-    unsetenv("QUORVANE_CONFIG");
-    m_gForceVideoRangeMatrix = saved_;
-  }
+  void TearDown() override { m_gForceVideoRangeMatrix = saved_; }
   static void store(uint32_t value) { ASSERT_EQ(zrCFGValueDword(ZR_CFG_SYSTEM, kKey, kValue, &value, 1), ZR_CFG_OK); }
   qtest::TempDir dir_;
+  qtest::ScopedEnv config_{"QUORVANE_CONFIG", dir_.file("config.xml").c_str()};
   int saved_ = -1;
 };
 
