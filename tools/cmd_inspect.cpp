@@ -24,7 +24,8 @@ constexpr const char* kAbout =
     "FILE may be '-' for an elementary stream on standard input.";
 constexpr const char* kFooter =
     "--json shape: {\"file\", [\"container\", \"track\"], \"codec\": \"h264\"|\"hevc\"|\"mpeg2\",\n"
-    "  \"framing\": \"annexb\"|\"length\", \"bytes\", \"units\", \"frames\",\n"
+    "  \"framing\": \"annexb\"|\"length\", \"bytes\", \"units\", \"accessUnits\", \"frames\" (a pair of\n"
+    "  H.264 or MPEG-2 field pictures is one frame),\n"
     "  \"unitTypes\": [{\"type\", \"name\", \"count\"}], \"sei\": [{\"type\", \"count\"}],\n"
     "  \"parameterSets\": {\"vps\", \"sps\", \"pps\", \"summary\" (as params), \"signalFormat\",\n"
     "  \"signalFormatText\"}, \"hdr\": {\"colourDescription\", \"colourPrimaries\", ..., \"range\",\n"
@@ -36,13 +37,16 @@ constexpr const char* kFooter =
 struct Summary {
   uint64_t bytes = 0;
   size_t units = 0;
-  size_t frames = 0;
+  size_t accessUnits = 0;
+  size_t fields = 0;  // fields the pictures show: a frame picture two, a field picture one
+  size_t frames() const { return (fields + 1) / 2; }
   std::map<int, size_t> typeCounts;
   std::map<int, size_t> seiCounts;
 };
 
 void count(const media::AccessUnit& au, StreamCodec codec, Summary& s) {
-  ++s.frames;
+  ++s.accessUnits;
+  if (au.picture.hasPicture) s.fields += au.picture.fieldPicture == 1 ? 1 : 2;
   s.bytes += au.bytes.size();
   for (const auto& u : au.units) {
     ++s.units;
@@ -61,7 +65,7 @@ void printText(const std::string& path, const media::StreamInfo& info, const Sum
   if (!info.elementary) std::printf("container %s, track %d\n", info.container.c_str(), info.track);
   std::printf("codec    %s, %s framing, %llu bytes\n", units::codecName(info.codec), framingName(info),
               static_cast<unsigned long long>(s.bytes));
-  std::printf("units    %zu in %zu frames\n", s.units, s.frames);
+  std::printf("units    %zu in %zu access units, %zu frames\n", s.units, s.accessUnits, s.frames());
   for (const auto& [type, n] : s.typeCounts) std::printf("  %3d %-18s %zu\n", type, units::typeName(info.codec, type), n);
   if (!s.seiCounts.empty()) {
     std::printf("sei      ");
@@ -84,7 +88,8 @@ cli::JsonValue summaryJson(const std::string& path, const media::StreamInfo& inf
   json["framing"] = framingName(info);
   json["bytes"] = s.bytes;
   json["units"] = s.units;
-  json["frames"] = s.frames;
+  json["accessUnits"] = s.accessUnits;
+  json["frames"] = s.frames();
   json["unitTypes"] = cli::JsonValue::array();
   for (const auto& [type, n] : s.typeCounts)
     json["unitTypes"].push_back({{"type", type}, {"name", units::typeName(info.codec, type)}, {"count", n}});

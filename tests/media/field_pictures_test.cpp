@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "media_support.h"
 #include "platform/tcxlat.h"
 #include "streamutil/access_units.h"
 #include "support/ffmpeg_oracle.h"
@@ -174,6 +175,27 @@ TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
   const auto back = qtest::readBytes(dir.file("out.scc"));
   EXPECT_EQ(std::string(back.begin(), back.end()),
             "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n");
+}
+
+// inspect counts access units and frames apart: ffprobe's frame count is the oracle, in the
+// elementary stream and in MPEG-TS (where FFmpeg puts each field in a packet of its own).
+TEST(InspectFields, AFieldPairIsOneFrame) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg missing";
+  const std::string pattern = "PPFPPF";
+  const std::string es = qtest::paffStream("paff-" + pattern + "-25.264", pattern, 25);
+  ASSERT_FALSE(es.empty());
+  qtest::TempDir dir;
+  const std::string ts = dir.file("in.ts");
+  ASSERT_EQ(qtest::runCommand("ffmpeg -nostdin -v error -i " + shellQuote(es) + " -c copy " + shellQuote(ts)).exitCode, 0);
+  for (const std::string& path : {es, ts}) {
+    SCOPED_TRACE(path);
+    const auto frames = qtest::runCommand("ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 " + shellQuote(path));
+    const auto r = qtest::runTool("inspect " + shellQuote(path) + " --json");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto json = nlohmann::json::parse(r.out);
+    EXPECT_EQ(json["frames"].get<size_t>(), std::stoul(frames.out));
+    EXPECT_EQ(json["accessUnits"].get<size_t>(), pattern.size() + 4);  // each pair is two access units
+  }
 }
 
 }  // namespace
