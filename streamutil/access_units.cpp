@@ -369,6 +369,16 @@ int klxutilAuCutterPush(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size
   return rc;
 }
 
+int klxutilAuJoinFieldPair(KLXUTIL_AU_PICTURE* first, const KLXUTIL_AU_PICTURE* second) {
+  if (!first || !second) return -1;
+  if (!first->hasPicture || !second->hasPicture || first->fieldPicture != 1 || second->fieldPicture != 1 ||
+      first->sequence != second->sequence)
+    return 0;
+  first->fieldPicture = 0;
+  first->randomAccess = first->randomAccess || second->randomAccess;
+  return 1;
+}
+
 int klxutilDisplayOrderInit(KLXUTIL_DISPLAY_ORDER* order) {
   if (!order) return -1;
   std::memset(order, 0, sizeof *order);

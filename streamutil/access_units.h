@@ -92,6 +92,13 @@ int klxutilAuCutterPush(KLXUTIL_AU_CUTTER* cutter, const uint8_t* unit, uint32_t
 // access unit. Returns 1 and fills `finished` when an access unit was open, else 0.
 int klxutilAuCutterBreak(KLXUTIL_AU_CUTTER* cutter, KLXUTIL_AU_PICTURE* finished);
 
+// A container sample may hold both field pictures of a frame (two access units by ITU-T H.264
+// 7.4.1.2.4). When `first` and `second` are field pictures of one coded video sequence, makes
+// `first` describe the frame they form (it shows where its first field does, counts as a frame
+// picture, is a random-access point when either field is) and returns 1; else 0, unchanged
+// (-1 for a null argument).
+int klxutilAuJoinFieldPair(KLXUTIL_AU_PICTURE* first, const KLXUTIL_AU_PICTURE* second);
+
 enum { KLXUTIL_REORDER_WINDOW = 16 };
 
 struct KLXUTIL_DISPLAY_ENTRY {

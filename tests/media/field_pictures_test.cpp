@@ -110,6 +110,44 @@ TEST(CutterFields, Mpeg2PictureStructureMarksFieldPictures) {
   }
 }
 
+// The cutter on a stream of frame pictures and field pairs: each field is an access unit of its
+// own (field_pic_flag read from the slice header), and joining the two fields of a pair, as a
+// host does for a container sample holding both, leaves one frame per pattern letter.
+TEST(CutterFields, FieldPairsJoinIntoTheirFrames) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
+  const std::string pattern = "PFFPP";
+  const auto s = qtest::readBytes(qtest::paffStream("paff-" + pattern + "-25.264", pattern, 25));
+  ASSERT_FALSE(s.empty());
+  KLXUTIL_AU_CUTTER cutter;
+  klxutilAuCutterInit(&cutter, KLXUTIL_AU_H264);
+  std::vector<KLXUTIL_AU_PICTURE> pictures;
+  size_t at = 0, next = 0;
+  uint32_t length = 0, nextLength = 0;
+  for (bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1; more; at = next, length = nextLength) {
+    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
+    KLXUTIL_AU_UNIT info;
+    ASSERT_EQ(klxutilAuCutterPush(&cutter, s.data() + at + length, uint32_t((more ? next : s.size()) - at - length), &info), 0);
+    if (info.finishedValid) pictures.push_back(info.finished);
+  }
+  pictures.push_back(cutter.current);
+  std::string fields, joined;
+  for (const auto& p : pictures) fields += p.fieldPicture == 1 ? 'f' : 'F';
+  EXPECT_EQ(fields, "ffFFffff");
+  for (size_t i = 0; i < pictures.size(); ++i) {
+    KLXUTIL_AU_PICTURE picture = pictures[i];
+    const bool pair = i + 1 < pictures.size() && klxutilAuJoinFieldPair(&picture, &pictures[i + 1]) == 1;
+    EXPECT_EQ(picture.poc, pictures[i].poc);  // the frame shows where its first field does
+    joined += pair ? 'P' : 'F';
+    i += pair ? 1 : 0;
+    EXPECT_EQ(picture.fieldPicture, 0);
+    EXPECT_EQ(picture.randomAccess, 1);
+  }
+  EXPECT_EQ(joined, pattern);
+  KLXUTIL_AU_PICTURE frame = pictures[2];
+  EXPECT_EQ(klxutilAuJoinFieldPair(&frame, &pictures[3]), 0) << "two frame pictures";
+  EXPECT_EQ(klxutilAuJoinFieldPair(nullptr, &frame), -1);
+}
+
 // Streams mixing frame pictures and pairs of field pictures (H.264 PAFF), stamped as elementary
 // streams and in the containers FFmpeg puts them in (a packet per field): FFmpeg must read one
 // timecode per frame, counting on by one from --tc, with both fields of a pair showing their

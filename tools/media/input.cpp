@@ -352,21 +352,18 @@ class ContainerInput : public Input {
     KLXUTIL_AU_PICTURE unused;
     klxutilAuCutterBreak(&cutter_, &unused);
     au.orderKnown = true;
-    KLXUTIL_AU_PICTURE firstField{};
-    bool twoPictures = false;
+    KLXUTIL_AU_PICTURE firstField{};  // the first picture when the sample holds two
     for (const UnitSpan& s : au.units) {
+      if (!s.size) continue;
       KLXUTIL_AU_UNIT info;
-      if (s.size && klxutilAuCutterPush(&cutter_, au.unit(s), s.size, &info) != 0 && info.isSlice) au.orderKnown = false;
-      if (info.finishedValid && info.finished.hasPicture) firstField = info.finished, twoPictures = true;
+      if (klxutilAuCutterPush(&cutter_, au.unit(s), s.size, &info) != 0 && info.isSlice) au.orderKnown = false;
+      if (info.finishedValid && info.finished.hasPicture) firstField = info.finished;
     }
     au.picture = cutter_.current;
-    // A sample holding both field pictures of a frame (as FFmpeg's muxers store H.264 PAFF) is
-    // one frame here: it shows where its first field does, and counts two fields.
-    if (twoPictures && au.picture.hasPicture && firstField.fieldPicture == 1 && au.picture.fieldPicture == 1) {
-      au.picture.poc = firstField.poc;
-      au.picture.sequence = firstField.sequence;
-      au.picture.randomAccess = firstField.randomAccess || au.picture.randomAccess;
-      au.picture.fieldPicture = 0;
+    // A sample holding both field pictures of a frame is one frame here.
+    if (klxutilAuJoinFieldPair(&firstField, &cutter_.current) == 1) {
+      firstField.decodeIndex = cutter_.current.decodeIndex;  // the sample's own, unique index
+      au.picture = firstField;
     }
     ++packets_;
     return true;
