@@ -51,7 +51,16 @@ struct Rbsp {
     return value;
   }
   bool bad = false;
-  int32_t se() { return ReadExponentialGolombCodeSigned(&s); }
+  // se(v) within [lo, hi]; outside it the unit is bad and 0 is returned, so no arithmetic
+  // ever sees a value its element cannot take.
+  int32_t se(int32_t lo = INT32_MIN, int32_t hi = INT32_MAX) {
+    const int32_t value = ReadExponentialGolombCodeSigned(&s);
+    if (value < lo || value > hi) {
+      bad = true;
+      return 0;
+    }
+    return value;
+  }
   void skip(int n) { SkipBits(&s, n); }
   bool overran() const { return bad || s.position > s.length; }
 };
@@ -172,7 +181,7 @@ template <typename R>
 void skipScalingList(R& r, int size) {
   int last = 8, next = 8;
   for (int j = 0; j < size && !r.overran(); ++j) {
-    if (next != 0) next = (last + r.se() + 256) % 256;
+    if (next != 0) next = (last + r.se(-128, 127) + 256) % 256;  // delta_scale, 7.4.2.1.1.1
     last = next == 0 ? last : next;
   }
 }
