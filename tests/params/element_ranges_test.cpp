@@ -35,20 +35,6 @@ std::vector<uint8_t> unescape(const std::vector<uint8_t>& nal) {
   return out;
 }
 
-std::vector<uint8_t> escape(const std::vector<uint8_t>& rbsp) {
-  std::vector<uint8_t> out;
-  int zeros = 0;
-  for (uint8_t b : rbsp) {
-    if (zeros >= 2 && b <= 3) {
-      out.push_back(3);
-      zeros = 0;
-    }
-    out.push_back(b);
-    zeros = b == 0 ? zeros + 1 : 0;
-  }
-  return out;
-}
-
 std::vector<bool> bitsOf(const std::vector<uint8_t>& bytes) {
   std::vector<bool> bits;
   for (uint8_t b : bytes)
@@ -80,7 +66,7 @@ std::vector<uint8_t> splice(const std::vector<uint8_t>& nal, uint64_t position, 
   while (out.size() % 8) out.push_back(false);
   std::vector<uint8_t> rbsp(out.size() / 8, 0);
   for (size_t i = 0; i < out.size(); ++i) rbsp[i / 8] = uint8_t(rbsp[i / 8] | (out[i] << (7 - i % 8)));
-  return escape(rbsp);
+  return qtest::emulationPrevented(rbsp);
 }
 
 // ---- the streams, their first parameter sets and ffmpeg's trace of them
@@ -304,7 +290,7 @@ TEST(ElementRanges, MoreThan64ShortTermSetsFailSilentlyWithCountZero) {
   WriteBit(&w, 1);
   while (w.position % 8) WriteBit(&w, 0);
   rbsp.resize(w.position / 8);
-  std::vector<uint8_t> nal = escape(rbsp);
+  std::vector<uint8_t> nal = qtest::emulationPrevented(rbsp);
   auto back = std::make_unique<HEVC_SPS_DECODED>();
   zr_bitstream r = ptest::over(nal);
   qtest::LogCapture log;

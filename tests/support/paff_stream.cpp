@@ -57,18 +57,11 @@ class BitWriter {
   size_t bits_ = 0;
 };
 
-// Start code, header byte and the RBSP with emulation prevention (7.4.1).
+// Start code, header byte and the RBSP with emulation prevention.
 void appendUnit(Bytes& out, uint8_t header, const Bytes& rbsp) {
   out.insert(out.end(), {0, 0, 0, 1, header});
-  int zeros = 0;
-  for (uint8_t b : rbsp) {
-    if (zeros >= 2 && b <= 3) {
-      out.push_back(3);
-      zeros = 0;
-    }
-    out.push_back(b);
-    zeros = b == 0 ? zeros + 1 : 0;
-  }
+  const Bytes payload = emulationPrevented(rbsp);
+  out.insert(out.end(), payload.begin(), payload.end());
 }
 
 // Main profile (Baseline forbids field coding), level 3 (Table A-4: fields from 2.1, and the

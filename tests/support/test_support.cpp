@@ -118,4 +118,18 @@ std::string encodedStream(const std::string& name, const std::string& ffmpegArgs
   return result;
 }
 
+std::vector<uint8_t> emulationPrevented(const std::vector<uint8_t>& rbsp) {
+  std::vector<uint8_t> out;
+  int zeros = 0;
+  for (uint8_t b : rbsp) {
+    if (zeros >= 2 && b <= 3) {
+      out.push_back(3);
+      zeros = 0;
+    }
+    out.push_back(b);
+    zeros = b == 0 ? zeros + 1 : 0;
+  }
+  return out;
+}
+
 }  // namespace qtest

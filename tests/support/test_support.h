@@ -60,6 +60,9 @@ std::string shellQuote(const std::string& text);
 std::vector<uint8_t> readBytes(const std::string& path);
 void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes);
 std::string samplePath(const std::string& name);
+// A NAL unit payload with emulation_prevention_three_byte inserted (ITU-T H.264 7.4.1): written
+// here, apart from the library, for the tests that build units bit by bit.
+std::vector<uint8_t> emulationPrevented(const std::vector<uint8_t>& rbsp);
 // True when the named program is on PATH (ffmpeg, ffprobe, x264, x265).
 bool haveProgram(const std::string& name);
 
