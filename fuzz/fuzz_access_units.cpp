@@ -19,7 +19,7 @@ struct Orderer {
   void add(const KLXUTIL_AU_PICTURE& p) {
     if (!p.hasPicture) return;
     release(0);
-    const uint32_t shown = p.fieldPicture == 1 ? 1 : 2;
+    const uint32_t shown = klxutilAuPictureFields(&p);
     check(klxutilDisplayOrderAddFields(&order, added, p.sequence, p.poc, shown) == 0);
     fieldsOf.push_back(shown);
     ++added;

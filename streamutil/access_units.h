@@ -99,6 +99,10 @@ int klxutilAuCutterBreak(KLXUTIL_AU_CUTTER* cutter, KLXUTIL_AU_PICTURE* finished
 // (-1 for a null argument).
 int klxutilAuJoinFieldPair(KLXUTIL_AU_PICTURE* first, const KLXUTIL_AU_PICTURE* second);
 
+// The fields a picture shows, as klxutilDisplayOrderAddFields takes them: 1 for a field picture,
+// 2 for a frame or a picture whose coding is not known.
+inline uint32_t klxutilAuPictureFields(const KLXUTIL_AU_PICTURE* picture) { return picture->fieldPicture == 1 ? 1 : 2; }
+
 enum { KLXUTIL_REORDER_WINDOW = 16 };
 
 struct KLXUTIL_DISPLAY_ENTRY {

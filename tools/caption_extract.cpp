@@ -101,7 +101,7 @@ class Extractor {
     }
     waiting_[au.picture.decodeIndex] = std::move(p);
     // A field picture shows one field: a pair of them is one frame (one cue position).
-    const uint32_t fields = fields_ || au.picture.fieldPicture == 1 ? 1 : 2;
+    const uint32_t fields = fields_ ? 1 : klxutilAuPictureFields(&au.picture);
     klxutilDisplayOrderAddFields(&order_, au.picture.decodeIndex, au.picture.sequence, au.picture.poc, fields);
     return release(0, error);
   }

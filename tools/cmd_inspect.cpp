@@ -46,7 +46,7 @@ struct Summary {
 
 void count(const media::AccessUnit& au, StreamCodec codec, Summary& s) {
   ++s.accessUnits;
-  if (au.picture.hasPicture) s.fields += au.picture.fieldPicture == 1 ? 1 : 2;
+  if (au.picture.hasPicture) s.fields += klxutilAuPictureFields(&au.picture);
   s.bytes += au.bytes.size();
   for (const auto& u : au.units) {
     ++s.units;

@@ -214,9 +214,6 @@ int timecodeInto(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, std:
 
 }  // namespace
 
-// Edits one access unit in place (start codes, or 4-byte lengths when lengthPrefixed):
-// timecode of its display position, and its caption pair. Returns kReplaced.../kWroteCaption
-// bits, or -1 with `error` set.
 StampPosition stampPositionOf(const StampPlan& plan, uint64_t decodeIndex, uint64_t displayIndex, uint64_t displayField,
                               int fieldPicture) {
   StampPosition at;
@@ -228,6 +225,9 @@ StampPosition stampPositionOf(const StampPlan& plan, uint64_t decodeIndex, uint6
   return at;
 }
 
+// Edits one access unit in place (start codes, or 4-byte lengths when lengthPrefixed):
+// timecode of its display position, and its caption pair. Returns kReplaced.../kWroteCaption
+// bits, or -1 with `error` set.
 int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, const StampPosition& at, bool hasPicture,
                     std::string& error) {
   if (!hasPicture) return 0;

@@ -475,7 +475,7 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
     progress.tick();
     if (w.au.picture.hasPicture && w.au.orderKnown) {
       klxutilDisplayOrderAddFields(&order, w.au.picture.decodeIndex, w.au.picture.sequence, w.au.picture.poc,
-                                   w.au.picture.fieldPicture == 1 ? 1 : 2);
+                                   klxutilAuPictureFields(&w.au.picture));
     } else {
       w.placed = true;  // no picture, or its order cannot be read: no display index
     }
