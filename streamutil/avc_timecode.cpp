@@ -166,6 +166,88 @@ int rewriteSpsUnits(DFRAME* frame, uint32_t lengthPrefixed) {
   return 0;
 }
 
+// The units of one picture that its timecode touches: a pic_timing SEI among the units in
+// front of it, its first slice, and where a new SEI unit goes (in front of that slice).
+struct PictureUnits {
+  nalwalk::Unit timing{}, slice{};
+  bool haveTiming = false;
+  uint32_t insertAt = 0;
+  int field = 0;  // fieldOfSlice of the first slice; 0 without one
+};
+
+// Looks at the units from offset `from` up to the first picture unit (its slice data is not
+// scanned).
+PictureUnits pictureUnitsFrom(const DFRAME* frame, uint32_t lengthPrefixed, uint32_t from, const SPS_DECODED& sps) {
+  PictureUnits p;
+  p.insertAt = frame->nDataSize;
+  nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
+  nalwalk::Unit u;
+  for (uint8_t h; walk.peek(h);) {
+    if (walk.peekAt() >= from && seirewrite::isPictureUnit(KLX_CODEC_H264, h)) {
+      // The slice header's opening fields are all that is read: its end is not looked for.
+      const uint32_t header = walk.peekHeaderAt();
+      p.slice = nalwalk::Unit{walk.peekAt(), header, header + 64 < frame->nDataSize ? header + 64 : frame->nDataSize};
+      p.insertAt = p.slice.at;
+      if ((h & 0x1F) >= 1 && (h & 0x1F) <= 5) p.field = fieldOfSlice(frame->pData, p.slice, sps);
+      break;
+    }
+    if (!walk.next(u)) break;
+    if (u.at >= from && (h & 0x1F) == 6 && !p.haveTiming &&
+        seirewrite::forEachMessage(frame->pData, u, KLX_CODEC_H264, [](uint32_t type) { return type == kPicTiming; },
+                                   [](uint32_t, const uint8_t*, uint32_t) { return true; })) {
+      p.haveTiming = true;
+      p.timing = u;
+    }
+  }
+  return p;
+}
+
+// Where the units of a second picture in the frame begin: behind the last slice of the first
+// picture, when a later slice starts again at macroblock 0 (first_mb_in_slice, the slice
+// header's first ue(v), is 0 exactly when its first bit is 1). Walks the whole frame.
+bool secondFieldFrom(const DFRAME* frame, uint32_t lengthPrefixed, const nalwalk::Unit& firstSlice, uint32_t& from) {
+  nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
+  nalwalk::Unit u;
+  uint32_t lastSliceEnd = 0;
+  while (walk.next(u)) {
+    if (u.at < firstSlice.at || u.end <= u.header + 1) continue;
+    const uint8_t type = frame->pData[u.header] & 0x1F;
+    if (type < 1 || type > 5) continue;
+    if (lastSliceEnd && (frame->pData[u.header + 1] & 0x80)) {
+      from = lastSliceEnd;
+      return true;
+    }
+    lastSliceEnd = u.end;
+  }
+  return false;
+}
+
+// Gives one picture the timestamp: its pic_timing rewritten, else a new one in front of it.
+int stampPicture(DFRAME* frame, const PictureUnits& p, const SPS_DECODED& sps, uint32_t lengthPrefixed, uint32_t flags,
+                 const Stamp& st) {
+  if (p.haveTiming) {
+    const int rc = seirewrite::rewriteSeiUnit(
+        frame, p.timing, KLX_CODEC_H264, lengthPrefixed != 0,
+        [&](const nalwalk::SeiMessage& m, const uint8_t* rbsp, uint8_t* out, uint32_t cap) {
+          if (m.type != kPicTiming) return seirewrite::kKeep;
+          return int(writePicTiming(out, cap < 64 ? cap : 64, sps, rbsp + m.payload, m.size, p.field, flags, st));
+        });
+    return rc == KLX_SEI_NO_ROOM ? KLX_SEI_NO_ROOM : rc < 0 ? -1 : 0;
+  }
+  uint8_t unit[80] = {0, 0, 0, 1, 0x06, kPicTiming};
+  uint8_t payload[64];
+  const uint32_t size = writePicTiming(payload, sizeof payload, sps, nullptr, 0, p.field, flags, st);
+  unit[6] = uint8_t(size);
+  const uint32_t body = nalwalk::escape(payload, size, unit + 7, sizeof unit - 8);
+  unit[7 + body] = 0x80;
+  const uint32_t length = 8 + body;
+  if (lengthPrefixed) {
+    const uint32_t n = length - 4;
+    unit[0] = uint8_t(n >> 24), unit[1] = uint8_t(n >> 16), unit[2] = uint8_t(n >> 8), unit[3] = uint8_t(n);
+  }
+  return seirewrite::replaceRange(frame, p.insertAt, p.insertAt, unit, length) == 0 ? 0 : KLX_SEI_NO_ROOM;
+}
+
 }  // namespace
 
 extern "C" int klxutilAVCSpsForTimeCode(const uint8_t* nal, uint32_t nalLength, uint8_t* out, uint32_t capacity,
@@ -215,41 +297,25 @@ extern "C" int klxutilAddAVCTimeCode(DFRAME* frame, uint32_t tcType, const SPS_D
   if (!stampFor(frame, tcType, *sps, st)) return -1;
   if (const int rc = rewriteSpsUnits(frame, lengthPrefixed); rc != 0) return rc;
 
-  // The units in front of the picture: an existing pic_timing SEI, and the first slice.
-  nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
-  nalwalk::Unit timingUnit{}, slice{}, u;
-  bool haveTiming = false, haveSlice = false;
-  for (uint8_t h; walk.peek(h);) {
-    if (seirewrite::isPictureUnit(KLX_CODEC_H264, h)) {
-      // The slice header's opening fields are all that is read: its end is not looked for.
-      const uint32_t header = walk.peekHeaderAt();
-      slice = nalwalk::Unit{walk.peekAt(), header, header + 64 < frame->nDataSize ? header + 64 : frame->nDataSize};
-      haveSlice = (h & 0x1F) >= 1 && (h & 0x1F) <= 5;
-      break;
-    }
-    if (!walk.next(u)) break;
-    if ((h & 0x1F) == 6 && !haveTiming &&
-        seirewrite::forEachMessage(frame->pData, u, KLX_CODEC_H264, [](uint32_t type) { return type == kPicTiming; },
-                                   [](uint32_t, const uint8_t*, uint32_t) { return true; })) {
-      haveTiming = true;
-      timingUnit = u;
+  const PictureUnits first = pictureUnitsFrom(frame, lengthPrefixed, 0, *sps);
+  // A container sample may carry both fields of a frame, each an access unit of its own that
+  // needs its own pic_timing (D.1.3 when pic_struct_present_flag is 1). The later one is done
+  // first so that the first one's offsets hold, and undone if the first one finds no room.
+  uint32_t secondFrom = 0;
+  if ((first.field == 1 || first.field == 2) && secondFieldFrom(frame, lengthPrefixed, first.slice, secondFrom)) {
+    const PictureUnits second = pictureUnitsFrom(frame, lengthPrefixed, secondFrom, *sps);
+    if (second.field == 3 - first.field) {
+      const uint32_t at = second.haveTiming ? second.timing.at : second.insertAt;
+      const uint32_t oldEnd = second.haveTiming ? second.timing.end : second.insertAt;
+      seirewrite::Scratch saved;
+      uint8_t* old = saved.get(oldEnd - at);
+      std::memcpy(old, frame->pData + at, oldEnd - at);
+      const uint32_t sizeBefore = frame->nDataSize;
+      if (const int rc = stampPicture(frame, second, *sps, lengthPrefixed, flags, st); rc != 0) return rc;
+      const int rc = stampPicture(frame, first, *sps, lengthPrefixed, flags, st);
+      if (rc != 0) seirewrite::replaceRange(frame, at, oldEnd + frame->nDataSize - sizeBefore, old, oldEnd - at);
+      return rc;
     }
   }
-  const int field = haveSlice ? fieldOfSlice(frame->pData, slice, *sps) : 0;
-  if (haveTiming) {
-    const int rc = seirewrite::rewriteSeiUnit(
-        frame, timingUnit, KLX_CODEC_H264, lengthPrefixed != 0,
-        [&](const nalwalk::SeiMessage& m, const uint8_t* rbsp, uint8_t* out, uint32_t cap) {
-          if (m.type != kPicTiming) return seirewrite::kKeep;
-          return int(writePicTiming(out, cap < 64 ? cap : 64, *sps, rbsp + m.payload, m.size, field, flags, st));
-        });
-    return rc == KLX_SEI_NO_ROOM ? KLX_SEI_NO_ROOM : rc < 0 ? -1 : 0;
-  }
-  uint8_t unit[80] = {0, 0, 0, 1, 0x06, kPicTiming};
-  uint8_t payload[64];
-  const uint32_t size = writePicTiming(payload, sizeof payload, *sps, nullptr, 0, field, flags, st);
-  unit[6] = uint8_t(size);
-  const uint32_t body = nalwalk::escape(payload, size, unit + 7, sizeof unit - 8);
-  unit[7 + body] = 0x80;
-  return klxutilInsertUnitBeforePicture(frame, KLX_CODEC_H264, lengthPrefixed, unit, 8 + body);
+  return stampPicture(frame, first, *sps, lengthPrefixed, flags, st);
 }

@@ -74,6 +74,8 @@ constexpr uint32_t KLX_AVC_TC_BOTTOM_FIELD_FIRST = 1;  // interlaced frames show
 //    delimiter, parameter sets and buffering period SEI), with pic_struct from the slice
 //    header: 0 for frames of progressive streams, 1 / 2 for field pictures, 3 (4 with
 //    KLX_AVC_TC_BOTTOM_FIELD_FIRST) for frames of interlaced (MBAFF or PAFF) streams.
+//  - A frame that holds both field pictures of a pair (two access units, as a container sample
+//    may) gets the same timestamp in each field's pic_timing.
 //  - An SPS in the frame without pic_struct_present_flag is rewritten through the AVC
 //    parameter-set writer with the flag set (see klxutilAVCSpsForTimeCode). The caller must
 //    do the same for parameter sets carried outside the frames (avcC).
