@@ -89,7 +89,8 @@ TEST(RateScale, FloatingRatesSnapToTheirBaseRate) {
       {71.928, {24000, 1001}, 0}, {72, {24, 1}, 0}, {100, {25, 1}, 0}, {119.88, {30000, 1001}, 0}, {120, {30, 1}, 0},
       {14.985, {30000, 1001}, 0}, {15, {30, 1}, 0},
       // Approximate: the whole frames per second in hundredths over 100, the fraction dropped
-      // first (rate_approx_test checks the bands below 14 and from 15.5 to 23 on random rates).
+      // first; below 14 and from 15.5 to 23 the rate is taken as it is (edges of both bands).
+      {0.5, {0, 100}, 1}, {13.99, {1300, 100}, 1}, {15.51, {1500, 100}, 1}, {22.99, {2200, 100}, 1},
       {65.5, {6500, 100}, 1}, {80.25, {8000, 100}, 1}, {110, {2700, 100}, 1},
       {27, {2700, 100}, 1}, {14.5, {2900, 100}, 1}, {31, {3100, 100}, 1},
       {49.5, {4900, 100}, 1}, {130, {13000, 100}, 1}, {0, {0, 100}, 1}, {-3, {0, 100}, 1},
