@@ -52,20 +52,6 @@ TEST(MediaCmdGolden, ExactTexts) {
        R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":0,"Cmd": {"Value":2,"String":"Play","Deferred":1,)"
        R"("OverrideDeferred":1,},"Speed": {"Value":-32760,"String":"-50","IsShuttle":1,},)"
        R"("Position": {"Value":1234,"TcType":"frames","TcString":"1234",},}})"},
-      // Aliases end at the first empty text: "Hidden" stays out.
-      {"get channel name with aliases", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctGetValue);
-         c.Channel = 2;
-         c.CtrlFlags = cfUseCmdAlt;
-         c.CmdAlt = gsChannelName;
-         std::memcpy(c.Payload, "Studio A\0Cam 1\0Cam 2\0\0Hidden\0", 30);
-       }, 8,
-       R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="2" /><Cmd Value="14">GetValue</Cmd>)"
-       R"(<CmdAlt Value="1054" /><Position Value="-1" TcType="pal">09:51:31:20</Position><channelalias>Studio A</channelalias>)"
-       R"(<channel1alias>Cam 1</channel1alias><channel2alias>Cam 2</channel2alias></MediaCmd>)",
-       R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":2,"Cmd": {"Value":14,"String":"GetValue",},)"
-       R"("CmdAlt": {"Value":1054,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20",},)"
-       R"("channelalias":"Studio A","channel1alias":"Cam 1","channel2alias":"Cam 2",}})"},
       {"metadata tag request", [](MEDIACMD& c) {
          initMediaCmd(&c, ctGetValue);
          c.Channel = 0;
@@ -80,11 +66,12 @@ TEST(MediaCmdGolden, ExactTexts) {
        R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":0,"Cmd": {"Value":14,"String":"GetValue","UseClipID":1,},)"
        R"("CmdAlt": {"Value":166,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20",},)"
        R"("MetaTag":"Title","MetaData":"","PageRequest":"2",}})"},
-      {"command code 22 with presets, points and a file", [](MEDIACMD& c) {
+      // Service-setting codes (above 1100000) write the start as unwrapped 60 fps text.
+      {"command code 22 with presets, points, a service-setting start and a file", [](MEDIACMD& c) {
          initMediaCmd(&c, 22);
          c.Channel = 3;
          c.CtrlFlags = cfUseClipID | cfUseStart | cfUseEndOffset | cfTimeMs | cfUseCmdAlt | cfUsePresets | cfUseFrameCount;
-         c.CmdAlt = 1500;
+         c.CmdAlt = 1100001;
          c.Start = 90000;
          c.End = 250;
          c.VideoChannels = 1, c.AudioChannels = 3, c.InfoChannels = 0;
@@ -94,21 +81,20 @@ TEST(MediaCmdGolden, ExactTexts) {
        R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="3" /><Cmd Value="22" UseClipID="1">Unknown</Cmd>)"
        R"(<ctltimecode Value="1" TcType="pal">00:00:00:01</ctltimecode><ltctimecode Value="3" TcType="pal">00:00:00:03</ltctimecode>)"
        R"(<vitctimecode Value="0" TcType="pal">00:00:00:00</vitctimecode><VideoChannels Value="1" /><AudioChannels Value="3" />)"
-       R"(<InfoChannels Value="0" /><CmdAlt Value="1500" TimeMs="1" />)"
+       R"(<InfoChannels Value="0" /><CmdAlt Value="1100001" TimeMs="1" />)"
        R"(<Position Value="-1" TcType="pal" UsingFrameCount="1">09:51:31:20</Position>)"
-       R"(<Start Value="90000" TcType="pal" UsingFrameCount="1">01:00:00:00</Start>)"
+       R"(<Start Value="90000" TcType="pal" UsingFrameCount="1">00:25:00:00</Start>)"
        R"(<End Value="250" TcType="pal" IsOffset="1" UsingFrameCount="1">00:00:10:00</End>)"
        R"(<ClipID>AB&amp;&lt;</ClipID><FileName>D:\clips\a &quot;b&quot;.mov</FileName></MediaCmd>)",
        R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":3,"Cmd": {"Value":22,"String":"Unknown","UseClipID":1,},)"
        R"("ctltimecode": {"Value":1,"TcType":"pal","TcString":"00:00:00:01",},)"
        R"("ltctimecode": {"Value":3,"TcType":"pal","TcString":"00:00:00:03",},)"
        R"("vitctimecode": {"Value":0,"TcType":"pal","TcString":"00:00:00:00",},"VideoChannels":1,"AudioChannels":3,"InfoChannels":0,)"
-       R"("CmdAlt": {"Value":1500,"TimeMs":1,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20","UsingFrameCount":1,},)"
-       R"("Start": {"Value":90000,"TcType":"pal","TcString":"01:00:00:00","UsingFrameCount":1,},)"
+       R"("CmdAlt": {"Value":1100001,"TimeMs":1,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20","UsingFrameCount":1,},)"
+       R"("Start": {"Value":90000,"TcType":"pal","TcString":"00:25:00:00","UsingFrameCount":1,},)"
        R"("End": {"Value":250,"TcType":"pal","TcString":"00:00:10:00","IsOffset":1,"UsingFrameCount":1,},)"
        R"("ClipID":"AB&<","FileName":"D:\\clips\\a \"b\".mov",}})"},
-      // Service-setting codes keep their start as 60 fps text that does not wrap at 24 hours.
-      {"IP video settings and a service-setting start", [](MEDIACMD& c) {
+      {"IP video settings", [](MEDIACMD& c) {
          initMediaCmd(&c, ctSetValue);
          c.CtrlFlags = cfUseCmdAlt | cfUseStart;
          c.CmdAlt = gsIpVideoSettings;

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "fixtures.h"
-#include "support/h16_process.h"
 
 namespace {
 
@@ -199,26 +198,6 @@ TEST(KlxInfoStore, WritingNeverCreatesTheUserFile) {
   EXPECT_FALSE(hasValue(user, "Comments"));  // the record had none: the whole set is written
   zrCFGClose(user, 0);
   EXPECT_EQ(storedText(ZR_CFG_SYSTEM, "Title"), "only in the system store");
-}
-
-// Metadata written by one process is read by another.
-TEST(KlxInfoStore, AnotherProcessReadsWhatOneWrote) {
-  StoreEnvironment env;
-  qtest::enableStoreReading();
-  const pid_t writer = qtest::spawn([] {
-    InfoRecord w;
-    w.setText(kxtTitle, "written by the other process");
-    w.rec.numeric[kxnTimeCodeType] = 4;
-    w.rec.numeric[kxnTimeCode] = 107892;
-    return klxInfoWriteReg(&w.rec, 1, 0) == 0 ? 0 : 1;
-  });
-  ASSERT_GT(writer, 0);
-  ASSERT_EQ(qtest::exitCodeOf(writer), 0);
-  InfoRecord r;
-  ASSERT_EQ(klxInfoReadReg(&r.rec, 1, 1), 0);
-  EXPECT_EQ(r.text(kxtTitle), "written by the other process");
-  EXPECT_EQ(r.rec.numeric[kxnTimeCodeType], 4u);
-  EXPECT_EQ(r.rec.numeric[kxnTimeCode], 107892u);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // FOURCC families: well-known codes land in exactly the families they belong to.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 #include "platform/zrfourcc.h"
@@ -67,20 +66,6 @@ TEST(FourCC, EachCodeBelongsToExactlyItsFamilies) {
     }
     EXPECT_LE(naming, 1);  // a codec gets one label, whichever family is asked first
   }
-}
-
-TEST(FourCC, ResultsAreOnlyZeroOrOneAndArbitraryWordsAreRarelyAccepted) {
-  std::mt19937 rng(1);
-  int accepted = 0;
-  for (int i = 0; i < 200000; ++i) {
-    const uint32_t fcc = rng();
-    for (const auto& p : kPredicates) {
-      const int r = p.test(fcc);
-      ASSERT_TRUE(r == 0 || r == 1) << p.name;
-      accepted += r;
-    }
-  }
-  EXPECT_LT(accepted, 5);  // the families are short lists of codes, not wide ranges
 }
 
 }  // namespace

@@ -32,19 +32,11 @@ TEST(TimecodeType, OfEveryRateCode) {
   }
 }
 
-// The timecode type of a rate and the rate pair it snaps to always agree.
-TEST(TimecodeType, AgreesWithTheSnappedRatePair) {
-  const std::map<std::pair<uint32_t, uint32_t>, uint32_t> kTypeOfPair = {
-      {{24000, 1001}, 128}, {{24, 1}, 1}, {{25, 1}, 8}, {{30000, 1001}, 4}, {{30, 1}, 2}, {{48, 1}, 1}, {{50, 1}, 16},
-      {{60000, 1001}, 32}, {{60, 1}, 64},
-  };
-  for (double fps = 0; fps < 200; fps += 0.0071) {
-    uint32_t rate = 0, scale = 0;
-    bool exact = vidRateScaled(fps, &rate, &scale) == 0;
-    uint32_t expected = exact ? kTypeOfPair.at({rate, scale}) : 2;
-    ASSERT_EQ(vidGetTCType(fps), expected) << fps;
-  }
-  EXPECT_EQ(vidGetTCType(std::nan("")), 2u);
+// The timecode type of a rate is the type of the pair it snaps to: the exact pairs are checked
+// in ConvertTC.BetweenEveryPairOfTypes, 48/1 and rates without an exact pair here.
+TEST(TimecodeType, OfFortyEightAndOfRatesWithoutAnExactPair) {
+  EXPECT_EQ(vidGetTCType(48.7), 1u);  // snaps to 48/1, counted as 24
+  for (double fps : {12.5, 65.5, 1e12, std::nan("")}) EXPECT_EQ(vidGetTCType(fps), 2u) << fps;
 }
 
 // The rate of each named type is checked by TimecodeTypeNames.EntriesAgreeWithTheLibraryTiming.
