@@ -1,4 +1,4 @@
-// NAL unit search and NAL <-> RBSP conversion: the documented edge cases, then agreement with
+// NAL unit search (its documented edge cases) and NAL <-> RBSP conversion, both checked against
 // the byte-by-byte reference loops on random and mutated buffers.
 #include <gtest/gtest.h>
 
@@ -81,44 +81,6 @@ ref::Converted runConvert(Convert convert, const Bytes& input, int capacity) {
 ref::Converted runNalToRbsp(const Bytes& nal, int capacity) { return runConvert(nal_to_rbsp, nal, capacity); }
 ref::Converted runRbspToNal(const Bytes& rbsp, int capacity) { return runConvert(rbsp_to_nal, rbsp, capacity); }
 
-struct ConvertCase {
-  const char* name;
-  bool escape;  // rbsp_to_nal; otherwise nal_to_rbsp
-  Bytes input;
-  int capacity;
-  int result;
-  Bytes output;
-};
-
-TEST(NalRbspConversion, EdgeCases) {
-  const ConvertCase cases[] = {
-      {"03 after two zeros is removed", false, {0x65, 0x00, 0x00, 0x03, 0x01}, 16, 3, {0x00, 0x00, 0x01}},
-      {"03 followed by a byte above 03 is forbidden", false, {0x65, 0x00, 0x00, 0x03, 0x04}, 16, -1, {}},
-      {"trailing 03 is dropped", false, {0x65, 0x00, 0x00, 0x03}, 16, 2, {0x00, 0x00}},
-      {"header byte only", false, {0x65}, 16, 0, {}},
-      {"00 00 00 inside is tolerated", false, {0x65, 0x00, 0x00, 0x00, 0x03, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
-      {"00 00 02 at the end stops before it", false, {0x65, 0xAA, 0x00, 0x00, 0x02}, 16, 3, {0xAA, 0x00, 0x00}},
-      {"no room", false, {0x65, 0x11, 0x22, 0x33}, 2, -1, {}},
-      {"exactly enough room", false, {0x65, 0x11, 0x22, 0x33}, 3, 3, {0x11, 0x22, 0x33}},
-      {"HEVC second header byte comes first", false, {0x40, 0x01, 0x0C, 0x01}, 8, 3, {0x01, 0x0C, 0x01}},
-      {"escape: 00 00 01 gets an 03", true, {0x00, 0x00, 0x01}, 16, 5, {0x00, 0x00, 0x00, 0x03, 0x01}},
-      {"escape: empty RBSP is the header byte", true, {}, 16, 1, {0x00}},
-      {"escape: zero run", true, {0x00, 0x00, 0x00, 0x00, 0x00}, 16, 8, {0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x03, 0x00}},
-      {"escape: no site", true, {0x11, 0x00, 0x22, 0x00}, 16, 5, {0x00, 0x11, 0x00, 0x22, 0x00}},
-      {"escape: no room for the 03", true, {0x00, 0x00, 0x01}, 3, -1, {}},  // and behind it: letter_departures_test
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const int n = static_cast<int>(c.input.size());
-    ref::Converted got = c.escape ? runRbspToNal(c.input, c.capacity) : runNalToRbsp(c.input, c.capacity);
-    EXPECT_EQ(got.result, c.result);
-    if (c.result >= 0) {
-      EXPECT_EQ(got.out, c.output);
-    }
-    EXPECT_EQ(got, c.escape ? ref::rbspToNal(c.input.data(), n, c.capacity) : ref::nalToRbsp(c.input.data(), n, c.capacity));
-  }
-}
-
 // Random buffers rich in the bytes that matter (00, 01, 02, 03) and in start codes, of every
 // length from 0 up, so that the word-parallel paths meet every alignment and tail.
 Bytes randomBuffer(std::mt19937& rng, size_t size) {
@@ -158,56 +120,6 @@ TEST(NalFraming, AgreesWithReferenceOnRandomBuffers) {
     int roomy = n * 2 + 2;
     ASSERT_EQ(runNalToRbsp(bytes, roomy), ref::nalToRbsp(bytes.data(), n, roomy));
     ASSERT_EQ(runRbspToNal(bytes, roomy), ref::rbspToNal(bytes.data(), n, roomy));
-  }
-}
-
-// Whatever an RBSP holds, escaping then unescaping gives it back: the two passes are inverses.
-TEST(NalFraming, EscapeThenUnescapeIsIdentity) {
-  std::mt19937 rng(7);
-  for (int round = 0; round < 2000; round++) {
-    Bytes rbsp = randomBuffer(rng, rng() % 200);
-    // An RBSP ends with rbsp_stop_one_bit, never with a zero byte.
-    rbsp.push_back(0x80);
-    ref::Converted nal = runRbspToNal(rbsp, static_cast<int>(rbsp.size() * 2 + 2));
-    ASSERT_GT(nal.result, 0);
-    nal.out[0] = 0x65;  // a header byte in the reserved slot
-    ref::Converted back = runNalToRbsp(nal.out, static_cast<int>(nal.out.size()));
-    ASSERT_EQ(back.result, static_cast<int>(rbsp.size()));
-    ASSERT_EQ(back.out, rbsp);
-    ASSERT_EQ(back.inSize, static_cast<int>(nal.out.size()));
-  }
-}
-
-// Walking a buffer unit by unit with find_nal_unit visits every start code once, whatever the
-// mixture of three- and four-byte codes, and the units cover the buffer.
-TEST(FindNalUnit, WalksEveryUnitOfAStream) {
-  std::mt19937 rng(99);
-  for (int round = 0; round < 300; round++) {
-    Bytes stream;
-    std::vector<Bytes> units;
-    int count = 1 + static_cast<int>(rng() % 8);
-    for (int u = 0; u < count; u++) {
-      Bytes unit = randomBuffer(rng, 1 + rng() % 60);
-      unit[0] = 0x40 | static_cast<uint8_t>(rng() % 0x3F);  // never zero
-      // Make the payload free of start-code emulation the way an encoder does.
-      ref::Converted escaped = ref::rbspToNal(unit.data() + 1, static_cast<int>(unit.size() - 1), 4096);
-      escaped.out[0] = unit[0];
-      if (escaped.out.back() == 0) escaped.out.push_back(0x80);
-      units.push_back(escaped.out);
-      if (rng() % 2) stream.push_back(0);
-      stream.insert(stream.end(), {0x00, 0x00, 0x01});
-      stream.insert(stream.end(), escaped.out.begin(), escaped.out.end());
-    }
-    std::vector<Bytes> found;
-    size_t offset = 0;
-    while (offset < stream.size()) {
-      int start, end;
-      int length = find_nal_unit(stream.data() + offset, static_cast<int>(stream.size() - offset), &start, &end);
-      if (length <= 0) break;
-      found.emplace_back(stream.begin() + offset + start, stream.begin() + offset + end);
-      offset += end;
-    }
-    ASSERT_EQ(found, units) << "round " << round;
   }
 }
 

@@ -133,10 +133,7 @@ TEST(MoreRbspData, StopsAtTheNextOneBit) {
     int skipBits;
     int expected;
   } cases[] = {
-      {{0x80}, 0, 0},       // the stop bit
-      {{0x40}, 0, 1},       // a zero bit first
-      {{0x05, 0x80}, 0, 1}, // payload type 5: top bit 0
-      {{0x89, 0x80}, 0, 0}, // payload type 137 reads as a stop bit
+      // A byte-aligned stop bit, payload types below and above 128: ReadNalUnitHevc.HeadersAndPrefixSei.
       {{0xFF}, 8, 0},       // at the end
       {{0x00, 0x00}, 0, 1}, // trailing zero bytes are not examined
       {{0xA0}, 1, 1},
