@@ -97,6 +97,9 @@ std::string valueText(const KLXINFOREC& rec, int item) {
 }
 
 // Reads the record from the chosen source; false (with the message printed) when impossible.
+// The layering is klxInfoReadReg's (system store, then the user file over it), but that call
+// seeds the system store on first use and reads a user file that is not a store as empty: a
+// command that only reads must not write, and must say what is wrong with the user's file.
 bool readRecord(Source source, Record& r, int* exitCode) {
   bool haveUser = zrOSFileExists(KLXINFO_USER_FILE);
   if (source == Source::kUser && !haveUser) {
