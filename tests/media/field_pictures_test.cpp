@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <random>
+#include <regex>
 #include <tuple>
 #include <vector>
 
@@ -215,24 +216,45 @@ TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
             "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n");
 }
 
-// inspect counts access units and frames apart: ffprobe's frame count is the oracle, in the
-// elementary stream and in MPEG-TS (where FFmpeg puts each field in a packet of its own).
+// inspect counts access units and frames apart. ffprobe counts the pictures FFmpeg puts out: a
+// frame for each H.264 field pair (also in MPEG-TS, where each field has a packet of its own),
+// but a picture for each HEVC field (field_seq_flag in the SPS's VUI, which trace_headers shows),
+// so an HEVC field stream holds half as many frames as ffprobe counts.
 TEST(InspectFields, AFieldPairIsOneFrame) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg missing";
-  const std::string pattern = "PPFPPF";
-  const std::string es = qtest::paffStream("paff-" + pattern + "-25.264", pattern, 25);
-  ASSERT_FALSE(es.empty());
   qtest::TempDir dir;
+  const std::string paff = qtest::paffStream("paff-PPFPPF-25.264", "PPFPPF", 25);
   const std::string ts = dir.file("in.ts");
-  ASSERT_EQ(qtest::runCommand("ffmpeg -nostdin -v error -i " + shellQuote(es) + " -c copy " + shellQuote(ts)).exitCode, 0);
-  for (const std::string& path : {es, ts}) {
-    SCOPED_TRACE(path);
-    const auto frames = qtest::runCommand("ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 " + shellQuote(path));
-    const auto r = qtest::runTool("inspect " + shellQuote(path) + " --json");
+  ASSERT_EQ(qtest::runCommand("ffmpeg -nostdin -v error -i " + shellQuote(paff) + " -c copy " + shellQuote(ts)).exitCode, 0);
+  const std::string x265 = "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 10 -c:v libx265 -x265-params log-level=error:";
+  struct Case {
+    std::string path;
+    size_t accessUnits;
+    size_t probedPerFrame;
+    int fieldSeqFlag;  // -1: not an HEVC elementary stream
+  };
+  const Case cases[] = {
+      {paff, 10, 1, -1},  // four pairs of two access units, two frame pictures
+      {ts, 10, 1, -1},
+      {qtest::encodedStream("fieldseq-1.hevc", x265 + "interlace=tff:field=1 -f hevc"), 10, 2, 1},
+      {qtest::encodedStream("fieldseq-1.mkv", x265 + "interlace=tff:field=1 -f matroska"), 10, 2, -1},
+      {qtest::encodedStream("fieldseq-0.hevc", x265 + "interlace=false -f hevc"), 10, 1, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    ASSERT_FALSE(c.path.empty());
+    if (c.fieldSeqFlag >= 0) {
+      const auto trace = qtest::runCommand("ffmpeg -nostdin -v trace -i " + shellQuote(c.path) + " -c copy -bsf:v trace_headers -f null - 2>&1");
+      std::smatch flag;
+      ASSERT_TRUE(std::regex_search(trace.out, flag, std::regex("field_seq_flag +[01]+ = ([01])")));
+      EXPECT_EQ(std::stoi(flag[1]), c.fieldSeqFlag);
+    }
+    const auto probed = qtest::runCommand("ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 " + shellQuote(c.path));
+    const auto r = qtest::runTool("inspect " + shellQuote(c.path) + " --json");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const auto json = nlohmann::json::parse(r.out);
-    EXPECT_EQ(json["frames"].get<size_t>(), std::stoul(frames.out));
-    EXPECT_EQ(json["accessUnits"].get<size_t>(), pattern.size() + 4);  // each pair is two access units
+    EXPECT_EQ(json["frames"].get<size_t>(), std::stoul(probed.out) / c.probedPerFrame);
+    EXPECT_EQ(json["accessUnits"].get<size_t>(), c.accessUnits);
   }
 }
 
