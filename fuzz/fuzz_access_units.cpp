@@ -57,6 +57,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     KLXUTIL_AU_UNIT info;
     const int rc = klxutilAuCutterPush(&cutter, unit.data(), uint32_t(unit.size()), &info);
     check(rc == 0 || rc == -1);
+    // A host that read an HEVC SPS whole says its field_seq_flag (any id, learnt or not).
+    if (codec == KLXUTIL_AU_HEVC && info.type == 33) {
+      const int said = klxutilAuCutterSetFieldSequence(&cutter, unit.back() & 31u, unit.back() & 32);
+      check(said == 0 || said == -1);
+    }
     if (!info.finishedValid) continue;
     KLXUTIL_AU_PICTURE joined = previous;
     check(klxutilAuJoinFieldPair(&joined, &info.finished) >= 0);

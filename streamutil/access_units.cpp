@@ -113,7 +113,7 @@ int learnHevcSps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
   r.skip(1);
   skipProfileTierLevel(r, maxSubLayersMinus1);
   const uint32_t id = r.ue(15);
-  KLXUTIL_AU_HEVC_SPS sps{1, 4, 0};
+  KLXUTIL_AU_HEVC_SPS sps{1, 4, 0, 0, 0};
   if (r.ue(3) == 3) sps.separateColourPlanes = static_cast<uint8_t>(r.u(1));
   r.ue(), r.ue();                              // picture width and height
   if (r.u(1)) r.ue(), r.ue(), r.ue(), r.ue();  // conformance window
@@ -154,6 +154,7 @@ int hevcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int ty
   if (r.overran() || !c->hevcPps[ppsId].valid || !c->hevcSps[c->hevcPps[ppsId].spsId].valid) return -1;
   const KLXUTIL_AU_HEVC_PPS& pps = c->hevcPps[ppsId];
   const KLXUTIL_AU_HEVC_SPS& sps = c->hevcSps[pps.spsId];
+  if (sps.fieldSeqKnown) p.fieldPicture = sps.fieldSeq;
   const int32_t maxLsb = 1 << sps.log2MaxPocLsb;
   uint32_t lsb = 0;
   if (!hevcIdr(type)) {
@@ -322,6 +323,13 @@ int klxutilAuCutterLearn(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t siz
     if (type == 7) return learnAvcSps(c, unit, size);
     if (type == 8) return learnAvcPps(c, unit, size);
   }
+  return 0;
+}
+
+int klxutilAuCutterSetFieldSequence(KLXUTIL_AU_CUTTER* c, uint32_t spsId, int32_t fieldSeq) {
+  if (!c || c->codec != KLXUTIL_AU_HEVC || spsId > 15 || !c->hevcSps[spsId].valid) return -1;
+  c->hevcSps[spsId].fieldSeqKnown = 1;
+  c->hevcSps[spsId].fieldSeq = fieldSeq ? 1 : 0;
   return 0;
 }
 

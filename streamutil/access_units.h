@@ -30,7 +30,8 @@ struct KLXUTIL_AU_PICTURE {
   int32_t hasPicture;    // 1 when a slice (VCL unit) belongs to the access unit
   int32_t poc;           // picture order count (decode count for MPEG-2 and H.264 POC types 1, 2)
   uint32_t sequence;     // coded video sequence: grows at each IDR / BLA picture
-  int32_t fieldPicture;  // 1 field, 0 frame, -1 not known (HEVC: field_seq_flag is in the VUI)
+  int32_t fieldPicture;  // 1 field, 0 frame, -1 not known (HEVC: until the host has said the
+                         // SPS's field_seq_flag, klxutilAuCutterSetFieldSequence)
                          // (MPEG-2: picture_structure of the picture coding extension)
   int32_t randomAccess;  // 1 for IDR (H.264), IRAP (HEVC), sequence header (MPEG-2)
   uint64_t decodeIndex;  // access units before this one
@@ -47,6 +48,7 @@ struct KLXUTIL_AU_UNIT {
 
 struct KLXUTIL_AU_HEVC_SPS {
   uint8_t valid, log2MaxPocLsb, separateColourPlanes;
+  uint8_t fieldSeqKnown, fieldSeq;  // field_seq_flag, once the host has said it
 };
 struct KLXUTIL_AU_HEVC_PPS {
   uint8_t valid, spsId, outputFlagPresent, extraSliceHeaderBits;
@@ -82,6 +84,13 @@ int klxutilAuCutterInit(KLXUTIL_AU_CUTTER* cutter, int32_t codec);
 // Reads a parameter set handed over outside the stream (avcC / hvcC arrays). Other units are
 // ignored. 0, or -1 when the unit is a parameter set that cannot be read.
 int klxutilAuCutterLearn(KLXUTIL_AU_CUTTER* cutter, const uint8_t* unit, uint32_t size);
+
+// HEVC: the field_seq_flag of the SPS with sps_seq_parameter_set_id `spsId` (ITU-T H.265
+// E.3.1). It sits in the VUI, behind the reference picture sets the cutter does not read, so a
+// host that reads whole SPSs says it after handing the SPS over; every later picture of that
+// SPS is then cut as a field (fieldPicture 1) or a frame (0). An SPS handed over again is not
+// known until said again. 0, or -1 for a cutter that is not HEVC or an SPS it has not read.
+int klxutilAuCutterSetFieldSequence(KLXUTIL_AU_CUTTER* cutter, uint32_t spsId, int32_t fieldSeq);
 
 // Takes the next unit of the stream. 0 with `info` filled, or -1 (info->type still set) when a
 // parameter set cannot be read or a slice names a parameter set not seen: the picture order of

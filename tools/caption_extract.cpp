@@ -101,7 +101,7 @@ class Extractor {
     }
     waiting_[au.picture.decodeIndex] = std::move(p);
     // A field picture shows one field: a pair of them is one frame (one cue position).
-    const uint32_t fields = fields_ ? 1 : klxutilAuPictureFields(&au.picture);
+    const uint32_t fields = klxutilAuPictureFields(&au.picture);  // HEVC: the input reads field_seq_flag
     klxutilDisplayOrderAddFields(&order_, au.picture.decodeIndex, au.picture.sequence, au.picture.poc, fields);
     return release(0, error);
   }
@@ -132,8 +132,7 @@ class Extractor {
       if (klxutilRead_HEVC_SPS(&s, h.get(), nullptr, 0) == 0xFFFFFFFFu || !h->vui.vui_timing_info_present_flag ||
           !h->vui.vui_num_units_in_tick)
         return;
-      fields_ = h->vui.field_seq_flag;
-      fps_ = double(h->vui.vui_time_scale) / h->vui.vui_num_units_in_tick / (fields_ ? 2 : 1);
+      fps_ = double(h->vui.vui_time_scale) / h->vui.vui_num_units_in_tick / (h->vui.field_seq_flag ? 2 : 1);
     } else if (info_.codec == StreamCodec::kMpeg2 && unit[0] == 0xB3 && size >= 5) {
       mpeg2RateCode_ = unit[4] & 0x0F;
       if (!fps_) fps_ = klxutilMpeg2FrameRate(mpeg2RateCode_);
@@ -241,7 +240,7 @@ class Extractor {
   Extraction& r_;
   uint8_t field_;  // cc_type of the channel: 0 field 1 (CC1, CC2), 1 field 2 (CC3, CC4)
   double fps_ = 0;
-  bool fields_ = false, settled_ = false;
+  bool settled_ = false;
   std::shared_ptr<SPS_DECODED> avcSps_;
   uint32_t mpeg2RateCode_ = 0;
   KLX_TIMECODE gop_{};

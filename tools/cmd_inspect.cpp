@@ -39,20 +39,15 @@ struct Summary {
   uint64_t bytes = 0;
   size_t units = 0;
   size_t accessUnits = 0;
-  size_t pictures = 0;
   size_t fields = 0;  // fields the pictures show: a frame picture two, a field picture one
-  bool fieldSequence = false;  // HEVC field_seq_flag: every picture is one field
-  size_t frames() const { return ((fieldSequence ? pictures : fields) + 1) / 2; }
+  size_t frames() const { return (fields + 1) / 2; }
   std::map<int, size_t> typeCounts;
   std::map<int, size_t> seiCounts;
 };
 
 void count(const media::AccessUnit& au, StreamCodec codec, Summary& s) {
   ++s.accessUnits;
-  if (au.picture.hasPicture) {
-    ++s.pictures;
-    s.fields += klxutilAuPictureFields(&au.picture);
-  }
+  if (au.picture.hasPicture) s.fields += klxutilAuPictureFields(&au.picture);
   s.bytes += au.bytes.size();
   for (const auto& u : au.units) {
     ++s.units;
@@ -104,14 +99,6 @@ cli::JsonValue summaryJson(const std::string& path, const media::StreamInfo& inf
   return json;
 }
 
-// An HEVC slice header does not say whether its picture is a field: the SPS's VUI does
-// (ITU-T H.265 E.3.1, field_seq_flag), for every picture of the sequence.
-bool hevcFieldSequence(const params::StreamParams& sets) {
-  params::Decoded d;
-  return sets.codec == StreamCodec::kHevc && !sets.sps.empty() && params::decodeUnit(sets.codec, "SPS", sets.sps.front(), d) &&
-         d.hevcSps->vui_parameters_present_flag && d.hevcSps->vui.field_seq_flag;
-}
-
 }  // namespace
 
 int cmdInspect(int argc, char** argv) {
@@ -151,7 +138,6 @@ int cmdInspect(int argc, char** argv) {
   if (!input->error().empty()) return cli::failWith(cli::kFailed, "inspect", "%s: %s", path.c_str(), input->error().c_str());
   if (summary.units == 0) return cli::failWith(cli::kFailed, "inspect", "%s: no units found", path.c_str());
   frames.finish();
-  summary.fieldSequence = hevcFieldSequence(sets);
 
   if (json) {
     cli::JsonValue out = summaryJson(path, info, summary);

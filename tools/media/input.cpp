@@ -9,11 +9,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 #include "config_record.h"
 #include "window_reader.h"
 
 #include "media/libav.h"
+#include "streamutil/hevc_params.h"
 
 namespace media {
 
@@ -48,6 +50,18 @@ Input::~Input() = default;
 namespace {
 
 constexpr size_t kSniffBytes = size_t{1} << 20;
+
+// HEVC keeps field coding in the SPS's VUI (field_seq_flag), out of the cutter's reach: an SPS
+// unit is read whole and the cutter told, so that the pictures of a field stream are cut as
+// fields. SPS units are rare, so the large record is allocated for each.
+void teachFieldSequence(KLXUTIL_AU_CUTTER& cutter, const uint8_t* unit, uint32_t size) {
+  if (cutter.codec != KLXUTIL_AU_HEVC || size < 3 || ((unit[0] >> 1) & 0x3F) != 33) return;
+  auto sps = std::make_unique<HEVC_SPS_DECODED>();
+  zr_bitstream bits{const_cast<uint8_t*>(unit), int64_t(size), uint64_t(size) * 8, 0};
+  if (klxutilRead_HEVC_SPS(&bits, sps.get(), nullptr, 0) == 0xFFFFFFFFu) return;
+  klxutilAuCutterSetFieldSequence(&cutter, uint32_t(sps->sps_seq_parameter_set_id),
+                                  sps->vui_parameters_present_flag && sps->vui.field_seq_flag);
+}
 
 // ---------------------------------------------------------------- content sniffing
 
@@ -193,6 +207,7 @@ class EsInput : public Input {
     while (reader_.next(u)) {
       KLXUTIL_AU_UNIT info;
       const int rc = klxutilAuCutterPush(&cutter_, u.data, u.size, &info);
+      teachFieldSequence(cutter_, u.data, u.size);
       if (info.opensAccessUnit) {
         const bool finishedKnown = currentKnown_;
         currentKnown_ = true;
@@ -357,6 +372,7 @@ class ContainerInput : public Input {
       if (!s.size) continue;
       KLXUTIL_AU_UNIT info;
       if (klxutilAuCutterPush(&cutter_, au.unit(s), s.size, &info) != 0 && info.isSlice) au.orderKnown = false;
+      teachFieldSequence(cutter_, au.unit(s), s.size);
       if (info.finishedValid && info.finished.hasPicture) firstField = info.finished;
     }
     au.picture = cutter_.current;
@@ -421,7 +437,10 @@ class ContainerInput : public Input {
     } else if (!info_.extradata.empty()) {
       for (const auto& [u, size] : annexBSample(info_.extradata).units) info_.parameterSets.emplace_back(u, u + size);
     }
-    for (const auto& ps : info_.parameterSets) klxutilAuCutterLearn(&cutter_, ps.data(), static_cast<uint32_t>(ps.size()));
+    for (const auto& ps : info_.parameterSets) {
+      klxutilAuCutterLearn(&cutter_, ps.data(), static_cast<uint32_t>(ps.size()));
+      teachFieldSequence(cutter_, ps.data(), static_cast<uint32_t>(ps.size()));
+    }
     return true;
   }
 
