@@ -175,28 +175,29 @@ struct PictureUnits {
   int field = 0;  // fieldOfSlice of the first slice; 0 without one
 };
 
-// Looks at the units from offset `from` up to the first picture unit (its slice data is not
-// scanned).
+// Looks at the units from offset `from` (where a unit begins) up to the first picture unit
+// (its slice data is not scanned).
 PictureUnits pictureUnitsFrom(const DFRAME* frame, uint32_t lengthPrefixed, uint32_t from, const SPS_DECODED& sps) {
   PictureUnits p;
   p.insertAt = frame->nDataSize;
-  nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
+  const auto shifted = [from](nalwalk::Unit u) { return nalwalk::Unit{u.at + from, u.header + from, u.end + from}; };
+  nalwalk::Walker walk(frame->pData + from, frame->nDataSize - from, lengthPrefixed != 0);
   nalwalk::Unit u;
   for (uint8_t h; walk.peek(h);) {
-    if (walk.peekAt() >= from && seirewrite::isPictureUnit(KLX_CODEC_H264, h)) {
+    if (seirewrite::isPictureUnit(KLX_CODEC_H264, h)) {
       // The slice header's opening fields are all that is read: its end is not looked for.
-      const uint32_t header = walk.peekHeaderAt();
-      p.slice = nalwalk::Unit{walk.peekAt(), header, header + 64 < frame->nDataSize ? header + 64 : frame->nDataSize};
+      const uint32_t header = from + walk.peekHeaderAt();
+      p.slice = nalwalk::Unit{from + walk.peekAt(), header, header + 64 < frame->nDataSize ? header + 64 : frame->nDataSize};
       p.insertAt = p.slice.at;
       if ((h & 0x1F) >= 1 && (h & 0x1F) <= 5) p.field = fieldOfSlice(frame->pData, p.slice, sps);
       break;
     }
     if (!walk.next(u)) break;
-    if (u.at >= from && (h & 0x1F) == 6 && !p.haveTiming &&
-        seirewrite::forEachMessage(frame->pData, u, KLX_CODEC_H264, [](uint32_t type) { return type == kPicTiming; },
+    if ((h & 0x1F) == 6 && !p.haveTiming &&
+        seirewrite::forEachMessage(frame->pData, shifted(u), KLX_CODEC_H264, [](uint32_t type) { return type == kPicTiming; },
                                    [](uint32_t, const uint8_t*, uint32_t) { return true; })) {
       p.haveTiming = true;
-      p.timing = u;
+      p.timing = shifted(u);
     }
   }
   return p;
@@ -204,17 +205,17 @@ PictureUnits pictureUnitsFrom(const DFRAME* frame, uint32_t lengthPrefixed, uint
 
 // Where the units of a second picture in the frame begin: behind the last slice of the first
 // picture, when a later slice starts again at macroblock 0 (first_mb_in_slice, the slice
-// header's first ue(v), is 0 exactly when its first bit is 1). Walks the whole frame.
+// header's first ue(v), is 0 exactly when its first bit is 1). Walks the rest of the frame.
 bool secondFieldFrom(const DFRAME* frame, uint32_t lengthPrefixed, const nalwalk::Unit& firstSlice, uint32_t& from) {
-  nalwalk::Walker walk(frame->pData, frame->nDataSize, lengthPrefixed != 0);
+  const uint8_t* d = frame->pData + firstSlice.at;
+  nalwalk::Walker walk(d, frame->nDataSize - firstSlice.at, lengthPrefixed != 0);
   nalwalk::Unit u;
   uint32_t lastSliceEnd = 0;
   while (walk.next(u)) {
-    if (u.at < firstSlice.at || u.end <= u.header + 1) continue;
-    const uint8_t type = frame->pData[u.header] & 0x1F;
-    if (type < 1 || type > 5) continue;
-    if (lastSliceEnd && (frame->pData[u.header + 1] & 0x80)) {
-      from = lastSliceEnd;
+    const uint8_t type = d[u.header] & 0x1F;
+    if (u.end <= u.header + 1 || type < 1 || type > 5) continue;
+    if (lastSliceEnd && (d[u.header + 1] & 0x80)) {
+      from = firstSlice.at + lastSliceEnd;
       return true;
     }
     lastSliceEnd = u.end;
