@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/tcxlat.h"
+#include "stamp_plan.h"
 #include "streamutil/cea608.h"
 #include "streamutil/hevc_params.h"
 #include "streamutil/mpeg2_edit.h"
@@ -139,15 +140,18 @@ class Extractor {
     }
   }
 
-  // The counting of the SCC timecodes, fixed when the first picture is placed: the stream's
-  // rate (else the container's, else 25), drop-frame when a picture's timecode says so.
+  // The counting of the SCC timecodes, fixed when the first picture is placed: the timecode rate
+  // `stamp` takes (the stream's rate, else the container's, when it is one; else 25), drop-frame
+  // when a picture's timecode says so. Cue times follow the stream's own rate.
   void settle() {
-    double fps = fps_;
-    if (fps <= 0 && info_.frameRateNum > 0 && info_.frameRateDen > 0) fps = double(info_.frameRateNum) / info_.frameRateDen;
-    if (fps <= 0) fps = 25;
+    const double containerFps =
+        info_.frameRateNum > 0 && info_.frameRateDen > 0 ? double(info_.frameRateNum) / info_.frameRateDen : 0;
+    const double fps = fps_ > 0 ? fps_ : containerFps > 0 ? containerFps : 25;
+    const RateInfo* counting = rateForStream(fps_);
+    if (!counting) counting = rateForStream(containerFps);
     bool drop = false;
     for (const auto& [decode, p] : waiting_) drop = drop || (p.hasTimecode && p.timecode.dropFrame);
-    r_.tcType = timecodeTypeFor(fps, drop);
+    r_.tcType = timecodeTypeFor(counting ? counting->fps : 25, drop);
     r_.frameRate = fps;
     settled_ = true;
   }
@@ -171,9 +175,15 @@ class Extractor {
     ++r_.pictures;
     uint32_t timecode = display;
     if (p.hasTimecode) {
+      // A timecode the counting cannot hold (stamped at another rate) is not dropped with its
+      // pairs: the count goes on from the last picture placed.
       const uint8_t digits[4] = {p.timecode.hours, p.timecode.minutes, p.timecode.seconds, p.timecode.frames};
-      if (tc2Frame(reinterpret_cast<const char*>(digits), r_.tcType | TCF_DIGITS, &timecode) != 0) return;
+      if (tc2Frame(reinterpret_cast<const char*>(digits), r_.tcType | TCF_DIGITS, &timecode) != 0)
+        timecode = havePlaced_ ? lastTimecode_ + (display - lastDisplay_) : display;
     }
+    havePlaced_ = true;
+    lastDisplay_ = display;
+    lastTimecode_ = timecode;
     for (size_t i = 0; i + 1 < p.pairs.size(); i += 2) {
       const uint8_t b1 = p.pairs[i], b2 = p.pairs[i + 1];
       ++r_.pairs;
@@ -241,6 +251,8 @@ class Extractor {
   uint8_t field_;  // cc_type of the channel: 0 field 1 (CC1, CC2), 1 field 2 (CC3, CC4)
   double fps_ = 0;
   bool settled_ = false;
+  bool havePlaced_ = false;
+  uint32_t lastDisplay_ = 0, lastTimecode_ = 0;  // the last picture placed and its timecode
   std::shared_ptr<SPS_DECODED> avcSps_;
   uint32_t mpeg2RateCode_ = 0;
   KLX_TIMECODE gop_{};

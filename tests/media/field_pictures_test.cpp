@@ -195,25 +195,39 @@ TEST(StampFields, AFieldPairSharesItsFrameTimecode) {
   }
 }
 
-// A caption pair goes into the first field of its frame and comes back at that frame's timecode.
+// A caption pair goes into the first field of its frame and comes back at that frame's timecode:
+// H.264 field pairs, and an x265 field stream whose VUI rate (12.5 frames per second) is no
+// timecode rate, so that both the stamp and the extractor count its timecodes at 25.
 TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
   if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
-  const std::string in = qtest::paffStream("paff-PPFPPP-25.264", "PPFPPP", 25);
-  ASSERT_FALSE(in.empty());
   qtest::TempDir dir;
   const std::string scc = "Scenarist_SCC V1.0\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n";
   std::vector<uint8_t> text(scc.begin(), scc.end());
   qtest::writeBytes(dir.file("in.scc"), text);
-  auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(dir.file("out.264")) +
-                          " --tc 00:59:59:21 --captions " + shellQuote(dir.file("in.scc")));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  r = qtest::runTool("captions extract " + shellQuote(dir.file("out.264")) + " -o " + shellQuote(dir.file("out.scc")));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  struct Case {
+    std::string in, out, start, back;
+  };
   // The pairs at 22 and 24 (frame 23 carries none), each frame's pair in its first field only:
-  // the extractor starts a line wherever a frame without data interrupts the pairs.
-  const auto back = qtest::readBytes(dir.file("out.scc"));
-  EXPECT_EQ(std::string(back.begin(), back.end()),
-            "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n");
+  // the extractor starts a line wherever a frame without data interrupts the pairs. The x265
+  // stream ends at 24, so only the first pair of that line goes in.
+  const Case cases[] = {
+      {qtest::paffStream("paff-PPFPPP-25.264", "PPFPPP", 25), "out.264", "00:59:59:21",
+       "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n"},
+      {qtest::encodedStream("fieldseq-1.hevc", "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 10 -c:v libx265 "
+                                               "-x265-params log-level=error:interlace=tff:field=1 -f hevc"),
+       "out.hevc", "00:59:59:20", "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.in);
+    ASSERT_FALSE(c.in.empty());
+    auto r = qtest::runTool("stamp " + shellQuote(c.in) + " " + shellQuote(dir.file(c.out)) + " --tc " + c.start +
+                            " --captions " + shellQuote(dir.file("in.scc")));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = qtest::runTool("captions extract -y " + shellQuote(dir.file(c.out)) + " -o " + shellQuote(dir.file("out.scc")));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto back = qtest::readBytes(dir.file("out.scc"));
+    EXPECT_EQ(std::string(back.begin(), back.end()), c.back);
+  }
 }
 
 // inspect counts access units and frames apart. ffprobe counts the pictures FFmpeg puts out: a

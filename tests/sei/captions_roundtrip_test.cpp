@@ -289,6 +289,21 @@ TEST(CaptionsTool, ExtractWantsAnOutputOrJson) {
   EXPECT_NE(r.out.find("\"pairs\":0,\"cues\":[]"), std::string::npos) << r.out;
 }
 
+// Stamped at 30 non-drop, a 29.97 stream is read back with drop-frame counting, where
+// 00:01:00:00 and 00:01:00:01 do not exist: those pictures' pairs still come back, counted on
+// from the picture before them.
+TEST(CaptionsTool, PairsUnderTimecodesTheCountingLacksAreKept) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
+  qtest::TempDir dir;
+  qtest::writeText(dir.file("in.scc"), "Scenarist_SCC V1.0\n\n00:00:59:28\t9420 9420 94ae 94ae\n");
+  auto r = qtest::runTool("stamp " + shellQuote(avcStream()) + " " + shellQuote(dir.file("s.264")) +
+                          " --rate 30 --tc 00:00:59:20 --captions " + shellQuote(dir.file("in.scc")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = qtest::runTool("captions extract " + shellQuote(dir.file("s.264")) + " -o " + shellQuote(dir.file("out.scc")));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(qtest::readText(dir.file("out.scc")), "Scenarist_SCC V1.0\n\n\n00:00:59;28\t9420 9420 94ae 94ae\n");
+}
+
 // Caption pairs outside the stamped timecodes: one warning line naming both ranges, exit 0.
 TEST(CaptionsTool, StampWarnsAboutCuesOutsideTheRange) {
   qtest::TempDir dir;
