@@ -2,11 +2,14 @@
 // first byte picks the codec, the rest is cut at start codes into units. Nothing reads outside
 // a unit (the sanitizers watch), the display order hands out every picture it took exactly
 // once, display indices count up from 0, and display fields grow by the fields each picture
-// shows.
+// shows. H.264 units also go to an SPS set, where each picture's SPS id must find an SPS of
+// that id or none.
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "streamutil/access_units.h"
+#include "streamutil/avc_sps_set.h"
 #include "fuzz_check.h"
 
 namespace {
@@ -44,6 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check(klxutilAuCutterInit(&cutter, codec) == 0);
   Orderer o;
   klxutilDisplayOrderInit(&o.order);
+  static const auto spsSet = std::make_unique<KLXUTIL_AVC_SPS_SET>();
+  check(klxutilAvcSpsSetInit(spsSet.get()) == 0);
   KLXUTIL_AU_PICTURE previous{};
   size_t at = 0, next = 0;
   uint32_t length = 0, nextLength = 0;
@@ -62,7 +67,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const int said = klxutilAuCutterSetFieldSequence(&cutter, unit.back() & 31u, unit.back() & 32);
       check(said == 0 || said == -1);
     }
+    if (codec == KLXUTIL_AU_H264) {
+      const int learnt = klxutilAvcSpsSetLearn(spsSet.get(), unit.data(), uint32_t(unit.size()));
+      check(learnt >= -1 && learnt <= 1);
+    }
     if (!info.finishedValid) continue;
+    if (codec == KLXUTIL_AU_H264 && info.finished.spsId >= 0) {
+      const SPS_DECODED* sps = klxutilAvcSpsSetFind(spsSet.get(), info.finished.spsId);
+      check(!sps || sps->seq_parameter_set_id == info.finished.spsId);
+    }
     KLXUTIL_AU_PICTURE joined = previous;
     check(klxutilAuJoinFieldPair(&joined, &info.finished) >= 0);
     previous = info.finished;

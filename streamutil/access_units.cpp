@@ -154,6 +154,7 @@ int hevcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int ty
   if (r.overran() || !c->hevcPps[ppsId].valid || !c->hevcSps[c->hevcPps[ppsId].spsId].valid) return -1;
   const KLXUTIL_AU_HEVC_PPS& pps = c->hevcPps[ppsId];
   const KLXUTIL_AU_HEVC_SPS& sps = c->hevcSps[pps.spsId];
+  p.spsId = pps.spsId;
   if (sps.fieldSeqKnown) p.fieldPicture = sps.fieldSeq;
   const int32_t maxLsb = 1 << sps.log2MaxPocLsb;
   uint32_t lsb = 0;
@@ -244,6 +245,7 @@ int avcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int typ
   const uint32_t ppsId = r.ue(255);
   if (r.overran() || !c->avcPps[ppsId].valid || !c->avcSps[c->avcPps[ppsId].spsId].valid) return -1;
   const KLXUTIL_AU_AVC_SPS& s = c->avcSps[c->avcPps[ppsId].spsId];
+  p.spsId = c->avcPps[ppsId].spsId;
   if (s.separateColourPlanes) r.skip(2);
   r.skip(s.log2MaxFrameNum);
   p.fieldPicture = 0;
@@ -296,7 +298,7 @@ bool opens(int32_t codec, int type) {
 
 void openAccessUnit(KLXUTIL_AU_CUTTER* c) {
   const uint32_t sequence = c->current.sequence;
-  c->current = KLXUTIL_AU_PICTURE{0, 0, sequence, -1, 0, c->accessUnits};
+  c->current = KLXUTIL_AU_PICTURE{0, 0, sequence, -1, 0, c->accessUnits, -1};
   ++c->accessUnits;
   c->vclSeen = 0;
 }

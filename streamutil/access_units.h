@@ -35,6 +35,8 @@ struct KLXUTIL_AU_PICTURE {
                          // (MPEG-2: picture_structure of the picture coding extension)
   int32_t randomAccess;  // 1 for IDR (H.264), IRAP (HEVC), sequence header (MPEG-2)
   uint64_t decodeIndex;  // access units before this one
+  int32_t spsId;         // H.264/HEVC: the id of the SPS its first slice activates through its
+                         // PPS (what lays out its picture timing SEI), -1 when not known
 };
 
 // What the cutter learnt of one unit.

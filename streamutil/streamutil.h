@@ -15,6 +15,8 @@
 #include "avcc.h"
 #include "sei_remove.h"
 #include "sei_read.h"
+#include "avc_sps_set.h"
+#include "access_units.h"
 #include "mpeg2_pictures.h"
 #include "mpeg2_edit.h"
 #include "cea608.h"
