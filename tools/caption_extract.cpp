@@ -9,6 +9,7 @@
 
 #include "platform/tcxlat.h"
 #include "stamp_plan.h"
+#include "streamutil/avc_sps_set.h"
 #include "streamutil/cea608.h"
 #include "streamutil/hevc_params.h"
 #include "streamutil/mpeg2_edit.h"
@@ -56,6 +57,7 @@ class Extractor {
       : info_(info), form_(form), out_(out), keepCues_(keepCues), r_(result), field_(channel <= 2 ? 0 : 1) {
     r_.codec = info.codec;
     klxutilDisplayOrderInit(&order_);
+    klxutilAvcSpsSetInit(avcSps_.get());
     klxutilCea608Init(decoder_.get(), channel);
     for (const auto& unit : info.parameterSets) learn(unit.data(), uint32_t(unit.size()));
     if (form_ == TextForm::kScc) text_ = "Scenarist_SCC V1.0\n";
@@ -82,7 +84,8 @@ class Extractor {
         n = klxUtilReadHevcCaptionsSEI(frame, size, lengthPrefixed, triplets, 64);
         break;
       case StreamCodec::kH264:
-        p.hasTimecode = avcSps_ && klxUtilReadH264TimeCode(frame, size, lengthPrefixed, avcSps_.get(), &p.timecode) == 1;
+        p.hasTimecode = klxUtilReadH264TimeCode(frame, size, lengthPrefixed, klxutilAvcSpsSetFind(avcSps_.get(), au.picture.spsId),
+                                                &p.timecode) == 1;
         n = klxUtilReadH264CaptionsSEI(frame, size, lengthPrefixed, triplets, 64);
         break;
       case StreamCodec::kMpeg2:
@@ -122,11 +125,10 @@ class Extractor {
     if (size < 2) return;
     zr_bitstream s{const_cast<uint8_t*>(unit), int64_t(size), uint64_t(size) * 8, 0};
     if (info_.codec == StreamCodec::kH264 && (unit[0] & 0x1F) == 7) {
-      auto sps = std::make_shared<SPS_DECODED>();
-      if (klxutilRead_SPS(&s, sps.get()) == 0) return;
-      avcSps_ = sps;
-      const AVC_VUI_PARAMETERS& v = sps->vui;
-      if (!fps_ && sps->vui_parameters_present_flag && v.timing_info_present_flag && v.num_units_in_tick)
+      if (klxutilAvcSpsSetLearn(avcSps_.get(), unit, size) != 0) return;
+      const SPS_DECODED& sps = *klxutilAvcSpsSetFind(avcSps_.get(), -1);
+      const AVC_VUI_PARAMETERS& v = sps.vui;
+      if (!fps_ && sps.vui_parameters_present_flag && v.timing_info_present_flag && v.num_units_in_tick)
         fps_ = double(v.time_scale) / (2.0 * v.num_units_in_tick);  // H.264 ticks are field periods
     } else if (info_.codec == StreamCodec::kHevc && ((unit[0] >> 1) & 0x3F) == 33 && !fps_) {
       auto h = std::make_unique<HEVC_SPS_DECODED>();
@@ -253,7 +255,8 @@ class Extractor {
   bool settled_ = false;
   bool havePlaced_ = false;
   uint32_t lastDisplay_ = 0, lastTimecode_ = 0;  // the last picture placed and its timecode
-  std::shared_ptr<SPS_DECODED> avcSps_;
+  // The H.264 SPSs seen so far, by id: a picture's pic_timing is read by the one it activates.
+  std::unique_ptr<KLXUTIL_AVC_SPS_SET> avcSps_ = std::make_unique<KLXUTIL_AVC_SPS_SET>();
   uint32_t mpeg2RateCode_ = 0;
   KLX_TIMECODE gop_{};
   bool haveGop_ = false;

@@ -44,9 +44,9 @@ constexpr const char* kUsage =
     "                       frames is accepted for drop-frame rates)\n"
     "  --rate R             timecode rate: 23.98, 24, 25, 29.97df (drop-frame), 29.97, 30,\n"
     "                       50, 59.94df, 59.94 or 60 (or 30000/1001, drop-frame, pal... as\n"
-    "                       everywhere); default: the stream's VUI timing (29.97 and 59.94 are\n"
-    "                       then counted drop-frame)\n"
-    "                       (frame rate, not field rate), else 25\n"
+    "                       everywhere); default: the stream's frame rate (VUI timing, not\n"
+    "                       its field rate), else the container's, else 25; 29.97 and 59.94\n"
+    "                       are then counted drop-frame\n"
     "  --captions FILE.scc  CEA-608 captions from a Scenarist SCC file, each byte pair in the\n"
     "                       picture shown at its timecode (SCC times are on the --tc clock)\n"
     "  --fields             each coded picture is one field: two pictures share a timecode\n"
@@ -143,9 +143,12 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
         }
       }
     } else if (plan.codec == StreamCodec::kH264 && (unit[0] & 0x1F) == 7) {
-      auto sps = std::make_shared<SPS_DECODED>();
-      zr_bitstream s = readerOver(unit);
-      if (klxutilRead_SPS(&s, sps.get()) == 0) {
+      if (!plan.avcSps) {
+        plan.avcSps = std::make_shared<KLXUTIL_AVC_SPS_SET>();
+        klxutilAvcSpsSetInit(plan.avcSps.get());
+      }
+      const bool first = plan.avcSps->lastId < 0;
+      if (klxutilAvcSpsSetLearn(plan.avcSps.get(), unit.data(), uint32_t(unit.size())) != 0) {
         error = "cannot read the H.264 sequence parameter set";
         return false;
       }
@@ -156,12 +159,12 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
         return false;
       }
       out.resize(n);
-      const AVC_VUI_PARAMETERS& v = sps->vui;
-      if (!plan.avcSps && sps->vui_parameters_present_flag && v.timing_info_present_flag && v.num_units_in_tick) {
+      const SPS_DECODED& sps = *klxutilAvcSpsSetFind(plan.avcSps.get(), -1);
+      const AVC_VUI_PARAMETERS& v = sps.vui;
+      if (first && sps.vui_parameters_present_flag && v.timing_info_present_flag && v.num_units_in_tick) {
         fps = double(v.time_scale) / (2.0 * v.num_units_in_tick);  // H.264 ticks are field periods
         timing = std::to_string(v.time_scale) + "/" + std::to_string(2ull * v.num_units_in_tick);
       }
-      if (!plan.avcSps) plan.avcSps = sps;
     }
     plan.parameterSets.push_back(std::move(out));
   }
@@ -192,7 +195,8 @@ namespace {
 
 uint32_t libraryCodec(StreamCodec codec) { return codec == StreamCodec::kHevc ? KLX_CODEC_HEVC : KLX_CODEC_H264; }
 
-int timecodeInto(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, std::string& error) {
+int timecodeInto(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, const SPS_DECODED* avcSps,
+                 std::string& error) {
   const uint32_t framing = lengthPrefixed ? 1 : 0;
   int done = 0;
   if (plan.codec == StreamCodec::kHevc) {
@@ -206,8 +210,8 @@ int timecodeInto(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, std:
     return done;
   }
   KLX_TIMECODE old{};
-  if (klxUtilReadH264TimeCode(frame.pData, frame.nDataSize, framing, plan.avcSps.get(), &old) == 1) done |= kReplacedTimecode;
-  const int rc = klxutilAddAVCTimeCode(&frame, plan.rate->tcType, plan.avcSps.get(), framing, plan.avcFlags);
+  if (klxUtilReadH264TimeCode(frame.pData, frame.nDataSize, framing, avcSps, &old) == 1) done |= kReplacedTimecode;
+  const int rc = klxutilAddAVCTimeCode(&frame, plan.rate->tcType, avcSps, framing, plan.avcFlags);
   if (rc != 0) return error = rc == KLX_SEI_NO_ROOM ? "no room for the pic_timing SEI" : "cannot write the pic_timing SEI", -1;
   return done;
 }
@@ -229,8 +233,9 @@ StampPosition stampPositionOf(const StampPlan& plan, uint64_t decodeIndex, uint6
 // timecode of its display position, and its caption pair. Returns kReplaced.../kWroteCaption
 // bits, or -1 with `error` set.
 int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, const StampPosition& at, bool hasPicture,
-                    std::string& error) {
+                    const SPS_DECODED* avcSps, std::string& error) {
   if (!hasPicture) return 0;
+  if (plan.codec == StreamCodec::kH264 && !avcSps) return error = "no sequence parameter set for its picture", -1;
   const uint64_t displayFrame = at.frame();
   const bool firstField = at.firstField();
   frame.nTimecode = static_cast<uint32_t>(plan.startFrame + displayFrame);
@@ -239,7 +244,7 @@ int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, c
     KLX_TIMECODE tc{};
     const bool timecode = plan.codec == StreamCodec::kHevc
                               ? klxUtilReadHevcTimeCode(frame.pData, frame.nDataSize, framing, &tc) == 1
-                              : klxUtilReadH264TimeCode(frame.pData, frame.nDataSize, framing, plan.avcSps.get(), &tc) == 1;
+                              : klxUtilReadH264TimeCode(frame.pData, frame.nDataSize, framing, avcSps, &tc) == 1;
     const bool captions = plan.captions && (plan.codec == StreamCodec::kHevc
                                                 ? klxUtilReadHevcCaptionsSEI(frame.pData, frame.nDataSize, framing, nullptr, 0)
                                                 : klxUtilReadH264CaptionsSEI(frame.pData, frame.nDataSize, framing, nullptr, 0)) > 0;
@@ -248,7 +253,7 @@ int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, c
                      " and --keep-existing was given: nothing written",
              -1;
   }
-  int done = timecodeInto(plan, frame, lengthPrefixed, error);
+  int done = timecodeInto(plan, frame, lengthPrefixed, avcSps, error);
   if (done < 0 || !plan.captions) return done;
   const int removed = klxutilRemoveSEIMessages(&frame, codec, framing, &KLX_SEI_CC_DATA, 1);
   done |= removed > 0 ? kReplacedCaptions : 0;
@@ -347,6 +352,7 @@ class Stamper : public media::FrameEditor {
 
   bool edit(media::PipelineFrame& pf, std::string& error) override {
     DFRAME& frame = *pf.frame;
+    const SPS_DECODED* avcSps = plan.codec == StreamCodec::kH264 ? activeSps(pf) : nullptr;
     // --length-prefixed edits start-code frames as an MP4 host holds them.
     const bool convert = args_.has("length-prefixed") && pf.framing == media::Framing::kAnnexB && plan.codec != StreamCodec::kMpeg2;
     const bool lengthPrefixed = convert || pf.framing == media::Framing::kLengthPrefixed;
@@ -358,7 +364,7 @@ class Stamper : public media::FrameEditor {
     }
     const StampPosition at = stampPositionOf(plan, pf.decodeIndex, pf.displayIndex, pf.displayField, pf.fieldPicture);
     const int done = plan.codec == StreamCodec::kMpeg2 ? stampMpeg2AccessUnit(plan, groups, frame, at, pf.hasPicture, error)
-                                                       : stampAccessUnit(plan, frame, lengthPrefixed, at, pf.hasPicture, error);
+                                                       : stampAccessUnit(plan, frame, lengthPrefixed, at, pf.hasPicture, avcSps, error);
     if (done < 0) return error = "access unit " + std::to_string(pf.decodeIndex) + ": " + error, false;
     if (convert) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
     if (pf.hasPicture) {
@@ -384,6 +390,16 @@ class Stamper : public media::FrameEditor {
   Mpeg2Groups groups;
 
  private:
+  // The SPS the access unit's picture activates, after the SPS units it carries (a spliced
+  // stream's next SPS arrives with its first IDR) have been learnt. An SPS that cannot be read
+  // is left out: the picture then finds the one its id held before, or none.
+  const SPS_DECODED* activeSps(const media::PipelineFrame& pf) {
+    for (const auto& u : *pf.units)
+      if (u.size > 0 && (pf.frame->pData[u.at + u.prefix] & 0x1F) == 7)
+        klxutilAvcSpsSetLearn(plan.avcSps.get(), pf.frame->pData + u.at + u.prefix, u.size);
+    return klxutilAvcSpsSetFind(plan.avcSps.get(), pf.spsId);
+  }
+
   const cli::Command& args_;
   const std::string& inPath_;
   const RateInfo* givenRate_;

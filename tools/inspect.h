@@ -12,6 +12,7 @@
 
 #include "cli.h"
 #include "streamutil/access_units.h"
+#include "streamutil/avc_sps_set.h"
 #include "streamutil/sei_read.h"
 
 enum class StreamCodec { kH264, kHevc, kMpeg2, kUnknown };
@@ -53,7 +54,7 @@ class FrameReport {
   uint32_t mpeg2RateCode_ = 0;       // frame_rate_code of the sequence header
   KLX_TIMECODE mpeg2Gop_{};          // time_code of the current group of pictures
   bool mpeg2HaveGop_ = false;
-  std::shared_ptr<struct SPS_DECODED> avcSps_;  // the last H.264 SPS seen
+  std::unique_ptr<KLXUTIL_AVC_SPS_SET> avcSps_;  // the H.264 SPSs seen so far, by id
   KLXUTIL_DISPLAY_ORDER order_{};
   std::map<uint64_t, Facts> waiting_;  // pictures not yet placed, by decode index
   struct Line {

@@ -48,18 +48,19 @@ void FrameReport::add(const media::AccessUnit& au) {
   const uint32_t lengthPrefixed = lengthPrefixed_ ? 1 : 0;
   Facts facts;
   facts.poc = au.picture.poc;
-  if (!hevc)  // pic_timing needs the active SPS (pic_struct_present_flag, HRD field lengths)
-    for (const auto& u : au.units) {
-      if (u.size == 0 || (au.unit(u)[0] & 0x1F) != 7) continue;
-      if (!avcSps_) avcSps_ = std::make_shared<SPS_DECODED>();
-      zr_bitstream s{const_cast<uint8_t*>(au.unit(u)), int64_t(u.size), uint64_t(u.size) * 8, 0};
-      if (klxutilRead_SPS(&s, avcSps_.get()) == 0) avcSps_.reset();
+  if (!hevc) {  // pic_timing is laid out by the SPS the picture activates (HRD, pic_struct_present_flag)
+    if (!avcSps_) {
+      avcSps_ = std::make_unique<KLXUTIL_AVC_SPS_SET>();
+      klxutilAvcSpsSetInit(avcSps_.get());
     }
+    for (const auto& u : au.units) klxutilAvcSpsSetLearn(avcSps_.get(), au.unit(u), u.size);
+  }
   const uint8_t* frame = au.bytes.data();
   const uint32_t size = static_cast<uint32_t>(au.bytes.size());
   KLX_TIMECODE tc{};
   const int found = hevc ? klxUtilReadHevcTimeCode(frame, size, lengthPrefixed, &tc)
-                         : avcSps_ ? klxUtilReadH264TimeCode(frame, size, lengthPrefixed, avcSps_.get(), &tc) : 0;
+                         : klxUtilReadH264TimeCode(frame, size, lengthPrefixed,
+                                                   klxutilAvcSpsSetFind(avcSps_.get(), au.picture.spsId), &tc);
   if (found == 1) facts.timecode = timecodeString(tc);
   uint8_t triplets[3 * 64];
   const int n = hevc ? klxUtilReadHevcCaptionsSEI(frame, size, lengthPrefixed, triplets, 64)

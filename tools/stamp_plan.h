@@ -9,6 +9,7 @@
 
 #include "inspect.h"
 #include "streamutil/avc_params.h"
+#include "streamutil/avc_sps_set.h"
 #include "streamutil/dframe.h"
 #include "streamutil/scc.h"
 
@@ -37,7 +38,10 @@ struct StampPlan {
   std::vector<SCC_CAPTION> captionPairs;
   std::vector<int32_t> captionAt;  // display frame (from startFrame) -> index in captionPairs, -1 none
   bool keepExisting = false;
-  std::shared_ptr<const SPS_DECODED> avcSps;  // H.264: the active SPS as the input carries it
+  // H.264: the SPSs the input has carried so far, by id. Learnt in decode order (the editor
+  // hands each access unit's SPS units over before stamping it): a picture's pic_timing is read
+  // and written by the SPS it activates, which in a spliced stream need not be the first one.
+  std::shared_ptr<KLXUTIL_AVC_SPS_SET> avcSps;
   uint32_t avcFlags = 0;
   // The parameter-set units (from their header byte) as the output carries them: H.264 SPS
   // rewritten with pic_struct_present_flag. For carriers that keep them outside the frames.
@@ -72,8 +76,8 @@ inline const char* stampCodecTitle(StreamCodec codec) {
 uint32_t captionPacketFor(const SCC_CAPTION* pair, uint32_t cdpRate, uint16_t sequence, uint8_t* out, uint32_t cap);
 
 // Stream-level preparation over the parameter-set units (each from its header byte, with its
-// emulation prevention): the rate (givenRate, else the VUI timing, else 25), field coding, the
-// active H.264 SPS and its rewrite for pic_struct (plan.parameterSets). plan.codec,
+// emulation prevention): the rate (givenRate, else the first SPS's VUI timing, else 25), field
+// coding, the H.264 SPSs and their rewrite for pic_struct (plan.parameterSets). plan.codec,
 // plan.fields (when forced) and plan.keepExisting are set by the caller first. False with
 // `error` set when the H.264 SPS is missing or cannot be rewritten.
 bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& units, const RateInfo* givenRate,
@@ -81,10 +85,11 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
 
 // Edits one access unit in place (start codes, or 4-byte lengths when lengthPrefixed; the
 // frame's nBufferSize is its capacity): the timecode of its display position (replacing what
-// it carried), and its caption pair (captions replaced too). Returns kReplaced.../kWroteCaption
-// bits, or -1 with `error` set (no room, or existing timecode/captions with keepExisting).
+// it carried), and its caption pair (captions replaced too). `avcSps` (H.264) is the SPS its
+// picture activates. Returns kReplaced.../kWroteCaption bits, or -1 with `error` set (no room,
+// no SPS, or existing timecode/captions with keepExisting).
 int stampAccessUnit(const StampPlan& plan, DFRAME& frame, bool lengthPrefixed, const StampPosition& at, bool hasPicture,
-                    std::string& error);
+                    const SPS_DECODED* avcSps, std::string& error);
 
 // MPEG-2 video (stamp_mpeg2.cpp). The rate: givenRate, else the frame_rate_code of the first
 // sequence header among `units` (start-code units from their start code value), else 25 with

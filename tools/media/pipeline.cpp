@@ -453,7 +453,8 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
       klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(au.bytes.size()), static_cast<uint32_t>(room));
       frame.nFrame = static_cast<uint32_t>(result.accessUnits);
       PipelineFrame pf{&frame, info.framing, info.codec, result.accessUnits, w.displayIndex, w.displayField,
-                       au.picture.hasPicture != 0, au.picture.fieldPicture, au.picture.randomAccess != 0};
+                       au.picture.hasPicture != 0, au.picture.fieldPicture, au.picture.randomAccess != 0,
+                       au.picture.spsId, &au.units};
       if (!editor.edit(pf, error)) return false;
       if (frame.nDataSize > frame.nBufferSize) {
         error = "the editor overran a frame";

@@ -48,6 +48,8 @@ struct PipelineFrame {
   bool hasPicture;
   int fieldPicture;            // 1 field, 0 frame, -1 not known
   bool randomAccess;           // IDR / IRAP / sequence header
+  int spsId;                   // H.264/HEVC: id of the SPS its picture activates, -1 not known
+  const std::vector<UnitSpan>* units;  // its units as handed over (offsets into pData before any edit)
 };
 inline constexpr uint64_t kNoDisplayIndex = UINT64_MAX;
 
