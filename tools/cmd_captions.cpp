@@ -97,8 +97,8 @@ int cmdCaptions(int argc, char** argv) {
     if (output && *output == "-") std::fputc('\n', stdout);
     cli::printJson(j);
   } else if (output && *output != "-") {
-    std::printf("%s: %zu caption pairs on CC%u, %zu cues -> %s\n", inPath.c_str(), e.pairs, *channel, e.cueCount,
-                output->c_str());
+    std::printf("%s: %zu caption pair%s on CC%u, %zu cue%s -> %s\n", inPath.c_str(), e.pairs, e.pairs == 1 ? "" : "s",
+                *channel, e.cueCount, e.cueCount == 1 ? "" : "s", output->c_str());
   }
   return cli::kOk;
 }

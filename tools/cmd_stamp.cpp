@@ -282,7 +282,10 @@ bool readCaptions(const std::string& path, StampPlan& plan, std::string& error) 
     plan.captionPairs.resize(count);
     rc = klxutilReadScc(text->data(), text->size(), plan.rate->tcType, plan.captionPairs.data(), count, &count, &line);
   }
-  if (rc != 0) return error = path + ":" + std::to_string(line) + ": not a Scenarist SCC caption line", false;
+  if (rc != 0)
+    return error = path + ":" + std::to_string(line) +
+                   ": not a Scenarist SCC caption line (a timecode, then 4-digit hex byte pairs of odd parity)",
+           false;
   plan.captions = true;
   for (size_t i = 0; i < plan.captionPairs.size(); ++i) {
     const SCC_CAPTION& c = plan.captionPairs[i];
