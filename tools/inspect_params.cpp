@@ -14,17 +14,19 @@ struct Derived {
   params::Summary summary;
   uint32_t format = VID_FMT_INVALID;
   char text[21] = {};
-  bool exact = false;  // the word stands for the stream's own raster and frame rate
+  bool exact = false;  // the word stands for the stream's own raster, scan and frame rate
 };
 
-// The word's size tokens are buckets (a 1000-wide raster takes the 988 token) and a rate outside
-// the list has no code, so for some streams the word is only the nearest one.
+// The word's size tokens are buckets (a 1000-wide raster takes the 988 token), a rate outside
+// the list has no code, and below 600 lines the scan follows the height, so for some streams
+// the word is only the nearest one. A segmented-frame word fits either coding.
 bool wordIsExact(uint32_t format, const params::Summary& s) {
   int width = 0, height = 0;
   uint32_t rate = 0, scale = 0;
   if (vidImageSize(format, &width, &height, 0) != 0 || vidRateScale(format, &rate, &scale) != 0 || !scale || !s.scale)
     return false;
-  return width == s.width && height == s.height && uint64_t{rate} * s.scale == uint64_t{s.rate} * scale;
+  const bool scanFits = (format & VID_FMT_SEGMENTED) || (format & (s.interlaced ? VID_FMT_INTERLACED : VID_FMT_PROGRESSIVE));
+  return scanFits && width == s.width && height == s.height && uint64_t{rate} * s.scale == uint64_t{s.rate} * scale;
 }
 
 // "24", "29.97", "12.5": the stream's frame rate to two decimals.
@@ -47,7 +49,9 @@ std::string wordLine(const Derived& d) {
   std::snprintf(word, sizeof word, "0x%08X %s", d.format, d.text);
   std::string line = word;
   while (line.back() == ' ') line.pop_back();
-  if (!d.exact) line += " (the nearest word: the stream is " + raster + " at " + rateText(s) + " fps)";
+  if (!d.exact)
+    line += " (the nearest word: the stream is " + raster + (s.interlaced ? " interlaced" : " progressive") + " at " +
+            rateText(s) + " fps)";
   return line;
 }
 

@@ -1,5 +1,6 @@
 // inspect's signal format: the word of the stream's raster and rate, and whether the word stands
-// for the stream exactly or is only the nearest one (its sizes are buckets, its rates a list).
+// for the stream exactly or is only the nearest one (its sizes are buckets, its rates a list,
+// and below 600 lines its scan follows the height).
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -23,9 +24,13 @@ const Case kCases[] = {
     {"fmt-720p50.hevc", "1280x720:rate=50 -frames:v 2 -c:v libx265 -x265-params log-level=error -f hevc", "1280x720P@50", true,
      "0x22109032 1280x720P@50"},
     {"fmt-1000x600.264", "1000x600:rate=24 -frames:v 2 -c:v libx264 -f h264", "988x600P@24", false,
-     "988x600P@24 (the nearest word: the stream is 1000x600 at 24 fps)"},
+     "988x600P@24 (the nearest word: the stream is 1000x600 progressive at 24 fps)"},
     {"fmt-576-12.5.264", "720x576:rate=12.5 -frames:v 2 -c:v libx264 -f h264", "720x576i@Custom", false,
-     "720x576i@Custom (the nearest word: the stream is 720x576 at 12.5 fps)"},
+     "720x576i@Custom (the nearest word: the stream is 720x576 progressive at 12.5 fps)"},
+    {"fmt-576i25.264", "720x576:rate=25 -frames:v 2 -c:v libx264 -flags +ildct+ilme -f h264", "PAL-CCIR601", true,
+     "0x11A04219 PAL-CCIR601"},
+    {"fmt-240p25.hevc", "320x240:rate=25 -frames:v 2 -c:v libx265 -x265-params log-level=error -f hevc", "320x240i@25",
+     false, "320x240i@25 (the nearest word: the stream is 320x240 progressive at 25 fps)"},
     {"h264_160x90_25fps.264", nullptr, "", false, "none (no format word has a 160x90 raster)"},
 };
 
