@@ -202,7 +202,8 @@ Summary summarize(const SPS_DECODED& sps) {
 
 std::string summaryLine(const Summary& s) {
   char rate[48] = "rate not signalled";
-  if (s.rate && s.scale) std::snprintf(rate, sizeof rate, "%.3f fps (%u/%u)", double(s.rate) / s.scale, s.rate, s.scale);
+  if (s.rate && s.scale)  // the fraction in lowest terms: H.264's ticks are fields, 50/2 is 25/1
+    std::snprintf(rate, sizeof rate, "%.3f fps (%s)", double(s.rate) / s.scale, cli::rateText(s.rate, s.scale).c_str());
   char colour[64] = "colour unspecified";
   if (s.colourDescription)
     std::snprintf(colour, sizeof colour, "colour %d/%d/%d", s.colourPrimaries, s.transferCharacteristics,

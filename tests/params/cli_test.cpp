@@ -37,6 +37,8 @@ TEST(ParamsCommand, SummaryAgreesWithFfprobe) {
     auto text = qtest::runTool("params " + qtest::shellQuote(path));
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_NE(text.out.find("x" + ffprobeField(path, "height") + ","), std::string::npos) << text.out;
+    // The rate as ffprobe reduces it (x264's VUI gives 50/2 for 25 frames per second).
+    EXPECT_NE(text.out.find(" fps (" + ffprobeField(path, "r_frame_rate") + ")"), std::string::npos) << text.out;
   }
 }
 
