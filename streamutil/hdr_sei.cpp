@@ -273,14 +273,15 @@ struct HdrPlan {
 bool measureRewrite(const uint8_t* frame, const KLX_NAL_UNIT& u, uint32_t hevc, SeiEdit& edit) {
   const uint32_t headerBytes = hevc ? 2 : 1;
   Escaper escaper(frame + u.offset + u.prefixLength, headerBytes);
-  uint32_t rbsp = 0, escaped = 0;
+  uint64_t rbsp = 0, escaped = 0;
   if (!forEachKeptByte(bodyOf(frame, u, hevc), [&](uint8_t b) {
         ++rbsp;
         escaper.put(b, [&](uint8_t) { ++escaped; });
       }))
     return false;
-  edit.rbspBytes = rbsp;
-  edit.newBytes = 4 + headerBytes + escaped;
+  if (4 + headerBytes + escaped > UINT32_MAX) return false;
+  edit.rbspBytes = static_cast<uint32_t>(rbsp);
+  edit.newBytes = static_cast<uint32_t>(4 + headerBytes + escaped);
   return true;
 }
 

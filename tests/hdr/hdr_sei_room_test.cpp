@@ -61,6 +61,7 @@ struct RoomRow {
   int capacityBeyondLeast;   // capacity = max(frame + new units, final size) + this
   int result;
 };
+void PrintTo(const RoomRow& row, std::ostream* os) { *os << row.name; }
 
 const SeiUnit kOnlyMastering = {{{137, kMastering}}, 4, true};
 const SeiUnit kGrowing = {{kZeroRun, kTransfer}, 3, false};  // +7 escapes +1 start code -3 message
