@@ -184,7 +184,14 @@ int klxutilGetAvcc(const uint8_t* frame, uint32_t frameSize, uint32_t startCodes
 int klxutilReadAvcc(const uint8_t* record, uint32_t size, avcc_t* avcc, h264_stream_t* h, AVCC_HIGH_PROFILE_FIELDS* ext,
                     SPS_DECODED* firstSps, PPS_DECODED* firstPps) {
   if (!record || !avcc) return -1;
-  if (size >= 8 && std::memcmp(record + 4, "avcC", 4) == 0) record += 8, size -= 8;
+  if (size >= 8 && std::memcmp(record + 4, "avcC", 4) == 0) {
+    // The box says how long the record is: a box cut short is refused (its optional High-profile
+    // fields would otherwise just look absent), bytes behind it belong to the next box.
+    const uint32_t boxSize = (uint32_t{record[0]} << 24) | (uint32_t{record[1]} << 16) | (uint32_t{record[2]} << 8) | record[3];
+    if (boxSize != 0 && (boxSize < 8 || boxSize > size)) return -1;  // 0: the box runs to the end
+    if (boxSize != 0) size = boxSize;
+    record += 8, size -= 8;
+  }
   Cursor c{record, size};
   std::free(avcc->sps_table);
   std::free(avcc->pps_table);

@@ -34,6 +34,8 @@ int klxutilGetAvcc(const uint8_t* frame, uint32_t frameSize, uint32_t startCodes
 // arrays it already held are released first); when `h` is given, each SPS / PPS is read into the
 // context's record of its id and the arrays point there. `ext`, `firstSps`, `firstPps` (each may be
 // null) receive the High-profile fields and the full records of the first SPS and PPS.
+// With the box header, the record is as long as the box's size word says (0: to the end of
+// `size`); a box longer than `size` is a record cut short.
 // Returns 0, or -1 for a null avcc, a record cut short, a wrong configurationVersion or an
 // allocation failure.
 int klxutilReadAvcc(const uint8_t* record, uint32_t size, avcc_t* avcc, h264_stream_t* h, AVCC_HIGH_PROFILE_FIELDS* ext,

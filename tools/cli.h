@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -73,10 +74,12 @@ class Command {
 
  private:
   std::string key(const std::string& names) const;
+  static void remember(const std::string& names, std::set<std::string>& into);
   const char* name_;
   std::unique_ptr<CLI::App> app_;
   std::map<std::string, std::vector<std::string>> values_;
   std::map<std::string, int64_t> counts_;
+  std::set<std::string> valueOptions_, flags_{"-h", "--help"};  // every spelling: "-o", "--output"
   std::vector<std::string> positional_;
   const char* usageText_ = nullptr;
   std::string footer_;

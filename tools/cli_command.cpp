@@ -1,6 +1,8 @@
 // cli::Command: a subcommand's options declared once, parsed by CLI11, read back by name.
 #include <CLI/CLI.hpp>
 
+#include <cstring>
+
 #include "cli.h"
 
 namespace cli {
@@ -30,7 +32,17 @@ std::string Command::key(const std::string& names) const {
   return dashes == std::string::npos ? names : names.substr(dashes + 2);
 }
 
+// "-o,--output" -> "-o", "--output".
+void Command::remember(const std::string& names, std::set<std::string>& into) {
+  for (size_t start = 0; start <= names.size();) {
+    const size_t comma = std::min(names.find(',', start), names.size());
+    into.insert(names.substr(start, comma - start));
+    start = comma + 1;
+  }
+}
+
 Command& Command::option(const std::string& names, const std::string& help) {
+  remember(names, valueOptions_);
   app_->add_option(names, values_[key(names)], help)
       ->expected(1)
       ->allow_extra_args(false)
@@ -40,6 +52,7 @@ Command& Command::option(const std::string& names, const std::string& help) {
 }
 
 Command& Command::repeatable(const std::string& names, const std::string& help) {
+  remember(names, valueOptions_);
   app_->add_option(names, values_[key(names)], help)
       ->expected(1)
       ->allow_extra_args(false)
@@ -49,6 +62,7 @@ Command& Command::repeatable(const std::string& names, const std::string& help) 
 }
 
 Command& Command::flag(const std::string& names, const std::string& help) {
+  remember(names, flags_);
   app_->add_flag(names, counts_[key(names)], help);
   return *this;
 }
@@ -66,6 +80,14 @@ Command& Command::positionals(const std::string& name, const std::string& help) 
 }
 
 std::optional<int> Command::parse(int argc, char** argv) {
+  // CLI11 gives an option the next word as its value whatever it is, so "--read --json box"
+  // read the file "--json" and then refused "box" as a stray file. An option of this command
+  // standing where a value belongs is refused as such.
+  for (int i = 0; i + 1 < argc && std::strcmp(argv[i], "--") != 0; ++i) {
+    const std::string next = argv[i + 1];
+    if (valueOptions_.count(argv[i]) && (valueOptions_.count(next) || flags_.count(next)))
+      return fail(name_, "%s takes a value, but the option %s follows it (see --help)", argv[i], next.c_str());
+  }
   std::vector<std::string> args(argv, argv + argc);
   std::reverse(args.begin(), args.end());  // CLI11 takes them last first
   try {

@@ -20,7 +20,8 @@ constexpr const char* kAbout =
     "a container whose AAC track carries ADTS headers (MPEG-TS); an MP4, MOV or Matroska AAC\n"
     "track has none, and is refused with the AudioSpecificConfig of its sample description.\n"
     "Stops with an error at the first byte that does not start a header or a frame that runs\n"
-    "past the end of the file.";
+    "past the end of the file. Offsets in a raw file are file offsets; what stands in front of\n"
+    "its first header (an ID3v2 tag, a frame cut short) is not listed.";
 constexpr const char* kFooter =
     "--json shape: {\"file\", \"frames\": [{\"offset\", \"length\", \"profile\": \"Main\"|\"LC\"|\"SSR\"|\"LTP\",\n"
     "  \"sampleRate\", \"channels\", \"protectionAbsent\", \"rawDataBlocks\"}], \"audioSpecificConfig\": HEX}\n"

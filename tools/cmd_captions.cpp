@@ -34,7 +34,7 @@ constexpr const char* kUsage =
     "  -y, --force          replace OUT when it exists\n"
     "  --json               list the decoded cues as JSON: {\"file\", \"codec\", \"channel\",\n"
     "                       \"pairs\", \"cues\":[{\"startFrame\", \"endFrame\", \"startMs\", \"endMs\",\n"
-    "                       \"startTimecode\", \"text\"}]}\n"
+    "                       \"startTimecode\", \"text\"}]} (on stderr with -o -)\n"
     "Example: quorvane captions extract clip.264 -o clip.srt\n";
 
 std::string timecodeText(uint32_t frames, uint32_t tcType) {
@@ -94,8 +94,9 @@ int cmdCaptions(int argc, char** argv) {
                            {"endMs", std::llround(c.endFrame * 1000.0 / e.frameRate)},
                            {"startTimecode", timecodeText(c.startTimecode, e.tcType)}, {"text", c.text}});
     }
-    if (output && *output == "-") std::fputc('\n', stdout);
-    cli::printJson(j);
+    // With the captions on standard output the JSON goes to stderr, as every command's summary
+    // does then: each stream stays one readable document.
+    cli::printJson(j, output && *output == "-" ? stderr : stdout);
   } else if (output && *output != "-") {
     std::printf("%s: %zu caption pair%s on CC%u, %zu cue%s -> %s\n", inPath.c_str(), e.pairs, e.pairs == 1 ? "" : "s",
                 *channel, e.cueCount, e.cueCount == 1 ? "" : "s", output->c_str());

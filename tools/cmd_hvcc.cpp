@@ -67,7 +67,8 @@ int readBox(const std::string& path, bool asJson) {
   auto text = cli::readFile(path);
   if (!text) return cli::failWith(cli::kFailed, "hvcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
   std::vector<uint8_t> box(text->begin(), text->end());
-  if (box.size() < 8 || std::memcmp(box.data() + 4, "hvcC", 4) != 0) {  // a bare record: add the box words
+  const bool bare = box.size() < 8 || std::memcmp(box.data() + 4, "hvcC", 4) != 0;
+  if (bare) {  // a bare record: add the box words
     uint32_t size = static_cast<uint32_t>(box.size() + 8);
     std::vector<uint8_t> head = {uint8_t(size >> 24), uint8_t(size >> 16), uint8_t(size >> 8), uint8_t(size), 'h', 'v', 'c', 'C'};
     box.insert(box.begin(), head.begin(), head.end());
@@ -96,7 +97,7 @@ int readBox(const std::string& path, bool asJson) {
     cli::printJson(json);
     return cli::kOk;
   }
-  std::printf("%s: hvcC, %zu bytes\n", path.c_str(), box.size());
+  std::printf("%s: %s, %zu bytes\n", path.c_str(), bare ? "record" : "hvcC", text->size());  // as in the file
   headerFields(header, stdout, nullptr);
   if (haveSps) std::printf("%s\n", params::summaryLine(params::summarize(*d.hevcSps, d.hevcVps.get())).c_str());
   for (const char* kind : {"VPS", "SPS", "PPS"}) {

@@ -52,8 +52,12 @@ const CodeName* begin(ColourKind k, size_t& n) {
 
 // The first HDR SEI value of each kind in the stream (Annex B).
 
-constexpr double kChromaticityUnit = 0.00002;
-constexpr double kLuminanceUnit = 0.0001;
+// Divided, not multiplied by 0.00002 / 0.0001: 7500 units are then the double nearest 0.15, where
+// the product gave 0.15000000000000002 in the JSON.
+constexpr double kChromaticityUnitsPerOne = 50000;
+constexpr double kLuminanceUnitsPerCdm2 = 10000;
+double chromaticity(uint32_t units) { return units / kChromaticityUnitsPerOne; }
+double luminance(uint32_t units) { return units / kLuminanceUnitsPerCdm2; }
 constexpr const char* kPrimaryNames[3] = {"green", "blue", "red"};
 
 std::string label(ColourKind kind, int code) {
@@ -77,11 +81,11 @@ void hdrText(FILE* out, const KLX_HDR_METADATA& md) {
     const KLX_MASTERING_DISPLAY& m = md.masteringDisplay;
     std::fprintf(out, "  mastering display:");
     for (int c = 0; c < 3; ++c)
-      std::fprintf(out, " %c(%.5f,%.5f)", "GBR"[c], m.display_primaries_x[c] * kChromaticityUnit,
-                   m.display_primaries_y[c] * kChromaticityUnit);
-    std::fprintf(out, " WP(%.5f,%.5f), luminance %.4f .. %.4f cd/m2\n", m.white_point_x * kChromaticityUnit,
-                 m.white_point_y * kChromaticityUnit, m.max_display_mastering_luminance * kLuminanceUnit,
-                 m.min_display_mastering_luminance * kLuminanceUnit);
+      std::fprintf(out, " %c(%.5f,%.5f)", "GBR"[c], chromaticity(m.display_primaries_x[c]),
+                   chromaticity(m.display_primaries_y[c]));
+    std::fprintf(out, " WP(%.5f,%.5f), luminance %.4f .. %.4f cd/m2\n", chromaticity(m.white_point_x),
+                 chromaticity(m.white_point_y), luminance(m.max_display_mastering_luminance),
+                 luminance(m.min_display_mastering_luminance));
   }
   if (md.present & KLX_HDR_HAS_CONTENT_LIGHT_LEVEL)
     std::fprintf(out, "  content light level: MaxCLL %u cd/m2, MaxFALL %u cd/m2\n",
@@ -106,12 +110,12 @@ cli::JsonValue hdrJson(const params::Summary& s, const KLX_HDR_METADATA& md) {
     cli::JsonValue primaries = cli::JsonValue::array();
     for (int c = 0; c < 3; ++c)
       primaries.push_back({{"colour", kPrimaryNames[c]},
-                           {"x", m.display_primaries_x[c] * kChromaticityUnit},
-                           {"y", m.display_primaries_y[c] * kChromaticityUnit}});
+                           {"x", chromaticity(m.display_primaries_x[c])},
+                           {"y", chromaticity(m.display_primaries_y[c])}});
     j["masteringDisplay"] = {{"primaries", std::move(primaries)},
-                             {"whitePoint", {{"x", m.white_point_x * kChromaticityUnit}, {"y", m.white_point_y * kChromaticityUnit}}},
-                             {"maxLuminance", m.max_display_mastering_luminance * kLuminanceUnit},
-                             {"minLuminance", m.min_display_mastering_luminance * kLuminanceUnit}};
+                             {"whitePoint", {{"x", chromaticity(m.white_point_x)}, {"y", chromaticity(m.white_point_y)}}},
+                             {"maxLuminance", luminance(m.max_display_mastering_luminance)},
+                             {"minLuminance", luminance(m.min_display_mastering_luminance)}};
   }
   if (md.present & KLX_HDR_HAS_CONTENT_LIGHT_LEVEL)
     j["contentLightLevel"] = {{"maxCll", md.contentLightLevel.max_content_light_level},

@@ -32,15 +32,15 @@ constexpr SubCommand kCommands[] = {
 
 void usage(FILE* out) {
   std::fprintf(out,
-               "usage: quorvane [-v|--verbose] <command> [options]\n"
+               "usage: quorvane [-v|--verbose] [--json] <command> [options]\n"
                "       quorvane <command> --help     (or: quorvane help <command>)\n"
                "       quorvane --version\n\n"
                "Quorvane media utilities.\n\ncommands:\n");
   for (const auto& c : kCommands) std::fprintf(out, "  %-9s %s\n", c.name, c.summary);
   std::fprintf(out,
-               "\nEvery command takes --json for one JSON document on standard output (a failure under\n"
-               "--json prints {\"error\", \"command\", \"exitCode\"} too). -v shows the library's own log\n"
-               "lines on stderr.\n");
+               "\nEvery command takes --json (before or after its name) for one JSON document on standard\n"
+               "output (a failure under --json prints {\"error\", \"command\", \"exitCode\"} too). -v shows\n"
+               "the library's own log lines on stderr.\n");
 }
 
 const SubCommand* find(const char* name) {
@@ -54,7 +54,7 @@ const SubCommand* find(const char* name) {
 int main(int argc, char** argv) {
   // -v/--verbose and --json are the whole command's: taken here, before the subcommand's parser.
   std::vector<char*> args;
-  bool verbose = false, json = false, positionalOnly = false;
+  bool verbose = false, json = false, jsonBeforeCommand = false, positionalOnly = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view a = argv[i];
     if (!positionalOnly && (a == "-v" || a == "--verbose")) {
@@ -62,9 +62,17 @@ int main(int argc, char** argv) {
       continue;
     }
     if (a == "--") positionalOnly = true;
-    if (!positionalOnly && a == "--json") json = true;
+    if (!positionalOnly && a == "--json") {
+      json = true;
+      if (args.empty()) {  // "quorvane --json inspect f": the command's option, written before it
+        jsonBeforeCommand = true;
+        continue;
+      }
+    }
     args.push_back(argv[i]);
   }
+  static char jsonOption[] = "--json";
+  if (jsonBeforeCommand && !args.empty() && find(args[0])) args.insert(args.begin() + 1, jsonOption);
   cli::setVerbose(verbose);
   cli::setJsonErrors(json);
   cli::installLogSink();

@@ -73,6 +73,9 @@ class ContainerAdts : public AudioInput {
       return false;
     }
     const std::string name = fmt_->iformat->name;
+    // A raw ADTS file libavformat had to open because its first bytes are no header (an ID3v2
+    // tag, or a cut through a frame): its packets are pieces of the file, at their own places.
+    rawFile_ = name == "aac";
     container_ = name.rfind("mov,mp4", 0) == 0 ? "MP4/MOV" : name.rfind("matroska", 0) == 0 ? "Matroska"
                : name == "mpegts" ? "MPEG-TS" : name == "mxf" ? "MXF" : fmt_->iformat->long_name ? fmt_->iformat->long_name : name;
     std::vector<int> aac;
@@ -107,7 +110,9 @@ class ContainerAdts : public AudioInput {
     while (!got && libav::api().av_read_frame(fmt_, packet) >= 0) {
       if (packet->stream_index == track_) {
         bytes.assign(packet->data, packet->data + packet->size);
-        offset = position_;  // the offset in the ADTS stream the track holds
+        // In a container: the offset in the ADTS stream the track holds; in a raw file: the
+        // file offset, past the bytes in front of the first header (not ADTS, never listed).
+        offset = rawFile_ && packet->pos >= 0 ? static_cast<uint64_t>(packet->pos) : position_;
         position_ += bytes.size();
         got = true;
       }
@@ -121,6 +126,7 @@ class ContainerAdts : public AudioInput {
   AVFormatContext* fmt_ = nullptr;
   int track_ = -1;
   uint64_t position_ = 0;
+  bool rawFile_ = false;
 };
 
 }  // namespace

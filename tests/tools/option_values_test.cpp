@@ -1,0 +1,46 @@
+// An option that takes a value, followed by another option of the command instead: refused by
+// naming both (exit 2, one line), rather than the option taking the other's name as its value.
+// A value that only looks like an option (a negative number) is still a value.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace {
+
+struct Row {
+  const char* args;
+  int exitCode;
+  const char* stderrHas;  // "" when stderr must be empty
+};
+
+TEST(OptionValues, AnOptionWhereAValueBelongsIsNamed) {
+  qtest::TempDir dir;
+  const std::string box = dir.file("box.bin");
+  ASSERT_EQ(qtest::runTool("dvcc -o " + qtest::shellQuote(box) + " --profile 8 --level 6").exitCode, 0);
+  const std::string file = " " + qtest::shellQuote(box);
+  const Row rows[] = {
+      {"dvcc --read --json", 2, "quorvane dvcc: --read takes a value, but the option --json follows it"},
+      {"hvcc --read --json", 2, "quorvane hvcc: --read takes a value, but the option --json follows it"},
+      {"avcc --read -y", 2, "quorvane avcc: --read takes a value, but the option -y follows it"},
+      {"params --track --help", 2, "quorvane params: --track takes a value, but the option --help follows it"},
+      {"dvcc --json --read", 0, ""},
+      {"cmd new play --channel 1 --speed -2 --json", 0, ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.args);
+    const bool takesFile = std::string(row.args).rfind("cmd", 0) != 0;
+    auto r = qtest::runTool(std::string(row.args) + (takesFile ? file : ""));
+    EXPECT_EQ(r.exitCode, row.exitCode) << r.err;
+    if (*row.stderrHas) {
+      EXPECT_EQ(r.err.rfind(row.stderrHas, 0), 0u) << r.err;
+      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    } else {
+      EXPECT_EQ(r.err, "");
+    }
+  }
+}
+
+}  // namespace
