@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <memory>
 
 #include "config_record.h"
@@ -348,7 +349,7 @@ class ContainerInput : public Input {
   bool next(AccessUnit& au) override {
     PacketPtr packet(libav::api().av_packet_alloc());
     for (;;) {
-      const int rc = libav::api().av_read_frame(fmt_, packet.get());
+      const int rc = readPacket(packet.get());
       if (rc == AVERROR_EOF) return false;
       if (rc < 0) {
         error_ = "read error in the container";
@@ -436,12 +437,56 @@ class ContainerInput : public Input {
       info_.parameterSets = std::move(record.units);
     } else if (!info_.extradata.empty()) {
       for (const auto& [u, size] : annexBSample(info_.extradata).units) info_.parameterSets.emplace_back(u, u + size);
+      // libavformat's MXF reader makes up AVC-Intra parameter sets for some rasters; a stream
+      // that carries its own is described by those.
+      std::vector<Bytes> inBand = firstSampleParameterSets();
+      if (!inBand.empty() && inBand != info_.parameterSets) {
+        info_.extradata.clear();
+        for (const Bytes& unit : inBand) {
+          info_.extradata.insert(info_.extradata.end(), {0, 0, 0, 1});
+          info_.extradata.insert(info_.extradata.end(), unit.begin(), unit.end());
+        }
+        info_.parameterSets = std::move(inBand);
+      }
     }
     for (const auto& ps : info_.parameterSets) {
       klxutilAuCutterLearn(&cutter_, ps.data(), static_cast<uint32_t>(ps.size()));
       teachFieldSequence(cutter_, ps.data(), static_cast<uint32_t>(ps.size()));
     }
     return true;
+  }
+
+  // The next packet of the container: those read ahead first, in their order.
+  int readPacket(AVPacket* packet) {
+    if (lookahead_.empty()) return libav::api().av_read_frame(fmt_, packet);
+    libav::api().av_packet_move_ref(packet, lookahead_.front().get());
+    lookahead_.pop_front();
+    return 0;
+  }
+
+  // The parameter sets of the track's first sample (Annex B), when it holds an SPS; else none.
+  // The packets read to find out are kept for next(); at most a few hundred of other tracks are
+  // looked through.
+  std::vector<Bytes> firstSampleParameterSets() {
+    const bool hevc = info_.codec == StreamCodec::kHevc;
+    for (int read = 0; read < 256; ++read) {
+      PacketPtr packet(libav::api().av_packet_alloc());
+      if (!packet || libav::api().av_read_frame(fmt_, packet.get()) < 0) return {};
+      lookahead_.push_back(std::move(packet));
+      const AVPacket& p = *lookahead_.back();
+      if (p.stream_index != info_.track) continue;
+      const Bytes sample(p.data, p.data + p.size);
+      std::vector<Bytes> sets;
+      bool sps = false;
+      for (const auto& [u, size] : annexBSample(sample).units) {
+        const int type = size == 0 ? -1 : hevc ? (u[0] >> 1) & 0x3F : u[0] & 0x1F;
+        if (hevc ? type < 32 || type > 34 : type != 7 && type != 8) continue;
+        sps = sps || type == (hevc ? 33 : 7);
+        sets.emplace_back(u, u + size);
+      }
+      return sps ? sets : std::vector<Bytes>{};
+    }
+    return {};
   }
 
   // The units of the packet in `au.bytes`.
@@ -483,6 +528,7 @@ class ContainerInput : public Input {
   PipeSource pipe_{-1, {}, 0};
   KLXUTIL_AU_CUTTER cutter_{};
   uint64_t packets_ = 0;
+  std::deque<PacketPtr> lookahead_;  // packets read ahead by firstSampleCarriesSps, for next()
 };
 
 // ---------------------------------------------------------------- opening

@@ -15,7 +15,8 @@ namespace media::libav {
   X(avutil, av_dict_copy) X(avutil, av_dict_get) X(avutil, av_dict_set) X(avutil, av_freep) X(avutil, av_log_set_level)          \
   X(avutil, av_malloc) X(avutil, av_mallocz) X(avutil, av_strerror)                                                              \
   X(avcodec, av_new_packet) X(avcodec, av_packet_alloc) X(avcodec, av_packet_copy_props)                  \
-  X(avcodec, av_packet_free) X(avcodec, av_packet_rescale_ts) X(avcodec, av_packet_unref)                 \
+  X(avcodec, av_packet_free) X(avcodec, av_packet_move_ref) X(avcodec, av_packet_rescale_ts)            \
+  X(avcodec, av_packet_unref)                                                                            \
   X(avcodec, avcodec_get_name) X(avcodec, avcodec_parameters_copy)                                        \
   X(avformat, av_interleaved_write_frame) X(avformat, av_read_frame) X(avformat, av_write_trailer)        \
   X(avformat, avformat_alloc_context) X(avformat, avformat_alloc_output_context2)                         \

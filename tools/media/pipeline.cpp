@@ -167,6 +167,13 @@ class ContainerSink : public Sink {
       map_[i] = ost->index;
     }
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
+    // The input is described by other parameter sets than its extradata's (libavformat made them
+    // up while the stream carries its own): those are passed on.
+    const AVCodecParameters* inPar = in_->streams[video_]->codecpar;
+    const Bytes& described = input.info().extradata;
+    if (!setsReplaced && Bytes(inPar->extradata, inPar->extradata + inPar->extradata_size) != described &&
+        !replaceExtradata(input.info(), input.info().parameterSets, out_->streams[map_[video_]]->codecpar, error))
+      return false;
     libav::api().av_dict_copy(&out_->metadata, in_->metadata, 0);
     if (!timecode.empty())
       for (AVDictionary** tags : {&out_->metadata, &out_->streams[map_[video_]]->metadata})
