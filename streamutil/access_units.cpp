@@ -3,6 +3,7 @@
 // RBSP copy on the stack.
 #include "streamutil/access_units.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "streamutil/zr_bitstream.h"
@@ -227,8 +228,10 @@ int learnAvcSps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
 int learnAvcPps(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size) {
   Rbsp<32> r(unit, size, 1);
   const uint32_t id = r.ue(255), spsId = r.ue(31);
+  r.skip(1);  // entropy_coding_mode_flag
+  const uint32_t bottomFieldPicOrder = r.u(1);
   if (r.overran() || id > 255 || spsId > 31) return -1;
-  c->avcPps[id] = KLXUTIL_AU_AVC_PPS{1, static_cast<uint8_t>(spsId)};
+  c->avcPps[id] = KLXUTIL_AU_AVC_PPS{1, static_cast<uint8_t>(spsId), static_cast<uint8_t>(bottomFieldPicOrder)};
   return 0;
 }
 
@@ -244,8 +247,9 @@ int avcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int typ
   r.ue(), r.ue(9);  // first_mb_in_slice, slice_type
   const uint32_t ppsId = r.ue(255);
   if (r.overran() || !c->avcPps[ppsId].valid || !c->avcSps[c->avcPps[ppsId].spsId].valid) return -1;
-  const KLXUTIL_AU_AVC_SPS& s = c->avcSps[c->avcPps[ppsId].spsId];
-  p.spsId = c->avcPps[ppsId].spsId;
+  const KLXUTIL_AU_AVC_PPS& pps = c->avcPps[ppsId];
+  const KLXUTIL_AU_AVC_SPS& s = c->avcSps[pps.spsId];
+  p.spsId = pps.spsId;
   if (s.separateColourPlanes) r.skip(2);
   r.skip(s.log2MaxFrameNum);
   p.fieldPicture = 0;
@@ -256,11 +260,14 @@ int avcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int typ
   if (idr) r.ue(65535);  // idr_pic_id
   if (s.pocType == 0) {
     const int32_t lsb = static_cast<int32_t>(r.u(s.log2MaxPocLsb));
+    // A frame's bottom field may come first: its POC is the smaller of the two (8.2.1).
+    const int32_t deltaBottom = pps.bottomFieldPicOrder && p.fieldPicture == 0 ? r.se(-(1 << 30), 1 << 30) : 0;
     if (r.overran()) return -1;
-    p.poc = pocFromLsb(lsb, 1 << s.log2MaxPocLsb, c->prevPocLsb, c->prevPocMsb);
+    const int32_t top = pocFromLsb(lsb, 1 << s.log2MaxPocLsb, c->prevPocLsb, c->prevPocMsb);
+    p.poc = deltaBottom < 0 ? static_cast<int32_t>(std::max<int64_t>(INT32_MIN, int64_t{top} + deltaBottom)) : top;
     if ((unit[0] >> 5) & 3) {  // a reference picture is the reference for the next
       c->prevPocLsb = lsb;
-      c->prevPocMsb = p.poc - lsb;
+      c->prevPocMsb = top - lsb;
     }
   } else {
     p.poc = static_cast<int32_t>(2 * c->pictures);  // types 1 and 2: output follows decoding here

@@ -60,6 +60,7 @@ struct KLXUTIL_AU_AVC_SPS {
 };
 struct KLXUTIL_AU_AVC_PPS {
   uint8_t valid, spsId;
+  uint8_t bottomFieldPicOrder;  // bottom_field_pic_order_in_frame_present_flag
 };
 
 // The cutter's state: caller-owned, filled by klxutilAuCutterInit.

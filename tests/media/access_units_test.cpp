@@ -8,12 +8,14 @@
 #include <random>
 #include <sstream>
 
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 
 namespace {
 
 struct Cut {
   std::vector<uint64_t> offsets;        // access units, decode order
+  std::vector<int32_t> pocs;            // pictures, decode order
   std::vector<uint64_t> displayToDecode;
   int errors = 0;
 };
@@ -28,6 +30,7 @@ Cut cutStream(const std::vector<uint8_t>& s, int32_t codec) {
   auto place = [&](const KLXUTIL_AU_PICTURE& p, int32_t flush) {
     if (p.hasPicture) {
       EXPECT_EQ(klxutilDisplayOrderAdd(&order, p.decodeIndex, p.sequence, p.poc), 0);
+      cut.pocs.push_back(p.poc);
     }
     uint64_t decode = 0, display = 0;
     while (klxutilDisplayOrderNext(&order, flush, &decode, &display) == 1) {
@@ -95,6 +98,23 @@ TEST(AccessUnitApi, CutAndDisplayOrderAgreeWithFfmpeg) {
     for (size_t i = 0; i < packets.size(); ++i) EXPECT_EQ(decodeIndexAt(packets[i]), i) << "packet " << i;
     for (size_t d = 0; d < frames.size(); ++d) EXPECT_EQ(cut.displayToDecode[d], decodeIndexAt(frames[d])) << "display " << d;
   }
+}
+
+// A frame whose bottom field comes first has the bottom field's POC (ITU-T H.264 8.2.1:
+// Min(TopFieldOrderCnt, BottomFieldOrderCnt)), from pic_order_cnt_lsb and
+// delta_pic_order_cnt_bottom as trace_headers reads them (the stream is too short to wrap).
+TEST(AccessUnitApi, ABottomFieldFirstFramesPocIsItsBottomFields) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg not installed";
+  const std::string path = qtest::encodedStream(
+      "au_x264_bff.h264", "-f lavfi -i testsrc2=size=192x108:rate=25 -frames:v 10 -c:v libx264 -bf 2 -flags +ildct+ilme "
+                          "-x264-params bff=1 -f h264");
+  const Cut cut = cutStream(qtest::readBytes(path), KLXUTIL_AU_H264);
+  std::vector<int32_t> traced;
+  for (const auto& line : oracle::traceHeaderLines(path)) {
+    if (line.name == "pic_order_cnt_lsb") traced.push_back(int32_t(line.value));
+    if (line.name == "delta_pic_order_cnt_bottom") traced.back() += std::min<int32_t>(0, int32_t(line.value));
+  }
+  EXPECT_EQ(cut.pocs, traced);
 }
 
 // Random bytes and absurd parameter sets: a result code, never a crash or an overrun (the
