@@ -28,6 +28,7 @@ constexpr const char* kAbout =
 constexpr const char* kFooter =
     "--json shape: {\"in\", \"out\", \"output\": OUT's kind, \"to\": \"length\"|\"annexb\"|null,\n"
     "  \"codec\": \"h264\"|\"hevc\"|\"mpeg2\", \"frames\", \"pictures\", \"inBytes\", \"outBytes\"}\n"
+    "  (bytes of the video track: the other tracks are copied as they are)\n"
     "Example: quorvane reframe --to length clip.hevc clip.len\n";
 
 struct Target {

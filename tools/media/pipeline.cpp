@@ -84,7 +84,7 @@ class Sink {
   // elementary input, whose place in decode and display order is in `frame`.
   virtual bool write(const PipelineFrame& frame, const AVPacket* original, std::string& error) = 0;
   virtual bool finish(std::string& error) = 0;
-  uint64_t outBytes = 0;
+  uint64_t outBytes = 0;  // of the video track, as the input's count is
 };
 
 class EsSink : public Sink {
@@ -247,7 +247,6 @@ class ContainerSink : public Sink {
     auto* self = static_cast<ContainerSink*>(user);
     const int to = self->map_[packet->stream_index];
     if (to < 0 || !self->error_.empty()) return;
-    self->outBytes += static_cast<uint64_t>(packet->size);
     libav::api().av_packet_rescale_ts(packet, self->in_->streams[packet->stream_index]->time_base, self->out_->streams[to]->time_base);
     packet->stream_index = to;
     packet->pos = -1;
