@@ -114,6 +114,9 @@ TEST_F(Containers, RefusalsSayWhatWasFound) {
                     " -map 0:v -map 1:v -map 0:a -c copy " + shellQuote(twoVideo));
   qtest::runCommand("ffmpeg -v error -f lavfi -i testsrc2=size=64x64:rate=5 -t 1 -c:v libvpx-vp9 " + shellQuote(vp9));
   qtest::runCommand("ffmpeg -v error -i " + shellQuote(h264) + " -vn -c copy " + shellQuote(audio));
+  const std::string mp2 = dir.file("mp2.ts");
+  qtest::runCommand("ffmpeg -v error -f lavfi -i testsrc2=size=64x64:rate=25 -f lavfi -i sine=r=44100 -t 0.2 -c:v mpeg2video "
+                    "-c:a mp2 " + shellQuote(mp2));
   qtest::runCommand("cp " + shellQuote(h264) + " " + shellQuote(dir.file("exists.mp4")));
   qtest::runCommand("ln " + shellQuote(dir.file("exists.mp4")) + " " + shellQuote(dir.file("link.mp4")));
   struct Case {
@@ -124,6 +127,7 @@ TEST_F(Containers, RefusalsSayWhatWasFound) {
       {"nal " + vp9, vp9 + ": Matroska with no H.264, HEVC or MPEG-2 video track (found: 0: vp9)"},
       {"inspect " + audio, audio + ": MP4 with no H.264, HEVC or MPEG-2 video track (found: 0: aac)"},
       {"reframe " + hevc + " " + dir.file("o.mxf"), "MXF cannot carry HEVC video: write OUT as .mp4, .mov, .mkv or .ts"},
+      {"reframe " + mp2 + " " + dir.file("o.mxf"), "MXF cannot carry these tracks (mpeg2video, mp2 44100 Hz): write OUT as .mp4, .mkv or .ts"},
       {"reframe " + h264 + " " + dir.file("exists.mp4"), dir.file("exists.mp4") + " exists: give -y (--force) to replace it"},
       {"reframe -y " + dir.file("exists.mp4") + " " + dir.file("link.mp4"),
        dir.file("link.mp4") + " is the input file " + dir.file("exists.mp4") + ": choose another OUT"},

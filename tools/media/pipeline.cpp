@@ -302,10 +302,25 @@ class ContainerSink : public Sink {
       return false;
     }
     if (libav::api().avformat_write_header(out_, nullptr) < 0) {
-      error = std::string(kind.name) + " cannot carry this " + codecTitle(codec) + " track: write OUT as .mp4, .mkv or .ts";
+      // The writer does not say which track it refused: with other tracks beside the video, all
+      // are named (MXF takes neither MP2 audio nor 44.1 kHz, for one).
+      const std::string what = out_->nb_streams > 1 ? "these tracks (" + trackNames() + ")"
+                                                    : "this " + std::string(codecTitle(codec)) + " track";
+      error = std::string(kind.name) + " cannot carry " + what + ": write OUT as .mp4, .mkv or .ts";
       return false;
     }
     return true;
+  }
+
+  // "mpeg2video, mp2 44100 Hz": the output's tracks as the refusal names them.
+  std::string trackNames() const {
+    std::string names;
+    for (unsigned i = 0; i < out_->nb_streams; ++i) {
+      const AVCodecParameters* par = out_->streams[i]->codecpar;
+      names += (i ? ", " : "") + std::string(libav::api().avcodec_get_name(par->codec_id));
+      if (par->codec_type == AVMEDIA_TYPE_AUDIO && par->sample_rate > 0) names += " " + std::to_string(par->sample_rate) + " Hz";
+    }
+    return names;
   }
 
   static bool replaceExtradata(const StreamInfo& info, const std::vector<Bytes>& sets, AVCodecParameters* par,
