@@ -105,6 +105,24 @@ TEST_F(Containers, ReframeAcrossKinds) {
   }
 }
 
+// Into another kind of container the timeline starts where ffmpeg -c copy starts it: an MPEG-TS
+// clock that begins at 1.4 s does not become 1.4 s of nothing at the head of an MP4.
+TEST_F(Containers, IntoAnotherKindTheTimesAreFfmpegs) {
+  const std::string ts = mtest::clipPath(mtest::kClips[3]);
+  auto times = [](const std::string& path) {
+    return qtest::runCommand("ffprobe -v error -show_entries stream=start_time,duration:format=start_time,duration -of csv=p=0 " +
+                             shellQuote(path)).out;
+  };
+  for (const char* out : {"x.mp4", "x.mkv"}) {
+    SCOPED_TRACE(out);
+    qtest::TempDir dir;
+    ASSERT_EQ(qtest::runTool("reframe " + shellQuote(ts) + " " + shellQuote(dir.file(out))).exitCode, 0);
+    const std::string theirs = dir.file(std::string("ffmpeg-") + out);
+    ASSERT_EQ(qtest::runCommand("ffmpeg -v error -i " + shellQuote(ts) + " -c copy " + shellQuote(theirs)).exitCode, 0);
+    EXPECT_EQ(times(dir.file(out)), times(theirs));
+  }
+}
+
 // What cannot be done is said in one line that names what was found and what would work.
 TEST_F(Containers, RefusalsSayWhatWasFound) {
   qtest::TempDir dir;

@@ -13,7 +13,7 @@ namespace media::libav {
 
 #define QUORVANE_LIBAV_FUNCTIONS(X)                                                                       \
   X(avutil, av_dict_copy) X(avutil, av_dict_get) X(avutil, av_dict_set) X(avutil, av_freep) X(avutil, av_log_set_level)          \
-  X(avutil, av_malloc) X(avutil, av_mallocz) X(avutil, av_strerror)                                                              \
+  X(avutil, av_malloc) X(avutil, av_mallocz) X(avutil, av_rescale_q) X(avutil, av_strerror)                                    \
   X(avcodec, av_new_packet) X(avcodec, av_packet_alloc) X(avcodec, av_packet_copy_props)                  \
   X(avcodec, av_packet_free) X(avcodec, av_packet_move_ref) X(avcodec, av_packet_rescale_ts)            \
   X(avcodec, av_packet_unref)                                                                            \

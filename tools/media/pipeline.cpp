@@ -166,6 +166,10 @@ class ContainerSink : public Sink {
       libav::api().av_dict_copy(&ost->metadata, ist->metadata, 0);
       map_[i] = ost->index;
     }
+    // Into another kind of container the timeline starts at 0, as ffmpeg -c copy has it: an MPEG-TS
+    // clock that starts at 1.4 s would otherwise become an MP4 that shows nothing for 1.4 s.
+    if (containerByName(input.info().container) != &kind && in_->start_time != AV_NOPTS_VALUE && in_->start_time > 0)
+      startShift_ = in_->start_time;
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
     // The input is described by other parameter sets than its extradata's (libavformat made them
     // up while the stream carries its own): those are passed on.
@@ -243,10 +247,19 @@ class ContainerSink : public Sink {
   }
   bool elementary() const { return frameClock_.num != 0; }
 
+  // Moves a packet of the input's clock (time base `tb`) by the start shift.
+  void shiftStart(AVPacket* packet, AVRational tb) const {
+    if (!startShift_) return;
+    const int64_t by = libav::api().av_rescale_q(startShift_, AVRational{1, AV_TIME_BASE}, tb);
+    if (packet->pts != AV_NOPTS_VALUE) packet->pts -= by;
+    if (packet->dts != AV_NOPTS_VALUE) packet->dts -= by;
+  }
+
   static void other(void* user, AVPacket* packet) {
     auto* self = static_cast<ContainerSink*>(user);
     const int to = self->map_[packet->stream_index];
     if (to < 0 || !self->error_.empty()) return;
+    self->shiftStart(packet, self->in_->streams[packet->stream_index]->time_base);
     libav::api().av_packet_rescale_ts(packet, self->in_->streams[packet->stream_index]->time_base, self->out_->streams[to]->time_base);
     packet->stream_index = to;
     packet->pos = -1;
@@ -268,6 +281,7 @@ class ContainerSink : public Sink {
       const int to = map_[video_];
       if (original) {
         libav::api().av_packet_copy_props(packet, original);
+        shiftStart(packet, in_->streams[video_]->time_base);
         libav::api().av_packet_rescale_ts(packet, in_->streams[video_]->time_base, out_->streams[to]->time_base);
       } else {
         stamp(packet, pf.decodeIndex, pf.displayIndex, pf.randomAccess);
@@ -349,6 +363,7 @@ class ContainerSink : public Sink {
   uint64_t packets_ = 0;
   int64_t reorder_ = 0;
   AVRational frameClock_{0, 1};  // elementary input: one tick per frame
+  int64_t startShift_ = 0;       // AV_TIME_BASE units taken off every input timestamp
   std::vector<int> map_;
   std::string error_;
 };
