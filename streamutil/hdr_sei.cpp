@@ -531,9 +531,14 @@ int klxutilParseMasteringDisplay(const char* text, KLX_MASTERING_DISPLAY* out) {
                   &wx, &wy, &lmax, &lmin, &consumed) != 10 ||
       static_cast<size_t>(consumed) != compact.size())
     return -1;
+  // ITU-T H.265 D.3.28 / H.264 D.2.29 (SMPTE ST 2086): chromaticities count 0.00002 steps in
+  // 0..50000 (x and y never exceed 1), and the maximum luminance lies above the minimum - L(1,N)
+  // is L(min,max) typed the wrong way round.
+  constexpr unsigned kMaxChromaticity = 50000;
   for (unsigned v : {gx, gy, bx, by, rx, ry, wx, wy})
-    if (v > 0xFFFF) return -1;
+    if (v > kMaxChromaticity) return -1;
   if (lmax > 0xFFFFFFFFull || lmin > 0xFFFFFFFFull || compact.find('-') != std::string::npos) return -1;
+  if (lmax <= lmin) return -1;
   *out = KLX_MASTERING_DISPLAY{{static_cast<uint16_t>(gx), static_cast<uint16_t>(bx), static_cast<uint16_t>(rx)},
                                {static_cast<uint16_t>(gy), static_cast<uint16_t>(by), static_cast<uint16_t>(ry)},
                                static_cast<uint16_t>(wx),

@@ -81,7 +81,8 @@ int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t
                      const KLX_HDR_METADATA* md);
 
 // Parses the notation of x265 and x264: "G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)" (integers in the
-// units above; spaces allowed) into the record. Returns 0, or -1 when the text does not fit.
+// units above; spaces allowed) into the record. Returns 0, or -1 when the text does not fit or
+// breaks ITU-T H.265 D.3.28 / H.264 D.2.29: every chromaticity in 0..50000, max above min.
 int klxutilParseMasteringDisplay(const char* text, KLX_MASTERING_DISPLAY* out);
 
 }  // extern "C"

@@ -60,7 +60,9 @@ class Extractor {
     klxutilAvcSpsSetInit(avcSps_.get());
     klxutilCea608Init(decoder_.get(), channel);
     for (const auto& unit : info.parameterSets) learn(unit.data(), uint32_t(unit.size()));
-    if (form_ == TextForm::kScc) text_ = "Scenarist_SCC V1.0\n";
+    // Each caption line opens with its blank separator line, so the header takes no line end of
+    // its own: one blank line follows it, as between caption lines.
+    if (form_ == TextForm::kScc) text_ = "Scenarist_SCC V1.0";
   }
 
   bool add(const media::AccessUnit& au, std::string& error) {

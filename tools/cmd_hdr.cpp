@@ -31,7 +31,7 @@ constexpr const char* kAbout =
     "its first slice, replacing the messages of the same kind already there. OUT is never IN.";
 constexpr const char* kFooter =
     "--master-display is in the notation of x265: chromaticities in 0.00002 units (G, B, R,\n"
-    "  white point), luminance in 0.0001 cd/m2, e.g.\n"
+    "  white point; 0..50000), luminance in 0.0001 cd/m2 (max above min), e.g.\n"
     "  'G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)'\n"
     "--json shape: {\"codec\": \"h264\"|\"hevc\", \"output\": OUT's kind, \"accessUnits\", \"spsRewritten\",\n"
     "  \"bytesIn\", \"bytesOut\"}\n"
@@ -53,7 +53,9 @@ std::string planFromArgs(const cli::Command& args, HdrPlan& plan) {
   using hdrinfo::ColourKind;
   if (auto md = args.get("master-display")) {
     if (klxutilParseMasteringDisplay(md->c_str(), &plan.metadata.masteringDisplay) != 0)
-      return "bad --master-display '" + *md + "' (G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min))";
+      return "bad --master-display '" + *md +
+             "' (G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min): primaries and white point 0..50000, "
+             "maximum luminance above minimum)";
     plan.metadata.present |= KLX_HDR_HAS_MASTERING_DISPLAY;
   }
   if (auto cll = args.get("max-cll")) {

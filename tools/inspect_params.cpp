@@ -1,5 +1,6 @@
-// Parameter-set section of `quorvane inspect`: the counts of distinct VPS/SPS/PPS units, the
-// summary of the first SPS, and the signal format derived from its raster and rate.
+// Parameter-set section of `quorvane inspect`: the counts of distinct VPS/SPS/PPS units (MPEG-2:
+// sequence headers and extensions), the summary of the first SPS (first sequence header), and
+// the signal format derived from its raster and rate.
 #include <cstdio>
 #include <string>
 
@@ -55,16 +56,37 @@ std::string wordLine(const Derived& d) {
   return line;
 }
 
-bool derive(const params::StreamParams& sets, Derived& out) {
-  if (sets.sps.empty()) return false;
+// MPEG-2: the first sequence header with the first sequence extension (the one that follows it;
+// ISO/IEC 11172-2 streams have none).
+bool summarizeMpeg2(const params::StreamParams& sets, params::Summary& out) {
+  if (sets.sequenceHeaders.empty()) return false;
+  KLX_MPEG2_SEQUENCE seq;
+  const params::Bytes& header = sets.sequenceHeaders.front();
+  if (klxutilReadMpeg2SequenceHeader(header.data(), uint32_t(header.size()), &seq) != 0) return false;
+  if (!sets.sequenceExtensions.empty()) {
+    const params::Bytes& ext = sets.sequenceExtensions.front();
+    if (klxutilReadMpeg2SequenceExtension(ext.data(), uint32_t(ext.size()), &seq) != 0) return false;
+  }
+  out = params::summarize(seq);
+  return true;
+}
+
+// H.264/HEVC: the first SPS (and the first VPS for HEVC timing).
+bool summarizeSps(const params::StreamParams& sets, params::Summary& out) {
   params::Decoded d;
-  if (!params::decodeUnit(sets.codec, "SPS", sets.sps.front(), d)) return false;
+  if (sets.sps.empty() || !params::decodeUnit(sets.codec, "SPS", sets.sps.front(), d)) return false;
   if (sets.codec == StreamCodec::kHevc) {
     if (!sets.vps.empty()) params::decodeUnit(sets.codec, "VPS", sets.vps.front(), d);
-    out.summary = params::summarize(*d.hevcSps, d.hevcVps.get());
+    out = params::summarize(*d.hevcSps, d.hevcVps.get());
   } else {
-    out.summary = params::summarize(*d.avcSps);
+    out = params::summarize(*d.avcSps);
   }
+  return true;
+}
+
+bool derive(const params::StreamParams& sets, Derived& out) {
+  const bool read = sets.codec == StreamCodec::kMpeg2 ? summarizeMpeg2(sets, out.summary) : summarizeSps(sets, out.summary);
+  if (!read) return false;
   const params::Summary& s = out.summary;
   if (s.rate && s.scale)
     out.format = vidGetSignalFormat(s.rate, s.scale, s.width, s.height, s.interlaced ? 0 : 1);
@@ -76,11 +98,14 @@ bool derive(const params::StreamParams& sets, Derived& out) {
 }  // namespace
 
 void inspectParams(const params::StreamParams& sets, FILE* out, cli::JsonValue* json) {
-  if (sets.codec != StreamCodec::kHevc && sets.codec != StreamCodec::kH264) return;
+  const bool mpeg2 = sets.codec == StreamCodec::kMpeg2;
+  if (sets.codec != StreamCodec::kHevc && sets.codec != StreamCodec::kH264 && !mpeg2) return;
   Derived derived;
   const bool ok = derive(sets, derived);
   if (json) {
-    cli::JsonValue section{{"vps", sets.vps.size()}, {"sps", sets.sps.size()}, {"pps", sets.pps.size()}};
+    cli::JsonValue section = mpeg2 ? cli::JsonValue{{"sequenceHeaders", sets.sequenceHeaders.size()},
+                                                    {"sequenceExtensions", sets.sequenceExtensions.size()}}
+                                   : cli::JsonValue{{"vps", sets.vps.size()}, {"sps", sets.sps.size()}, {"pps", sets.pps.size()}};
     if (ok) {
       section["summary"] = params::summaryJson(derived.summary);
       const bool word = derived.format != VID_FMT_INVALID;
@@ -93,11 +118,14 @@ void inspectParams(const params::StreamParams& sets, FILE* out, cli::JsonValue* 
     (*json)["parameterSets"] = std::move(section);
     return;
   }
-  std::fprintf(out, "parameter sets: %zu VPS, %zu SPS, %zu PPS\n", sets.vps.size(), sets.sps.size(), sets.pps.size());
+  if (mpeg2)
+    std::fprintf(out, "sequence headers: %zu, %zu sequence extensions\n", sets.sequenceHeaders.size(),
+                 sets.sequenceExtensions.size());
+  else
+    std::fprintf(out, "parameter sets: %zu VPS, %zu SPS, %zu PPS\n", sets.vps.size(), sets.sps.size(), sets.pps.size());
   if (!ok) {
-    std::fprintf(out, "  no readable sequence parameter set\n");
+    std::fprintf(out, mpeg2 ? "  no readable sequence header\n" : "  no readable sequence parameter set\n");
     return;
   }
   std::fprintf(out, "  %s\n  signal format: %s\n", params::summaryLine(derived.summary).c_str(), wordLine(derived).c_str());
 }
-

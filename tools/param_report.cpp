@@ -104,6 +104,12 @@ void addUnit(StreamParams& p, const uint8_t* unit, size_t size) {
     into = type == 32 ? &p.vps : type == 33 ? &p.sps : type == 34 ? &p.pps : nullptr;
   else if (p.codec == StreamCodec::kH264)
     into = type == 7 ? &p.sps : type == 8 ? &p.pps : nullptr;
+  else if (p.codec == StreamCodec::kMpeg2 && size >= 2) {  // start code value first; extension id 1
+    into = unit[0] == 0xB3 ? &p.sequenceHeaders : unit[0] == 0xB5 && (unit[1] >> 4) == 1 ? &p.sequenceExtensions : nullptr;
+    // Trailing zero bytes may be stuffing (a container's copy keeps what the stream's splitter
+    // dropped): the same header compares equal without them, and reads the same.
+    while (size > 2 && unit[size - 1] == 0) --size;
+  }
   if (into && !sameUnitSeen(*into, unit, size)) into->emplace_back(unit, unit + size);
 }
 
@@ -200,6 +206,22 @@ Summary summarize(const SPS_DECODED& sps) {
   return s;
 }
 
+Summary summarize(const KLX_MPEG2_SEQUENCE& seq) {
+  Summary s;
+  s.codec = "MPEG-2";
+  const char* profile = klxutilMpeg2ProfileName(seq.profile_and_level_indication);
+  const char* level = klxutilMpeg2LevelName(seq.profile_and_level_indication);
+  s.profile = !seq.hasExtension ? "none" : profile ? profile : "profile " + std::to_string(seq.profile_and_level_indication);
+  s.level = !seq.hasExtension ? "none" : level ? level : "reserved";
+  s.width = int(seq.horizontal_size);
+  s.height = int(seq.vertical_size);
+  s.rate = seq.frameRate;
+  s.scale = seq.frameRateScale;
+  s.interlaced = !seq.progressive_sequence;
+  s.chromaFormat = int(std::clamp(seq.chroma_format, 1u, 3u));
+  return s;
+}
+
 std::string summaryLine(const Summary& s) {
   char rate[48] = "rate not signalled";
   if (s.rate && s.scale)  // the fraction in lowest terms: H.264's ticks are fields, 50/2 is 25/1
@@ -216,7 +238,8 @@ std::string summaryLine(const Summary& s) {
 }
 
 cli::JsonValue summaryJson(const Summary& s) {
-  cli::JsonValue out{{"codec", std::string_view(s.codec) == "HEVC" ? "hevc" : "h264"},  // the command's codec names
+  const std::string_view codec = s.codec;
+  cli::JsonValue out{{"codec", codec == "HEVC" ? "hevc" : codec == "MPEG-2" ? "mpeg2" : "h264"},  // the command's codec names
                      {"profile", s.profile},
                      {"level", s.level},
                      {"width", s.width},

@@ -14,6 +14,7 @@
 #include "media/input.h"
 #include "streamutil/avc_params.h"
 #include "streamutil/hevc_params.h"
+#include "streamutil/mpeg2_sequence.h"
 
 namespace params {
 
@@ -42,6 +43,8 @@ using Bytes = std::vector<uint8_t>;
 struct StreamParams {
   StreamCodec codec = StreamCodec::kUnknown;
   std::vector<Bytes> vps, sps, pps;
+  // MPEG-2: distinct sequence_header() and sequence_extension() units (start code value first).
+  std::vector<Bytes> sequenceHeaders, sequenceExtensions;
 };
 // Adds one unit (header byte first) when it is a parameter set not seen before.
 void addUnit(StreamParams& p, const uint8_t* unit, size_t size);
@@ -68,8 +71,9 @@ struct Summary {
 };
 Summary summarize(const HEVC_SPS_DECODED& sps, const HEVC_VPS_DECODED* vps);
 Summary summarize(const SPS_DECODED& sps);
+Summary summarize(const KLX_MPEG2_SEQUENCE& seq);
 std::string summaryLine(const Summary& s);
-// The summary as a JSON object (camelCase keys, codec "h264"/"hevc").
+// The summary as a JSON object (camelCase keys, codec "h264"/"hevc"/"mpeg2").
 cli::JsonValue summaryJson(const Summary& s);
 
 // Decoded records of one stream's first VPS/SPS/PPS (HEVC) or SPS/PPS (H.264).

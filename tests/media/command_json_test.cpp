@@ -151,7 +151,8 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
       {"hdr", "{hevc} {hevc} -y --max-cll 1000,400", 1, "is the input file"},
       {"hdr", "{hevc} {dir}/a --max-cll 1000", 2, "bad --max-cll '1000' (MaxCLL,MaxFALL)"},
       {"hdr", "{hevc} {dir}/a --master-display 'G(1,2)'", 2,
-       "bad --master-display 'G(1,2)' (G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min))"},
+       "bad --master-display 'G(1,2)' (G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min): primaries and white point 0..50000, "
+       "maximum luminance above minimum)"},
       {"hdr", "{hevc} {dir}/a --colour bt2020,pq", 2,
        "bad --colour 'bt2020,pq' (primaries,transfer,matrix, e.g. bt2020,pq,bt2020nc)"},
       {"hdr", "{hevc} {dir}/a", 2, "nothing to do: give --master-display, --max-cll, --atc, --colour, --range or --chroma-loc"},

@@ -212,10 +212,10 @@ TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
   // stream ends at 24, so only the first pair of that line goes in.
   const Case cases[] = {
       {qtest::paffStream("paff-PPFPPP-25.264", "PPFPPP", 25), "out.264", "00:59:59:21",
-       "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n"},
+       "Scenarist_SCC V1.0\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n"},
       {qtest::encodedStream("fieldseq-1.hevc", "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 10 -c:v libx265 "
                                                "-x265-params log-level=error:interlace=tff:field=1 -f hevc"),
-       "out.hevc", "00:59:59:20", "Scenarist_SCC V1.0\n\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae\n"},
+       "out.hevc", "00:59:59:20", "Scenarist_SCC V1.0\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.in);

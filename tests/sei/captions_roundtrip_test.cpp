@@ -301,7 +301,7 @@ TEST(CaptionsTool, PairsUnderTimecodesTheCountingLacksAreKept) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   r = qtest::runTool("captions extract " + shellQuote(dir.file("s.264")) + " -o " + shellQuote(dir.file("out.scc")));
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_EQ(qtest::readText(dir.file("out.scc")), "Scenarist_SCC V1.0\n\n\n00:00:59;28\t9420 9420 94ae 94ae\n");
+  EXPECT_EQ(qtest::readText(dir.file("out.scc")), "Scenarist_SCC V1.0\n\n00:00:59;28\t9420 9420 94ae 94ae\n");
 }
 
 // Caption pairs outside the stamped timecodes: one warning line naming both ranges, exit 0.

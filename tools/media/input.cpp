@@ -176,6 +176,26 @@ std::string containerSignature(const Bytes& head) {
   return "";
 }
 
+// True when the top-level boxes of an MP4/MOV head reach an 'mdat' before the 'moov' (ISO/IEC
+// 14496-12 4.2): libavformat then finds the sample tables only past the media and must seek back,
+// which a pipe cannot. False when the moov comes first or the head does not tell.
+bool mediaBeforeMovie(const Bytes& head) {
+  auto be = [&](size_t at, int bytes) {
+    uint64_t v = 0;
+    for (int i = 0; i < bytes; ++i) v = (v << 8) | head[at + i];
+    return v;
+  };
+  for (size_t at = 0; at + 8 <= head.size();) {
+    if (!std::memcmp(head.data() + at + 4, "moov", 4)) return false;
+    if (!std::memcmp(head.data() + at + 4, "mdat", 4)) return true;
+    uint64_t size = be(at, 4);
+    if (size == 1 && at + 16 <= head.size()) size = be(at + 8, 8);  // largesize
+    if (size < 8 || size > head.size() - at) return false;
+    at += size;
+  }
+  return false;
+}
+
 // ---------------------------------------------------------------- elementary streams
 
 class EsInput : public Input {
@@ -320,6 +340,7 @@ class ContainerInput : public Input {
     info_.size = size;
     fmt_ = libav::api().avformat_alloc_context();
     if (path == "-") {
+      moovAfterMediaOnPipe_ = signature_ == "MP4/MOV" && mediaBeforeMovie(head);
       pipe_ = PipeSource{fd, std::move(head), 0};
       constexpr int kBuffer = 1 << 16;
       auto* buffer = static_cast<uint8_t*>(libav::api().av_malloc(kBuffer));
@@ -352,7 +373,10 @@ class ContainerInput : public Input {
       const int rc = readPacket(packet.get());
       if (rc == AVERROR_EOF) return false;
       if (rc < 0) {
-        error_ = "read error in the container";
+        // Small files still read (libavformat seeks back inside its buffer); larger ones fail here.
+        error_ = moovAfterMediaOnPipe_ ? "an MP4/MOV file with its moov box after the media data cannot be read from a "
+                                         "pipe; give the file name, or remux it: ffmpeg -i IN -c copy -movflags +faststart OUT"
+                                       : "read error in the container";
         return false;
       }
       if (packet->stream_index == info_.track) break;
@@ -526,6 +550,7 @@ class ContainerInput : public Input {
 
  private:
   PipeSource pipe_{-1, {}, 0};
+  bool moovAfterMediaOnPipe_ = false;
   KLXUTIL_AU_CUTTER cutter_{};
   uint64_t packets_ = 0;
   std::deque<PacketPtr> lookahead_;  // packets read ahead by firstSampleCarriesSps, for next()

@@ -1,0 +1,57 @@
+// An MP4/MOV whose moov box follows the media data needs a seek back that a pipe cannot do once
+// the media outgrows libavformat's buffer: inspect from standard input then says so in one line
+// and names what works. A small such file and a faststart one (moov first) still read from the
+// pipe as from their names.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+
+qtest::CommandResult inspectPiped(const std::string& path) {
+  return qtest::runCommand("cat " + shellQuote(path) + " | " + shellQuote(QUORVANE_TOOL) + " inspect --json -");
+}
+
+// 30 lossless 320x240 pictures: some 150 KB of media in front of a moov that ffmpeg writes last
+// unless told otherwise.
+const std::string kLarge = "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 30 -c:v libx264 -qp 0 ";
+const std::string kSmall = "-f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 30 -c:v libx264 ";
+
+TEST(PipeMp4, MoovAfterTheMediaIsRefusedWithWhatWorks) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
+  for (const char* format : {"mp4", "mov"}) {
+    SCOPED_TRACE(format);
+    const std::string path = qtest::encodedStream(std::string("pipe_large_moov_last.") + format, kLarge + "-f " + format);
+    ASSERT_FALSE(path.empty());
+    const auto piped = inspectPiped(path);
+    EXPECT_EQ(piped.exitCode, 1);
+    EXPECT_EQ(piped.err,
+              "quorvane inspect: -: an MP4/MOV file with its moov box after the media data cannot be read from a "
+              "pipe; give the file name, or remux it: ffmpeg -i IN -c copy -movflags +faststart OUT\n");
+    EXPECT_EQ(qtest::runTool("inspect " + shellQuote(path)).exitCode, 0);  // by its name it reads
+  }
+}
+
+TEST(PipeMp4, SmallOrFaststartFilesReadFromThePipeAsFromTheirNames) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
+  for (const auto& [name, args] : {std::pair{"pipe_large_faststart.mp4", kLarge + "-movflags +faststart -f mp4"},
+                                   std::pair{"pipe_small_moov_last.mp4", kSmall + "-f mp4"}}) {
+    SCOPED_TRACE(name);
+    const std::string path = qtest::encodedStream(name, args);
+    ASSERT_FALSE(path.empty());
+    const auto piped = inspectPiped(path);
+    ASSERT_EQ(piped.exitCode, 0) << piped.err;
+    const auto named = qtest::runTool("inspect --json " + shellQuote(path));
+    ASSERT_EQ(named.exitCode, 0) << named.err;
+    auto a = nlohmann::json::parse(piped.out), b = nlohmann::json::parse(named.out);
+    EXPECT_EQ(a.at("frames"), 30);
+    a.erase("file"), b.erase("file");
+    EXPECT_EQ(a, b);
+  }
+}
+
+}  // namespace
