@@ -1,6 +1,7 @@
 // Cutting MPEG-2 video into pictures (ISO/IEC 13818-2 6.2).
 #include "streamutil/mpeg2_pictures.h"
 
+#include "streamutil/mpeg2_sequence.h"
 #include "streamutil/nal_walk.h"
 
 namespace {
@@ -9,8 +10,8 @@ bool isSlice(uint8_t code) { return code >= 0x01 && code <= 0xAF; }
 }  // namespace
 
 extern "C" double klxutilMpeg2FrameRate(uint32_t code) {
-  static constexpr double kRates[16] = {0, 24000.0 / 1001, 24, 25, 30000.0 / 1001, 30, 50, 60000.0 / 1001, 60};
-  return kRates[code & 15];
+  uint32_t rate = 0, scale = 0;
+  return klxutilMpeg2FrameRateFraction(code, &rate, &scale) == 0 ? double(rate) / scale : 0;
 }
 
 extern "C" int klxutilMpeg2Pictures(const uint8_t* d, uint32_t size, KLX_MPEG2_PICTURE* pictures, uint32_t capacity,

@@ -38,7 +38,8 @@ constexpr Rate kFrameRates[16] = {{0, 0},    {24000, 1001}, {24, 1}, {25, 1}, {3
                                   {30, 1},   {50, 1},       {60000, 1001}, {60, 1}};
 
 void deriveRate(KLX_MPEG2_SEQUENCE& s) {
-  const Rate r = kFrameRates[s.frame_rate_code & 15];
+  Rate r{};
+  klxutilMpeg2FrameRateFraction(s.frame_rate_code, &r.rate, &r.scale);
   s.frameRate = r.rate * (s.frame_rate_extension_n + 1);
   s.frameRateScale = r.scale * (s.frame_rate_extension_d + 1);
   if (const uint32_t g = std::gcd(s.frameRate, s.frameRateScale)) s.frameRate /= g, s.frameRateScale /= g;
@@ -77,6 +78,13 @@ const Escape* escape(uint32_t code) {
 }  // namespace
 
 extern "C" {
+
+int klxutilMpeg2FrameRateFraction(uint32_t frameRateCode, uint32_t* rate, uint32_t* scale) {
+  if (!rate || !scale) return -1;
+  const Rate r = kFrameRates[frameRateCode & 15];
+  *rate = r.rate, *scale = r.scale;
+  return r.scale ? 0 : -1;
+}
 
 int klxutilReadMpeg2SequenceHeader(const uint8_t* unit, uint32_t size, KLX_MPEG2_SEQUENCE* seq) {
   if (!unit || !seq || size < kHeaderBytes || unit[0] != kSequenceHeader) return -1;

@@ -37,6 +37,10 @@ int klxutilReadMpeg2SequenceHeader(const uint8_t* unit, uint32_t size, KLX_MPEG2
 // extension, a short unit or a missing marker bit (the record is then left as it was).
 int klxutilReadMpeg2SequenceExtension(const uint8_t* unit, uint32_t size, KLX_MPEG2_SEQUENCE* seq);
 
+// frame_rate_value of a frame_rate_code (Table 6-4) as a fraction: 0, or -1 (0/0) for a
+// forbidden or reserved code.
+int klxutilMpeg2FrameRateFraction(uint32_t frameRateCode, uint32_t* rate, uint32_t* scale);
+
 // Profile and level names of a profile_and_level_indication (Tables 8-2, 8-3, 8-7 escapes):
 // "Main" / "High 1440", "4:2:2" / "Main". Null for a reserved value.
 const char* klxutilMpeg2ProfileName(uint32_t profileAndLevel);

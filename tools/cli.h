@@ -100,7 +100,7 @@ std::string tcTypeNames();
 // nullopt with *why set on failure.
 std::optional<uint32_t> parseTimecode(const std::string& text, uint32_t tctype, std::string* why);
 // "30000/1001", "25/1": a rate pair reduced to lowest terms.
-std::string rateText(uint32_t rate, uint32_t scale);
+std::string rateText(uint64_t rate, uint64_t scale);
 
 // Strict number parsing (whole string, range-checked; decimal or 0x hex). nullopt on error.
 std::optional<int64_t> parseInt(std::string_view text);

@@ -39,8 +39,8 @@ std::optional<uint32_t> parseTimecode(const std::string& text, uint32_t tctype, 
   return frames;
 }
 
-std::string rateText(uint32_t rate, uint32_t scale) {
-  const uint32_t divisor = std::gcd(rate, scale);
+std::string rateText(uint64_t rate, uint64_t scale) {
+  const uint64_t divisor = std::gcd(rate, scale);
   if (divisor > 1) rate /= divisor, scale /= divisor;
   return std::to_string(rate) + "/" + std::to_string(scale);
 }

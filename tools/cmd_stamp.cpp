@@ -12,7 +12,6 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -117,12 +116,6 @@ const RateInfo* rateForStream(double fps) {
 
 namespace {
 
-// "30000/1001": a frame rate in lowest terms, as the summary names the VUI timing.
-std::string fraction(uint64_t rate, uint64_t scale) {
-  const uint64_t divisor = std::gcd(rate, scale);
-  return std::to_string(rate / divisor) + "/" + std::to_string(scale / divisor);
-}
-
 zr_bitstream readerOver(const std::vector<uint8_t>& unit) {
   return zr_bitstream{const_cast<uint8_t*>(unit.data()), int64_t(unit.size()), uint64_t(unit.size()) * 8, 0};
 }
@@ -146,7 +139,7 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
         plan.fields = plan.fields || sps.vui.field_seq_flag;
         if (sps.vui.vui_timing_info_present_flag && sps.vui.vui_num_units_in_tick) {
           fps = double(sps.vui.vui_time_scale) / sps.vui.vui_num_units_in_tick / (sps.vui.field_seq_flag ? 2 : 1);
-          timing = fraction(sps.vui.vui_time_scale, uint64_t{sps.vui.vui_num_units_in_tick} * (sps.vui.field_seq_flag ? 2 : 1));
+          timing = cli::rateText(sps.vui.vui_time_scale, uint64_t{sps.vui.vui_num_units_in_tick} * (sps.vui.field_seq_flag ? 2 : 1));
         }
       }
     } else if (plan.codec == StreamCodec::kH264 && (unit[0] & 0x1F) == 7) {
@@ -170,7 +163,7 @@ bool prepareStampPlan(StampPlan& plan, const std::vector<std::vector<uint8_t>>& 
       const AVC_VUI_PARAMETERS& v = sps.vui;
       if (first && sps.vui_parameters_present_flag && v.timing_info_present_flag && v.num_units_in_tick) {
         fps = double(v.time_scale) / (2.0 * v.num_units_in_tick);  // H.264 ticks are field periods
-        timing = fraction(v.time_scale, 2 * uint64_t{v.num_units_in_tick});
+        timing = cli::rateText(v.time_scale, 2 * uint64_t{v.num_units_in_tick});
       }
     }
     plan.parameterSets.push_back(std::move(out));

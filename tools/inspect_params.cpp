@@ -31,7 +31,7 @@ bool wordIsExact(uint32_t format, const params::Summary& s) {
 }
 
 // "24", "29.97", "12.5": the stream's frame rate to two decimals.
-std::string rateText(const params::Summary& s) {
+std::string fpsText(const params::Summary& s) {
   char text[32];
   std::snprintf(text, sizeof text, "%.2f", double(s.rate) / s.scale);
   std::string t = text;
@@ -52,7 +52,7 @@ std::string wordLine(const Derived& d) {
   while (line.back() == ' ') line.pop_back();
   if (!d.exact)
     line += " (the nearest word: the stream is " + raster + (s.interlaced ? " interlaced" : " progressive") + " at " +
-            rateText(s) + " fps)";
+            fpsText(s) + " fps)";
   return line;
 }
 
