@@ -1,7 +1,7 @@
 // HDR SEI messages on arbitrary bytes: reading a frame's messages and single payloads, parsing
 // the mastering display notation, and replacing a frame's messages in place. The replacement
 // never writes past the capacity (the frame sits in a buffer of exactly that size), leaves the
-// frame untouched when it refuses, and what it wrote reads back as the record it was given.
+// whole buffer untouched when it refuses, and what it wrote reads back as the record it was given.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -45,8 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check(setRc == 0 || setRc == -1 || setRc == -102);
   check(newSize <= buffer.size());
   if (setRc != 0) {
-    // The frame's bytes; the spare room behind it is the writer's scratch space.
-    check(newSize == frameSize && std::equal(buffer.begin(), buffer.begin() + frameSize, before.begin()));
+    // Every change is planned before the first write: nothing in the buffer moved, spare room included.
+    check(newSize == frameSize && buffer == before);
     return 0;
   }
   KLX_HDR_METADATA back{};

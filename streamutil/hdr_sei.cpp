@@ -3,11 +3,11 @@
 #include "streamutil/hdr_sei.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "streamutil/nal_units.h"
 #include "streamutil/nal_walker.h"
@@ -59,6 +59,7 @@ bool isVclUnit(uint32_t hevc, uint8_t type) { return hevc ? type < 32 : (type >=
 struct PrefixUnits {
   KLX_NAL_UNIT units[kMaxUnitsScanned];
   uint32_t count = 0;   // units in front of the first slice (or all units when there is none)
+  uint32_t firstSlice = 0;  // its start code / length field; without a slice, where a unit is appended
   bool bad = false;     // unreadable framing
   bool tooMany = false;  // more than kMaxUnitsScanned units in front of the first slice
 };
@@ -71,15 +72,23 @@ void scanPrefix(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32
     return isVclUnit(hevc, hevc ? (h >> 1) & 0x3F : h & 0x1F);
   };
   out.count = 0;
+  uint64_t lastEnd = 0;
   while (walker.next(step, [&](uint64_t header) { return !isSlice(header); })) {
-    if (isSlice(step.header)) return;
+    if (isSlice(step.header)) {
+      out.firstSlice = static_cast<uint32_t>(step.offset);
+      return;
+    }
     if (out.count == kMaxUnitsScanned) {
       out.tooMany = true;
       return;
     }
     out.units[out.count++] = nal_walk::describe(frame, step, hevc);
+    lastEnd = step.end;
   }
   out.bad = walker.bad();
+  // As klxutilAddNalUnits appends: at the end of Annex B data, behind the last unit of
+  // length-prefixed data (in front of the zero bytes that end it).
+  out.firstSlice = startCodes ? size : static_cast<uint32_t>(lastEnd);
 }
 
 // Reads RBSP bytes out of an escaped unit: the 03 of every 00 00 03 is dropped.
@@ -190,60 +199,198 @@ SeiKind classify(const UnitBody& body) {
   return other ? SeiKind::kMixed : SeiKind::kOnlyHdr;
 }
 
-void putCoded(std::vector<uint8_t>& out, uint32_t v) {
-  while (v >= 0xFF) out.push_back(0xFF), v -= 0xFF;
-  out.push_back(static_cast<uint8_t>(v));
+template <class Emit>
+void putCoded(uint32_t v, Emit& emit) {
+  for (; v >= 0xFF; v -= 0xFF) emit(uint8_t{0xFF});
+  emit(static_cast<uint8_t>(v));
 }
 
-// The unit without its HDR messages: NAL header, the other messages, trailing bits, escaped.
-bool rebuildWithoutHdr(const uint8_t* unit, uint32_t headerBytes, const UnitBody& body, std::vector<uint8_t>& out) {
-  std::vector<uint8_t> rbsp;
-  rbsp.reserve(body.size + 8);
+// The RBSP of an SEI unit without its HDR messages: the other messages as coded (payloadType and
+// payloadSize recoded the one way they can be), then rbsp_trailing_bits. Each byte goes to
+// emit(byte) after the bytes it comes from have been read, and never more bytes than were read
+// (the coding is canonical), so emit may write over the unit's own body behind the reader.
+template <class Emit>
+bool forEachKeptByte(const UnitBody& body, Emit&& emit) {
   const bool ok = forEachMessage(body.data, body.size, [&](uint32_t type, uint32_t size, RbspReader& r) {
-    if (isHdrType(type)) return takePayload(r, size, nullptr, 0);
-    putCoded(rbsp, type);
-    putCoded(rbsp, size);
+    if (isHdrType(type)) return r.skip(size);
+    putCoded(type, emit);
+    putCoded(size, emit);
     for (uint32_t i = 0; i < size; ++i) {
       uint8_t b = 0;
       if (!r.get(b)) return false;
-      rbsp.push_back(b);
+      emit(b);
     }
     return true;
   });
   if (!ok) return false;
-  rbsp.push_back(0x80);  // rbsp_trailing_bits
-  out.assign(unit, unit + headerBytes);
-  int zeros = 0;
-  for (uint8_t b : rbsp) {
-    if (zeros >= 2 && b <= 3) out.push_back(3), zeros = 0;
-    out.push_back(b);
-    zeros = b == 0 ? zeros + 1 : 0;
-  }
+  emit(uint8_t{0x80});
   return true;
 }
 
-// Removes or rewrites every SEI unit in front of the first slice that carries HDR messages. The
-// scan runs backwards so the indices in front stay valid.
-int removeHdrMessages(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t startCodes, uint32_t hevc,
-                      const PrefixUnits& prefix) {
-  for (uint32_t i = prefix.count; i-- > 0;) {
+// Emulation prevention (H.265 7.4.2 / H.264 7.4.1): an 03 in front of any byte <= 3 that follows
+// two zero bytes. The zeros at the end of the NAL unit header count, so no rewritten unit can hold
+// a start code (a header whose last byte is 0 is forbidden, but then still cannot cut the unit).
+class Escaper {
+ public:
+  Escaper(const uint8_t* header, uint32_t headerBytes) {
+    for (uint32_t i = 0; i < headerBytes; ++i) zeros_ = header[i] == 0 ? zeros_ + 1 : 0;
+  }
+  template <class Out>
+  void put(uint8_t b, Out&& out) {
+    if (zeros_ >= 2 && b <= 3) out(uint8_t{3}), zeros_ = 0;
+    out(b);
+    zeros_ = b == 0 ? zeros_ + 1 : 0;
+  }
+
+ private:
+  int zeros_ = 0;
+};
+
+// One SEI unit in front of the first slice that loses its HDR messages. Offsets are those of the
+// frame as given.
+struct SeiEdit {
+  uint32_t begin;       // the unit's start code / length field
+  uint32_t end;         // one past the unit (its trailing zero bytes included)
+  uint32_t newBytes;    // 0: the unit goes; else its rewrite, 4-byte start code / length included
+  uint32_t rbspBytes;   // the rewrite's RBSP before emulation prevention (trailing bits included)
+  uint8_t prefixLength;
+  int64_t delta() const { return int64_t{newBytes} - (int64_t{end} - begin); }
+};
+
+// Every change of one klxutilSetHdrSei call, worked out before the frame is touched.
+struct HdrPlan {
+  SeiEdit edits[kMaxUnitsScanned];
+  uint32_t editCount = 0;
+  uint32_t unitsInFront = 0;  // units in front of the first slice, as given
+  uint32_t unitsRemoved = 0;
+  uint32_t insertAt = 0;   // the first slice's offset (the end without one): where the new units go
+  uint64_t newUnitBytes = 0;
+  uint64_t finalSize = 0;
+};
+
+// The rewrite's size by a dry run of the code that writes it (rewriteInPlace): same walk, same
+// escaper, only counting.
+bool measureRewrite(const uint8_t* frame, const KLX_NAL_UNIT& u, uint32_t hevc, SeiEdit& edit) {
+  const uint32_t headerBytes = hevc ? 2 : 1;
+  Escaper escaper(frame + u.offset + u.prefixLength, headerBytes);
+  uint64_t rbsp = 0, escaped = 0;
+  if (!forEachKeptByte(bodyOf(frame, u, hevc), [&](uint8_t b) {
+        ++rbsp;
+        escaper.put(b, [&](uint8_t) { ++escaped; });
+      }))
+    return false;
+  if (4 + headerBytes + escaped > UINT32_MAX) return false;
+  edit.rbspBytes = static_cast<uint32_t>(rbsp);
+  edit.newBytes = static_cast<uint32_t>(4 + headerBytes + escaped);
+  return true;
+}
+
+// Works out every change: which SEI units go, which are rewritten and how long they come out, the
+// insertion point and the final size. -1 for a unit that cannot be read; the frame is not written.
+int planHdrEdits(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32_t hevc, uint64_t newUnitBytes,
+                 HdrPlan& plan) {
+  PrefixUnits prefix;
+  scanPrefix(frame, size, startCodes, hevc, prefix);
+  if (prefix.bad || prefix.tooMany) return -1;
+  plan.editCount = plan.unitsRemoved = 0;
+  int64_t change = 0;
+  for (uint32_t i = 0; i < prefix.count; ++i) {
     const KLX_NAL_UNIT& u = prefix.units[i];
     if (!isSeiUnit(hevc, u.type)) continue;
-    const UnitBody body = bodyOf(frame, u, hevc);
-    const SeiKind kind = classify(body);
-    if (kind == SeiKind::kOnlyHdr) {
-      if (klxutilRemoveNalUnits(frame, size, startCodes, i, 1) != KLX_NAL_OK) return KLX_NAL_BAD;
-    } else if (kind == SeiKind::kMixed) {
-      std::vector<uint8_t> rebuilt;
-      if (!rebuildWithoutHdr(frame + u.offset + u.prefixLength, hevc ? 2 : 1, body, rebuilt)) return KLX_NAL_BAD;
-      if (klxutilRemoveNalUnits(frame, size, startCodes, i, 1) != KLX_NAL_OK) return KLX_NAL_BAD;
-      const uint8_t* one[] = {rebuilt.data()};
-      const uint32_t oneSize[] = {static_cast<uint32_t>(rebuilt.size())};
-      const int added = klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, i, one, oneSize, 1);
-      if (added != KLX_NAL_OK) return added;
-    }
+    const SeiKind kind = classify(bodyOf(frame, u, hevc));
+    // An HDR message in a unit that cannot be rewritten would stay and still be read.
+    if (kind == SeiKind::kUnreadable) return -1;
+    if (kind == SeiKind::kNoHdr) continue;
+    SeiEdit& edit = plan.edits[plan.editCount++];
+    edit = SeiEdit{u.offset, u.offset + u.prefixLength + u.size, 0, 0, u.prefixLength};
+    if (kind == SeiKind::kMixed && !measureRewrite(frame, u, hevc, edit)) return -1;
+    if (kind == SeiKind::kOnlyHdr) ++plan.unitsRemoved;
+    change += edit.delta();
   }
-  return KLX_NAL_OK;
+  plan.unitsInFront = prefix.count;
+  plan.insertAt = prefix.firstSlice;
+  plan.newUnitBytes = newUnitBytes;
+  plan.finalSize = static_cast<uint64_t>(int64_t{size} + change) + newUnitBytes;
+  return 0;
+}
+
+void putPrefix(uint8_t* p, uint32_t startCodes, uint32_t unitBytes) {
+  const uint32_t v = startCodes ? 1u : unitBytes;
+  p[0] = static_cast<uint8_t>(v >> 24);
+  p[1] = static_cast<uint8_t>(v >> 16);
+  p[2] = static_cast<uint8_t>(v >> 8);
+  p[3] = static_cast<uint8_t>(v);
+}
+
+// Rewrites the mixed unit at `unit` (edit.end - edit.begin bytes, room for edit.newBytes) without
+// its HDR messages and without a buffer: the kept RBSP is first compacted over the body (the writer
+// stays behind the reader), moved to the end of the unit's new room, then escaped forwards from the
+// front (the writer stays behind it, since it is placed exactly the escapes' count further on).
+void rewriteInPlace(uint8_t* unit, const SeiEdit& edit, uint32_t startCodes, uint32_t hevc) {
+  const uint32_t headerBytes = hevc ? 2 : 1;
+  uint8_t header[2] = {unit[edit.prefixLength], hevc ? unit[edit.prefixLength + 1] : uint8_t{0}};
+  uint8_t* body = unit + edit.prefixLength + headerBytes;
+  uint8_t* kept = body;
+  [[maybe_unused]] const bool ok =
+      forEachKeptByte(UnitBody{body, edit.end - edit.begin - edit.prefixLength - headerBytes}, [&](uint8_t b) { *kept++ = b; });
+  assert(ok && static_cast<uint32_t>(kept - body) == edit.rbspBytes);
+  uint8_t* rbsp = unit + edit.newBytes - edit.rbspBytes;
+  std::memmove(rbsp, body, edit.rbspBytes);
+  putPrefix(unit, startCodes, edit.newBytes - 4);
+  std::memcpy(unit + 4, header, headerBytes);
+  uint8_t* out = unit + 4 + headerBytes;
+  Escaper escaper(header, headerBytes);
+  for (uint32_t i = 0; i < edit.rbspBytes; ++i) escaper.put(rbsp[i], [&](uint8_t b) { *out++ = b; });
+  assert(out == unit + edit.newBytes);
+}
+
+// Applies one edit to the unit now at `at`; the region in front of the first slice ends at
+// `regionEnd`, which moves by the edit's delta. A growing edit needs that much room behind the region.
+void applyEdit(uint8_t* frame, uint64_t at, const SeiEdit& edit, uint64_t& regionEnd, uint32_t startCodes,
+               uint32_t hevc) {
+  const uint64_t oldBytes = edit.end - edit.begin;
+  const uint64_t following = at + oldBytes;
+  if (edit.newBytes > oldBytes)
+    std::memmove(frame + at + edit.newBytes, frame + following, regionEnd - following);
+  if (edit.newBytes) rewriteInPlace(frame + at, edit, startCodes, hevc);
+  if (edit.newBytes < oldBytes)
+    std::memmove(frame + at + edit.newBytes, frame + following, regionEnd - following);
+  regionEnd = static_cast<uint64_t>(static_cast<int64_t>(regionEnd) + edit.delta());
+}
+
+// Commits a plan. The order keeps every intermediate size within the larger of the frame's and the
+// final size (so within the capacity, with nothing to undo): when the frame grows, the tail from the
+// first slice on moves up first, once; the region in front is then edited shrinking edits first, back
+// to front (each at its place as given), then growing ones (behind the shrunk region), then the new
+// units go in; when it shrinks, the tail moves down last.
+void commitPlan(uint8_t* frame, uint32_t* size, const HdrPlan& plan, uint32_t startCodes, uint32_t hevc,
+                const uint8_t* const* units, const uint32_t* unitSizes, uint32_t unitCount) {
+  const uint64_t before = *size;
+  const uint64_t at = plan.insertAt;
+  if (plan.finalSize > before) std::memmove(frame + at + (plan.finalSize - before), frame + at, before - at);
+  uint64_t regionEnd = at;
+  int64_t shrinkInFront = 0;  // the shrinking edits' deltas in front of the current one
+  for (uint32_t k = 0; k < plan.editCount; ++k)
+    if (plan.edits[k].delta() <= 0) shrinkInFront += plan.edits[k].delta();
+  for (uint32_t k = plan.editCount; k-- > 0;)
+    if (plan.edits[k].delta() <= 0) applyEdit(frame, plan.edits[k].begin, plan.edits[k], regionEnd, startCodes, hevc);
+  for (uint32_t k = plan.editCount; k-- > 0;) {
+    const SeiEdit& edit = plan.edits[k];
+    if (edit.delta() <= 0) {
+      shrinkInFront -= edit.delta();
+      continue;
+    }
+    applyEdit(frame, static_cast<uint64_t>(int64_t{edit.begin} + shrinkInFront), edit, regionEnd, startCodes, hevc);
+  }
+  uint8_t* p = frame + regionEnd;
+  for (uint32_t i = 0; i < unitCount; ++i) {
+    putPrefix(p, startCodes, unitSizes[i]);
+    std::memcpy(p + 4, units[i], unitSizes[i]);
+    p += 4 + unitSizes[i];
+  }
+  if (plan.finalSize < before) std::memmove(frame + at + plan.finalSize - before, frame + at, before - at);
+  assert(static_cast<uint64_t>(p - frame) == at + plan.finalSize - before);
+  *size = static_cast<uint32_t>(plan.finalSize);
 }
 
 }  // namespace
@@ -360,32 +507,15 @@ int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t
     ++count;
   }
   if (uint64_t{*size} + added > capacity) return KLX_SEI_NO_ROOM;
-  // Checks first, so a refusal leaves the frame as it was.
-  PrefixUnits prefix;
-  scanPrefix(frame, *size, startCodes, hevc, prefix);
-  if (prefix.bad || prefix.tooMany) return -1;
-  // An HDR message in a unit that cannot be rewritten would stay and still be read.
-  for (uint32_t i = 0; i < prefix.count; ++i)
-    if (isSeiUnit(hevc, prefix.units[i].type) && classify(bodyOf(frame, prefix.units[i], hevc)) == SeiKind::kUnreadable)
-      return -1;
-  // A rewritten unit can come out longer than it was (escapes as coded), so a late refusal is
-  // possible: it restores the frame from this copy.
-  const uint32_t before = *size;
-  const std::vector<uint8_t> original(frame, frame + before);
-  auto refuse = [&](int rc) {
-    std::memcpy(frame, original.data(), before);
-    *size = before;
-    return rc;
-  };
-  const int removed = removeHdrMessages(frame, size, capacity, startCodes, hevc, prefix);
-  if (removed != KLX_NAL_OK) return refuse(removed);
-  if (count == 0) return 0;
-  // The removals can change how many units stand in front of the first slice even when the
-  // frame keeps its size (a rewritten unit grows by what a removed one gave back): count again.
-  scanPrefix(frame, *size, startCodes, hevc, prefix);
-  if (prefix.bad || prefix.tooMany) return refuse(-1);
-  const int rc = klxutilAddNalUnitsChecked(frame, size, capacity, startCodes, prefix.count, units, sizes, count);
-  return rc == KLX_NAL_OK ? rc : refuse(rc);
+  // Every change is worked out first, so a refusal leaves the frame (bytes and size) as it was and
+  // nothing can fail once the frame is being written.
+  HdrPlan plan;
+  if (planHdrEdits(frame, *size, startCodes, hevc, added, plan) != 0) return -1;
+  // The result must stay editable and readable: its units in front of the first slice are walked.
+  if (plan.unitsInFront - plan.unitsRemoved + count > kMaxUnitsScanned) return -1;
+  if (plan.finalSize > capacity) return KLX_SEI_NO_ROOM;
+  commitPlan(frame, size, plan, startCodes, hevc, units, sizes, count);
+  return 0;
 }
 
 int klxutilParseMasteringDisplay(const char* text, KLX_MASTERING_DISPLAY* out) {

@@ -68,10 +68,15 @@ int klxutilReadHdrSei(const uint8_t* frame, uint32_t size, uint32_t startCodes, 
 // alternative transfer message already in its SEI units is removed (a unit that carries other
 // messages too keeps them), then one unit per message present in `md` goes in front of the first
 // slice (at the end when there is none), after the parameter sets and the other SEI units.
-// md->present = 0 only removes. Refused with KLX_SEI_NO_ROOM (-102, frame untouched) unless
-// `capacity` holds the frame plus the new units (room freed by the removal is not counted);
-// -1 for a null argument or unreadable framing, an SEI unit cut short behind one of these
-// messages, or a frame with more than 256 units in front of its first slice.
+// md->present = 0 only removes. A rewritten unit gets a 4-byte start code (or length) and its
+// messages escaped afresh; a removed unit goes with its trailing zero bytes. Refused with
+// KLX_SEI_NO_ROOM (-102) unless `capacity` holds the frame plus the new units (room freed by the
+// removal is not counted) and the final frame (a rewrite can outgrow what it removed when the unit
+// carried zero runs its writer did not escape); -1 for a null argument or unreadable framing, an
+// SEI unit cut short behind one of these messages, or a frame with more than 256 units in front of
+// its first slice, before or after. Every change is planned before the first write: a refusal
+// leaves the frame's bytes and *size as they were, and the call neither copies the frame nor
+// allocates (the tail from the first slice on moves once).
 int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t startCodes, uint32_t hevc,
                      const KLX_HDR_METADATA* md);
 
