@@ -228,13 +228,11 @@ bool forEachKeptByte(const UnitBody& body, Emit&& emit) {
 }
 
 // Emulation prevention (H.265 7.4.2 / H.264 7.4.1): an 03 in front of any byte <= 3 that follows
-// two zero bytes. The zeros at the end of the NAL unit header count, so no rewritten unit can hold
-// a start code (a header whose last byte is 0 is forbidden, but then still cannot cut the unit).
+// two zero bytes of the payload. The count starts behind the NAL unit header, as the nal_unit()
+// syntax (H.265 7.3.1.1 / H.264 7.3.1) and RbspReader look for emulation_prevention_three_byte
+// there only: an 03 written because of a zero header byte would be read as data.
 class Escaper {
  public:
-  Escaper(const uint8_t* header, uint32_t headerBytes) {
-    for (uint32_t i = 0; i < headerBytes; ++i) zeros_ = header[i] == 0 ? zeros_ + 1 : 0;
-  }
   template <class Out>
   void put(uint8_t b, Out&& out) {
     if (zeros_ >= 2 && b <= 3) out(uint8_t{3}), zeros_ = 0;
@@ -268,17 +266,29 @@ struct HdrPlan {
   uint64_t finalSize = 0;
 };
 
+// True when a rewrite would begin with a start code: behind an HEVC NAL unit header whose second
+// byte is 0 (nuh_temporal_id_plus1 0, forbidden), kept messages that begin 00 01 make 00 00 01,
+// where a byte stream's unit walk cuts the unit (H.265 B.2). No escape helps: an 03 there is not
+// an emulation_prevention_three_byte (the search starts behind the header) and would be read as data.
+bool startsWithStartCode(const uint8_t* header, uint32_t headerBytes, uint32_t startCodes, const uint8_t* rbsp,
+                         uint64_t rbspBytes) {
+  return startCodes && header[headerBytes - 1] == 0 && rbspBytes >= 2 && rbsp[0] == 0 && rbsp[1] == 1;
+}
+
 // The rewrite's size by a dry run of the code that writes it (rewriteInPlace): same walk, same
-// escaper, only counting.
-bool measureRewrite(const uint8_t* frame, const KLX_NAL_UNIT& u, uint32_t hevc, SeiEdit& edit) {
+// escaper, only counting. False for a unit that cannot be rewritten and still read as it was.
+bool measureRewrite(const uint8_t* frame, const KLX_NAL_UNIT& u, uint32_t startCodes, uint32_t hevc, SeiEdit& edit) {
   const uint32_t headerBytes = hevc ? 2 : 1;
-  Escaper escaper(frame + u.offset + u.prefixLength, headerBytes);
+  Escaper escaper;
   uint64_t rbsp = 0, escaped = 0;
+  uint8_t first[2] = {};
   if (!forEachKeptByte(bodyOf(frame, u, hevc), [&](uint8_t b) {
+        if (rbsp < sizeof first) first[rbsp] = b;
         ++rbsp;
         escaper.put(b, [&](uint8_t) { ++escaped; });
       }))
     return false;
+  if (startsWithStartCode(frame + u.offset + u.prefixLength, headerBytes, startCodes, first, rbsp)) return false;
   if (4 + headerBytes + escaped > UINT32_MAX) return false;
   edit.rbspBytes = static_cast<uint32_t>(rbsp);
   edit.newBytes = static_cast<uint32_t>(4 + headerBytes + escaped);
@@ -286,7 +296,7 @@ bool measureRewrite(const uint8_t* frame, const KLX_NAL_UNIT& u, uint32_t hevc, 
 }
 
 // Works out every change: which SEI units go, which are rewritten and how long they come out, the
-// insertion point and the final size. -1 for a unit that cannot be read; the frame is not written.
+// insertion point and the final size. -1 for a unit that cannot be read or rewritten; the frame is not written.
 int planHdrEdits(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32_t hevc, uint64_t newUnitBytes,
                  HdrPlan& plan) {
   PrefixUnits prefix;
@@ -303,7 +313,7 @@ int planHdrEdits(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint3
     if (kind == SeiKind::kNoHdr) continue;
     SeiEdit& edit = plan.edits[plan.editCount++];
     edit = SeiEdit{u.offset, u.offset + u.prefixLength + u.size, 0, 0, u.prefixLength};
-    if (kind == SeiKind::kMixed && !measureRewrite(frame, u, hevc, edit)) return -1;
+    if (kind == SeiKind::kMixed && !measureRewrite(frame, u, startCodes, hevc, edit)) return -1;
     if (kind == SeiKind::kOnlyHdr) ++plan.unitsRemoved;
     change += edit.delta();
   }
@@ -339,7 +349,7 @@ void rewriteInPlace(uint8_t* unit, const SeiEdit& edit, uint32_t startCodes, uin
   putPrefix(unit, startCodes, edit.newBytes - 4);
   std::memcpy(unit + 4, header, headerBytes);
   uint8_t* out = unit + 4 + headerBytes;
-  Escaper escaper(header, headerBytes);
+  Escaper escaper;
   for (uint32_t i = 0; i < edit.rbspBytes; ++i) escaper.put(rbsp[i], [&](uint8_t b) { *out++ = b; });
   assert(out == unit + edit.newBytes);
 }
