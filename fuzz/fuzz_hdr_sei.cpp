@@ -17,7 +17,8 @@
 namespace {
 
 bool isHdrMessage(uint32_t type) {
-  return type == KLX_SEI_MASTERING_DISPLAY || type == KLX_SEI_CONTENT_LIGHT_LEVEL || type == KLX_SEI_ALTERNATIVE_TRANSFER;
+  return type == KLX_SEI_MASTERING_DISPLAY || type == KLX_SEI_CONTENT_LIGHT_LEVEL ||
+         type == KLX_SEI_ALTERNATIVE_TRANSFER;
 }
 
 // The payload of a NAL unit as nal_unit() reads it (ITU-T H.265 7.3.1.1, H.264 7.3.1): every
@@ -115,7 +116,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(newSize == frameSize && buffer == before);
     return 0;
   }
-  check(otherSeiMessages(buffer.data(), newSize, startCodes, hevc) == otherSeiMessages(frame.data(), frameSize, startCodes, hevc));
+  check(otherSeiMessages(buffer.data(), newSize, startCodes, hevc) ==
+        otherSeiMessages(frame.data(), frameSize, startCodes, hevc));
   KLX_HDR_METADATA back{};
   check(klxutilReadHdrSei(buffer.data(), newSize, startCodes, hevc, &back) == 0);
   check(back.present == payload.present);

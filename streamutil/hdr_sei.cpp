@@ -296,7 +296,8 @@ bool measureRewrite(const uint8_t* frame, const KLX_NAL_UNIT& u, uint32_t startC
 }
 
 // Works out every change: which SEI units go, which are rewritten and how long they come out, the
-// insertion point and the final size. -1 for a unit that cannot be read or rewritten; the frame is not written.
+// insertion point and the final size. -1 for a unit that cannot be read or rewritten; the frame
+// is not written.
 int planHdrEdits(const uint8_t* frame, uint32_t size, uint32_t startCodes, uint32_t hevc, uint64_t newUnitBytes,
                  HdrPlan& plan) {
   PrefixUnits prefix;

@@ -75,9 +75,9 @@ int klxutilReadHdrSei(const uint8_t* frame, uint32_t size, uint32_t startCodes, 
 // carried zero runs its writer did not escape); -1 for a null argument or unreadable framing, an
 // SEI unit cut short behind one of these messages, an Annex B unit whose rewrite would begin with a
 // start code (a forbidden HEVC header ending in a zero byte, then kept messages beginning 00 01),
-// or a frame with more than 256 units in front of its first slice, before or after. Every change is planned before the first write: a refusal
-// leaves the frame's bytes and *size as they were, and the call neither copies the frame nor
-// allocates (the tail from the first slice on moves once).
+// or a frame with more than 256 units in front of its first slice, before or after. Every change
+// is planned before the first write: a refusal leaves the frame's bytes and *size as they were,
+// and the call neither copies the frame nor allocates (the tail from the first slice on moves once).
 int klxutilSetHdrSei(uint8_t* frame, uint32_t* size, uint32_t capacity, uint32_t startCodes, uint32_t hevc,
                      const KLX_HDR_METADATA* md);
 

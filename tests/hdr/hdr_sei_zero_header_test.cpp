@@ -119,7 +119,8 @@ TEST_P(HdrSeiZeroHeader, RewriteReadsBackAsTheUnitsKeptMessages) {
   md.contentLightLevel = {4000, 1000};
   md.present = KLX_HDR_HAS_CONTENT_LIGHT_LEVEL;
   uint8_t lightLevelUnit[64];
-  const uint32_t lightLevelBytes = klxutilWriteHdrSeiUnit(1, KLX_SEI_CONTENT_LIGHT_LEVEL, &md, lightLevelUnit, sizeof lightLevelUnit);
+  const uint32_t lightLevelBytes =
+      klxutilWriteHdrSeiUnit(1, KLX_SEI_CONTENT_LIGHT_LEVEL, &md, lightLevelUnit, sizeof lightLevelUnit);
   ASSERT_GT(lightLevelBytes, 0u);
   const Bytes original = unitOf(row.headerSecondByte, rbspOf(row.messages, true));
   const Bytes rewritten = unitOf(row.headerSecondByte, rbspOf(row.messages, false));
@@ -132,14 +133,16 @@ TEST_P(HdrSeiZeroHeader, RewriteReadsBackAsTheUnitsKeptMessages) {
     const Bytes before = buffer;
     auto size = static_cast<uint32_t>(frame.size());
     const int expected = startCodes ? row.annexBResult : 0;
-    ASSERT_EQ(klxutilSetHdrSei(buffer.data(), &size, static_cast<uint32_t>(buffer.size()), startCodes, 1, &md), expected);
+    const auto capacity = static_cast<uint32_t>(buffer.size());
+    ASSERT_EQ(klxutilSetHdrSei(buffer.data(), &size, capacity, startCodes, 1, &md), expected);
     if (expected != 0) {
       EXPECT_EQ(size, frame.size());
       EXPECT_EQ(buffer, before) << "refused, yet written";
       continue;
     }
     buffer.resize(size);
-    const Bytes want = frameOf(picture, {rewritten, Bytes(lightLevelUnit, lightLevelUnit + lightLevelBytes)}, startCodes);
+    const Bytes newUnit(lightLevelUnit, lightLevelUnit + lightLevelBytes);
+    const Bytes want = frameOf(picture, {rewritten, newUnit}, startCodes);
     EXPECT_EQ(buffer, want);
     KLX_HDR_METADATA back{};
     ASSERT_EQ(klxutilReadHdrSei(buffer.data(), size, startCodes, 1, &back), 0);
