@@ -67,6 +67,35 @@ HeaderReadResult readHeader(zr_bitstream* s, HEVC_DECODED* h) {
   return {true};
 }
 
+// Where the box that starts at byte `boxStart` ends, from its size word (ISO/IEC 14496-12 4.2):
+// a box that claims more than the `given` bytes is cut short and one smaller than its own 8-byte
+// header is no box (both refused with a report); bytes behind it belong to the next box. Size 0:
+// the box runs to the end.
+struct BoxBound {
+  bool ok;
+  size_t end;
+};
+
+BoxBound boxBound(const uint8_t* bytes, size_t given, size_t boxStart) {
+  if (boxStart > given || given - boxStart < 8) {
+    ErrOut("Hevc box header is past end of bitstream %s %d", kSourceName, __LINE__);
+    return {false, 0};
+  }
+  const uint8_t* w = bytes + boxStart;
+  const uint32_t boxSize = (uint32_t{w[0]} << 24) | (uint32_t{w[1]} << 16) | (uint32_t{w[2]} << 8) | w[3];
+  if (boxSize == 0) return {true, given};
+  if (boxSize < 8) {
+    ErrOut("Hevc box size %u is smaller than its 8-byte header %s %d", boxSize, kSourceName, __LINE__);
+    return {false, 0};
+  }
+  if (boxSize > given - boxStart) {
+    ErrOut("Hevc box size %u is past end of bitstream (%zu bytes) %s %d", boxSize, given - boxStart, kSourceName,
+           __LINE__);
+    return {false, 0};
+  }
+  return {true, boxStart + boxSize};
+}
+
 }  // namespace
 
 uint32_t klxutilWrite_HEVC_CR(zr_bitstream* out, HEVC_DECODED* h, const uint8_t* vps, const uint8_t* sps,
@@ -167,7 +196,12 @@ uint32_t klxutilRead_DVVC_CR(zr_bitstream* in, DOVI_DECODER_CONFIGURATION_RECORD
 uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DECODED* vps, HEVC_SPS_DECODED* sps,
                              HEVC_PPS_DECODED* pps) {
   if (!header || !in || !in->buffer || in->size <= 0) return 0;
-  size_t size = static_cast<size_t>(in->size);
+  const size_t given = std::min<size_t>(static_cast<size_t>(in->size), static_cast<size_t>(in->length / 8));
+  const size_t boxStart = static_cast<size_t>(in->position / 8);
+  const BoxBound box = boxBound(in->buffer, given, boxStart);
+  if (!box.ok) return kFailed;
+  // Only the box is copied: neither pass reads the bytes behind it.
+  size_t size = box.end;
   std::vector<uint8_t> copy;
   try {
     copy.assign(size + 8, 0);
@@ -180,7 +214,8 @@ uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DE
 
   if (!readHeader(&priv, header).reservedOk) {
     ErrOut("Hevc Reserved bits incorrect %s %d", kSourceName, __LINE__);
-    // The box may have been stored with emulation-prevention bytes: retry on an unescaped copy.
+    // The box may have been stored with emulation-prevention bytes: retry on an unescaped copy
+    // of the box as stored (its size word counts the bytes stored).
     size_t unescaped = size;
     rbsp::removeAvcEmulationPrevention(copy.data(), unescaped, false, 2);
     size = unescaped;

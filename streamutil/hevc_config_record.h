@@ -39,9 +39,11 @@ uint32_t klxutilWrite_DVVC_CR(zr_bitstream* out, DOVI_DECODER_CONFIGURATION_RECO
 uint32_t klxutilRead_DVVC_CR(zr_bitstream* in, DOVI_DECODER_CONFIGURATION_RECORD* record);
 
 // Reads an hvcC box (size and type words first) into the header record and the first VPS, SPS
-// and PPS found (each record may be null). Returns the byte offset past the last VPS or SPS
-// parsed; 0 for a null header, an empty input or no arrays; 0xFFFFFFFF when the reserved bits
-// stay wrong after a retry on an unescaped copy, or a unit runs past the data.
+// and PPS found (each record may be null). The box's size word bounds what both passes read
+// (the box as stored, escapes included; 0: it runs to the end of the input). Returns the byte offset past
+// the last VPS or SPS parsed; 0 for a null header, an empty input or no arrays; 0xFFFFFFFF when
+// the size word is larger than the bytes given or smaller than the 8-byte box header, the
+// reserved bits stay wrong after a retry on an unescaped copy, or a unit runs past the data.
 uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DECODED* vps, HEVC_SPS_DECODED* sps,
                              HEVC_PPS_DECODED* pps);
 
