@@ -43,8 +43,9 @@ using Bytes = std::vector<uint8_t>;
 struct StreamParams {
   StreamCodec codec = StreamCodec::kUnknown;
   std::vector<Bytes> vps, sps, pps;
-  // MPEG-2: distinct sequence_header() and sequence_extension() units (start code value first).
-  std::vector<Bytes> sequenceHeaders, sequenceExtensions;
+  // MPEG-2: distinct sequence_header(), sequence_extension() and sequence_display_extension()
+  // units (start code value first).
+  std::vector<Bytes> sequenceHeaders, sequenceExtensions, sequenceDisplayExtensions;
 };
 // Adds one unit (header byte first) when it is a parameter set not seen before.
 void addUnit(StreamParams& p, const uint8_t* unit, size_t size);
@@ -73,6 +74,10 @@ Summary summarize(const HEVC_SPS_DECODED& sps, const HEVC_VPS_DECODED* vps);
 Summary summarize(const SPS_DECODED& sps);
 Summary summarize(const KLX_MPEG2_SEQUENCE& seq);
 std::string summaryLine(const Summary& s);
+// The summary of a stream's first parameter sets: the first SPS (and first VPS for HEVC timing),
+// or MPEG-2's first sequence header with the first sequence extension and sequence display
+// extension. False when there is none or it cannot be read.
+bool summarizeFirst(const StreamParams& sets, Summary& out);
 // The summary as a JSON object (camelCase keys, codec "h264"/"hevc"/"mpeg2").
 cli::JsonValue summaryJson(const Summary& s);
 
