@@ -275,6 +275,34 @@ uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DE
   return lastParsedEnd;
 }
 
+int klxutilHvccEntries(const uint8_t* box, uint32_t size, HVCC_ENTRY* entries, uint32_t capacity, uint32_t* count) {
+  constexpr uint32_t kArraysAt = 8 + 23;  // box words, then the 23-byte header
+  if (!box || !count) return -1;
+  const BoxBound bound = boxBound(box, size, 0);
+  if (!bound.ok || bound.end < kArraysAt) return -1;
+  const size_t end = bound.end;
+  size_t at = kArraysAt;
+  const uint32_t arrays = box[kArraysAt - 1];  // numOfArrays
+  uint32_t n = 0;
+  for (uint32_t a = 0; a < arrays; ++a) {
+    if (end - at < 3) return -1;
+    if (box[at] & 0x40) break;  // reserved bit set: not an array (as the reader stops)
+    const uint32_t type = box[at] & 0x3F, units = (uint32_t{box[at + 1]} << 8) | box[at + 2];
+    at += 3;
+    for (uint32_t u = 0; u < units; ++u) {
+      if (end - at < 2) return -1;
+      const uint32_t length = (uint32_t{box[at]} << 8) | box[at + 1];
+      at += 2;
+      if (end - at < length) return -1;
+      if (entries && n < capacity) entries[n] = HVCC_ENTRY{type, static_cast<uint32_t>(at), length};
+      ++n;
+      at += length;
+    }
+  }
+  *count = n;
+  return n > (entries ? capacity : 0) ? -102 : 0;
+}
+
 int64_t klxutilGetHvcc(const uint8_t*, uint32_t, uint8_t*, uint32_t) { return -1; }
 
 void klxutilFillHvccHeader(HEVC_DECODED* h, const HEVC_SPS_DECODED* sps, const HEVC_PPS_DECODED* pps) {

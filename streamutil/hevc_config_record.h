@@ -47,6 +47,22 @@ uint32_t klxutilRead_DVVC_CR(zr_bitstream* in, DOVI_DECODER_CONFIGURATION_RECORD
 uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DECODED* vps, HEVC_SPS_DECODED* sps,
                              HEVC_PPS_DECODED* pps);
 
+// One NAL unit of an hvcC array: its type (32 VPS, 33 SPS, 34 PPS, 39/40 SEI...) and where its
+// bytes lie in the bytes given to klxutilHvccEntries.
+struct HVCC_ENTRY {
+  uint32_t nal_unit_type;
+  uint32_t offset;
+  uint32_t size;
+};
+
+// Lists every NAL unit of every array of an hvcC box (size and type words first, bounded by its
+// size word as klxutilRead_HEVC_CR takes it), in record order, where klxutilRead_HEVC_CR reads
+// only the first of each type. The bytes are taken as stored (a box stored with emulation
+// prevention is not unescaped). Returns 0 with *count set; -1 for a null argument, a box whose
+// size word is beyond the bytes or below its header, or a record cut short (a unit running past
+// it included); -102 when there are more than `capacity` units (*count then tells how many).
+int klxutilHvccEntries(const uint8_t* box, uint32_t size, HVCC_ENTRY* entries, uint32_t capacity, uint32_t* count);
+
 // Kept for callers of the old entry point: builds nothing and returns -1 (all bits set); build
 // an hvcC with klxutilWrite_HEVC_CR.
 int64_t klxutilGetHvcc(const uint8_t* frame, uint32_t frameSize, uint8_t* out, uint32_t outSize);

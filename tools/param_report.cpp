@@ -340,4 +340,33 @@ cli::JsonValue listJson(StreamCodec codec, const char* kind, const Decoded& d) {
   return lister.elements;
 }
 
+void listUnitsText(FILE* out, StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log) {
+  for (size_t i = 0; i < units.size(); ++i) {
+    log.clear();
+    Decoded d;
+    const bool ok = decodeUnit(codec, kind, units[i], d);
+    std::fprintf(out, "%s #%zu (%zu bytes)%s\n", kind, i, units[i].size(), ok ? "" : ": not readable");
+    for (const auto& line : log.lines()) std::fprintf(out, "  report: %s\n", LogCollector::trimmed(line).c_str());
+    if (ok) listText(out, codec, kind, d, "  ");
+  }
+  log.clear();
+}
+
+cli::JsonValue listUnitsJson(StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log) {
+  cli::JsonValue list = cli::JsonValue::array();
+  for (const auto& unit : units) {
+    log.clear();
+    Decoded d;
+    const bool ok = decodeUnit(codec, kind, unit, d);
+    cli::JsonValue reports = cli::JsonValue::array();
+    for (const auto& line : log.lines()) reports.push_back(LogCollector::trimmed(line));
+    list.push_back({{"bytes", unit.size()},
+                    {"valid", ok},
+                    {"reports", std::move(reports)},
+                    {"elements", ok ? listJson(codec, kind, d) : cli::JsonValue::array()}});
+  }
+  log.clear();
+  return list;
+}
+
 }  // namespace params

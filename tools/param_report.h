@@ -98,4 +98,12 @@ bool decodeUnit(StreamCodec codec, const char* kind, const Bytes& unit, Decoded&
 void listText(FILE* out, StreamCodec codec, const char* kind, const Decoded& d, const char* indent);
 cli::JsonValue listJson(StreamCodec codec, const char* kind, const Decoded& d);
 
+// Every unit of one kind ("VPS", "SPS", "PPS"; header byte first) in the order given, as
+// `params`, `avcc --read` and `hvcc --read` list them: text "SPS #0 (N bytes)" (": not readable"
+// when its reader refuses it), "  report: " lines with what the reader logged, then its
+// elements; JSON an array of {"bytes", "valid", "reports": [TEXT], "elements"}. `log` is
+// cleared before each unit.
+void listUnitsText(FILE* out, StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log);
+cli::JsonValue listUnitsJson(StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log);
+
 }  // namespace params
