@@ -23,6 +23,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   PPS_DECODED pps{};
   const int readRc = klxutilReadAvcc(bytes, length, avcc, h, &ext, &sps, &pps);
   check(readRc == 0 || readRc == -1);
+  // Every entry lies inside the bytes given, and a record whose entries list reads.
+  AVCC_ENTRY entries[31 + 255 + 255];
+  uint32_t count = 0;
+  const int listed = klxutilAvccEntries(bytes, length, entries, 31 + 255 + 255, &count);
+  check(listed == 0 || listed == -1);
+  check(listed != 0 || readRc == 0);
+  for (uint32_t i = 0; listed == 0 && i < count; ++i) check(entries[i].offset + uint64_t{entries[i].size} <= length);
 
   std::vector<uint8_t> out(capacity);
   uint32_t outSize = 0;
@@ -31,6 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (getRc == 0) {
     check(outSize <= capacity);
     check(klxutilReadAvcc(out.data(), outSize, avcc, h, &ext, &sps, &pps) == 0);
+    check(klxutilAvccEntries(out.data(), outSize, entries, 31 + 255 + 255, &count) == 0);
+    check(count == uint32_t(avcc->numOfSequenceParameterSets + avcc->numOfPictureParameterSets + ext.numOfSequenceParameterSetExt));
   }
   if (h) h264_free(h);
   avcc_free(avcc);

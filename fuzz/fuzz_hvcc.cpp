@@ -1,6 +1,7 @@
 // hvcC reading on arbitrary bytes: the result is one of the documented codes. When the box held
 // a VPS, SPS and PPS that write back and read back alone, an hvcC built from the header read and
 // those units reads back to the same header and to parameter sets that write the same bytes.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -91,6 +92,11 @@ bool sameHeader(const HEVC_DECODED& a, const HEVC_DECODED& b) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size > 8192) return 0;
+  HVCC_ENTRY entries[64];
+  uint32_t count = 0;
+  const int listed = klxutilHvccEntries(data, uint32_t(size), entries, 64, &count);
+  check(listed == 0 || listed == -1 || listed == -102);
+  for (uint32_t i = 0; listed == 0 && i < count; ++i) check(entries[i].offset + uint64_t{entries[i].size} <= size);
   Sets first;
   const uint32_t result = first.read(data, size);
   check(result == kFailed || result <= size);
@@ -105,6 +111,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   WriteBits(&out, 32, 0x68766343);  // 'hvcC'
   klxutilWrite_HEVC_CR(&out, &first.header, units.vps.data(), units.sps.data(), units.pps.data(), units.vpsLength,
                        units.spsLength, units.ppsLength);
+  // The built box lists its three units where they were written.
+  check(klxutilHvccEntries(box.data(), uint32_t(box.size()), entries, 64, &count) == 0 && count == 3);
+  check(entries[1].nal_unit_type == 33 && entries[1].size == uint32_t(units.spsLength) &&
+        std::equal(units.sps.begin(), units.sps.begin() + units.spsLength, box.begin() + entries[1].offset));
   Sets second;
   const uint32_t again = second.read(box.data(), box.size());
   check(again != 0 && again != kFailed);

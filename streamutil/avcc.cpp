@@ -77,6 +77,18 @@ struct Cursor {
   }
 };
 
+// The record inside a leading "size avcC" box header, as long as the box's size word says (0: to
+// the end): a box cut short (its optional High-profile fields would otherwise just look absent)
+// is refused; bytes behind it belong to the next box. Without the header, the bytes as given.
+bool recordBody(const uint8_t*& record, uint32_t& size) {
+  if (size < 8 || std::memcmp(record + 4, "avcC", 4) != 0) return true;
+  const uint32_t boxSize = (uint32_t{record[0]} << 24) | (uint32_t{record[1]} << 16) | (uint32_t{record[2]} << 8) | record[3];
+  if (boxSize != 0 && (boxSize < 8 || boxSize > size)) return false;
+  if (boxSize != 0) size = boxSize;
+  record += 8, size -= 8;
+  return true;
+}
+
 void toSyntaxSps(const SPS_DECODED& s, sps_t& out) {
   out.profile_idc = s.profile_idc;
   out.constraint_set_flags = (s.constraint_set0_flag << 5) | (s.constraint_set1_flag << 4) |
@@ -183,15 +195,7 @@ int klxutilGetAvcc(const uint8_t* frame, uint32_t frameSize, uint32_t startCodes
 
 int klxutilReadAvcc(const uint8_t* record, uint32_t size, avcc_t* avcc, h264_stream_t* h, AVCC_HIGH_PROFILE_FIELDS* ext,
                     SPS_DECODED* firstSps, PPS_DECODED* firstPps) {
-  if (!record || !avcc) return -1;
-  if (size >= 8 && std::memcmp(record + 4, "avcC", 4) == 0) {
-    // The box says how long the record is: a box cut short is refused (its optional High-profile
-    // fields would otherwise just look absent), bytes behind it belong to the next box.
-    const uint32_t boxSize = (uint32_t{record[0]} << 24) | (uint32_t{record[1]} << 16) | (uint32_t{record[2]} << 8) | record[3];
-    if (boxSize != 0 && (boxSize < 8 || boxSize > size)) return -1;  // 0: the box runs to the end
-    if (boxSize != 0) size = boxSize;
-    record += 8, size -= 8;
-  }
+  if (!record || !avcc || !recordBody(record, size)) return -1;
   Cursor c{record, size};
   std::free(avcc->sps_table);
   std::free(avcc->pps_table);
@@ -243,6 +247,36 @@ int klxutilReadAvcc(const uint8_t* record, uint32_t size, avcc_t* avcc, h264_str
     ext->numOfSequenceParameterSetExt = static_cast<int32_t>(c.u8());
   }
   return 0;
+}
+
+int klxutilAvccEntries(const uint8_t* record, uint32_t size, AVCC_ENTRY* entries, uint32_t capacity, uint32_t* count) {
+  if (!record || !count) return -1;
+  const uint8_t* const given = record;
+  if (!recordBody(record, size)) return -1;
+  Cursor c{record, size};
+  const uint32_t version = c.u8();
+  const uint8_t profile = static_cast<uint8_t>(c.u8());
+  c.at += 3;  // profile_compatibility, AVCLevelIndication, lengthSizeMinusOne
+  if (!c.ok || c.at > size || version != 1) return -1;
+  uint32_t n = 0;
+  auto array = [&](uint32_t units, uint32_t type) {
+    for (uint32_t i = 0; i < units && c.ok; ++i) {
+      const UnitBytes u = c.entry();
+      if (!c.ok) break;
+      if (entries && n < capacity)
+        entries[n] = AVCC_ENTRY{type, static_cast<uint32_t>(u.data - given), u.size};
+      ++n;
+    }
+  };
+  array(c.u8() & 0x1F, kSps);
+  array(c.u8(), kPps);
+  if (c.ok && hasHighProfileFields(profile) && c.at + 4 <= size) {  // chroma_format and bit depths first
+    c.at += 3;
+    array(c.u8(), kSpsExtension);
+  }
+  if (!c.ok) return -1;
+  *count = n;
+  return n > (entries ? capacity : 0) ? KLX_NAL_NO_ROOM : 0;
 }
 
 }  // extern "C"

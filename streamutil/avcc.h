@@ -41,4 +41,19 @@ int klxutilGetAvcc(const uint8_t* frame, uint32_t frameSize, uint32_t startCodes
 int klxutilReadAvcc(const uint8_t* record, uint32_t size, avcc_t* avcc, h264_stream_t* h, AVCC_HIGH_PROFILE_FIELDS* ext,
                     SPS_DECODED* firstSps, PPS_DECODED* firstPps);
 
+// One parameter set of an avcC record: its NAL unit type (7 SPS, 8 PPS, 13 SPS extension) and
+// where its bytes lie in the bytes given to klxutilAvccEntries.
+struct AVCC_ENTRY {
+  uint32_t nal_unit_type;
+  uint32_t offset;
+  uint32_t size;
+};
+
+// Lists every SPS, PPS and (after the High-profile fields) SPS-extension entry of a record, or of
+// a box bounded by its size word as klxutilReadAvcc takes it, in record order. Returns 0 with
+// *count set; -1 for a null argument, a record cut short (an entry running past it included) or a
+// wrong configurationVersion; KLX_NAL_NO_ROOM (-102) when there are more than `capacity` entries
+// (*count then tells how many; at most 31 + 255 + 255).
+int klxutilAvccEntries(const uint8_t* record, uint32_t size, AVCC_ENTRY* entries, uint32_t capacity, uint32_t* count);
+
 }  // extern "C"

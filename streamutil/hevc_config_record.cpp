@@ -67,6 +67,35 @@ HeaderReadResult readHeader(zr_bitstream* s, HEVC_DECODED* h) {
   return {true};
 }
 
+// Where the box that starts at byte `boxStart` ends, from its size word (ISO/IEC 14496-12 4.2):
+// a box that claims more than the `given` bytes is cut short and one smaller than its own 8-byte
+// header is no box (both refused with a report); bytes behind it belong to the next box. Size 0:
+// the box runs to the end.
+struct BoxBound {
+  bool ok;
+  size_t end;
+};
+
+BoxBound boxBound(const uint8_t* bytes, size_t given, size_t boxStart) {
+  if (boxStart > given || given - boxStart < 8) {
+    ErrOut("Hevc box header is past end of bitstream %s %d", kSourceName, __LINE__);
+    return {false, 0};
+  }
+  const uint8_t* w = bytes + boxStart;
+  const uint32_t boxSize = (uint32_t{w[0]} << 24) | (uint32_t{w[1]} << 16) | (uint32_t{w[2]} << 8) | w[3];
+  if (boxSize == 0) return {true, given};
+  if (boxSize < 8) {
+    ErrOut("Hevc box size %u is smaller than its 8-byte header %s %d", boxSize, kSourceName, __LINE__);
+    return {false, 0};
+  }
+  if (boxSize > given - boxStart) {
+    ErrOut("Hevc box size %u is past end of bitstream (%zu bytes) %s %d", boxSize, given - boxStart, kSourceName,
+           __LINE__);
+    return {false, 0};
+  }
+  return {true, boxStart + boxSize};
+}
+
 }  // namespace
 
 uint32_t klxutilWrite_HEVC_CR(zr_bitstream* out, HEVC_DECODED* h, const uint8_t* vps, const uint8_t* sps,
@@ -167,7 +196,12 @@ uint32_t klxutilRead_DVVC_CR(zr_bitstream* in, DOVI_DECODER_CONFIGURATION_RECORD
 uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DECODED* vps, HEVC_SPS_DECODED* sps,
                              HEVC_PPS_DECODED* pps) {
   if (!header || !in || !in->buffer || in->size <= 0) return 0;
-  size_t size = static_cast<size_t>(in->size);
+  const size_t given = std::min<size_t>(static_cast<size_t>(in->size), static_cast<size_t>(in->length / 8));
+  const size_t boxStart = static_cast<size_t>(in->position / 8);
+  const BoxBound box = boxBound(in->buffer, given, boxStart);
+  if (!box.ok) return kFailed;
+  // Only the box is copied: neither pass reads the bytes behind it.
+  size_t size = box.end;
   std::vector<uint8_t> copy;
   try {
     copy.assign(size + 8, 0);
@@ -180,7 +214,8 @@ uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DE
 
   if (!readHeader(&priv, header).reservedOk) {
     ErrOut("Hevc Reserved bits incorrect %s %d", kSourceName, __LINE__);
-    // The box may have been stored with emulation-prevention bytes: retry on an unescaped copy.
+    // The box may have been stored with emulation-prevention bytes: retry on an unescaped copy
+    // of the box as stored (its size word counts the bytes stored).
     size_t unescaped = size;
     rbsp::removeAvcEmulationPrevention(copy.data(), unescaped, false, 2);
     size = unescaped;
@@ -238,6 +273,34 @@ uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DE
   }
   in->position = priv.position;
   return lastParsedEnd;
+}
+
+int klxutilHvccEntries(const uint8_t* box, uint32_t size, HVCC_ENTRY* entries, uint32_t capacity, uint32_t* count) {
+  constexpr uint32_t kArraysAt = 8 + 23;  // box words, then the 23-byte header
+  if (!box || !count) return -1;
+  const BoxBound bound = boxBound(box, size, 0);
+  if (!bound.ok || bound.end < kArraysAt) return -1;
+  const size_t end = bound.end;
+  size_t at = kArraysAt;
+  const uint32_t arrays = box[kArraysAt - 1];  // numOfArrays
+  uint32_t n = 0;
+  for (uint32_t a = 0; a < arrays; ++a) {
+    if (end - at < 3) return -1;
+    if (box[at] & 0x40) break;  // reserved bit set: not an array (as the reader stops)
+    const uint32_t type = box[at] & 0x3F, units = (uint32_t{box[at + 1]} << 8) | box[at + 2];
+    at += 3;
+    for (uint32_t u = 0; u < units; ++u) {
+      if (end - at < 2) return -1;
+      const uint32_t length = (uint32_t{box[at]} << 8) | box[at + 1];
+      at += 2;
+      if (end - at < length) return -1;
+      if (entries && n < capacity) entries[n] = HVCC_ENTRY{type, static_cast<uint32_t>(at), length};
+      ++n;
+      at += length;
+    }
+  }
+  *count = n;
+  return n > (entries ? capacity : 0) ? -102 : 0;
 }
 
 int64_t klxutilGetHvcc(const uint8_t*, uint32_t, uint8_t*, uint32_t) { return -1; }

@@ -39,11 +39,29 @@ uint32_t klxutilWrite_DVVC_CR(zr_bitstream* out, DOVI_DECODER_CONFIGURATION_RECO
 uint32_t klxutilRead_DVVC_CR(zr_bitstream* in, DOVI_DECODER_CONFIGURATION_RECORD* record);
 
 // Reads an hvcC box (size and type words first) into the header record and the first VPS, SPS
-// and PPS found (each record may be null). Returns the byte offset past the last VPS or SPS
-// parsed; 0 for a null header, an empty input or no arrays; 0xFFFFFFFF when the reserved bits
-// stay wrong after a retry on an unescaped copy, or a unit runs past the data.
+// and PPS found (each record may be null). The box's size word bounds what both passes read
+// (the box as stored, escapes included; 0: it runs to the end of the input). Returns the byte offset past
+// the last VPS or SPS parsed; 0 for a null header, an empty input or no arrays; 0xFFFFFFFF when
+// the size word is larger than the bytes given or smaller than the 8-byte box header, the
+// reserved bits stay wrong after a retry on an unescaped copy, or a unit runs past the data.
 uint32_t klxutilRead_HEVC_CR(zr_bitstream* in, HEVC_DECODED* header, HEVC_VPS_DECODED* vps, HEVC_SPS_DECODED* sps,
                              HEVC_PPS_DECODED* pps);
+
+// One NAL unit of an hvcC array: its type (32 VPS, 33 SPS, 34 PPS, 39/40 SEI...) and where its
+// bytes lie in the bytes given to klxutilHvccEntries.
+struct HVCC_ENTRY {
+  uint32_t nal_unit_type;
+  uint32_t offset;
+  uint32_t size;
+};
+
+// Lists every NAL unit of every array of an hvcC box (size and type words first, bounded by its
+// size word as klxutilRead_HEVC_CR takes it), in record order, where klxutilRead_HEVC_CR reads
+// only the first of each type. The bytes are taken as stored (a box stored with emulation
+// prevention is not unescaped). Returns 0 with *count set; -1 for a null argument, a box whose
+// size word is beyond the bytes or below its header, or a record cut short (a unit running past
+// it included); -102 when there are more than `capacity` units (*count then tells how many).
+int klxutilHvccEntries(const uint8_t* box, uint32_t size, HVCC_ENTRY* entries, uint32_t capacity, uint32_t* count);
 
 // Kept for callers of the old entry point: builds nothing and returns -1 (all bits set); build
 // an hvcC with klxutilWrite_HEVC_CR.

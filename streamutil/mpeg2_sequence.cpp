@@ -1,4 +1,5 @@
-// sequence_header() and sequence_extension() of ISO/IEC 13818-2 (6.2.2.1, 6.2.2.3, 6.3.3).
+// sequence_header(), sequence_extension() and sequence_display_extension() of ISO/IEC 13818-2
+// (6.2.2.1, 6.2.2.3, 6.2.2.4, 6.3.3, 6.3.6).
 #include "streamutil/mpeg2_sequence.h"
 
 #include <cstddef>
@@ -7,7 +8,8 @@
 namespace {
 
 constexpr uint8_t kSequenceHeader = 0xB3, kExtension = 0xB5;
-constexpr uint32_t kSequenceExtensionId = 1;
+constexpr uint32_t kSequenceExtensionId = 1, kSequenceDisplayExtensionId = 2;
+constexpr uint32_t kVideoFormatUnspecified = 5;  // Table 6-6
 // The bytes up to and including each structure's marker_bit, start code value first.
 constexpr uint32_t kHeaderBytes = 1 + 7, kExtensionBytes = 1 + 4;
 
@@ -99,6 +101,7 @@ int klxutilReadMpeg2SequenceHeader(const uint8_t* unit, uint32_t size, KLX_MPEG2
   s.vbv_buffer_size = b.take(10);
   s.progressive_sequence = 1;
   s.chroma_format = 1;
+  s.video_format = kVideoFormatUnspecified;
   deriveRate(s);
   *seq = s;
   return 0;
@@ -122,6 +125,30 @@ int klxutilReadMpeg2SequenceExtension(const uint8_t* unit, uint32_t size, KLX_MP
   s.frame_rate_extension_d = b.take(5);
   s.hasExtension = 1;
   deriveRate(s);
+  *seq = s;
+  return 0;
+}
+
+int klxutilReadMpeg2SequenceDisplayExtension(const uint8_t* unit, uint32_t size, KLX_MPEG2_SEQUENCE* seq) {
+  if (!unit || !seq || size < 2 || unit[0] != kExtension) return -1;
+  Bits b(unit + 1, size - 1);
+  if (b.take(4) != kSequenceDisplayExtensionId) return -1;
+  KLX_MPEG2_SEQUENCE s = *seq;
+  s.video_format = b.take(3);
+  s.colour_description = b.take(1);
+  s.colour_primaries = s.transfer_characteristics = s.matrix_coefficients = 0;
+  if (s.colour_description) {
+    s.colour_primaries = b.take(8);
+    s.transfer_characteristics = b.take(8);
+    s.matrix_coefficients = b.take(8);
+  }
+  // The bits up to and including the marker_bit: 4 + 3 + 1 (+ 24 colour) + 14 + 1.
+  const uint32_t markerBits = s.colour_description ? 47 : 23;
+  if (size < 1 + (markerBits + 7) / 8) return -1;
+  s.display_horizontal_size = b.take(14);
+  if (b.take(1) != 1) return -1;  // marker_bit
+  s.display_vertical_size = b.take(14);
+  s.hasDisplayExtension = 1;
   *seq = s;
   return 0;
 }

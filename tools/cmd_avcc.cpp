@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "cli.h"
 #include "commands.h"
@@ -19,12 +20,14 @@ constexpr const char* kAbout =
     "       quorvane avcc --read avcC.bin [--json]\n\n"
     "Builds the AVCDecoderConfigurationRecord (ISO/IEC 14496-15 5.3.3.1) of an H.264 elementary\n"
     "stream from its distinct SPS and PPS units and writes it as an avcC box (size, type,\n"
-    "record). With --read, prints the fields and the parameter sets of an avcC box (or of a\n"
-    "bare record).";
+    "record). With --read, prints the fields and every parameter set of an avcC box (or of a\n"
+    "bare record), in record order.";
 constexpr const char* kFooter =
     "--json shape (writing): {\"file\", \"output\", \"bytes\"}\n"
-    "--json shape (--read):  {\"file\", \"record\": {FIELD: N}, \"summary\" (as params),\n"
-    "  \"sps\", \"pps\": [{\"name\": syntax element, \"value\": N}]}\n"
+    "--json shape (--read):  {\"file\", \"record\": {FIELD: N}, \"summary\" (as params, of the first SPS),\n"
+    "  \"sps\", \"pps\": [{\"bytes\", \"valid\", \"reports\", \"elements\": [{\"name\": syntax element,\n"
+    "  \"value\": N}]}] (every set, in record order, as params lists them),\n"
+    "  \"spsExt\": [{\"bytes\", \"data\": HEX}] (High-profile records' SPS extensions)}\n"
     "FIELD: the record's field names of ISO/IEC 14496-15 (AVCProfileIndication, chroma_format...).\n"
     "Example: quorvane avcc clip.mp4 -o avcC.bin\n";
 
@@ -40,6 +43,30 @@ void printFields(const std::vector<Field>& fields, FILE* out, cli::JsonValue* js
     else
       std::fprintf(out, "  %s = %lld\n", f.name, static_cast<long long>(f.value));
   }
+}
+
+// The record's parameter sets, every one in record order.
+struct RecordUnits {
+  std::vector<params::Bytes> sps, pps, spsExt;
+};
+
+bool unitsOf(const uint8_t* record, uint32_t size, RecordUnits& out) {
+  AVCC_ENTRY entries[31 + 255 + 255];
+  uint32_t count = 0;
+  if (klxutilAvccEntries(record, size, entries, static_cast<uint32_t>(std::size(entries)), &count) != 0) return false;
+  for (uint32_t i = 0; i < count; ++i) {
+    const AVCC_ENTRY& e = entries[i];
+    auto& into = e.nal_unit_type == 7 ? out.sps : e.nal_unit_type == 8 ? out.pps : out.spsExt;
+    into.emplace_back(record + e.offset, record + e.offset + e.size);
+  }
+  return true;
+}
+
+std::string hexText(const params::Bytes& bytes) {
+  std::string text;
+  char two[3];
+  for (uint8_t b : bytes) std::snprintf(two, sizeof two, "%02X", b), text += two;
+  return text;
 }
 
 int readBox(const std::string& path, bool asJson) {
@@ -66,24 +93,30 @@ int readBox(const std::string& path, bool asJson) {
                                  {"bit_depth_chroma_minus8", ext.bit_depth_chroma_minus8},
                                  {"numOfSequenceParameterSetExt", ext.numOfSequenceParameterSetExt}});
   avcc_free(avcc);
-  if (rc != 0) return cli::failWith(cli::kFailed, "avcc", "%s is not a readable avcC record", path.c_str());
+  RecordUnits units;
+  if (rc != 0 || !unitsOf(bytes, static_cast<uint32_t>(text->size()), units))
+    return cli::failWith(cli::kFailed, "avcc", "%s is not a readable avcC record", path.c_str());
+  params::LogCollector log;  // reader reports are shown with the unit they concern
   if (asJson) {
     cli::JsonValue record = cli::JsonValue::object();
     printFields(fields, nullptr, &record);
+    cli::JsonValue extensions = cli::JsonValue::array();
+    for (const auto& unit : units.spsExt) extensions.push_back({{"bytes", unit.size()}, {"data", hexText(unit)}});
     cli::printJson({{"file", path},
                     {"record", std::move(record)},
                     {"summary", params::summaryJson(params::summarize(*d.avcSps))},
-                    {"sps", params::listJson(StreamCodec::kH264, "SPS", d)},
-                    {"pps", params::listJson(StreamCodec::kH264, "PPS", d)}});
+                    {"sps", params::listUnitsJson(StreamCodec::kH264, "SPS", units.sps, log)},
+                    {"pps", params::listUnitsJson(StreamCodec::kH264, "PPS", units.pps, log)},
+                    {"spsExt", std::move(extensions)}});
     return cli::kOk;
   }
   std::printf("%s: avcC, %zu bytes\n", path.c_str(), text->size());
   printFields(fields, stdout, nullptr);
   std::printf("%s\n", params::summaryLine(params::summarize(*d.avcSps)).c_str());
-  for (const char* kind : {"SPS", "PPS"}) {
-    std::printf("%s\n", kind);
-    params::listText(stdout, StreamCodec::kH264, kind, d, "  ");
-  }
+  params::listUnitsText(stdout, StreamCodec::kH264, "SPS", units.sps, log);
+  params::listUnitsText(stdout, StreamCodec::kH264, "PPS", units.pps, log);
+  for (size_t i = 0; i < units.spsExt.size(); ++i)  // no reader for them: their bytes
+    std::printf("SPS extension #%zu (%zu bytes)\n  data = %s\n", i, units.spsExt[i].size(), hexText(units.spsExt[i]).c_str());
   return cli::kOk;
 }
 

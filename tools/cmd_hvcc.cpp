@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 
 #include "cli.h"
 #include "commands.h"
@@ -19,12 +20,14 @@ constexpr const char* kAbout =
     "Builds the HEVCDecoderConfigurationRecord of an HEVC stream (elementary, or the video track\n"
     "of a container) from its first VPS, SPS and PPS (header derived from them) and writes it as\n"
     "an hvcC box (size, type, record). Reading stops once the parameter sets are found.\n"
-    "With --read, prints the header fields and the parameter sets of an hvcC box (or of a bare\n"
-    "record without the box words).";
+    "With --read, prints the header fields and every parameter set of an hvcC box (or of a bare\n"
+    "record without the box words), in record order.";
 constexpr const char* kFooter =
     "--json shape (writing): {\"file\", \"output\", \"bytes\", \"header\": {FIELD: N}}\n"
-    "--json shape (--read):  {\"file\", \"header\": {FIELD: N}, \"summary\" (as params, when the record has\n"
-    "  an SPS), \"vps\", \"sps\", \"pps\": [{\"name\": syntax element, \"value\": N}]}\n"
+    "--json shape (--read):  {\"file\", \"header\": {FIELD: N}, \"summary\" (as params, of the first SPS,\n"
+    "  when the record has one), \"vps\", \"sps\", \"pps\": [{\"bytes\", \"valid\", \"reports\",\n"
+    "  \"elements\": [{\"name\": syntax element, \"value\": N}]}] (every set, in record order, as\n"
+    "  params lists them)}\n"
     "FIELD: the record's field names of ISO/IEC 14496-15 (configurationVersion, general_profile_idc...).\n"
     "Example: quorvane hvcc clip.hevc -o hvcC.bin\n";
 
@@ -63,6 +66,8 @@ void headerFields(const HEVC_DECODED& h, FILE* out, cli::JsonValue* json) {
   if (json) (*json)["header"] = std::move(header);
 }
 
+constexpr uint32_t kMaxEntries = 1024;
+
 int readBox(const std::string& path, bool asJson) {
   auto text = cli::readFile(path);
   if (!text) return cli::failWith(cli::kFailed, "hvcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
@@ -84,26 +89,37 @@ int readBox(const std::string& path, bool asJson) {
   if (result == 0xFFFFFFFFu)
     return cli::failWith(cli::kFailed, "hvcc", "%s is not a readable hvcC record (%s)", path.c_str(), log.first().c_str());
   for (const auto& line : log.lines()) std::fprintf(stderr, "quorvane hvcc: reader report: %s\n", line.c_str());
+  log.clear();
+  // Every VPS, SPS and PPS in record order (the reader above takes the first of each type).
+  HVCC_ENTRY entries[kMaxEntries];
+  uint32_t count = 0;
+  if (klxutilHvccEntries(box.data(), static_cast<uint32_t>(box.size()), entries, kMaxEntries, &count) != 0)
+    return cli::failWith(cli::kFailed, "hvcc", "cannot list the units of %s (more than %u, or stored with emulation prevention)",
+                         path.c_str(), kMaxEntries);
+  const struct {
+    const char* kind;
+    const char* key;
+    uint32_t type;
+  } kinds[] = {{"VPS", "vps", 32}, {"SPS", "sps", 33}, {"PPS", "pps", 34}};
+  std::vector<params::Bytes> units[std::size(kinds)];
+  for (uint32_t i = 0; i < count; ++i)
+    for (size_t k = 0; k < std::size(kinds); ++k)
+      if (entries[i].nal_unit_type == kinds[k].type)
+        units[k].emplace_back(box.data() + entries[i].offset, box.data() + entries[i].offset + entries[i].size);
   const bool haveSps = d.hevcSps->pic_width_in_luma_samples > 0;
   if (asJson) {
     cli::JsonValue json{{"file", path}};
     headerFields(header, nullptr, &json);
     if (haveSps) json["summary"] = params::summaryJson(params::summarize(*d.hevcSps, d.hevcVps.get()));
-    for (const char* kind : {"VPS", "SPS", "PPS"}) {
-      std::string key = kind;
-      for (auto& c : key) c = static_cast<char>(std::tolower(c));
-      json[key] = params::listJson(StreamCodec::kHevc, kind, d);
-    }
+    for (size_t k = 0; k < std::size(kinds); ++k)
+      json[kinds[k].key] = params::listUnitsJson(StreamCodec::kHevc, kinds[k].kind, units[k], log);
     cli::printJson(json);
     return cli::kOk;
   }
   std::printf("%s: %s, %zu bytes\n", path.c_str(), bare ? "record" : "hvcC", text->size());  // as in the file
   headerFields(header, stdout, nullptr);
   if (haveSps) std::printf("%s\n", params::summaryLine(params::summarize(*d.hevcSps, d.hevcVps.get())).c_str());
-  for (const char* kind : {"VPS", "SPS", "PPS"}) {
-    std::printf("%s\n", kind);
-    params::listText(stdout, StreamCodec::kHevc, kind, d, "  ");
-  }
+  for (size_t k = 0; k < std::size(kinds); ++k) params::listUnitsText(stdout, StreamCodec::kHevc, kinds[k].kind, units[k], log);
   return cli::kOk;
 }
 

@@ -69,34 +69,12 @@ int cmdParams(int argc, char** argv) {
     cli::JsonValue json{{"file", path}, {"codec", units::codecName(sets.codec)}, {"summary", params::summaryJson(summary)}};
     for (const Kind& k : kinds) {
       if (sets.codec == StreamCodec::kH264 && std::string(k.name) == "VPS") continue;
-      cli::JsonValue list = cli::JsonValue::array();
-      for (const auto& unit : *k.units) {
-        params::Decoded d;
-        bool ok = params::decodeUnit(sets.codec, k.name, unit, d);
-        cli::JsonValue reports = cli::JsonValue::array();
-        for (const auto& line : log.lines()) reports.push_back(params::LogCollector::trimmed(line));
-        log.clear();
-        list.push_back({{"bytes", unit.size()},
-                        {"valid", ok},
-                        {"reports", std::move(reports)},
-                        {"elements", ok ? params::listJson(sets.codec, k.name, d) : cli::JsonValue::array()}});
-      }
-      json[k.key] = std::move(list);
+      json[k.key] = params::listUnitsJson(sets.codec, k.name, *k.units, log);
     }
     cli::printJson(json);
     return cli::kOk;
   }
   std::printf("%s: %s\n%s\n", path.c_str(), units::codecName(sets.codec), params::summaryLine(summary).c_str());
-  for (const Kind& k : kinds) {
-    for (size_t i = 0; i < k.units->size(); ++i) {
-      const auto& unit = (*k.units)[i];
-      params::Decoded d;
-      bool ok = params::decodeUnit(sets.codec, k.name, unit, d);
-      std::printf("%s #%zu (%zu bytes)%s\n", k.name, i, unit.size(), ok ? "" : ": not readable");
-      for (const auto& line : log.lines()) std::printf("  report: %s\n", params::LogCollector::trimmed(line).c_str());
-      log.clear();
-      if (ok) params::listText(stdout, sets.codec, k.name, d, "  ");
-    }
-  }
+  for (const Kind& k : kinds) params::listUnitsText(stdout, sets.codec, k.name, *k.units, log);
   return cli::kOk;
 }

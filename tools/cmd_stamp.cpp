@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -70,7 +71,10 @@ constexpr const char* kUsage =
 constexpr const char* kFooter =
     "--json shape: {\"codec\": \"h264\"|\"hevc\"|\"mpeg2\", \"output\" (H.264/HEVC), \"accessUnits\"\n"
     "  (H.264/HEVC), \"pictures\", \"gopHeaders\" (MPEG-2), \"rate\", \"timecodeType\", \"rateSource\",\n"
-    "  \"first\", \"last\", \"captionFrames\", \"replacedTimecodes\", \"replacedCaptions\" (H.264/HEVC)}\n";
+    "  \"first\", \"last\", \"captionFrames\", \"replacedTimecodes\", \"replacedCaptions\" (H.264/HEVC),\n"
+    "  \"rateChanges\": [{\"frame\", \"timecode\", \"rate\", \"fps\"}] (H.264/HEVC pictures whose SPS\n"
+    "  states another frame rate than the one before them; the timecode keeps counting at \"rate\";\n"
+    "  empty with --rate)}\n";
 
 }  // namespace
 
@@ -315,6 +319,76 @@ void warnOutsideRange(const StampPlan& plan, uint32_t first, uint32_t last) {
 
 namespace {
 
+// "25", "29.97", "12.5": a frame rate to two decimals, as the warning names it.
+std::string fpsText(double fps) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", fps);
+  std::string t = text;
+  while (t.back() == '0') t.pop_back();
+  if (t.back() == '.') t.pop_back();
+  return t;
+}
+
+// The frame rate each picture's SPS states in its VUI timing. A timecode counts at one rate, so a
+// later SPS stating another (a splice of 25 and 29.97 material) changes nothing in the stamp, but
+// each change is noted for the user. H.264 finds the picture's SPS in the plan's SPS set; HEVC
+// keeps the rate of each sps_seq_parameter_set_id here as its SPS units go by.
+class RateWatch {
+ public:
+  struct Rate {
+    uint64_t rate = 0, scale = 0;  // in lowest terms; 0/0 not stated
+    bool operator==(const Rate&) const = default;
+  };
+  struct Change {
+    uint64_t frame;
+    Rate from, to;
+  };
+
+  static Rate of(const SPS_DECODED* sps) {
+    if (!sps || !sps->vui_parameters_present_flag || !sps->vui.timing_info_present_flag) return {};
+    return reduced(sps->vui.time_scale, 2 * uint64_t{sps->vui.num_units_in_tick});  // ticks are field periods
+  }
+  // Takes an HEVC unit (header byte first): an SPS sets the rate of its id.
+  void learnHevc(const uint8_t* unit, uint32_t size) {
+    if (size < 2 || ((unit[0] >> 1) & 0x3F) != 33) return;
+    if (!hevcSps_) hevcSps_ = std::make_unique<HEVC_SPS_DECODED>();
+    zr_bitstream s{const_cast<uint8_t*>(unit), int64_t{size}, uint64_t{size} * 8, 0};
+    if (klxutilRead_HEVC_SPS(&s, hevcSps_.get(), nullptr, 0) == 0xFFFFFFFFu) return;
+    const HEVC_SPS_DECODED& sps = *hevcSps_;
+    const uint32_t id = uint32_t(sps.sps_seq_parameter_set_id) & 15;
+    Rate r;
+    if (sps.vui_parameters_present_flag && sps.vui.vui_timing_info_present_flag)
+      r = reduced(sps.vui.vui_time_scale, uint64_t{sps.vui.vui_num_units_in_tick} * (sps.vui.field_seq_flag ? 2 : 1));
+    hevcRates_[id] = r;
+    lastHevcId_ = int(id);
+  }
+  Rate hevc(int spsId) const {
+    const int id = spsId >= 0 ? spsId : lastHevcId_;
+    return id >= 0 && id < 16 ? hevcRates_[id] : Rate{};
+  }
+  // A picture at display frame `frame` whose SPS states `r`: a change from the rate stated
+  // before is kept. A picture whose SPS states none changes nothing.
+  void picture(uint64_t frame, Rate r) {
+    if (!r.scale) return;
+    if (current_.scale && !(r == current_)) changes.push_back({frame, current_, r});
+    current_ = r;
+  }
+  static double fps(const Rate& r) { return r.scale ? double(r.rate) / double(r.scale) : 0; }
+
+  std::vector<Change> changes;
+
+ private:
+  static Rate reduced(uint64_t rate, uint64_t scale) {
+    if (!rate || !scale) return {};
+    const uint64_t g = std::gcd(rate, scale);
+    return {rate / g, scale / g};
+  }
+  Rate current_;
+  std::unique_ptr<HEVC_SPS_DECODED> hevcSps_;
+  Rate hevcRates_[16];
+  int lastHevcId_ = -1;
+};
+
 // The frame pipeline's editor: the plan is settled from the stream's parameter sets in begin(),
 // then every access unit is stamped at its display position.
 class Stamper : public media::FrameEditor {
@@ -332,6 +406,8 @@ class Stamper : public media::FrameEditor {
     if (plan.codec == StreamCodec::kMpeg2 ? !prepareMpeg2StampPlan(plan, units, givenRate_, error)
                                           : !prepareStampPlan(plan, units, givenRate_, error))
       return error = inPath_ + ": " + error, false;
+    if (plan.codec == StreamCodec::kHevc)
+      for (const auto& unit : units) rates.learnHevc(unit.data(), uint32_t(unit.size()));
     if (!givenRate_ && plan.rateSource.rfind("the default", 0) == 0 && stream.frameRateNum > 0 && stream.frameRateDen > 0) {
       if (const RateInfo* r = rateForStream(double(stream.frameRateNum) / stream.frameRateDen)) {
         plan.rate = r;
@@ -366,6 +442,7 @@ class Stamper : public media::FrameEditor {
       frame.nDataSize = prefixedSize;
     }
     const StampPosition at = stampPositionOf(plan, pf.decodeIndex, pf.displayIndex, pf.displayField, pf.fieldPicture);
+    if (pf.hasPicture && !givenRate_) rates.picture(at.frame(), statedRate(pf, avcSps));
     const int done = plan.codec == StreamCodec::kMpeg2 ? stampMpeg2AccessUnit(plan, groups, frame, at, pf.hasPicture, error)
                                                        : stampAccessUnit(plan, frame, lengthPrefixed, at, pf.hasPicture, avcSps, error);
     if (done < 0) return error = "access unit " + std::to_string(pf.decodeIndex) + ": " + error, false;
@@ -388,6 +465,7 @@ class Stamper : public media::FrameEditor {
   }
 
   StampPlan plan;
+  RateWatch rates;  // the frame rates the pictures' SPSs state (not watched with --rate)
   bool usageError = false;
   uint32_t pictures = 0, captioned = 0, lastTimecode = 0, replacedTimecode = 0, replacedCaptions = 0, gopHeaders = 0;
   Mpeg2Groups groups;
@@ -401,6 +479,16 @@ class Stamper : public media::FrameEditor {
       if (u.size > 0 && (pf.frame->pData[u.at + u.prefix] & 0x1F) == 7)
         klxutilAvcSpsSetLearn(plan.avcSps.get(), pf.frame->pData + u.at + u.prefix, u.size);
     return klxutilAvcSpsSetFind(plan.avcSps.get(), pf.spsId);
+  }
+
+  // The rate the picture's SPS states: H.264 the SPS it activates, HEVC after the SPS units the
+  // access unit carries (MPEG-2 has none per picture).
+  RateWatch::Rate statedRate(const media::PipelineFrame& pf, const SPS_DECODED* avcSps) {
+    if (plan.codec == StreamCodec::kH264) return RateWatch::of(avcSps);
+    if (plan.codec != StreamCodec::kHevc) return {};
+    for (const auto& u : *pf.units)
+      if (u.size > 0) rates.learnHevc(pf.frame->pData + u.at + u.prefix, u.size);
+    return rates.hevc(pf.spsId);
   }
 
   const cli::Command& args_;
@@ -442,6 +530,18 @@ int cmdStamp(int argc, char** argv) {
   }
   const StampPlan& plan = stamper.plan;
   if (plan.captions) warnOutsideRange(plan, plan.startFrame, stamper.lastTimecode);
+  cli::JsonValue rateChanges = cli::JsonValue::array();
+  for (const auto& c : stamper.rates.changes) {
+    std::fprintf(stderr,
+                 "quorvane stamp: warning: the stream changes rate at frame %llu (%s fps to %s fps); timecodes keep "
+                 "counting at %s fps\n",
+                 static_cast<unsigned long long>(c.frame), fpsText(RateWatch::fps(c.from)).c_str(),
+                 fpsText(RateWatch::fps(c.to)).c_str(), fpsText(plan.rate->fps).c_str());
+    rateChanges.push_back({{"frame", c.frame},
+                           {"timecode", timecodeText(plan.startFrame + static_cast<uint32_t>(c.frame), plan.rate->tcType)},
+                           {"rate", cli::rateText(c.to.rate, c.to.scale)},
+                           {"fps", RateWatch::fps(c.to)}});
+  }
 
   FILE* report = result.toStdout ? stderr : stdout;
   const char* codecName = media::codecName(plan.codec);
@@ -451,7 +551,8 @@ int cmdStamp(int argc, char** argv) {
     cli::JsonValue j{{"codec", codecName}, {"output", result.outKind}, {"accessUnits", result.accessUnits},
                      {"pictures", stamper.pictures}, {"rate", plan.rate->name}, {"timecodeType", plan.rate->typeName},
                      {"rateSource", plan.rateSource}, {"first", first}, {"last", last}, {"captionFrames", stamper.captioned},
-                     {"replacedTimecodes", stamper.replacedTimecode}, {"replacedCaptions", stamper.replacedCaptions}};
+                     {"replacedTimecodes", stamper.replacedTimecode}, {"replacedCaptions", stamper.replacedCaptions},
+                     {"rateChanges", std::move(rateChanges)}};
     if (plan.codec == StreamCodec::kMpeg2) j["gopHeaders"] = stamper.gopHeaders;
     cli::printJson(j, report);
   } else {

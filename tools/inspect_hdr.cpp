@@ -161,19 +161,16 @@ void addHdrSei(const uint8_t* frame, uint32_t size, bool lengthPrefixed, bool he
 
 void inspectHdr(const params::StreamParams& sets, const KLX_HDR_METADATA& md, StreamCodec codec, FILE* out,
                 cli::JsonValue* json) {
-  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264) return;
-  const bool hevc = codec == StreamCodec::kHevc;
+  if (codec != StreamCodec::kHevc && codec != StreamCodec::kH264 && codec != StreamCodec::kMpeg2) return;
   params::Summary summary;
-  params::Decoded d;
-  if (!sets.sps.empty() && params::decodeUnit(codec, "SPS", sets.sps.front(), d))
-    summary = hevc ? params::summarize(*d.hevcSps, nullptr) : params::summarize(*d.avcSps);
+  params::summarizeFirst(sets, summary);  // none readable: the colour stays unspecified
   if (json) {
     (*json)["hdr"] = hdrJson(summary, md);
     return;
   }
   std::fprintf(out, "hdr:\n");
   colourText(out, summary);
-  hdrText(out, md);
+  if (codec != StreamCodec::kMpeg2) hdrText(out, md);  // MPEG-2 video has no HDR SEI
 }
 
 }  // namespace hdrinfo

@@ -23,8 +23,9 @@ const char* colourName(ColourKind kind, int code);
 // 0..255; nullopt when neither.
 std::optional<int> colourCode(ColourKind kind, std::string_view name);
 
-// The "hdr" section: colour description of the first SPS and the first HDR SEI values found.
-// Prints nothing for other codecs. Called from the inspect report.
+// The "hdr" section: colour description of the first SPS and the first HDR SEI values found
+// (MPEG-2: the colour description of its first sequence display extension). Prints nothing for
+// other codecs. Called from the inspect report.
 void inspectHdr(const params::StreamParams& sets, const KLX_HDR_METADATA& md, StreamCodec codec, FILE* out,
                 cli::JsonValue* json);
 // Merges the HDR SEI values of one access unit into `found` (values already found are kept).

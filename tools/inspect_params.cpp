@@ -1,5 +1,5 @@
 // Parameter-set section of `quorvane inspect`: the counts of distinct VPS/SPS/PPS units (MPEG-2:
-// sequence headers and extensions), the summary of the first SPS (first sequence header), and
+// sequence headers, extensions and display extensions), the summary of the first SPS (first sequence header), and
 // the signal format derived from its raster and rate.
 #include <cstdio>
 #include <string>
@@ -56,37 +56,8 @@ std::string wordLine(const Derived& d) {
   return line;
 }
 
-// MPEG-2: the first sequence header with the first sequence extension (the one that follows it;
-// ISO/IEC 11172-2 streams have none).
-bool summarizeMpeg2(const params::StreamParams& sets, params::Summary& out) {
-  if (sets.sequenceHeaders.empty()) return false;
-  KLX_MPEG2_SEQUENCE seq;
-  const params::Bytes& header = sets.sequenceHeaders.front();
-  if (klxutilReadMpeg2SequenceHeader(header.data(), uint32_t(header.size()), &seq) != 0) return false;
-  if (!sets.sequenceExtensions.empty()) {
-    const params::Bytes& ext = sets.sequenceExtensions.front();
-    if (klxutilReadMpeg2SequenceExtension(ext.data(), uint32_t(ext.size()), &seq) != 0) return false;
-  }
-  out = params::summarize(seq);
-  return true;
-}
-
-// H.264/HEVC: the first SPS (and the first VPS for HEVC timing).
-bool summarizeSps(const params::StreamParams& sets, params::Summary& out) {
-  params::Decoded d;
-  if (sets.sps.empty() || !params::decodeUnit(sets.codec, "SPS", sets.sps.front(), d)) return false;
-  if (sets.codec == StreamCodec::kHevc) {
-    if (!sets.vps.empty()) params::decodeUnit(sets.codec, "VPS", sets.vps.front(), d);
-    out = params::summarize(*d.hevcSps, d.hevcVps.get());
-  } else {
-    out = params::summarize(*d.avcSps);
-  }
-  return true;
-}
-
 bool derive(const params::StreamParams& sets, Derived& out) {
-  const bool read = sets.codec == StreamCodec::kMpeg2 ? summarizeMpeg2(sets, out.summary) : summarizeSps(sets, out.summary);
-  if (!read) return false;
+  if (!params::summarizeFirst(sets, out.summary)) return false;
   const params::Summary& s = out.summary;
   if (s.rate && s.scale)
     out.format = vidGetSignalFormat(s.rate, s.scale, s.width, s.height, s.interlaced ? 0 : 1);
@@ -104,7 +75,8 @@ void inspectParams(const params::StreamParams& sets, FILE* out, cli::JsonValue* 
   const bool ok = derive(sets, derived);
   if (json) {
     cli::JsonValue section = mpeg2 ? cli::JsonValue{{"sequenceHeaders", sets.sequenceHeaders.size()},
-                                                    {"sequenceExtensions", sets.sequenceExtensions.size()}}
+                                                    {"sequenceExtensions", sets.sequenceExtensions.size()},
+                                                    {"sequenceDisplayExtensions", sets.sequenceDisplayExtensions.size()}}
                                    : cli::JsonValue{{"vps", sets.vps.size()}, {"sps", sets.sps.size()}, {"pps", sets.pps.size()}};
     if (ok) {
       section["summary"] = params::summaryJson(derived.summary);
@@ -119,8 +91,8 @@ void inspectParams(const params::StreamParams& sets, FILE* out, cli::JsonValue* 
     return;
   }
   if (mpeg2)
-    std::fprintf(out, "sequence headers: %zu, %zu sequence extensions\n", sets.sequenceHeaders.size(),
-                 sets.sequenceExtensions.size());
+    std::fprintf(out, "sequence headers: %zu, %zu sequence extensions, %zu sequence display extensions\n",
+                 sets.sequenceHeaders.size(), sets.sequenceExtensions.size(), sets.sequenceDisplayExtensions.size());
   else
     std::fprintf(out, "parameter sets: %zu VPS, %zu SPS, %zu PPS\n", sets.vps.size(), sets.sps.size(), sets.pps.size());
   if (!ok) {

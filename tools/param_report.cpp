@@ -104,8 +104,12 @@ void addUnit(StreamParams& p, const uint8_t* unit, size_t size) {
     into = type == 32 ? &p.vps : type == 33 ? &p.sps : type == 34 ? &p.pps : nullptr;
   else if (p.codec == StreamCodec::kH264)
     into = type == 7 ? &p.sps : type == 8 ? &p.pps : nullptr;
-  else if (p.codec == StreamCodec::kMpeg2 && size >= 2) {  // start code value first; extension id 1
-    into = unit[0] == 0xB3 ? &p.sequenceHeaders : unit[0] == 0xB5 && (unit[1] >> 4) == 1 ? &p.sequenceExtensions : nullptr;
+  else if (p.codec == StreamCodec::kMpeg2 && size >= 2) {  // start code value first; extension ids 1 and 2
+    const int extensionId = unit[0] == 0xB5 ? unit[1] >> 4 : 0;
+    into = unit[0] == 0xB3        ? &p.sequenceHeaders
+           : extensionId == 1 ? &p.sequenceExtensions
+           : extensionId == 2 ? &p.sequenceDisplayExtensions
+                              : nullptr;
     // Trailing zero bytes may be stuffing (a container's copy keeps what the stream's splitter
     // dropped): the same header compares equal without them, and reads the same.
     while (size > 2 && unit[size - 1] == 0) --size;
@@ -219,7 +223,49 @@ Summary summarize(const KLX_MPEG2_SEQUENCE& seq) {
   s.scale = seq.frameRateScale;
   s.interlaced = !seq.progressive_sequence;
   s.chromaFormat = int(std::clamp(seq.chroma_format, 1u, 3u));
+  if (seq.hasDisplayExtension && seq.colour_description) {  // the code points of ITU-T H.273
+    s.colourDescription = true;
+    s.colourPrimaries = int(seq.colour_primaries);
+    s.transferCharacteristics = int(seq.transfer_characteristics);
+    s.matrixCoefficients = int(seq.matrix_coefficients);
+  }
   return s;
+}
+
+namespace {
+
+// MPEG-2: the first sequence header with the first sequence extension (ISO/IEC 11172-2 streams
+// have none) and the first sequence display extension (optional).
+bool summarizeMpeg2(const StreamParams& sets, Summary& out) {
+  if (sets.sequenceHeaders.empty()) return false;
+  KLX_MPEG2_SEQUENCE seq;
+  const Bytes& header = sets.sequenceHeaders.front();
+  if (klxutilReadMpeg2SequenceHeader(header.data(), uint32_t(header.size()), &seq) != 0) return false;
+  if (!sets.sequenceExtensions.empty()) {
+    const Bytes& ext = sets.sequenceExtensions.front();
+    if (klxutilReadMpeg2SequenceExtension(ext.data(), uint32_t(ext.size()), &seq) != 0) return false;
+  }
+  if (!sets.sequenceDisplayExtensions.empty()) {  // an unreadable one leaves the colour unspecified
+    const Bytes& display = sets.sequenceDisplayExtensions.front();
+    klxutilReadMpeg2SequenceDisplayExtension(display.data(), uint32_t(display.size()), &seq);
+  }
+  out = summarize(seq);
+  return true;
+}
+
+}  // namespace
+
+bool summarizeFirst(const StreamParams& sets, Summary& out) {
+  if (sets.codec == StreamCodec::kMpeg2) return summarizeMpeg2(sets, out);
+  Decoded d;
+  if (sets.sps.empty() || !decodeUnit(sets.codec, "SPS", sets.sps.front(), d)) return false;
+  if (sets.codec == StreamCodec::kHevc) {
+    if (!sets.vps.empty()) decodeUnit(sets.codec, "VPS", sets.vps.front(), d);
+    out = summarize(*d.hevcSps, d.hevcVps.get());
+  } else {
+    out = summarize(*d.avcSps);
+  }
+  return true;
 }
 
 std::string summaryLine(const Summary& s) {
@@ -292,6 +338,35 @@ cli::JsonValue listJson(StreamCodec codec, const char* kind, const Decoded& d) {
   JsonLister lister;
   list(codec, kind, d, &JsonLister::sink, &lister);
   return lister.elements;
+}
+
+void listUnitsText(FILE* out, StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log) {
+  for (size_t i = 0; i < units.size(); ++i) {
+    log.clear();
+    Decoded d;
+    const bool ok = decodeUnit(codec, kind, units[i], d);
+    std::fprintf(out, "%s #%zu (%zu bytes)%s\n", kind, i, units[i].size(), ok ? "" : ": not readable");
+    for (const auto& line : log.lines()) std::fprintf(out, "  report: %s\n", LogCollector::trimmed(line).c_str());
+    if (ok) listText(out, codec, kind, d, "  ");
+  }
+  log.clear();
+}
+
+cli::JsonValue listUnitsJson(StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log) {
+  cli::JsonValue list = cli::JsonValue::array();
+  for (const auto& unit : units) {
+    log.clear();
+    Decoded d;
+    const bool ok = decodeUnit(codec, kind, unit, d);
+    cli::JsonValue reports = cli::JsonValue::array();
+    for (const auto& line : log.lines()) reports.push_back(LogCollector::trimmed(line));
+    list.push_back({{"bytes", unit.size()},
+                    {"valid", ok},
+                    {"reports", std::move(reports)},
+                    {"elements", ok ? listJson(codec, kind, d) : cli::JsonValue::array()}});
+  }
+  log.clear();
+  return list;
 }
 
 }  // namespace params

@@ -43,8 +43,9 @@ using Bytes = std::vector<uint8_t>;
 struct StreamParams {
   StreamCodec codec = StreamCodec::kUnknown;
   std::vector<Bytes> vps, sps, pps;
-  // MPEG-2: distinct sequence_header() and sequence_extension() units (start code value first).
-  std::vector<Bytes> sequenceHeaders, sequenceExtensions;
+  // MPEG-2: distinct sequence_header(), sequence_extension() and sequence_display_extension()
+  // units (start code value first).
+  std::vector<Bytes> sequenceHeaders, sequenceExtensions, sequenceDisplayExtensions;
 };
 // Adds one unit (header byte first) when it is a parameter set not seen before.
 void addUnit(StreamParams& p, const uint8_t* unit, size_t size);
@@ -73,6 +74,10 @@ Summary summarize(const HEVC_SPS_DECODED& sps, const HEVC_VPS_DECODED* vps);
 Summary summarize(const SPS_DECODED& sps);
 Summary summarize(const KLX_MPEG2_SEQUENCE& seq);
 std::string summaryLine(const Summary& s);
+// The summary of a stream's first parameter sets: the first SPS (and first VPS for HEVC timing),
+// or MPEG-2's first sequence header with the first sequence extension and sequence display
+// extension. False when there is none or it cannot be read.
+bool summarizeFirst(const StreamParams& sets, Summary& out);
 // The summary as a JSON object (camelCase keys, codec "h264"/"hevc"/"mpeg2").
 cli::JsonValue summaryJson(const Summary& s);
 
@@ -92,5 +97,13 @@ bool decodeUnit(StreamCodec codec, const char* kind, const Bytes& unit, Decoded&
 // the names are the syntax elements of ITU-T H.264/H.265 as the standards spell them.
 void listText(FILE* out, StreamCodec codec, const char* kind, const Decoded& d, const char* indent);
 cli::JsonValue listJson(StreamCodec codec, const char* kind, const Decoded& d);
+
+// Every unit of one kind ("VPS", "SPS", "PPS"; header byte first) in the order given, as
+// `params`, `avcc --read` and `hvcc --read` list them: text "SPS #0 (N bytes)" (": not readable"
+// when its reader refuses it), "  report: " lines with what the reader logged, then its
+// elements; JSON an array of {"bytes", "valid", "reports": [TEXT], "elements"}. `log` is
+// cleared before each unit.
+void listUnitsText(FILE* out, StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log);
+cli::JsonValue listUnitsJson(StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log);
 
 }  // namespace params

@@ -9,16 +9,15 @@
 
 #include "platform/tcxlat.h"
 #include "support/ffmpeg_oracle.h"
+#include "splice_support.h"
 #include "support/test_support.h"
 
 namespace {
 
 using qtest::shellQuote;
 
-const std::string kSource = "-f lavfi -i testsrc2=rate=25:size=";
-
 std::vector<uint8_t> piece(const std::string& name, const std::string& args) {
-  return qtest::readBytes(qtest::encodedStream(name, kSource + args + " -f h264"));
+  return splice::piece(name, "rate=25:size=" + args + " -f h264");
 }
 // HRD delays in pic_timing and B-frames (SPS 0).
 std::vector<uint8_t> hrdPiece() {
@@ -29,29 +28,9 @@ std::vector<uint8_t> picStructPiece() {
   return piece("splice-picstruct.264", "176x96 -frames:v 10 -c:v libx264 -bf 0 -x264-params sps-id=3:pic-struct=1");
 }
 
-// The units of a start-code stream, each with its start code.
-std::vector<std::vector<uint8_t>> unitsOf(const std::vector<uint8_t>& s) {
-  std::vector<size_t> starts;
-  for (size_t i = 0; i + 3 <= s.size(); ++i)
-    if (s[i] == 0 && s[i + 1] == 0 && s[i + 2] == 1) starts.push_back(i > 0 && s[i - 1] == 0 ? i - 1 : i), i += 2;
-  std::vector<std::vector<uint8_t>> units;
-  for (size_t k = 0; k < starts.size(); ++k)
-    units.emplace_back(s.begin() + long(starts[k]), k + 1 < starts.size() ? s.begin() + long(starts[k + 1]) : s.end());
-  return units;
-}
-
-bool isParameterSet(const std::vector<uint8_t>& unit) {
-  const uint8_t header = unit[unit[2] == 1 ? 3 : 4];
-  return (header & 0x1F) == 7 || (header & 0x1F) == 8;
-}
-
 // Three x264 pieces at 25 fps, the last one giving SPS 0 new contents (neither HRD nor pic_struct).
 std::vector<uint8_t> splicedStream() {
-  const std::vector<uint8_t> pieces[] = {hrdPiece(), picStructPiece(),
-                                         piece("splice-plain.264", "160x90 -frames:v 9 -c:v libx264 -bf 1")};
-  std::vector<uint8_t> joined;
-  for (const auto& bytes : pieces) joined.insert(joined.end(), bytes.begin(), bytes.end());
-  return joined;
+  return splice::joined({hrdPiece(), picStructPiece(), piece("splice-plain.264", "160x90 -frames:v 9 -c:v libx264 -bf 1")});
 }
 
 // The first two pieces with both their SPSs and PPSs up front: each picture finds its SPS through
@@ -59,8 +38,8 @@ std::vector<uint8_t> splicedStream() {
 std::vector<uint8_t> parameterSetsUpFront() {
   std::vector<uint8_t> sets, pictures;
   for (const auto& bytes : {hrdPiece(), picStructPiece()})
-    for (const auto& unit : unitsOf(bytes)) {
-      auto& to = isParameterSet(unit) ? sets : pictures;
+    for (const auto& unit : splice::unitsOf(bytes)) {
+      auto& to = splice::isParameterSet(unit) ? sets : pictures;
       to.insert(to.end(), unit.begin(), unit.end());
     }
   sets.insert(sets.end(), pictures.begin(), pictures.end());

@@ -1,0 +1,111 @@
+// The hvcC box's size word bounds the record (ISO/IEC 14496-12 4.2): a box claiming more bytes
+// than there are, or fewer than its own header, is refused by the reader and by hvcc --read; bytes
+// behind the box are not read as part of it. On the reader's retry over an unescaped copy the word
+// bounds the unescaped bytes. The box is the one quorvane writes for an x265 stream.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "streamutil/hevc_config_record.h"
+#include "support/test_support.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using qtest::shellQuote;
+
+Bytes x265Box() {
+  const std::string stream = qtest::encodedStream(
+      "hvcc-box-size.hevc", "-f lavfi -i testsrc2=size=160x90:rate=25 -frames:v 1 -c:v libx265 -x265-params log-level=error -f hevc");
+  if (stream.empty()) return {};
+  qtest::TempDir dir;
+  if (qtest::runTool("hvcc " + shellQuote(stream) + " -o " + shellQuote(dir.file("box.bin"))).exitCode != 0) return {};
+  return qtest::readBytes(dir.file("box.bin"));
+}
+
+Bytes withSizeWord(Bytes box, uint32_t size) {
+  for (int i = 0; i < 4; ++i) box[size_t(i)] = uint8_t(size >> (24 - 8 * i));
+  return box;
+}
+
+TEST(HvccBoxSize, HvccReadRefusesABoxLargerThanTheFileOrSmallerThanItsHeader) {
+  const Bytes box = x265Box();
+  ASSERT_GT(box.size(), 40u);
+  const uint32_t n = uint32_t(box.size());
+  Bytes trailing = box;
+  trailing.insert(trailing.end(), {0, 0, 0, 9, 'f', 'r', 'e', 'e', 0});
+  struct Row {
+    const char* name;
+    Bytes bytes;
+    const char* error;  // null: read as the plain box
+  };
+  const Row rows[] = {
+      {"as written", box, nullptr},
+      {"size 0: to the end of the file", withSizeWord(box, 0), nullptr},
+      {"another box behind it", trailing, nullptr},
+      {"one byte more than the file", withSizeWord(box, n + 1), "is past end of bitstream"},
+      {"all ones", withSizeWord(box, 0xFFFFFFFFu), "is past end of bitstream"},
+      {"smaller than its header", withSizeWord(box, 7), "is smaller than its 8-byte header"},
+  };
+  qtest::TempDir dir;
+  std::string plain;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    qtest::writeBytes(dir.file("in.bin"), row.bytes);
+    const auto r = qtest::runTool("hvcc --read " + shellQuote(dir.file("in.bin")));
+    if (!row.error) {
+      EXPECT_EQ(r.exitCode, 0) << r.err;
+      const std::string body = r.out.substr(r.out.find('\n'));  // the first line names the file's size
+      if (plain.empty()) plain = body;
+      EXPECT_EQ(body, plain);
+      continue;
+    }
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err.rfind("quorvane hvcc: ", 0), 0u) << r.err;
+    EXPECT_NE(r.err.find(row.error), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line";
+  }
+}
+
+struct ReadBack {
+  uint32_t result;
+  HEVC_DECODED header{};
+  std::unique_ptr<HEVC_SPS_DECODED> sps = std::make_unique<HEVC_SPS_DECODED>();
+};
+ReadBack readBox(Bytes bytes) {
+  ReadBack back;
+  zr_bitstream in{bytes.data(), int64_t(bytes.size()), bytes.size() * 8, 0};
+  qtest::LogCapture quiet;
+  back.result = klxutilRead_HEVC_CR(&in, &back.header, nullptr, back.sps.get(), nullptr);
+  return back;
+}
+
+// A box stored with emulation prevention over its record: the size word counts the box as
+// stored, and the retry on the unescaped copy reads no further than the first pass.
+TEST(HvccBoxSize, TheRetryOnAnUnescapedCopyStaysInsideTheBox) {
+  const Bytes box = x265Box();
+  ASSERT_GT(box.size(), 40u);
+  Bytes escaped(box.begin(), box.begin() + 8);
+  const Bytes record = qtest::emulationPrevented(Bytes(box.begin() + 8, box.end()));
+  escaped.insert(escaped.end(), record.begin(), record.end());
+  ASSERT_GT(escaped.size(), box.size()) << "the record's constraint flags 90 00 00 00 .. need escaping";
+  const ReadBack plain = readBox(box);
+  ASSERT_NE(plain.result, 0xFFFFFFFFu);
+  const Bytes nextBox = {0, 0, 0, 16, 'f', 'r', 'e', 'e', 1, 2, 3, 4, 5, 6, 7, 8};
+  auto followed = [&](uint32_t sizeWord) {
+    Bytes b = withSizeWord(escaped, sizeWord);
+    b.insert(b.end(), nextBox.begin(), nextBox.end());
+    return b;
+  };
+  const ReadBack retried = readBox(followed(uint32_t(escaped.size())));
+  EXPECT_EQ(retried.result, plain.result) << "offsets in the unescaped record";
+  EXPECT_EQ(retried.header.general_level_idc, plain.header.general_level_idc);
+  EXPECT_EQ(retried.sps->pic_width_in_luma_samples, 160);
+  // A word that leaves the escapes out cuts the last unit: its bytes are not taken from the next box.
+  EXPECT_EQ(readBox(followed(uint32_t(box.size()))).result, 0xFFFFFFFFu);
+}
+
+}  // namespace
