@@ -281,6 +281,11 @@ int klxutilHvccEntries(const uint8_t* box, uint32_t size, HVCC_ENTRY* entries, u
   const BoxBound bound = boxBound(box, size, 0);
   if (!bound.ok || bound.end < kArraysAt) return -1;
   const size_t end = bound.end;
+  // Reserved bits that are not all ones mark a box klxutilRead_HEVC_CR reads from an unescaped
+  // copy: its arrays do not stand where the bytes as stored put them.
+  HEVC_DECODED header{};
+  zr_bitstream stored{const_cast<uint8_t*>(box), static_cast<int64_t>(end), end * 8, 0};
+  if (!readHeader(&stored, &header).reservedOk) return -1;
   size_t at = kArraysAt;
   const uint32_t arrays = box[kArraysAt - 1];  // numOfArrays
   uint32_t n = 0;

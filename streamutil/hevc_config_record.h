@@ -57,10 +57,11 @@ struct HVCC_ENTRY {
 
 // Lists every NAL unit of every array of an hvcC box (size and type words first, bounded by its
 // size word as klxutilRead_HEVC_CR takes it), in record order, where klxutilRead_HEVC_CR reads
-// only the first of each type. The bytes are taken as stored (a box stored with emulation
-// prevention is not unescaped). Returns 0 with *count set; -1 for a null argument, a box whose
-// size word is beyond the bytes or below its header, or a record cut short (a unit running past
-// it included); -102 when there are more than `capacity` units (*count then tells how many).
+// only the first of each type. The bytes are taken as stored: a box stored with emulation
+// prevention (its header's reserved bits read wrong, where klxutilRead_HEVC_CR retries on an
+// unescaped copy) is refused. Returns 0 with *count set; -1 for a null argument, such a box, a
+// box whose size word is beyond the bytes or below its header, or a record cut short (a unit
+// running past it included); -102 when there are more than `capacity` units (*count then tells how many).
 int klxutilHvccEntries(const uint8_t* box, uint32_t size, HVCC_ENTRY* entries, uint32_t capacity, uint32_t* count);
 
 // Kept for callers of the old entry point: builds nothing and returns -1 (all bits set); build

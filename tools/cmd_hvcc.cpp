@@ -68,6 +68,24 @@ void headerFields(const HEVC_DECODED& h, FILE* out, cli::JsonValue* json) {
 
 constexpr uint32_t kMaxEntries = 1024;
 
+// The box without the 03 of every 00 00 03 behind its box words, its size word made to match:
+// the copy klxutilRead_HEVC_CR reads when the box as stored does not parse.
+std::vector<uint8_t> unescapedBox(const std::vector<uint8_t>& box) {
+  std::vector<uint8_t> plain(box.begin(), box.begin() + 8);
+  size_t zeros = 0;
+  for (size_t i = 8; i < box.size(); ++i) {
+    if (zeros >= 2 && box[i] == 3) {
+      zeros = 0;
+      continue;
+    }
+    zeros = box[i] ? 0 : zeros + 1;
+    plain.push_back(box[i]);
+  }
+  const uint32_t size = static_cast<uint32_t>(plain.size());
+  for (int b = 0; b < 4; ++b) plain[b] = static_cast<uint8_t>(size >> (24 - 8 * b));
+  return plain;
+}
+
 int readBox(const std::string& path, bool asJson) {
   auto text = cli::readFile(path);
   if (!text) return cli::failWith(cli::kFailed, "hvcc", "cannot read %s: %s", path.c_str(), std::strerror(errno));
@@ -93,9 +111,13 @@ int readBox(const std::string& path, bool asJson) {
   // Every VPS, SPS and PPS in record order (the reader above takes the first of each type).
   HVCC_ENTRY entries[kMaxEntries];
   uint32_t count = 0;
-  if (klxutilHvccEntries(box.data(), static_cast<uint32_t>(box.size()), entries, kMaxEntries, &count) != 0)
-    return cli::failWith(cli::kFailed, "hvcc", "cannot list the units of %s (more than %u, or stored with emulation prevention)",
-                         path.c_str(), kMaxEntries);
+  if (klxutilHvccEntries(box.data(), static_cast<uint32_t>(box.size()), entries, kMaxEntries, &count) != 0) {
+    // The reader's retry takes a box stored with emulation-prevention bytes: list the units of
+    // the box as it reads it.
+    box = unescapedBox(box);
+    if (klxutilHvccEntries(box.data(), static_cast<uint32_t>(box.size()), entries, kMaxEntries, &count) != 0)
+      return cli::failWith(cli::kFailed, "hvcc", "cannot list the units of %s (more than %u)", path.c_str(), kMaxEntries);
+  }
   const struct {
     const char* kind;
     const char* key;

@@ -30,6 +30,14 @@ Bytes withSizeWord(Bytes box, uint32_t size) {
   return box;
 }
 
+// The box stored with emulation prevention over its record, its size word counting the bytes stored.
+Bytes escapedBox(const Bytes& box) {
+  Bytes escaped(box.begin(), box.begin() + 8);
+  const Bytes record = qtest::emulationPrevented(Bytes(box.begin() + 8, box.end()));
+  escaped.insert(escaped.end(), record.begin(), record.end());
+  return withSizeWord(escaped, uint32_t(escaped.size()));
+}
+
 TEST(HvccBoxSize, HvccReadRefusesABoxLargerThanTheFileOrSmallerThanItsHeader) {
   const Bytes box = x265Box();
   ASSERT_GT(box.size(), 40u);
@@ -45,6 +53,7 @@ TEST(HvccBoxSize, HvccReadRefusesABoxLargerThanTheFileOrSmallerThanItsHeader) {
       {"as written", box, nullptr},
       {"size 0: to the end of the file", withSizeWord(box, 0), nullptr},
       {"another box behind it", trailing, nullptr},
+      {"stored with emulation prevention", escapedBox(box), nullptr},
       {"one byte more than the file", withSizeWord(box, n + 1), "is past end of bitstream"},
       {"all ones", withSizeWord(box, 0xFFFFFFFFu), "is past end of bitstream"},
       {"smaller than its header", withSizeWord(box, 7), "is smaller than its 8-byte header"},
@@ -88,9 +97,7 @@ ReadBack readBox(Bytes bytes) {
 TEST(HvccBoxSize, TheRetryOnAnUnescapedCopyStaysInsideTheBox) {
   const Bytes box = x265Box();
   ASSERT_GT(box.size(), 40u);
-  Bytes escaped(box.begin(), box.begin() + 8);
-  const Bytes record = qtest::emulationPrevented(Bytes(box.begin() + 8, box.end()));
-  escaped.insert(escaped.end(), record.begin(), record.end());
+  const Bytes escaped = escapedBox(box);
   ASSERT_GT(escaped.size(), box.size()) << "the record's constraint flags 90 00 00 00 .. need escaping";
   const ReadBack plain = readBox(box);
   ASSERT_NE(plain.result, 0xFFFFFFFFu);
