@@ -125,6 +125,7 @@ class EsSink : public Sink {
 class ContainerSink : public Sink {
  public:
   ~ContainerSink() override {
+    for (AVPacket*& p : undated_) libav::api().av_packet_free(&p);
     if (out_ && out_->pb) libav::api().avio_closep(&out_->pb);
     libav::api().avformat_free_context(out_);
   }
@@ -290,9 +291,14 @@ class ContainerSink : public Sink {
       packet->stream_index = to;
       packet->pos = -1;
       outBytes += f.nDataSize;
-      const int rc = libav::api().av_interleaved_write_frame(out_, packet);
-      if (rc < 0) error = "cannot write video packet " + std::to_string(packets_) + ": " + libav::errorText(rc);
-      ok = rc >= 0;
+      if (packet->dts == AV_NOPTS_VALUE && packet->pts != AV_NOPTS_VALUE) {
+        // A Matroska track cut in front of its keyframe: libavformat gives the leading packets
+        // no dts. They wait for the first packet that has one, which bounds theirs.
+        undated_.push_back(packet);
+        ++packets_;
+        return true;
+      }
+      ok = writeUndated(packet->dts, error) && writeVideo(packet, error);
     } else {
       error = "out of memory";
     }
@@ -302,6 +308,11 @@ class ContainerSink : public Sink {
   }
 
   bool finish(std::string& error) override {
+    if (error_.empty() && !undated_.empty()) {
+      int64_t first = undated_.front()->pts;
+      for (const AVPacket* p : undated_) first = std::min(first, p->pts);
+      if (!writeUndated(first, error)) return false;
+    }
     if (!error_.empty() || libav::api().av_write_trailer(out_) < 0 || libav::api().avio_closep(&out_->pb) < 0) {
       error = error_.empty() ? "cannot finish the output" : error_;
       return false;
@@ -357,6 +368,40 @@ class ContainerSink : public Sink {
     return true;
   }
 
+  // Writes a video packet whose dts is not below its pts. A dts that does not rise (libavformat's
+  // guess for the packets of a Matroska track behind a cut, where B-frames lost their
+  // references) is moved one tick past the last one while that stays at or below the pts.
+  bool writeVideo(AVPacket* packet, std::string& error) {
+    if (lastDts_ != AV_NOPTS_VALUE && packet->dts != AV_NOPTS_VALUE && packet->dts <= lastDts_ &&
+        (packet->pts == AV_NOPTS_VALUE || lastDts_ < packet->pts))
+      packet->dts = lastDts_ + 1;
+    if (packet->dts != AV_NOPTS_VALUE) lastDts_ = packet->dts;
+    const int rc = libav::api().av_interleaved_write_frame(out_, packet);
+    if (rc < 0) error = "cannot write video packet " + std::to_string(packets_) + ": " + libav::errorText(rc);
+    return rc >= 0;
+  }
+
+  // Gives the packets that came without a dts one in front of `next` (the first dts read after
+  // them, or their earliest pts at the end), a frame apart and never above their pts, so the
+  // decode clock rises as the muxer requires; then writes them.
+  bool writeUndated(int64_t next, std::string& error) {
+    if (undated_.empty()) return true;
+    const AVStream* st = out_->streams[map_[video_]];
+    const int64_t frame = st->avg_frame_rate.num > 0 ? std::max<int64_t>(1, libav::api().av_rescale_q(1, av_inv_q(st->avg_frame_rate), st->time_base)) : 1;
+    for (size_t i = undated_.size(); i-- > 0;) {
+      AVPacket* p = undated_[i];
+      next = std::min(next - (p->duration > 0 ? p->duration : frame), p->pts);
+      p->dts = next;
+    }
+    bool ok = true;
+    for (AVPacket*& p : undated_) {
+      if (ok) ok = writeVideo(p, error);
+      libav::api().av_packet_free(&p);
+    }
+    undated_.clear();
+    return ok;
+  }
+
   AVFormatContext* in_ = nullptr;
   AVFormatContext* out_ = nullptr;
   int video_ = -1;
@@ -365,6 +410,8 @@ class ContainerSink : public Sink {
   AVRational frameClock_{0, 1};  // elementary input: one tick per frame
   int64_t startShift_ = 0;       // AV_TIME_BASE units taken off every input timestamp
   std::vector<int> map_;
+  std::vector<AVPacket*> undated_;  // video packets waiting for a dts (owned)
+  int64_t lastDts_ = AV_NOPTS_VALUE;  // of the last video packet written
   std::string error_;
 };
 
