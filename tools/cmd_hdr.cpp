@@ -21,14 +21,15 @@ namespace {
 
 constexpr const char* kAbout =
     "usage: quorvane hdr IN OUT [--master-display G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)]\n"
-    "                    [--max-cll MaxCLL,MaxFALL] [--atc TRANSFER] [--colour P,T,M]\n"
+    "                    [--max-cll MaxCLL,MaxFALL] [--atc TRANSFER] [--remove WHAT] [--colour P,T,M]\n"
     "                    [--range limited|full] [--chroma-loc N] [--track N] [-y] [--length-prefixed]\n"
     "                    [--json]\n\n"
     "Writes OUT: IN with HDR metadata set. IN is an H.264 or HEVC elementary stream or a container\n"
     "(MP4, MOV, Matroska/WebM, MPEG-TS, MXF); OUT is of its kind (or the container kind its\n"
     "extension names), every other track copied unchanged, the avcC/hvcC SPS rewritten too.\n"
     "The SEI messages go into every access unit with an SPS or an IRAP/IDR picture, in front of\n"
-    "its first slice, replacing the messages of the same kind already there. OUT is never IN.";
+    "its first slice, replacing the messages of the same kind already there (the others stay);\n"
+    "--remove takes messages out of every access unit. OUT is never IN.";
 constexpr const char* kFooter =
     "--master-display is in the notation of x265: chromaticities in 0.00002 units (G, B, R,\n"
     "  white point; 0..50000), luminance in 0.0001 cd/m2 (max above min), e.g.\n"
@@ -72,6 +73,24 @@ std::string planFromArgs(const cli::Command& args, HdrPlan& plan) {
     plan.metadata.preferredTransferCharacteristics = static_cast<uint8_t>(*code);
     plan.metadata.present |= KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
   }
+  if (auto remove = args.get("remove")) {
+    struct Name {
+      const char* name;
+      uint32_t bit;
+    };
+    constexpr Name kNames[] = {{"master-display", KLX_HDR_HAS_MASTERING_DISPLAY},
+                               {"max-cll", KLX_HDR_HAS_CONTENT_LIGHT_LEVEL},
+                               {"atc", KLX_HDR_HAS_ALTERNATIVE_TRANSFER},
+                               {"all", KLX_HDR_HAS_MASTERING_DISPLAY | KLX_HDR_HAS_CONTENT_LIGHT_LEVEL | KLX_HDR_HAS_ALTERNATIVE_TRANSFER}};
+    for (const auto& part : splitComma(*remove)) {
+      const Name* found = nullptr;
+      for (const Name& n : kNames)
+        if (part == n.name) found = &n;
+      if (!found) return "bad --remove '" + *remove + "' (master-display, max-cll, atc or all, comma-separated)";
+      plan.remove |= found->bit;
+    }
+    if (plan.remove & plan.metadata.present) return "--remove takes out a message that another option sets: give one of them";
+  }
   KLX_COLOUR_DESCRIPTION& c = plan.colour;
   if (auto colour = args.get("colour")) {
     auto parts = splitComma(*colour);
@@ -93,7 +112,8 @@ std::string planFromArgs(const cli::Command& args, HdrPlan& plan) {
     c.chroma_sample_loc_type_top_field = c.chroma_sample_loc_type_bottom_field = static_cast<int32_t>(*v);
     c.set |= KLX_COLOUR_SET_CHROMA_LOCATION;
   }
-  if (!plan.metadata.present && !c.set) return "nothing to do: give --master-display, --max-cll, --atc, --colour, --range or --chroma-loc";
+  if (!plan.metadata.present && !plan.remove && !c.set)
+    return "nothing to do: give --master-display, --max-cll, --atc, --remove, --colour, --range or --chroma-loc";
   return "";
 }
 
@@ -145,6 +165,7 @@ int cmdHdr(int argc, char** argv) {
   args.option("--master-display", "mastering display colour volume (SMPTE ST 2086): G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)")
       .option("--max-cll", "content light level (CTA-861.3): MaxCLL,MaxFALL in cd/m2")
       .option("--atc", "alternative transfer characteristics SEI (e.g. hlg or 18)")
+      .option("--remove", "HDR SEI messages to take out: master-display, max-cll, atc or all (comma-separated)")
       .option("--colour", "colour primaries, transfer and matrix of every SPS, by name or number (bt2020,pq,bt2020nc or 9,16,9)")
       .option("--range", "limited or full (video_full_range_flag)")
       .option("--chroma-loc", "chroma sample location type 0..5 (both fields)")

@@ -106,7 +106,7 @@ bool hdrConfigRecord(const HdrPlan& plan, const std::vector<uint8_t>& record, st
 int hdrAccessUnit(const HdrPlan& plan, DFRAME& frame, bool lengthPrefixed, std::string& error) {
   if (!frame.pData || frame.nDataSize > frame.nBufferSize) return error = "bad frame", -1;
   if (plan.colour.set && replaceSps(plan, frame, lengthPrefixed, error) != 0) return -1;
-  if (!plan.metadata.present) return 0;
+  if (!plan.metadata.present && !plan.remove) return 0;
 
   bool ok = false;
   const auto units = unitsOf(frame, plan.hevc, lengthPrefixed, ok);
@@ -118,11 +118,13 @@ int hdrAccessUnit(const HdrPlan& plan, DFRAME& frame, bool lengthPrefixed, std::
   for (const auto& u : units) carries = carries || isSps(plan.hevc, u.type) || isRandomAccess(plan.hevc, u.type);
   if (!carries) return 0;
 
+  const uint32_t had = md.present;
   const KLX_HDR_METADATA& want = plan.metadata;
   if (want.present & KLX_HDR_HAS_MASTERING_DISPLAY) md.masteringDisplay = want.masteringDisplay;
   if (want.present & KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) md.contentLightLevel = want.contentLightLevel;
   if (want.present & KLX_HDR_HAS_ALTERNATIVE_TRANSFER) md.preferredTransferCharacteristics = want.preferredTransferCharacteristics;
-  md.present |= want.present;
+  md.present = (md.present | want.present) & ~plan.remove;
+  if (!want.present && md.present == had) return 0;  // nothing of what is removed is here
   const int rc = klxutilSetHdrSei(frame.pData, &frame.nDataSize, frame.nBufferSize, lengthPrefixed ? 0 : 1, plan.hevc, &md);
   if (rc == KLX_NAL_NO_ROOM) return error = "no room for the HDR SEI", -1;
   if (rc != 0) return error = "the access unit's SEI units are not readable", -1;

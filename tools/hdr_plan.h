@@ -29,6 +29,8 @@ struct HdrPlan {
   // HDR messages to set; present = 0 leaves the stream's messages alone. Messages not given here
   // keep the values already in the access unit.
   KLX_HDR_METADATA metadata{};
+  // HDR messages (KLX_HDR_HAS_* bits) to take out of every access unit that carries them.
+  uint32_t remove = 0;
   // VUI colour fields to set; set = 0 leaves every SPS alone.
   KLX_COLOUR_DESCRIPTION colour{};
   // Filled by hdrParameterSets: each original SPS unit (header first, no trailing zeros) and its
@@ -50,6 +52,6 @@ bool hdrConfigRecord(const HdrPlan& plan, const std::vector<uint8_t>& record, st
 
 // Edits one access unit in place (DFRAME: pData, nDataSize, nBufferSize with kHdrSpareBytes of
 // room). lengthPrefixed: 4-byte lengths instead of start codes. IRAP access units, those carrying
-// an SPS and those already carrying an HDR message get the plan's messages. Returns 0, or -1 with
+// an SPS and those already carrying an HDR message get the plan's messages, less those it removes. Returns 0, or -1 with
 // `error` set (unreadable framing, an SPS that cannot be rewritten, no room).
 int hdrAccessUnit(const HdrPlan& plan, DFRAME& frame, bool lengthPrefixed, std::string& error);
