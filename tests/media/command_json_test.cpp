@@ -155,7 +155,7 @@ TEST_F(CommandJson, BadInputGivesOneLineAndAJsonError) {
        "maximum luminance above minimum)"},
       {"hdr", "{hevc} {dir}/a --colour bt2020,pq", 2,
        "bad --colour 'bt2020,pq' (primaries,transfer,matrix, e.g. bt2020,pq,bt2020nc)"},
-      {"hdr", "{hevc} {dir}/a", 2, "nothing to do: give --master-display, --max-cll, --atc, --colour, --range or --chroma-loc"},
+      {"hdr", "{hevc} {dir}/a", 2, "nothing to do: give --master-display, --max-cll, --atc, --remove, --colour, --range or --chroma-loc"},
       {"adts", "{h264}", 1, "no AAC"},
       {"adts", "", 2, "AAC file"},
       {"adts", "{dir}/cut.aac", 1, "runs past the end"},
