@@ -76,6 +76,38 @@ Bytes framed(const std::vector<Bytes>& units, Framing framing) {
   return out;
 }
 
+// The colour fields of an SPS's VUI (ITU-T H.265 E.2.1, H.264 E.1.1), as the track description
+// carries them: FFmpeg's colour enums are the ITU-T H.273 code points, its chroma locations those
+// of chroma_sample_loc_type plus one.
+template <typename Vui>
+void describeColour(bool vuiPresent, const Vui& vui, int matrix, AVCodecParameters* par) {
+  const bool signal = vuiPresent && vui.video_signal_type_present_flag;
+  const bool colour = signal && vui.colour_description_present_flag;
+  par->color_primaries = colour ? AVColorPrimaries(vui.colour_primaries) : AVCOL_PRI_UNSPECIFIED;
+  par->color_trc = colour ? AVColorTransferCharacteristic(vui.transfer_characteristics) : AVCOL_TRC_UNSPECIFIED;
+  par->color_space = colour ? AVColorSpace(matrix) : AVCOL_SPC_UNSPECIFIED;
+  par->color_range = !signal ? AVCOL_RANGE_UNSPECIFIED : vui.video_full_range_flag ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+  par->chroma_location = vuiPresent && vui.chroma_loc_info_present_flag
+                             ? AVChromaLocation(vui.chroma_sample_loc_type_top_field + 1)
+                             : AVCHROMA_LOC_UNSPECIFIED;
+}
+
+// The track description of a container OUT follows the stream's first SPS among `sets`, so that
+// the container's own colour description (MP4/MOV colr, Matroska Colour) does not contradict
+// an SPS that an editor rewrote. False when there is no readable SPS (the description stays).
+bool describeFromSps(StreamCodec codec, const std::vector<Bytes>& sets, AVCodecParameters* par) {
+  params::StreamParams p;
+  p.codec = codec;
+  for (const auto& u : sets) params::addUnit(p, u.data(), u.size());
+  params::Decoded d;
+  if (p.sps.empty() || !params::decodeUnit(codec, "SPS", p.sps.front(), d)) return false;
+  if (codec == StreamCodec::kHevc)
+    describeColour(d.hevcSps->vui_parameters_present_flag != 0, d.hevcSps->vui, d.hevcSps->vui.matrix_coeffs, par);
+  else
+    describeColour(d.avcSps->vui_parameters_present_flag != 0, d.avcSps->vui, d.avcSps->vui.matrix_coefficients, par);
+  return true;
+}
+
 // Where the edited frames go.
 class Sink {
  public:
@@ -172,6 +204,7 @@ class ContainerSink : public Sink {
     if (containerByName(input.info().container) != &kind && in_->start_time != AV_NOPTS_VALUE && in_->start_time > 0)
       startShift_ = in_->start_time;
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
+    if (setsReplaced) describeFromSps(codec, sets, out_->streams[map_[video_]]->codecpar);
     // The input is described by other parameter sets than its extradata's (libavformat made them
     // up while the stream carries its own): those are passed on.
     const AVCodecParameters* inPar = in_->streams[video_]->codecpar;
@@ -225,6 +258,7 @@ class ContainerSink : public Sink {
     st->codecpar->codec_id = codecId(info.codec);
     st->codecpar->width = summary.width;
     st->codecpar->height = summary.height;
+    describeFromSps(info.codec, sets, st->codecpar);
     const AVRational rate = summary.rate && summary.scale ? AVRational{int(summary.rate), int(summary.scale)} : AVRational{25, 1};
     st->time_base = AVRational{rate.den, rate.num};
     st->avg_frame_rate = st->r_frame_rate = rate;
