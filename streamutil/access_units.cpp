@@ -83,6 +83,7 @@ bool hevcIdr(int type) { return type == 19 || type == 20; }
 bool hevcBla(int type) { return type >= 16 && type <= 18; }
 bool hevcIrap(int type) { return type >= 16 && type <= 23; }
 bool hevcRaslRadl(int type) { return type >= 6 && type <= 9; }
+bool hevcRasl(int type) { return type == 8 || type == 9; }
 bool hevcSubLayerNonRef(int type) { return type <= 14 && type % 2 == 0; }
 // AUD, VPS, SPS, PPS, prefix SEI and the reserved types 41..44, 48..55 open an access unit.
 bool hevcOpens(int type) {
@@ -145,9 +146,14 @@ int hevcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int ty
   p.hasPicture = 1;
   p.fieldPicture = -1;
   p.randomAccess = hevcIrap(type);
-  const bool noRaslOutput = hevcIdr(type) || hevcBla(type) || (c->firstPicture && hevcIrap(type));
+  // H.265 8.1.3: an IRAP picture first in the stream or first after an end of sequence unit
+  // starts a coded video sequence (its POC has no MSB), and its RASL pictures are not output.
+  const bool noRaslOutput = hevcIdr(type) || hevcBla(type) || ((c->firstPicture || c->hevcEndOfSequence) && hevcIrap(type));
   if (noRaslOutput && !c->firstPicture) ++c->current.sequence;
+  if (hevcIrap(type)) c->hevcNoRaslOutput = noRaslOutput;
+  if (hevcRasl(type) && c->hevcNoRaslOutput) p.notOutput = 1;
   c->firstPicture = 0;
+  c->hevcEndOfSequence = 0;
   Rbsp<kSlicePeek> r(unit, size, 2);
   r.skip(1);                        // first_slice_segment_in_pic_flag
   if (hevcIrap(type)) r.skip(1);    // no_output_of_prior_pics_flag
@@ -162,7 +168,7 @@ int hevcPicture(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size, int ty
   if (!hevcIdr(type)) {
     r.skip(pps.extraSliceHeaderBits);
     r.ue(2);  // slice_type
-    if (pps.outputFlagPresent) r.skip(1);
+    if (pps.outputFlagPresent && !r.u(1)) p.notOutput = 1;  // pic_output_flag
     if (sps.separateColourPlanes) r.skip(2);
     lsb = r.u(sps.log2MaxPocLsb);
   }
@@ -305,7 +311,7 @@ bool opens(int32_t codec, int type) {
 
 void openAccessUnit(KLXUTIL_AU_CUTTER* c) {
   const uint32_t sequence = c->current.sequence;
-  c->current = KLXUTIL_AU_PICTURE{0, 0, sequence, -1, 0, c->accessUnits, -1};
+  c->current = KLXUTIL_AU_PICTURE{0, 0, sequence, -1, 0, c->accessUnits, -1, 0};
   ++c->accessUnits;
   c->vclSeen = 0;
 }
@@ -380,6 +386,7 @@ int klxutilAuCutterPush(KLXUTIL_AU_CUTTER* c, const uint8_t* unit, uint32_t size
       c->current.poc = c->mpeg2TemporalReference;
     }
   }
+  if (c->codec == KLXUTIL_AU_HEVC && (type == 36 || type == 37)) c->hevcEndOfSequence = 1;  // EOS_NUT, EOB_NUT
   if (c->codec == KLXUTIL_AU_MPEG2) {
     if (type == 0xB3) c->current.randomAccess = 1;
     if (type == 0xB8 && c->mpeg2Groups++ > 0) ++c->current.sequence;

@@ -37,6 +37,9 @@ struct KLXUTIL_AU_PICTURE {
   uint64_t decodeIndex;  // access units before this one
   int32_t spsId;         // H.264/HEVC: the id of the SPS its first slice activates through its
                          // PPS (what lays out its picture timing SEI), -1 when not known
+  int32_t notOutput;     // HEVC: 1 when a decoder outputs nothing for it (PicOutputFlag 0, ITU-T
+                         // H.265 8.1.3): a RASL picture of a CRA that starts the stream or follows
+                         // an end of sequence unit, or pic_output_flag 0. It has no display position.
 };
 
 // What the cutter learnt of one unit.
@@ -79,6 +82,8 @@ struct KLXUTIL_AU_CUTTER {
   KLXUTIL_AU_AVC_PPS avcPps[256];
   int32_t mpeg2TemporalReference;  // MPEG-2: temporal_reference of the last picture header
   uint32_t mpeg2Groups;            // MPEG-2: group_of_pictures headers seen
+  int32_t hevcEndOfSequence;       // HEVC: an end of sequence / bitstream unit since the last picture
+  int32_t hevcNoRaslOutput;        // HEVC: NoRaslOutputFlag of the last IRAP picture
 };
 
 // 0, or -1 for an unknown codec or a null cutter.

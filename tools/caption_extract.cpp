@@ -77,6 +77,7 @@ class Extractor {
                                                 : "cannot read an H.264 slice header (missing parameter sets?)";
       return false;
     }
+    if (au.picture.notOutput) return true;  // not shown by a decoder, nor are its captions
     Picture p;
     uint8_t triplets[3 * 64];
     int n = 0;

@@ -39,6 +39,7 @@ void printLine(FILE* out, uint64_t display, uint64_t decode, int32_t poc, const 
 void FrameReport::add(const media::AccessUnit& au) {
   if (codec_ == StreamCodec::kMpeg2) return addMpeg2(au);
   if ((codec_ != StreamCodec::kHevc && codec_ != StreamCodec::kH264) || !error_.empty() || !au.picture.hasPicture) return;
+  if (au.orderKnown && au.picture.notOutput) return;  // not shown by a decoder: no display position
   if (!au.orderKnown) {
     error_ = codec_ == StreamCodec::kHevc ? "cannot read an HEVC slice header (missing parameter sets?)"
                                           : "cannot read an H.264 slice header (missing parameter sets?)";

@@ -569,8 +569,9 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
       DFRAME frame;
       klxutilInitFrame(&frame, buffer.data(), static_cast<uint32_t>(au.bytes.size()), static_cast<uint32_t>(room));
       frame.nFrame = static_cast<uint32_t>(result.accessUnits);
+      // A picture no decoder outputs has no display position: the editors pass it as it is.
       PipelineFrame pf{&frame, info.framing, info.codec, result.accessUnits, w.displayIndex, w.displayField,
-                       au.picture.hasPicture != 0, au.picture.fieldPicture, au.picture.randomAccess != 0,
+                       au.picture.hasPicture != 0 && !au.picture.notOutput, au.picture.fieldPicture, au.picture.randomAccess != 0,
                        au.picture.spsId, &au.units};
       if (!editor.edit(pf, error)) return false;
       if (frame.nDataSize > frame.nBufferSize) {
@@ -579,7 +580,7 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
       }
       if (!sink->write(pf, au.packet.get(), error)) return false;
       ++result.accessUnits;
-      result.pictures += au.picture.hasPicture ? 1 : 0;
+      result.pictures += au.picture.hasPicture && !au.picture.notOutput ? 1 : 0;
       result.inBytes += au.bytes.size();
       queue.pop_front();
     }
@@ -591,7 +592,7 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
     Waiting w;
     if (!input.next(w.au)) break;
     progress.tick();
-    if (w.au.picture.hasPicture && w.au.orderKnown) {
+    if (w.au.picture.hasPicture && w.au.orderKnown && !w.au.picture.notOutput) {
       klxutilDisplayOrderAddFields(&order, w.au.picture.decodeIndex, w.au.picture.sequence, w.au.picture.poc,
                                    klxutilAuPictureFields(&w.au.picture));
     } else {
