@@ -340,12 +340,31 @@ cli::JsonValue listJson(StreamCodec codec, const char* kind, const Decoded& d) {
   return lister.elements;
 }
 
+namespace {
+// The parameter set's own id (vps_video_parameter_set_id, seq_ / pic_parameter_set_id).
+int unitId(StreamCodec codec, const std::string& kind, const Decoded& d) {
+  if (codec == StreamCodec::kHevc) {
+    if (kind == "VPS" && d.hevcVps) return d.hevcVps->vps_video_parameter_set_id;
+    if (kind == "SPS" && d.hevcSps) return d.hevcSps->sps_seq_parameter_set_id;
+    if (kind == "PPS" && d.hevcPps) return d.hevcPps->pps_pic_parameter_set_id;
+  } else {
+    if (kind == "SPS" && d.avcSps) return d.avcSps->seq_parameter_set_id;
+    if (kind == "PPS" && d.avcPps) return d.avcPps->pic_parameter_set_id;
+  }
+  return -1;
+}
+}  // namespace
+
 void listUnitsText(FILE* out, StreamCodec codec, const char* kind, const std::vector<Bytes>& units, LogCollector& log) {
   for (size_t i = 0; i < units.size(); ++i) {
     log.clear();
     Decoded d;
     const bool ok = decodeUnit(codec, kind, units[i], d);
-    std::fprintf(out, "%s #%zu (%zu bytes)%s\n", kind, i, units[i].size(), ok ? "" : ": not readable");
+    // "#i" counts the distinct units; the id is the one slices and other sets refer to.
+    if (const int id = ok ? unitId(codec, kind, d) : -1; id >= 0)
+      std::fprintf(out, "%s #%zu (id %d, %zu bytes)\n", kind, i, id, units[i].size());
+    else
+      std::fprintf(out, "%s #%zu (%zu bytes)%s\n", kind, i, units[i].size(), ok ? "" : ": not readable");
     for (const auto& line : log.lines()) std::fprintf(out, "  report: %s\n", LogCollector::trimmed(line).c_str());
     if (ok) listText(out, codec, kind, d, "  ");
   }
