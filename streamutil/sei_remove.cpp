@@ -55,6 +55,18 @@ extern "C" uint32_t ReadSEIEnd(const uint8_t* frame, uint32_t size, uint32_t cod
   return size;
 }
 
+namespace {
+
+// nuh_temporal_id_plus1 of the frame's first picture unit (ITU-T H.265 7.3.1.2), 0 when it has none.
+uint8_t pictureTemporalIdPlus1(const uint8_t* frame, uint32_t size, bool lengthPrefixed) {
+  nalwalk::Walker walk(frame, size, lengthPrefixed);
+  for (nalwalk::Unit u; walk.next(u);)
+    if (seirewrite::isPictureUnit(KLX_CODEC_HEVC, frame[u.header])) return u.header + 1 < u.end ? frame[u.header + 1] & 7 : 0;
+  return 0;
+}
+
+}  // namespace
+
 extern "C" int klxutilInsertUnitBeforePicture(DFRAME* frame, uint32_t codec, uint32_t lengthPrefixed,
                                               const uint8_t* unit, uint32_t unitLength) {
   if (!frame || !frame->pData || !unit || unitLength < 5 || !validCodec(codec) || frame->nDataSize > frame->nBufferSize)
@@ -66,7 +78,13 @@ extern "C" int klxutilInsertUnitBeforePicture(DFRAME* frame, uint32_t codec, uin
   }
   const uint32_t at = ReadSEIEnd(frame->pData, frame->nDataSize, codec, lengthPrefixed);
   if (uint64_t(frame->nDataSize) + unitLength > frame->nBufferSize) return KLX_SEI_NO_ROOM_FRAME;
+  // An SEI's TemporalId may not be below its access unit's (ITU-T H.265 7.4.2.2): one written for
+  // layer 0 takes the picture's when the access unit belongs to a higher temporal sub-layer.
+  const uint8_t pictureTid = codec == KLX_CODEC_HEVC ? pictureTemporalIdPlus1(frame->pData, frame->nDataSize, lengthPrefixed != 0) : 0;
   seirewrite::replaceRange(frame, at, at, unit, unitLength);
   std::memcpy(frame->pData + at, prefix, 4);
+  const uint32_t type = (frame->pData[at + 4] >> 1) & 0x3F;
+  uint8_t* tid = unitLength >= 6 ? frame->pData + at + 5 : nullptr;
+  if (tid && (type == 39 || type == 40) && (*tid & 7) < pictureTid) *tid = uint8_t((*tid & ~7u) | pictureTid);
   return 0;
 }

@@ -36,8 +36,9 @@ uint32_t ReadSEIEnd(const uint8_t* frame, uint32_t size, uint32_t codec, uint32_
 
 // Inserts a complete NAL unit given in start-code form (00 00 00 01 + unit) at ReadSEIEnd, in
 // the frame's framing (the start code becomes a 4-byte length when lengthPrefixed is nonzero).
-// Returns 0, -1 for a bad argument, KLX_SEI_NO_ROOM_FRAME (frame untouched) when nBufferSize
-// cannot take it.
+// An HEVC SEI unit whose nuh_temporal_id_plus1 is below the picture's takes the picture's, as
+// ITU-T H.265 7.4.2.2 asks. Returns 0, -1 for a bad argument, KLX_SEI_NO_ROOM_FRAME (frame
+// untouched) when nBufferSize cannot take it.
 int klxutilInsertUnitBeforePicture(DFRAME* frame, uint32_t codec, uint32_t lengthPrefixed, const uint8_t* unit,
                                    uint32_t unitLength);
 constexpr int KLX_SEI_NO_ROOM_FRAME = -102;
