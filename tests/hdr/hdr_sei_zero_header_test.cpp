@@ -13,6 +13,7 @@
 #include "streamutil/nal_units.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
+#include "hdr/x265_picture.h"
 
 namespace {
 
@@ -80,26 +81,8 @@ void append(Bytes& frame, const Bytes& unit, bool startCodes) {
   frame.insert(frame.end(), unit.begin(), unit.end());
 }
 
-// x265's parameter sets and slices, to frame a row's unit.
-struct Picture {
-  std::vector<Bytes> parameterSets, slices;
-};
-Picture x265Picture() {
-  const std::string path = qtest::encodedStream(
-      "hdr_room_x265.hevc", "-f lavfi -i testsrc2=size=128x96:rate=25 -frames:v 1 -c:v libx265 -x265-params log-level=error -f hevc");
-  const Bytes stream = qtest::readBytes(path);
-  uint32_t count = 0;
-  klxutilFindNalUnitsHevc(stream.data(), static_cast<uint32_t>(stream.size()), 1, nullptr, 0, &count);
-  std::vector<KLX_NAL_UNIT> units(count);
-  klxutilFindNalUnitsHevc(stream.data(), static_cast<uint32_t>(stream.size()), 1, units.data(), count, &count);
-  Picture p;
-  for (const auto& u : units) {
-    const Bytes b(stream.begin() + u.offset + u.prefixLength, stream.begin() + u.offset + u.prefixLength + u.size);
-    if (u.type >= 32 && u.type <= 34) p.parameterSets.push_back(b);
-    if (u.type < 32) p.slices.push_back(b);
-  }
-  return p;
-}
+using hdrtest::Picture;
+using hdrtest::x265Picture;
 
 Bytes frameOf(const Picture& p, const std::vector<Bytes>& seiUnits, bool startCodes) {
   Bytes frame;
