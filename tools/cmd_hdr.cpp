@@ -153,6 +153,9 @@ class HdrEditor : public media::FrameEditor {
     return true;
   }
 
+  // A container keeps the track description in step with the SEI messages written and removed.
+  media::ContainerHdr containerHdr() const override { return {plan_.metadata, plan_.remove}; }
+
  private:
   HdrPlan& plan_;
   bool lengthPrefixed_;
