@@ -42,6 +42,11 @@ SideData sideData(const std::string& ffprobeArgs) {
   }
   return all;
 }
+// One kind's fields; none when the kind is absent.
+std::map<std::string, double> of(const SideData& all, const char* kind) {
+  const auto it = all.find(kind);
+  return it == all.end() ? std::map<std::string, double>{} : it->second;
+}
 SideData track(const std::string& path) { return sideData("-show_streams " + shellQuote(path)); }
 SideData firstPicture(const std::string& path) { return sideData("-read_intervals %+#1 -show_frames " + shellQuote(path)); }
 
@@ -56,7 +61,10 @@ const std::map<std::string, double> kNewMasteringRead = {
 
 void expectNear(const std::map<std::string, double>& got, const std::map<std::string, double>& want) {
   ASSERT_EQ(got.size(), want.size());
-  for (const auto& [key, value] : want) EXPECT_NEAR(got.at(key), value, 1e-4) << key;
+  for (const auto& [key, value] : want) {
+    ASSERT_TRUE(got.count(key)) << key;
+    EXPECT_NEAR(got.at(key), value, 1e-4) << key;
+  }
 }
 
 using ContainerHdr = mtest::FfmpegTest;
@@ -105,22 +113,22 @@ TEST_F(ContainerHdr, TrackMetadataFollowsTheStream) {
         // MP4's mdcv holds ST 2086's units (luminance in 0.0001 cd/m2); Matroska's floats hold
         // GStreamer's 0.00002 cd/m2 minimum as it is.
         if (row.extension == std::string("mp4"))
-          expectNear(container.at(kMastering), given.at(kMastering));
+          expectNear(of(container, kMastering), of(given, kMastering));
         else
-          EXPECT_EQ(container.at(kMastering), given.at(kMastering));
+          EXPECT_EQ(of(container, kMastering), of(given, kMastering));
         break;
       case Want::kNew:
-        expectNear(container.at(kMastering), kNewMasteringRead);
-        expectNear(picture.at(kMastering), kNewMasteringRead);  // the SEI written into the picture
+        expectNear(of(container, kMastering), kNewMasteringRead);
+        expectNear(of(picture, kMastering), kNewMasteringRead);  // the SEI written into the picture
         break;
       case Want::kNone: EXPECT_FALSE(container.count(kMastering) || picture.count(kMastering)); break;
     }
     const std::map<std::string, double> newLight = {{"max_content", 500}, {"max_average", 100}};
     switch (row.light) {
-      case Want::kInput: EXPECT_EQ(container.at(kLight), given.at(kLight)); break;
+      case Want::kInput: EXPECT_EQ(of(container, kLight), of(given, kLight)); break;
       case Want::kNew:
-        EXPECT_EQ(container.at(kLight), newLight);
-        EXPECT_EQ(picture.at(kLight), newLight);
+        EXPECT_EQ(of(container, kLight), newLight);
+        EXPECT_EQ(of(picture, kLight), newLight);
         break;
       case Want::kNone: EXPECT_FALSE(container.count(kLight) || picture.count(kLight)); break;
     }
