@@ -26,7 +26,8 @@ constexpr const char* kAbout =
     "                    [--json]\n\n"
     "Writes OUT: IN with HDR metadata set. IN is an H.264 or HEVC elementary stream or a container\n"
     "(MP4, MOV, Matroska/WebM, MPEG-TS, MXF); OUT is of its kind (or the container kind its\n"
-    "extension names), every other track copied unchanged, the avcC/hvcC SPS rewritten too.\n"
+    "extension names), every other track copied unchanged, the avcC/hvcC SPS rewritten too;\n"
+    "a Matroska or MP4/MOV track's own mastering display and light level follow the SEI.\n"
     "The SEI messages go into every access unit with an SPS or an IRAP/IDR picture, in front of\n"
     "its first slice, replacing the messages of the same kind already there (the others stay);\n"
     "--remove takes messages out of every access unit. OUT is never IN.";
@@ -152,6 +153,9 @@ class HdrEditor : public media::FrameEditor {
     if (convert) frame.nDataSize = klxUtilh264SizeToMarker(frame.pData, frame.nDataSize);
     return true;
   }
+
+  // A container keeps the track description in step with the SEI messages written and removed.
+  media::ContainerHdr containerHdr() const override { return {plan_.metadata, plan_.remove}; }
 
  private:
   HdrPlan& plan_;

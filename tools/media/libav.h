@@ -7,6 +7,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/mastering_display_metadata.h>
 }
 
 namespace media::libav {
@@ -23,7 +24,8 @@ namespace media::libav {
   X(avformat, avformat_close_input) X(avformat, avformat_find_stream_info)                                \
   X(avformat, avformat_free_context) X(avformat, avformat_new_stream) X(avformat, avformat_open_input)    \
   X(avformat, avformat_query_codec) X(avformat, avformat_write_header) X(avformat, avio_alloc_context)    \
-  X(avformat, avio_closep) X(avformat, avio_context_free) X(avformat, avio_open) X(avformat, avio_seek)
+  X(avformat, avio_closep) X(avformat, avio_context_free) X(avformat, avio_open) X(avformat, avio_seek)      \
+  X(avformat, av_stream_get_side_data) X(avformat, av_stream_new_side_data)
 
 struct Api {
 #define QUORVANE_LIBAV_POINTER(lib, name) decltype(&::name) name;

@@ -108,6 +108,63 @@ bool describeFromSps(StreamCodec codec, const std::vector<Bytes>& sets, AVCodecP
   return true;
 }
 
+// SMPTE ST 2086 values as the SEI message holds them (chromaticities in 0.00002, luminance in
+// 0.0001 cd/m2), as FFmpeg's track side data holds them (rationals; primaries in red, green,
+// blue order where the message has green, blue, red).
+AVMasteringDisplayMetadata masteringSideData(const KLX_MASTERING_DISPLAY& md) {
+  auto ratio = [](uint32_t value, int unitsPerOne) {
+    for (; value > INT32_MAX; value /= 10) unitsPerOne /= 10;  // at most once for 32 bits
+    return AVRational{static_cast<int>(value), unitsPerOne};
+  };
+  constexpr int kMessageIndex[3] = {2, 0, 1};  // of red, green, blue
+  AVMasteringDisplayMetadata m{};
+  for (int c = 0; c < 3; ++c) {
+    m.display_primaries[c][0] = ratio(md.display_primaries_x[kMessageIndex[c]], 50000);
+    m.display_primaries[c][1] = ratio(md.display_primaries_y[kMessageIndex[c]], 50000);
+  }
+  m.white_point[0] = ratio(md.white_point_x, 50000);
+  m.white_point[1] = ratio(md.white_point_y, 50000);
+  m.max_luminance = ratio(md.max_display_mastering_luminance, 10000);
+  m.min_luminance = ratio(md.min_display_mastering_luminance, 10000);
+  m.has_primaries = m.has_luminance = 1;
+  return m;
+}
+
+template <typename T>
+Bytes bytesOf(const T& value) {
+  const auto* p = reinterpret_cast<const uint8_t*>(&value);
+  return Bytes(p, p + sizeof value);
+}
+
+// The HDR static metadata of a container OUT's video track: IN's (`in`; null for an elementary
+// stream) less what `edit` removes, with what it sets. A muxer with no place for it (MPEG-TS)
+// passes it over. False when the side data cannot be allocated.
+bool carryHdr(const AVStream* in, const ContainerHdr& edit, AVStream* out) {
+  struct Kind {
+    uint32_t bit;
+    AVPacketSideDataType type;
+  };
+  constexpr Kind kKinds[] = {{KLX_HDR_HAS_MASTERING_DISPLAY, AV_PKT_DATA_MASTERING_DISPLAY_METADATA},
+                             {KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_CONTENT_LIGHT_LEVEL}};
+  for (const Kind& kind : kKinds) {
+    Bytes data;
+    if (edit.set.present & kind.bit) {
+      const KLX_CONTENT_LIGHT_LEVEL& cll = edit.set.contentLightLevel;
+      data = kind.type == AV_PKT_DATA_CONTENT_LIGHT_LEVEL
+                 ? bytesOf(AVContentLightMetadata{cll.max_content_light_level, cll.max_pic_average_light_level})
+                 : bytesOf(masteringSideData(edit.set.masteringDisplay));
+    } else if (in && !(edit.remove & kind.bit)) {
+      size_t size = 0;
+      if (const uint8_t* p = libav::api().av_stream_get_side_data(in, kind.type, &size)) data.assign(p, p + size);
+    }
+    if (data.empty()) continue;
+    uint8_t* to = libav::api().av_stream_new_side_data(out, kind.type, data.size());
+    if (!to) return false;
+    std::memcpy(to, data.data(), data.size());
+  }
+  return true;
+}
+
 // Where the edited frames go.
 class Sink {
  public:
@@ -164,7 +221,7 @@ class ContainerSink : public Sink {
 
   // Sets up the muxer, its streams and its header. False with `error` before anything is written.
   bool open(Input& input, const ContainerKind& kind, const std::string& path, const std::vector<Bytes>& sets,
-            bool setsReplaced, const std::string& timecode, std::string& error) {
+            bool setsReplaced, const std::string& timecode, const ContainerHdr& hdr, std::string& error) {
     in_ = input.format();
     video_ = input.info().track;
     const StreamCodec codec = input.info().codec;
@@ -205,6 +262,10 @@ class ContainerSink : public Sink {
       startShift_ = in_->start_time;
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
     if (setsReplaced) describeFromSps(codec, sets, out_->streams[map_[video_]]->codecpar);
+    if (!carryHdr(in_->streams[video_], hdr, out_->streams[map_[video_]])) {
+      error = "cannot describe the output track's HDR metadata";
+      return false;
+    }
     // The input is described by other parameter sets than its extradata's (libavformat made them
     // up while the stream carries its own): those are passed on.
     const AVCodecParameters* inPar = in_->streams[video_]->codecpar;
@@ -223,7 +284,7 @@ class ContainerSink : public Sink {
   // the packets get timestamps on a clock of one tick per frame (display order for pts, decode
   // order less the reorder depth for dts).
   bool openElementary(const StreamInfo& info, const ContainerKind& kind, const std::string& path,
-                      const std::vector<Bytes>& sets, std::string& error) {
+                      const std::vector<Bytes>& sets, const ContainerHdr& hdr, std::string& error) {
     const auto& av = libav::api();
     if (av.avformat_alloc_output_context2(&out_, nullptr, kind.muxer, nullptr) < 0 || !out_) {
       error = std::string("no ") + kind.name + " writer in this libavformat";
@@ -259,6 +320,10 @@ class ContainerSink : public Sink {
     st->codecpar->width = summary.width;
     st->codecpar->height = summary.height;
     describeFromSps(info.codec, sets, st->codecpar);
+    if (!carryHdr(nullptr, hdr, st)) {
+      error = "cannot describe the output track's HDR metadata";
+      return false;
+    }
     const AVRational rate = summary.rate && summary.scale ? AVRational{int(summary.rate), int(summary.scale)} : AVRational{25, 1};
     st->time_base = AVRational{rate.den, rate.num};
     st->avg_frame_rate = st->r_frame_rate = rate;
@@ -526,9 +591,11 @@ bool runPipeline(Input& input, const std::string& outPath, FrameEditor& editor, 
     auto container = std::make_unique<ContainerSink>();
     const std::string target = outPath == "-" ? "pipe:1" : file.temporaryPath();
     if (info.elementary) {
-      if (!container->openElementary(info, *kind, target, setsReplaced ? sets : info.leadingParameterSets, error)) return false;
+      if (!container->openElementary(info, *kind, target, setsReplaced ? sets : info.leadingParameterSets, editor.containerHdr(), error))
+        return false;
     } else {
-      if (!container->open(input, *kind, target, sets, setsReplaced, editor.containerTimecode(), error)) return false;
+      if (!container->open(input, *kind, target, sets, setsReplaced, editor.containerTimecode(), editor.containerHdr(), error))
+        return false;
       input.setOtherPackets(&ContainerSink::other, container.get());
     }
     sink = std::move(container);

@@ -19,6 +19,7 @@
 
 #include "media/input.h"
 #include "streamutil/dframe.h"
+#include "streamutil/hdr_sei.h"
 
 namespace media {
 
@@ -53,6 +54,15 @@ struct PipelineFrame {
 };
 inline constexpr uint64_t kNoDisplayIndex = UINT64_MAX;
 
+// The HDR static metadata a container OUT describes its video track with (Matroska
+// MasteringMetadata and MaxCLL/MaxFALL, MP4/MOV mdcv and clli). IN's track values are kept,
+// except those the editor sets (set.present: KLX_HDR_HAS_MASTERING_DISPLAY,
+// KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) or removes (the same bits); other bits are ignored.
+struct ContainerHdr {
+  KLX_HDR_METADATA set{};
+  uint32_t remove = 0;
+};
+
 class FrameEditor {
  public:
   virtual ~FrameEditor() = default;
@@ -70,6 +80,8 @@ class FrameEditor {
   // timecode tag (MXF material package, a "timecode" tag copied from IN) should show instead of
   // the one copied from IN; "" leaves it alone. Only tags IN already had are replaced.
   virtual std::string containerTimecode() const { return {}; }
+  // After begin(): how the container's HDR static metadata changes (none by default).
+  virtual ContainerHdr containerHdr() const { return {}; }
 };
 
 struct PipelineOptions {
