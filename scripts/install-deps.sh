@@ -9,6 +9,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   ffmpeg x264 x265 libavcodec-dev libavformat-dev libavutil-dev
+  gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-bad  # test oracle: Matroska HDR metadata
 )
 bench_packages=(libgstreamer-plugins-bad1.0-dev)  # GStreamer's H.264/H.265 parsers
 [ "${1:-}" = "--bench" ] && packages+=("${bench_packages[@]}")
