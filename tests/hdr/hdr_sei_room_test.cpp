@@ -11,18 +11,16 @@
 #include "streamutil/nal_units.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
-#include "hdr/x265_picture.h"
+#include "hdr/sei_frames.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-struct Message {
-  uint8_t type;
-  Bytes payload;
-};
-
-bool isHdr(uint8_t type) { return type == 137 || type == 144 || type == 147; }
+using hdrtest::Bytes;
+using hdrtest::isHdr;
+using hdrtest::kLightLevel;
+using hdrtest::kTransfer;
+using hdrtest::withUuid;
+using hdrtest::Message;
 
 // A prefix SEI unit behind a 3- or 4-byte start code. `escaped` false keeps the zero run the
 // payload carries as it is: the unit walk splits only at 00 00 01, so such a unit is read, and its
@@ -42,15 +40,8 @@ struct SeiUnit {
   }
 };
 
-const Bytes kUuid(16, 0x5A);
-Bytes userData(Bytes tail) {
-  tail.insert(tail.begin(), kUuid.begin(), kUuid.end());
-  return tail;
-}
 const Bytes kMastering(24, 0x11);
-const Message kZeroRun = {5, userData(Bytes(16, 0))};  // 16 zeros: 7 escapes in the rewrite
-const Message kLightLevel = {144, {0x03, 0xE8, 0x01, 0x90}};
-const Message kTransfer = {147, {18}};
+const Message kZeroRun = {5, withUuid(Bytes(16, 0))};  // 16 zeros: 7 escapes in the rewrite
 
 constexpr uint32_t kAll = KLX_HDR_HAS_MASTERING_DISPLAY | KLX_HDR_HAS_CONTENT_LIGHT_LEVEL | KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
 
@@ -73,7 +64,7 @@ const RoomRow kRows[] = {
     {"MixedGrowsOneByteShort", {kGrowing}, KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, true, -1, -102},
     {"MixedGrowsExactly", {kGrowing}, KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, true, 0, 0},
     {"MixedShrinks",
-     {{{{5, userData({0, 0, 1, 7})}, kLightLevel, {5, userData({0, 0, 2})}, kTransfer}, 3, true}, kOnlyMastering},
+     {{{{5, withUuid({0, 0, 1, 7})}, kLightLevel, {5, withUuid({0, 0, 2})}, kTransfer}, 3, true}, kOnlyMastering},
      kAll, false, 0, 0},
 };
 

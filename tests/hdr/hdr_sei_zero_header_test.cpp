@@ -13,22 +13,17 @@
 #include "streamutil/nal_units.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
-#include "hdr/x265_picture.h"
+#include "hdr/sei_frames.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using hdrtest::Bytes;
+using hdrtest::isHdr;
+using hdrtest::kLightLevel;
+using hdrtest::kTransfer;
+using hdrtest::withUuid;
+using hdrtest::Message;
 
-struct Message {
-  uint8_t type;
-  Bytes payload;
-};
-
-bool isHdr(uint8_t type) { return type == 137 || type == 144 || type == 147; }
-
-const Message kLightLevel = {144, {0x03, 0xE8, 0x01, 0x90}};
-const Message kTransfer = {147, {18}};
-const Bytes kUuid(16, 0x5A);
 
 struct ZeroHeaderRow {
   const char* name;
@@ -38,10 +33,6 @@ struct ZeroHeaderRow {
 };
 void PrintTo(const ZeroHeaderRow& row, std::ostream* os) { *os << row.name; }
 
-Bytes withUuid(Bytes tail) {
-  tail.insert(tail.begin(), kUuid.begin(), kUuid.end());
-  return tail;
-}
 
 const ZeroHeaderRow kRows[] = {
     // The fuzz reproducer's shape: the kept messages begin 00 00 (a type 0 message of size 0).

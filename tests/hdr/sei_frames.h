@@ -1,4 +1,5 @@
-// One x265 picture split into its parameter sets and slices, to frame hand-made SEI units.
+// Hand-made HEVC SEI messages, and one x265 picture split into its parameter sets and slices to
+// frame them.
 #pragma once
 #include <string>
 #include <vector>
@@ -9,6 +10,23 @@
 namespace hdrtest {
 
 using Bytes = std::vector<uint8_t>;
+
+struct Message {
+  uint8_t type;
+  Bytes payload;
+};
+
+// Mastering display, content light level, alternative transfer characteristics.
+inline bool isHdr(uint8_t type) { return type == 137 || type == 144 || type == 147; }
+
+inline const Message kLightLevel = {144, {0x03, 0xE8, 0x01, 0x90}};
+inline const Message kTransfer = {147, {18}};
+inline const Bytes kUuid(16, 0x5A);
+// A user_data_unregistered payload: the uuid, then `tail`.
+inline Bytes withUuid(Bytes tail) {
+  tail.insert(tail.begin(), kUuid.begin(), kUuid.end());
+  return tail;
+}
 
 struct Picture {
   std::vector<Bytes> parameterSets, slices;
