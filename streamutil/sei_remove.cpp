@@ -44,28 +44,29 @@ extern "C" int klxutilRemoveSEIMessages(DFRAME* frame, uint32_t codec, uint32_t 
   return removed;
 }
 
-extern "C" uint32_t ReadSEIEnd(const uint8_t* frame, uint32_t size, uint32_t codec, uint32_t lengthPrefixed) {
-  if (!frame || !validCodec(codec)) return 0;
-  nalwalk::Walker walk(frame, size, lengthPrefixed != 0);
-  nalwalk::Unit u;
-  for (uint8_t h; walk.peek(h);) {
-    if (seirewrite::isPictureUnit(codec, h)) return walk.peekAt();
-    if (!walk.next(u)) break;
-  }
-  return size;
-}
-
 namespace {
 
-// nuh_temporal_id_plus1 of the frame's first picture unit (ITU-T H.265 7.3.1.2), 0 when it has none.
-uint8_t pictureTemporalIdPlus1(const uint8_t* frame, uint32_t size, bool lengthPrefixed) {
+// The frame's first picture unit: where its start code (or length) begins and its header byte;
+// both `size` when it has none.
+struct PicturePlace {
+  uint32_t at, header;
+};
+PicturePlace firstPicture(const uint8_t* frame, uint32_t size, uint32_t codec, bool lengthPrefixed) {
   nalwalk::Walker walk(frame, size, lengthPrefixed);
-  for (nalwalk::Unit u; walk.next(u);)
-    if (seirewrite::isPictureUnit(KLX_CODEC_HEVC, frame[u.header])) return u.header + 1 < u.end ? frame[u.header + 1] & 7 : 0;
-  return 0;
+  nalwalk::Unit u;
+  for (uint8_t h; walk.peek(h);) {
+    if (seirewrite::isPictureUnit(codec, h)) return {walk.peekAt(), walk.peekHeaderAt()};
+    if (!walk.next(u)) break;
+  }
+  return {size, size};
 }
 
 }  // namespace
+
+extern "C" uint32_t ReadSEIEnd(const uint8_t* frame, uint32_t size, uint32_t codec, uint32_t lengthPrefixed) {
+  if (!frame || !validCodec(codec)) return 0;
+  return firstPicture(frame, size, codec, lengthPrefixed != 0).at;
+}
 
 extern "C" int klxutilInsertUnitBeforePicture(DFRAME* frame, uint32_t codec, uint32_t lengthPrefixed,
                                               const uint8_t* unit, uint32_t unitLength) {
@@ -76,11 +77,13 @@ extern "C" int klxutilInsertUnitBeforePicture(DFRAME* frame, uint32_t codec, uin
     const uint32_t n = unitLength - 4;
     prefix[0] = uint8_t(n >> 24), prefix[1] = uint8_t(n >> 16), prefix[2] = uint8_t(n >> 8), prefix[3] = uint8_t(n);
   }
-  const uint32_t at = ReadSEIEnd(frame->pData, frame->nDataSize, codec, lengthPrefixed);
+  const PicturePlace picture = firstPicture(frame->pData, frame->nDataSize, codec, lengthPrefixed != 0);
+  const uint32_t at = picture.at;
   if (uint64_t(frame->nDataSize) + unitLength > frame->nBufferSize) return KLX_SEI_NO_ROOM_FRAME;
   // An SEI's TemporalId may not be below its access unit's (ITU-T H.265 7.4.2.2): one written for
-  // layer 0 takes the picture's when the access unit belongs to a higher temporal sub-layer.
-  const uint8_t pictureTid = codec == KLX_CODEC_HEVC ? pictureTemporalIdPlus1(frame->pData, frame->nDataSize, lengthPrefixed != 0) : 0;
+  // layer 0 takes the picture's nuh_temporal_id_plus1 when it lies in a higher temporal sub-layer.
+  const uint8_t pictureTid =
+      codec == KLX_CODEC_HEVC && picture.header + 1 < frame->nDataSize ? frame->pData[picture.header + 1] & 7 : 0;
   seirewrite::replaceRange(frame, at, at, unit, unitLength);
   std::memcpy(frame->pData + at, prefix, 4);
   const uint32_t type = (frame->pData[at + 4] >> 1) & 0x3F;

@@ -70,17 +70,7 @@ const RoomRow kRows[] = {
 
 using hdrtest::Picture;
 using hdrtest::x265Picture;
-
-void append(Bytes& frame, const Bytes& unit, int startCode, bool startCodes) {
-  if (!startCodes) {
-    const auto n = static_cast<uint32_t>(unit.size());
-    frame.insert(frame.end(), {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)});
-  } else {
-    if (startCode == 4) frame.push_back(0);
-    frame.insert(frame.end(), {0, 0, 1});
-  }
-  frame.insert(frame.end(), unit.begin(), unit.end());
-}
+using hdrtest::append;
 
 Bytes frameOf(const Picture& p, const RoomRow& row, bool startCodes) {
   Bytes frame;

@@ -63,23 +63,15 @@ Bytes unitOf(uint8_t headerSecondByte, const Bytes& rbsp) {
   return unit;
 }
 
-void append(Bytes& frame, const Bytes& unit, bool startCodes) {
-  const auto n = static_cast<uint32_t>(unit.size());
-  if (startCodes)
-    frame.insert(frame.end(), {0, 0, 0, 1});
-  else
-    frame.insert(frame.end(), {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)});
-  frame.insert(frame.end(), unit.begin(), unit.end());
-}
-
 using hdrtest::Picture;
 using hdrtest::x265Picture;
+using hdrtest::append;
 
 Bytes frameOf(const Picture& p, const std::vector<Bytes>& seiUnits, bool startCodes) {
   Bytes frame;
-  for (const Bytes& u : p.parameterSets) append(frame, u, startCodes);
-  for (const Bytes& u : seiUnits) append(frame, u, startCodes);
-  for (const Bytes& u : p.slices) append(frame, u, startCodes);
+  for (const Bytes& u : p.parameterSets) append(frame, u, 4, startCodes);
+  for (const Bytes& u : seiUnits) append(frame, u, 4, startCodes);
+  for (const Bytes& u : p.slices) append(frame, u, 4, startCodes);
   return frame;
 }
 

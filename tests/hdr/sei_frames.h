@@ -32,6 +32,18 @@ struct Picture {
   std::vector<Bytes> parameterSets, slices;
 };
 
+// Appends `unit` behind a start code of `startCode` bytes (3 or 4), or behind its 4-byte length.
+inline void append(Bytes& frame, const Bytes& unit, int startCode, bool startCodes) {
+  if (!startCodes) {
+    const auto n = static_cast<uint32_t>(unit.size());
+    frame.insert(frame.end(), {uint8_t(n >> 24), uint8_t(n >> 16), uint8_t(n >> 8), uint8_t(n)});
+  } else {
+    if (startCode == 4) frame.push_back(0);
+    frame.insert(frame.end(), {0, 0, 1});
+  }
+  frame.insert(frame.end(), unit.begin(), unit.end());
+}
+
 inline Picture x265Picture() {
   const std::string path = qtest::encodedStream(
       "hdr_room_x265.hevc", "-f lavfi -i testsrc2=size=128x96:rate=25 -frames:v 1 -c:v libx265 -x265-params log-level=error -f hevc");
