@@ -26,6 +26,7 @@
 #include "streamutil/captions.h"
 #include "streamutil/framing.h"
 #include "streamutil/hevc_params.h"
+#include "streamutil/mpeg2_sequence.h"
 #include "streamutil/scc.h"
 #include "streamutil/sei.h"
 #include "streamutil/sei_read.h"
@@ -72,9 +73,9 @@ constexpr const char* kFooter =
     "--json shape: {\"codec\": \"h264\"|\"hevc\"|\"mpeg2\", \"output\" (H.264/HEVC), \"accessUnits\"\n"
     "  (H.264/HEVC), \"pictures\", \"gopHeaders\" (MPEG-2), \"rate\", \"timecodeType\", \"rateSource\",\n"
     "  \"first\", \"last\", \"captionFrames\", \"replacedTimecodes\", \"replacedCaptions\" (H.264/HEVC),\n"
-    "  \"rateChanges\": [{\"frame\", \"timecode\", \"rate\", \"fps\"}] (H.264/HEVC pictures whose SPS\n"
-    "  states another frame rate than the one before them; the timecode keeps counting at \"rate\";\n"
-    "  empty with --rate)}\n";
+    "  \"rateChanges\": [{\"frame\", \"timecode\", \"rate\", \"fps\"}] (pictures whose SPS or MPEG-2\n"
+    "  sequence header states another frame rate than the one before them; the timecode keeps\n"
+    "  counting at \"rate\"; empty with --rate)}\n";
 
 }  // namespace
 
@@ -329,10 +330,11 @@ std::string fpsText(double fps) {
   return t;
 }
 
-// The frame rate each picture's SPS states in its VUI timing. A timecode counts at one rate, so a
-// later SPS stating another (a splice of 25 and 29.97 material) changes nothing in the stamp, but
-// each change is noted for the user. H.264 finds the picture's SPS in the plan's SPS set; HEVC
-// keeps the rate of each sps_seq_parameter_set_id here as its SPS units go by.
+// The frame rate each picture's SPS (MPEG-2: sequence header) states. A timecode counts at one
+// rate, so a later SPS stating another (a splice of 25 and 29.97 material) changes nothing in the
+// stamp, but each change is noted for the user. H.264 finds the picture's SPS in the plan's SPS
+// set; HEVC keeps the rate of each sps_seq_parameter_set_id here as its SPS units go by; MPEG-2
+// takes the rate of the sequence header an access unit carries.
 class RateWatch {
  public:
   struct Rate {
@@ -361,6 +363,19 @@ class RateWatch {
       r = reduced(sps.vui.vui_time_scale, uint64_t{sps.vui.vui_num_units_in_tick} * (sps.vui.field_seq_flag ? 2 : 1));
     hevcRates_[id] = r;
     lastHevcId_ = int(id);
+  }
+  // An MPEG-2 access unit's units (start code value first): frame_rate_code of its
+  // sequence_header() with the sequence_extension()'s frame_rate_extension_n/d (ISO/IEC 13818-2
+  // 6.3.3); none when it carries no sequence header.
+  static Rate ofMpeg2(const uint8_t* data, const std::vector<media::UnitSpan>& units) {
+    KLX_MPEG2_SEQUENCE seq;
+    bool header = false;
+    for (const auto& u : units) {
+      const uint8_t* unit = data + u.at + u.prefix;
+      if (u.size > 0 && unit[0] == 0xB3) header = klxutilReadMpeg2SequenceHeader(unit, u.size, &seq) == 0;
+      else if (header && u.size > 0 && unit[0] == 0xB5) klxutilReadMpeg2SequenceExtension(unit, u.size, &seq);
+    }
+    return header ? reduced(seq.frameRate, seq.frameRateScale) : Rate{};
   }
   Rate hevc(int spsId) const {
     const int id = spsId >= 0 ? spsId : lastHevcId_;
@@ -482,10 +497,10 @@ class Stamper : public media::FrameEditor {
   }
 
   // The rate the picture's SPS states: H.264 the SPS it activates, HEVC after the SPS units the
-  // access unit carries (MPEG-2 has none per picture).
+  // access unit carries, MPEG-2 the sequence header it carries.
   RateWatch::Rate statedRate(const media::PipelineFrame& pf, const SPS_DECODED* avcSps) {
     if (plan.codec == StreamCodec::kH264) return RateWatch::of(avcSps);
-    if (plan.codec != StreamCodec::kHevc) return {};
+    if (plan.codec == StreamCodec::kMpeg2) return RateWatch::ofMpeg2(pf.frame->pData, *pf.units);
     for (const auto& u : *pf.units)
       if (u.size > 0) rates.learnHevc(pf.frame->pData + u.at + u.prefix, u.size);
     return rates.hevc(pf.spsId);
