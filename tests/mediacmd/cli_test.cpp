@@ -11,14 +11,9 @@
 
 namespace {
 
-MEDIACMD readJson(const std::string& text) {
+MEDIACMD readBack(const std::string& text, bool json) {
   MEDIACMD cmd;
-  EXPECT_EQ(MediaCmdFromJSONString(&cmd, nullptr, text.c_str()), 0) << text;
-  return cmd;
-}
-MEDIACMD readXml(const std::string& text) {
-  MEDIACMD cmd;
-  EXPECT_EQ(MediaCmdFromXMLString(&cmd, nullptr, text.c_str()), 0) << text;
+  EXPECT_EQ((json ? MediaCmdFromJSONString : MediaCmdFromXMLString)(&cmd, nullptr, text.c_str()), 0) << text;
   return cmd;
 }
 
@@ -31,7 +26,7 @@ size_t count(const std::string& text, const std::string& what) {
 TEST(MediaCmdCli, NewBuildsWhatItIsAskedFor) {
   auto r = qtest::runTool("cmd new play --channel 1 --speed 2 --position '01:00:00;00' --clip C7 --file a.mov --wire-json");
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  MEDIACMD cmd = readJson(r.out);
+  MEDIACMD cmd = readBack(r.out, true);
   EXPECT_EQ(cmd.Cmd, static_cast<uint32_t>(ctPlay));
   EXPECT_EQ(cmd.Channel, 1u);
   EXPECT_EQ(cmd.Speed, 131040);
@@ -42,7 +37,7 @@ TEST(MediaCmdCli, NewBuildsWhatItIsAskedFor) {
 
   r = qtest::runTool("cmd new --get channelname --channel 2 --value Main --value 'Cam 1' --flag deferred --xml");
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  cmd = readXml(r.out);
+  cmd = readBack(r.out, false);
   EXPECT_EQ(cmd.Cmd, static_cast<uint32_t>(ctGetValue));
   EXPECT_EQ(cmd.CmdAlt, static_cast<uint32_t>(gsChannelName));
   EXPECT_EQ(std::memcmp(cmd.Payload, "Main\0Cam 1\0\0", 12), 0);
@@ -50,7 +45,7 @@ TEST(MediaCmdCli, NewBuildsWhatItIsAskedFor) {
 
   r = qtest::runTool("cmd new record --tc-type pal --start 01:00:00:00 --end 250 --ms 40 --wire-json");
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  cmd = readJson(r.out);
+  cmd = readBack(r.out, true);
   EXPECT_EQ(cmd.Start, 90000);
   EXPECT_EQ(cmd.End, 250);
   EXPECT_EQ(cmd.CmdAlt, 40u);
@@ -158,7 +153,7 @@ TEST(MediaCmdCli, ChannelSpeedAndFourccHelpers) {
   }
   auto fixed = qtest::runTool("cmd new stop --fix --wire-json");
   ASSERT_EQ(fixed.exitCode, 0);
-  MEDIACMD cmd = readJson(fixed.out);
+  MEDIACMD cmd = readBack(fixed.out, true);
   EXPECT_EQ(cmd.Speed, 0);
   EXPECT_TRUE(cmd.CtrlFlags & cfUseSpeed);
 }
