@@ -154,7 +154,6 @@ TEST(KlxInfoFindTcType, ReadsTheValueAfterOneSkippedCharacter) {
 
 // ---- The record in the configuration store ----
 
-
 const char* kKey = KLXINFO_DEFAULT_KEY;
 
 std::optional<std::string> storedText(ZRCFGHANDLE store, const char* name) { return qtest::getString(store, kKey, name); }
