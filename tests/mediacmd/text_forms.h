@@ -9,22 +9,15 @@
 
 namespace mctest {
 
-inline std::string xmlOf(MEDIACMD& cmd, unsigned tcType) {
+inline std::string textOf(MEDIACMD& cmd, unsigned tcType, bool json) {
   char* text = nullptr;
-  EXPECT_EQ(MediaCmdToXMLString(&text, &cmd, tcType), 0);
+  EXPECT_EQ((json ? MediaCmdToJSONString : MediaCmdToXMLString)(&text, &cmd, tcType), 0);
   std::string out = text ? text : "";
-  EXPECT_EQ(MediaCmdFreeXMLString(&text), 0);
+  EXPECT_EQ((json ? MediaCmdFreeJSONString : MediaCmdFreeXMLString)(&text), 0);
   EXPECT_EQ(text, nullptr);
   return out;
 }
-
-inline std::string jsonOf(MEDIACMD& cmd, unsigned tcType) {
-  char* text = nullptr;
-  EXPECT_EQ(MediaCmdToJSONString(&text, &cmd, tcType), 0);
-  std::string out = text ? text : "";
-  EXPECT_EQ(MediaCmdFreeJSONString(&text), 0);
-  EXPECT_EQ(text, nullptr);
-  return out;
-}
+inline std::string xmlOf(MEDIACMD& cmd, unsigned tcType) { return textOf(cmd, tcType, false); }
+inline std::string jsonOf(MEDIACMD& cmd, unsigned tcType) { return textOf(cmd, tcType, true); }
 
 }  // namespace mctest

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/zrcfg.h"
+#include "support/config_values.h"
 #include "support/test_support.h"
 
 namespace {
@@ -56,13 +57,9 @@ TEST(ConfigCli, SetGetDeleteThroughTheCommandMatchTheLibrary) {
     EXPECT_EQ(r.err, c.err);
   }
   // The library reads what the command wrote.
-  const ZRCFGHANDLE h = zrCFGOpen(store.c_str());
-  char text[32];
-  uint32_t size = sizeof text;
-  ASSERT_EQ(zrCFGValueString(h, "Quorvane\\MetaData\\Default", "Title", text, &size, 0), ZR_CFG_OK);
-  EXPECT_STREQ(text, "Reel \"one\"");
-  EXPECT_EQ(zrCFGValueDword(h, "Quorvane\\MetaData", "XMLDisable", nullptr, 0), ZR_CFG_NOT_FOUND);
-  zrCFGClose(h, 1);
+  qtest::Store s(store);
+  EXPECT_EQ(qtest::getString(s.handle, "Quorvane\\MetaData\\Default", "Title"), "Reel \"one\"");
+  EXPECT_EQ(zrCFGValueDword(s.handle, "Quorvane\\MetaData", "XMLDisable", nullptr, 0), ZR_CFG_NOT_FOUND);
 }
 
 TEST(ConfigCli, UsesTheSystemStoreNamedByTheEnvironment) {
@@ -71,11 +68,7 @@ TEST(ConfigCli, UsesTheSystemStoreNamedByTheEnvironment) {
   const std::string env = "QUORVANE_CONFIG=" + shellQuote(store) + " ";
   auto r = qtest::runCommand(env + shellQuote(QUORVANE_TOOL) + " config set --dword 'Quorvane\\Advanced' ForceVideoRangeMatrix 1");
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  const ZRCFGHANDLE h = zrCFGOpen(store.c_str());
-  uint32_t v = 0;
-  EXPECT_EQ(zrCFGValueDword(h, "Quorvane\\Advanced", "ForceVideoRangeMatrix", &v, 0), ZR_CFG_OK);
-  EXPECT_EQ(v, 1u);
-  zrCFGClose(h, 0);
+  EXPECT_EQ(qtest::getDword(qtest::Store(store).handle, "Quorvane\\Advanced", "ForceVideoRangeMatrix"), 1u);
 }
 
 // A file that is not a store, or not there, is refused and left exactly as it was.

@@ -12,36 +12,25 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "platform/zrcfg.h"
+#include "support/config_values.h"
 #include "support/h16_process.h"
 #include "support/h16_text_files.h"
 #include "support/test_support.h"
 
 namespace {
 
-std::optional<std::string> getString(ZRCFGHANDLE h, const char* key, const char* name) {
-  uint32_t size = 0;
-  if (zrCFGValueString(h, key, name, nullptr, &size, 0) != ZR_CFG_OK) return std::nullopt;
-  std::string buf(size + 1, '\0');
-  size = static_cast<uint32_t>(buf.size());
-  if (zrCFGValueString(h, key, name, buf.data(), &size, 0) != ZR_CFG_OK) return std::nullopt;
-  return std::string(buf.c_str());
-}
-int setString(ZRCFGHANDLE h, const char* key, const char* name, const std::string& text) {
-  uint32_t size = static_cast<uint32_t>(text.size() + 1);
-  return zrCFGValueString(h, key, name, const_cast<char*>(text.c_str()), &size, 1);
-}
-std::optional<uint32_t> getDword(ZRCFGHANDLE h, const char* key, const char* name) {
-  uint32_t v = 0;
-  if (zrCFGValueDword(h, key, name, &v, 0) != ZR_CFG_OK) return std::nullopt;
-  return v;
-}
-int setDword(ZRCFGHANDLE h, const char* key, const char* name, uint32_t v) { return zrCFGValueDword(h, key, name, &v, 1); }
+using qtest::getDword;
+using qtest::getString;
+using qtest::setDword;
+using qtest::setString;
+using qtest::Store;
 
 // An independent reading of a store file: the "data" attribute of a value, found by walking
 // the XML with TinyXML.
@@ -62,13 +51,6 @@ std::optional<std::string> dataInFile(const std::string& path, const std::vector
     if (v->Attribute("name") && name == v->Attribute("name")) return std::string(v->Attribute("data") ? v->Attribute("data") : "");
   return std::nullopt;
 }
-
-// Opens a store file for the life of the object.
-struct Store {
-  explicit Store(const std::string& path) : handle(zrCFGOpen(path.c_str())) {}
-  ~Store() { zrCFGClose(handle, 1); }
-  ZRCFGHANDLE handle;
-};
 
 void appendUtf8(std::string& s, uint32_t cp) {
   if (cp < 0x80) {
@@ -231,10 +213,9 @@ TEST(ConfigStore, HandlesAreCheckedAndOpenIsStrictAboutPaths) {
   ZRCFGHANDLE h = zrCFGOpen(path.c_str());
   ASSERT_NE(h, ZR_CFG_INVALID);
   EXPECT_FALSE(getDword(h, "K", "v"));
-  struct stat st;
-  EXPECT_NE(stat(path.c_str(), &st), 0);
+  EXPECT_FALSE(std::filesystem::exists(path));
   ASSERT_EQ(setDword(h, "K", "v", 1), ZR_CFG_OK);
-  EXPECT_EQ(stat(path.c_str(), &st), 0);
+  EXPECT_TRUE(std::filesystem::exists(path));
   EXPECT_EQ(zrCFGClose(h, 0), ZR_CFG_OK);
   EXPECT_EQ(zrCFGClose(h, 0), ZR_CFG_ERROR);
   for (ZRCFGHANDLE bad : {h, ZR_CFG_INVALID, ZRCFGHANDLE{987654}}) {
@@ -350,11 +331,9 @@ TEST(ConfigStore, UnknownContentSymlinksAndPermissionsSurviveAWrite) {
   EXPECT_NE(text.find("<Extension kind=\"later\">kept</Extension>"), std::string::npos) << text;
   EXPECT_EQ(dataInFile(real, {"K"}, "future"), "123456789012");
   EXPECT_EQ(dataInFile(real, {"K"}, "now"), "1");
-  struct stat st;
-  ASSERT_EQ(lstat(link.c_str(), &st), 0);
-  EXPECT_TRUE(S_ISLNK(st.st_mode));
-  ASSERT_EQ(stat(real.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(std::filesystem::status(real).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 TEST(ConfigStore, RewritingAnUnchangedValueLeavesTheFileAlone) {
@@ -397,8 +376,7 @@ TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
     EXPECT_EQ(reports, c.corrupt ? 1u : 0u);
     ASSERT_EQ(setString(s.handle, "K", "v", "fresh"), ZR_CFG_OK);
     EXPECT_EQ(dataInFile(path, {"K"}, "v"), "fresh");
-    struct stat st;
-    EXPECT_EQ(stat((path + ".bad").c_str(), &st) == 0, c.corrupt);
+    EXPECT_EQ(std::filesystem::exists(path + ".bad"), c.corrupt);
     if (c.corrupt) {
       EXPECT_EQ(qtest::readText(path + ".bad"), c.contents);
       EXPECT_TRUE(log.contains("Configuration store \"" + path + "\": the corrupt file is kept as \"" + path + ".bad\"\n"));
@@ -592,8 +570,7 @@ TEST(ConfigStore, KillingAWriterMidWriteLeavesTheOldOrTheNewFileAndReadersNeverS
   Store s(path);
   ASSERT_EQ(setDword(s.handle, "K", "after", 1), ZR_CFG_OK);
   EXPECT_TRUE(log.lines().empty());
-  struct stat st;
-  EXPECT_NE(stat((path + ".bad").c_str(), &st), 0);
+  EXPECT_FALSE(std::filesystem::exists(path + ".bad"));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -17,11 +18,6 @@ namespace {
 
 constexpr uint32_t kRW = ZR_GENERIC_READ | ZR_GENERIC_WRITE;
 constexpr uint32_t kShareRW = ZR_FILE_SHARE_READ | ZR_FILE_SHARE_WRITE;
-
-bool exists(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0;
-}
 
 TEST(ZrFile, CreationDispositionsAgainstExistingAndMissingFiles) {
   enum Content { kKept, kEmpty, kAbsent };
@@ -63,8 +59,8 @@ TEST(ZrFile, CreationDispositionsAgainstExistingAndMissingFiles) {
     }
     switch (c.after) {
       case kKept: EXPECT_EQ(qtest::readText(path), "old contents"); break;
-      case kEmpty: EXPECT_TRUE(exists(path)); EXPECT_EQ(qtest::readText(path), ""); break;
-      case kAbsent: EXPECT_FALSE(exists(path)); break;
+      case kEmpty: EXPECT_TRUE(std::filesystem::exists(path)); EXPECT_EQ(qtest::readText(path), ""); break;
+      case kAbsent: EXPECT_FALSE(std::filesystem::exists(path)); break;
     }
   }
 }

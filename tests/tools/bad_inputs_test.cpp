@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/h16_text_files.h"
 #include "support/test_support.h"
 
 namespace {
@@ -21,23 +22,12 @@ struct BadInput {
   void (*make)(const std::string& path);
 };
 
-void makeText(const std::string& path, const std::string& text) {
-  qtest::writeBytes(path, std::vector<uint8_t>(text.begin(), text.end()));
-}
-
-std::string repeat(const std::string& unit, size_t times) {
-  std::string out;
-  out.reserve(unit.size() * times);
-  for (size_t i = 0; i < times; ++i) out += unit;
-  return out;
-}
-
 const BadInput kDirectory{"directory", [](const std::string& p) { fs::create_directory(p); }};
 // Opens like a file, but every read fails with EIO (a plain unreadable file for root, too).
 const BadInput kUnreadable{"unreadable", [](const std::string& p) { fs::create_symlink("/proc/self/mem", p); }};
-const BadInput kEmpty{"empty", [](const std::string& p) { makeText(p, ""); }};
-const BadInput kDeep{"60000-deep", [](const std::string& p) { makeText(p, repeat("<a>", 60000)); }};
-const BadInput kUtf8Tail{"utf8-tail", [](const std::string& p) { makeText(p, "<QuorvaneConfig>\xc5"); }};
+const BadInput kEmpty{"empty", [](const std::string& p) { qtest::writeText(p, ""); }};
+const BadInput kDeep{"60000-deep", [](const std::string& p) { qtest::writeText(p, qtest::repeatText("<a>", 60000)); }};
+const BadInput kUtf8Tail{"utf8-tail", [](const std::string& p) { qtest::writeText(p, "<QuorvaneConfig>\xc5"); }};
 
 struct Command {
   const char* name;    // the <cmd> of the message
@@ -60,8 +50,7 @@ std::string listing(const std::string& dir) {
 std::string contentOf(const std::string& path) {
   std::error_code ec;
   if (!fs::is_regular_file(fs::symlink_status(path, ec))) return "(not a regular file)";
-  auto bytes = qtest::readBytes(path);
-  return std::string(bytes.begin(), bytes.end());
+  return qtest::readText(path);
 }
 
 TEST(BadInputs, OneLineAndFailureExitForEveryReadingCommand) {

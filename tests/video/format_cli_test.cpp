@@ -26,10 +26,12 @@ TEST_F(FormatCli, DecodesAWord) {
     EXPECT_NE(r.out.find(line), std::string::npos) << line << "\nin:\n" << r.out;
 }
 
-TEST_F(FormatCli, DerivesAndReportsJson) {
+// Derived words, rates, timecode conversions and play steps: the output holds the expected text,
+// and a --json output is one object.
+TEST_F(FormatCli, DerivesWordsRatesTimecodesAndPlaySteps) {
   struct Case { const char* args; const char* expected; };
-  // A rate counts frames; the scan is progressive unless asked (or the raster has no other).
   const Case kCases[] = {
+      // A rate counts frames; the scan is progressive unless asked (or the raster has no other).
       {"format 1920x1080 30000/1001 --json", "\"word\":\"0x2380B21D\""},
       {"format 1920x1080 50 --json", "\"text\":\"1920x1080P@50\""},
       {"format 1920x1080 24 --json", "\"scan\":\"progressive\""},
@@ -42,12 +44,25 @@ TEST_F(FormatCli, DerivesAndReportsJson) {
       {"format 720x576 12.5 --json", "\"frameRate\":null"}, {"format 720x576 pal --json", "\"text\":\"PAL-CCIR601\""},
       {"format 3840x2160 60000/1001 --video-range --json", "\"matrix\":7"},
       {"format 720x486 29.97 --json", "\"text\":\"NTSC-CCIR601\""}, {"format 7680x4320 50 --json", "\"height\":4320"},
+      {"format rate 29.97", "normalized  30000/1001\nsnapped     30000/1001 (exact)\ntimecode    29.97df (4)\n"},
+      {"format rate 60000/2002", "rate        30000/1001 (29.970 fps)\n"},
+      {"format rate 2400/100 --json", "\"normalized\":\"24/1\""},
+      {"format rate 12.5 --json", "\"snapped\":\"12/1\",\"snappedExact\":false"},
+      {"format tc 107892 29.97 pal", "from        107892 29.97df 01:00:00;00\nto          90000 25 01:00:00:00\n"},
+      {"format tc 107892 29.97 film-drop --json", "\"toTypeName\":\"23.98\""},
+      {"format tc 90000 25 4 --json", "\"converted\":107892,\"toTimecode\":\"01:00:00;00\""},
+      {"format play 1/4 --from 199 --range 0:200 --steps 3",
+       "step  periods  frame  fraction\n1     2        0      0\n2     4        1      0\n3     4        2      0\n"},
+      {"format play -1/2 --from 1 --range 0:10 --steps 2 --json",
+       "\"steps\":[{\"periods\":2,\"frame\":0,\"fraction\":32760},{\"periods\":2,\"frame\":9,\"fraction\":32760}]"},
   };
   for (const auto& c : kCases) {
     auto r = qtest::runTool(c.args);
     ASSERT_EQ(r.exitCode, 0) << c.args << ": " << r.err;
-    EXPECT_NE(r.out.find(c.expected), std::string::npos) << c.args << " -> " << r.out;
-    EXPECT_EQ(r.out.front(), '{');
+    EXPECT_NE(r.out.find(c.expected), std::string::npos) << c.args << " ->\n" << r.out;
+    if (std::string(c.args).find("--json") != std::string::npos) {
+      EXPECT_EQ(r.out.front(), '{') << c.args;
+    }
   }
 }
 
@@ -69,28 +84,6 @@ TEST_F(FormatCli, RefusesBadInputWithOneLine) {
     EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
     EXPECT_EQ(r.err.rfind("quorvane format: ", 0), 0u) << c.args << ": " << r.err;
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << c.args << ": " << r.err;
-  }
-}
-
-TEST_F(FormatCli, RateTimecodeAndPlayVerbs) {
-  struct Case { const char* args; const char* expected; };
-  const Case kCases[] = {
-      {"format rate 29.97", "normalized  30000/1001\nsnapped     30000/1001 (exact)\ntimecode    29.97df (4)\n"},
-      {"format rate 60000/2002", "rate        30000/1001 (29.970 fps)\n"},
-      {"format rate 2400/100 --json", "\"normalized\":\"24/1\""},
-      {"format rate 12.5 --json", "\"snapped\":\"12/1\",\"snappedExact\":false"},
-      {"format tc 107892 29.97 pal", "from        107892 29.97df 01:00:00;00\nto          90000 25 01:00:00:00\n"},
-      {"format tc 107892 29.97 film-drop --json", "\"toTypeName\":\"23.98\""},
-      {"format tc 90000 25 4 --json", "\"converted\":107892,\"toTimecode\":\"01:00:00;00\""},
-      {"format play 1/4 --from 199 --range 0:200 --steps 3",
-       "step  periods  frame  fraction\n1     2        0      0\n2     4        1      0\n3     4        2      0\n"},
-      {"format play -1/2 --from 1 --range 0:10 --steps 2 --json",
-       "\"steps\":[{\"periods\":2,\"frame\":0,\"fraction\":32760},{\"periods\":2,\"frame\":9,\"fraction\":32760}]"},
-  };
-  for (const auto& c : kCases) {
-    auto r = qtest::runTool(c.args);
-    ASSERT_EQ(r.exitCode, 0) << c.args << ": " << r.err;
-    EXPECT_NE(r.out.find(c.expected), std::string::npos) << c.args << " ->\n" << r.out;
   }
 }
 

@@ -1,8 +1,13 @@
-// What a word fills in: the video sub-record, the aspect ratio and the colour matrix.
+// What a word fills in: the video sub-record, the aspect ratio and the colour matrix (forced or
+// not by the configuration store).
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "support/config_values.h"
+#include "support/h16_process.h"
+#include "support/test_support.h"
+#include "video/vidformat.h"
 #include "video/video.h"
 
 namespace {
@@ -95,6 +100,46 @@ TEST(Matrix, BySizeAndRange) {
         << c.width << "x" << c.height << " flags " << std::hex << c.flags << " forced " << c.forced;
   }
   m_gForceVideoRangeMatrix = saved;
+}
+
+// GetMatrixBySize reads "ForceVideoRangeMatrix" from the configuration store, once.
+class MatrixStore : public testing::Test {
+ protected:
+  static constexpr const char* kKey = "Quorvane\\Advanced";
+  static constexpr const char* kValue = "ForceVideoRangeMatrix";
+  void SetUp() override {
+    saved_ = m_gForceVideoRangeMatrix;
+    m_gForceVideoRangeMatrix = -1;
+  }
+  void TearDown() override { m_gForceVideoRangeMatrix = saved_; }
+  static void store(uint32_t value) { ASSERT_EQ(qtest::setDword(ZR_CFG_SYSTEM, kKey, kValue, value), ZR_CFG_OK); }
+  qtest::TempDir dir_;
+  qtest::ScopedEnv config_{"QUORVANE_CONFIG", dir_.file("config.xml").c_str()};
+  int saved_ = -1;
+};
+
+TEST_F(MatrixStore, ForcedOneKeepsFullRangeAndIsReadOnce) {
+  store(1);
+  EXPECT_EQ(GetMatrixBySize(1920, 1080, VID_MATRIX_FLAG_VIDEO_RANGE), VID_MATRIX_HD_FULL);
+  EXPECT_EQ(m_gForceVideoRangeMatrix, 1);
+  store(0);  // not seen: the setting is loaded once
+  EXPECT_EQ(GetMatrixBySize(1920, 1080, VID_MATRIX_FLAG_VIDEO_RANGE), VID_MATRIX_HD_FULL);
+  m_gForceVideoRangeMatrix = -1;  // ask for a reload
+  EXPECT_EQ(GetMatrixBySize(1920, 1080, VID_MATRIX_FLAG_VIDEO_RANGE), VID_MATRIX_HD_VIDEO);
+  EXPECT_EQ(m_gForceVideoRangeMatrix, 0);
+}
+
+TEST_F(MatrixStore, MissingSettingIsWrittenAsZero) {
+  ASSERT_EQ(qtest::getDword(ZR_CFG_SYSTEM, kKey, kValue), std::nullopt);
+  EXPECT_EQ(GetMatrixBySize(720, 486, VID_MATRIX_FLAG_VIDEO_RANGE), VID_MATRIX_SD_VIDEO);
+  EXPECT_EQ(m_gForceVideoRangeMatrix, 0);
+  EXPECT_EQ(qtest::getDword(ZR_CFG_SYSTEM, kKey, kValue), 0u);
+}
+
+TEST_F(MatrixStore, OtherForcedValuesBehaveAsZero) {
+  store(2);
+  EXPECT_EQ(GetMatrixBySize(3840, 2160, VID_MATRIX_FLAG_VIDEO_RANGE), VID_MATRIX_UHD_VIDEO);
+  EXPECT_EQ(m_gForceVideoRangeMatrix, 2);
 }
 
 }  // namespace

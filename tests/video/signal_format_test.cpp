@@ -1,10 +1,16 @@
-// Signal-format words: size tokens, word -> size/rate/text, raster + rate -> word.
+// Signal-format words: size tokens, word -> size/rate/text, raster + rate -> word, and any word
+// or measurement answered within the contract, and the words of real streams.
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstdio>
 #include <cstring>
+#include <map>
+#include <random>
 #include <set>
 #include <string>
 
+#include "support/test_support.h"
 #include "video/video.h"
 
 namespace {
@@ -199,6 +205,150 @@ TEST(SignalFormat, ImageSizeFailures) {
   EXPECT_EQ(h, 288);
   ASSERT_EQ(vidImageSize(0x1020420C, &w, &h, 1), 0);  // 720x243i
   EXPECT_EQ(h, 121);
+}
+
+// ---- The size-token table and the bucketing of measured sizes onto it ----
+
+TEST(SizeTokens, OutsideTheTableIsMinusOne) {
+  for (int token : {-1000, -1, 0, 129, 2047, 1 << 30}) EXPECT_EQ(vidGetSizeFromToken(token), -1) << token;
+  for (int token : {4, 19, 44, 127}) EXPECT_EQ(vidGetSizeFromToken(token), -1) << token;  // unused
+}
+
+// Sizes that own no bucket: 1782 and 2880 fall inside their neighbours, UHD words come only
+// from explicit rules, and 4096 is token 128.
+const std::set<int> kUnbucketedTokens = {90, 91, 92, 100, 101, 106, 120};
+
+// Independent statement of the buckets: a size maps to the token of the largest table size not
+// above it, with two kept irregularities (241..242 already map to 243, 1035 still maps to 1024).
+int bucketOracle(int pixels) {
+  if (pixels < 240 || pixels > 8192) return -1;
+  if (pixels == 241 || pixels == 242) return 2;
+  if (pixels == 1035) return 48;
+  int best = -1, bestSize = -1;
+  for (int token = 1; token <= 128; ++token) {
+    int size = vidGetSizeFromToken(token);
+    if (size < 0 || kUnbucketedTokens.count(token) || size > pixels) continue;
+    if (size > bestSize) best = token, bestSize = size;
+  }
+  return best;
+}
+
+TEST(SizeTokens, EverySizeLandsInTheBucketOfTheLargestSizeNotAbove) {
+  for (int pixels = -10; pixels <= 9000; ++pixels)
+    ASSERT_EQ(vidGetTokenFromSize(pixels), bucketOracle(pixels)) << pixels;
+  EXPECT_EQ(vidGetTokenFromSize(1 << 30), -1);
+  EXPECT_EQ(vidGetTokenFromSize(-(1 << 30)), -1);
+}
+
+TEST(SizeTokens, KeptIrregularities) {
+  const std::map<int, int> kCases = {
+      {239, -1}, {240, 1}, {241, 2}, {243, 2}, {1024, 48}, {1035, 48}, {1036, 49}, {1044, 50}, {1050, 52}, {1052, 51},
+      {857, 38}, {864, 36}, {988, 37}, {2160, 96}, {3840, 107}, {4096, 128}, {7680, 128}, {8192, 128}, {8193, -1},
+  };
+  for (const auto& [size, token] : kCases) EXPECT_EQ(vidGetTokenFromSize(size), token) << size;
+}
+
+// ---- Arbitrary words and measurements: every function answers within its contract ----
+TEST(FormatRobustness, AnyWordHasAShortTextAndAConsistentSize) {
+  std::mt19937 rng(21);
+  for (int i = 0; i < 200000; ++i) {
+    uint32_t word = rng();
+    char text[21];
+    ASSERT_EQ(vidSignalFormatToStr20(word, text), 0);
+    ASSERT_LE(std::strlen(text), 20u) << std::hex << word;
+    int w = 0, h = 0, fw = 0, fh = 0;
+    bool sized = vidImageSize(word, &w, &h, 0) == 0;
+    ASSERT_EQ(sized, vidImageSize(word, &fw, &fh, 1) == 0);
+    if (sized) {
+      ASSERT_GT(w, 0);
+      ASSERT_GT(h, 0);
+      ASSERT_EQ(fw, w);
+      ASSERT_EQ(fh, (word & VID_FMT_INTERLACED) ? h / 2 : h) << std::hex << word;
+    }
+    KLXVIDEO video{};
+    uint32_t rate, scale;
+    bool rated = vidRateScale(word, &rate, &scale) == 0;
+    ASSERT_EQ(vidSignalFormatToKLXVid(word, &video) == 0, sized && rated) << std::hex << word;
+  }
+}
+
+// Whatever is measured, the word derived either is "no format" or has a raster and its
+// text names the same raster the word decodes to (the 2560/8K words excepted, which carry
+// their own texts).
+TEST(FormatRobustness, DerivedWordsAlwaysDecode) {
+  std::mt19937 rng(22);
+  std::uniform_int_distribution<int> sizes(-100, 9000);
+  std::uniform_int_distribution<uint32_t> rates(0, 300000), scales(0, 1001);
+  int valid = 0;
+  for (int i = 0; i < 200000; ++i) {
+    int width = sizes(rng), height = sizes(rng);
+    uint32_t word = vidGetSignalFormat(rates(rng), scales(rng), width, height, i & 1);
+    if (word == VID_FMT_INVALID) continue;
+    ++valid;
+    int w = 0, h = 0;
+    ASSERT_EQ(vidImageSize(word, &w, &h, 0), 0) << std::hex << word;
+    char text[21];
+    vidSignalFormatToStr20(word, text);
+    std::string raster = std::to_string(w) + "x" + std::to_string(h);
+    bool named = std::isalpha(static_cast<unsigned char>(text[0]));  // "NTSC", "PAL..."
+    if (!named) {
+      ASSERT_EQ(std::string(text).rfind(raster, 0), 0u) << text << " vs " << raster;
+    }
+  }
+  EXPECT_GT(valid, 50000);
+}
+
+// Real streams: a host measures raster and rate from a stream made by ffmpeg/x264 (as ffprobe
+// reports them) and derives a word; the word must give back exactly that raster and rate.
+
+struct Probed {
+  int width = 0, height = 0;
+  uint32_t rate = 0, scale = 0;
+};
+
+Probed probe(const std::string& path) {
+  auto r = qtest::runCommand("ffprobe -v error -select_streams v:0 -show_entries stream=width,height,r_frame_rate "
+                             "-of csv=p=0 " + qtest::shellQuote(path));
+  Probed p;
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(std::sscanf(r.out.c_str(), "%d,%d,%u/%u", &p.width, &p.height, &p.rate, &p.scale), 4) << r.out;
+  return p;
+}
+
+struct StreamCase { const char* size; const char* rate; int psf; const char* text; };
+const StreamCase kStreams[] = {
+    {"720x576", "25", 0, "PAL-CCIR601"}, {"720x486", "30000/1001", 0, "NTSC-CCIR601"},
+    {"1280x720", "60000/1001", 0, "1280x720P@59.94"}, {"1920x1080", "25", 1, "1920x1080P@25"},
+    {"1920x1080", "24000/1001", 0, "1920x1080psf@23.98"}, {"2048x1080", "24", 1, "2048x1080P@24"},
+    {"3840x2160", "50", 0, "3840x2160P 50fps"},
+};
+
+TEST(FormatInterop, WordsOfProbedStreamsGiveBackTheirRasterAndRate) {
+  for (const auto& c : kStreams) {
+    std::string rateName = c.rate;
+    for (char& ch : rateName)
+      if (ch == '/') ch = '_';
+    std::string name = std::string("fmt_") + c.size + "_" + rateName + ".mp4";
+    std::string path = qtest::encodedStream(name, std::string("-f lavfi -i testsrc2=size=") + c.size + ":rate=" + c.rate +
+                                                      " -frames:v 1 -c:v libx264 -preset ultrafast -f mp4");
+    ASSERT_FALSE(path.empty());
+    Probed p = probe(path);
+    SCOPED_TRACE(testing::Message() << name << ": " << p.width << "x" << p.height << " " << p.rate << "/" << p.scale);
+    uint32_t word = vidGetSignalFormat(p.rate, p.scale, p.width, p.height, c.psf);
+    char text[21];
+    vidSignalFormatToStr20(word, text);
+    EXPECT_STREQ(text, c.text);
+    int w = 0, h = 0;
+    ASSERT_EQ(vidImageSize(word, &w, &h, 0), 0);
+    EXPECT_EQ(w, p.width);
+    EXPECT_EQ(h, p.height);
+    uint32_t rate = 0, scale = 0;
+    ASSERT_EQ(vidRateScale(word, &rate, &scale), 0);
+    EXPECT_EQ(uint64_t{rate} * p.scale, uint64_t{p.rate} * scale);  // the same rate
+    uint32_t snappedRate = 0, snappedScale = 0;
+    EXPECT_EQ(vidRateScaled(double(p.rate) / p.scale, &snappedRate, &snappedScale), 0);
+    EXPECT_EQ(uint64_t{snappedRate} * p.scale, uint64_t{p.rate} * snappedScale);
+  }
 }
 
 }  // namespace
