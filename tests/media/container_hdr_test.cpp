@@ -11,6 +11,7 @@
 
 #include "media_support.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -105,8 +106,7 @@ TEST_F(ContainerHdr, TrackMetadataFollowsTheStream) {
     const std::string& options = row.options;
     SCOPED_TRACE(std::string(row.command) + " ." + row.extension + options);
     const std::string out = dir.file(std::string(row.command) + "." + row.extension);
-    const auto r = qtest::runTool(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + options + " -y");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    qtest::runToolOk(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + options + " -y");
     const SideData container = track(out), picture = firstPicture(out);
     switch (row.mastering) {
       case Want::kInput:

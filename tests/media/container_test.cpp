@@ -8,7 +8,9 @@
 #include <random>
 
 #include "media_support.h"
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -60,13 +62,15 @@ TEST_F(Containers, ReadOnlyCommandsAgreeWithFfprobe) {
   }
 }
 
-// An editing pass into the same container kind changes neither pictures, audio nor timing.
-TEST_F(Containers, ReframeKeepsPicturesAudioAndTiming) {
+// An editing pass into the same container kind changes neither pictures, audio nor timing; stamp
+// (each codec in MP4, Matroska and MPEG-TS, 1 s at 25 pictures per second) writes timecodes that
+// ffprobe reads back.
+TEST_F(Containers, ReframeAndStampKeepPicturesAudioAndTiming) {
   for (const auto& clip : mtest::kClips) {
     SCOPED_TRACE(clip.name);
-    const std::string path = mtest::clipPath(clip);
+    const std::string path = mtest::clipPath(clip), extension = std::strrchr(clip.name, '.');
     qtest::TempDir dir;
-    const std::string out = dir.file(std::string("out") + std::strrchr(clip.name, '.'));
+    const std::string out = dir.file("out" + extension), stamped = dir.file("stamped" + extension);
     const auto summary = mtest::runJson("reframe " + shellQuote(path) + " " + shellQuote(out));
     ASSERT_FALSE(summary.is_null());
     // The byte counts are the video track's on both sides: its samples pass unchanged.
@@ -75,33 +79,54 @@ TEST_F(Containers, ReframeKeepsPicturesAudioAndTiming) {
     EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(path));
     EXPECT_EQ(mtest::videoPts(out), mtest::videoPts(path));
     EXPECT_EQ(mtest::runJson("inspect " + shellQuote(out))["container"], clip.container);
+    if (extension == ".mov" || extension == ".mxf") continue;
+    const auto stamp = mtest::runJson("stamp " + shellQuote(path) + " " + shellQuote(stamped) + " --tc 01:00:00:00 --rate 25");
+    ASSERT_FALSE(stamp.is_discarded());
+    EXPECT_EQ(stamp["codec"], clip.codec);
+    EXPECT_EQ(stamp["output"], clip.container);
+    const auto timecodes = oracle::allTimecodes(stamped);
+    ASSERT_EQ(timecodes.size(), 25u);
+    EXPECT_EQ(timecodes.front(), "01:00:00:00");
+    EXPECT_EQ(timecodes.back(), "01:00:00:24");
+    EXPECT_EQ(stamp["last"], "01:00:00:24");
+    EXPECT_EQ(mtest::videoFrameMd5(stamped), mtest::videoFrameMd5(path));
+    EXPECT_EQ(mtest::audioMd5(stamped), mtest::audioMd5(path));
   }
 }
 
-// Into another container, or out to an elementary stream: the same pictures.
+// hdr on an MP4: the mastering display SEI reaches the pictures, pictures and audio unchanged.
+TEST_F(Containers, HdrSetsMasteringDisplayInMp4) {
+  const std::string in = mtest::clipPath(mtest::kClips[5]);
+  qtest::TempDir dir;
+  const std::string out = dir.file("hdr.mp4");
+  qtest::runToolOk("hdr " + shellQuote(in) + " " + shellQuote(out) +
+                   " --master-display 'G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)'");
+  const auto side = qtest::runCommand("ffprobe -v error -select_streams v:0 -read_intervals %+#1 -show_frames " + shellQuote(out)).out;
+  EXPECT_NE(side.find("side_data_type=Mastering display metadata"), std::string::npos);
+  EXPECT_NE(side.find("red_x=34000/50000"), std::string::npos);
+  EXPECT_NE(side.find("max_luminance=10000000/10000"), std::string::npos);
+  EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+  EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
+}
+
+// Into another container, or out to an elementary stream: the same pictures. An elementary stream
+// into a container (timestamps from the display order) decodes the same too.
 TEST_F(Containers, ReframeAcrossKinds) {
+  qtest::TempDir dir;
+  const std::string hevcMp4 = mtest::clipPath(mtest::kClips[5]), elementary = dir.file("e.hevc");
+  qtest::runToolOk("reframe " + shellQuote(hevcMp4) + " " + shellQuote(elementary));
   struct Case {
-    size_t clip;
+    std::string in;
     const char* out;
-  } cases[] = {{0, "x.ts"}, {3, "x.mp4"}, {7, "x.mp4"}, {0, "x.mkv"}, {0, "x.h264"}, {5, "x.hevc"}, {8, "x.hevc"}};
-  // An elementary stream into a container (timestamps from the display order) decodes the same.
-  {
-    qtest::TempDir dir;
-    const std::string clip = mtest::clipPath(mtest::kClips[5]);
-    ASSERT_EQ(qtest::runTool("reframe " + shellQuote(clip) + " " + shellQuote(dir.file("e.hevc"))).exitCode, 0);
-    for (const char* out : {"e.mp4", "e.mkv", "e.ts"}) {
-      auto r = qtest::runTool("reframe " + shellQuote(dir.file("e.hevc")) + " " + shellQuote(dir.file(out)));
-      ASSERT_EQ(r.exitCode, 0) << r.err;
-      EXPECT_EQ(mtest::videoFrameMd5(dir.file(out)), mtest::videoFrameMd5(clip)) << out;
-    }
-  }
+  } cases[] = {{mtest::clipPath(mtest::kClips[0]), "x.ts"}, {mtest::clipPath(mtest::kClips[3]), "x.mp4"},
+               {mtest::clipPath(mtest::kClips[7]), "y.mp4"}, {mtest::clipPath(mtest::kClips[0]), "x.mkv"},
+               {mtest::clipPath(mtest::kClips[0]), "x.h264"}, {hevcMp4, "x.hevc"},
+               {mtest::clipPath(mtest::kClips[8]), "y.hevc"}, {elementary, "e.mp4"},
+               {elementary, "e.mkv"}, {elementary, "e.ts"}};
   for (const auto& c : cases) {
-    const std::string path = mtest::clipPath(mtest::kClips[c.clip]);
-    SCOPED_TRACE(path + " -> " + c.out);
-    qtest::TempDir dir;
-    auto r = qtest::runTool("reframe " + shellQuote(path) + " " + shellQuote(dir.file(c.out)));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(mtest::videoFrameMd5(dir.file(c.out)), mtest::videoFrameMd5(path));
+    SCOPED_TRACE(c.in + " -> " + c.out);
+    qtest::runToolOk("reframe " + shellQuote(c.in) + " " + shellQuote(dir.file(c.out)));
+    EXPECT_EQ(mtest::videoFrameMd5(dir.file(c.out)), mtest::videoFrameMd5(c.in == elementary ? hevcMp4 : c.in));
   }
 }
 
@@ -198,8 +223,7 @@ TEST_F(Containers, DamagedFilesGiveAnAnswerOrOneLine) {
 TEST_F(Containers, StandardInputAndOutput) {
   qtest::TempDir dir;
   const std::string ts = mtest::clipPath(mtest::kClips[8]);
-  auto viaFile = qtest::runTool("reframe " + shellQuote(ts) + " " + shellQuote(dir.file("a.hevc")));
-  ASSERT_EQ(viaFile.exitCode, 0) << viaFile.err;
+  qtest::runToolOk("reframe " + shellQuote(ts) + " " + shellQuote(dir.file("a.hevc")));
   auto piped = qtest::runCommand("cat " + shellQuote(dir.file("a.hevc")) + " | " + shellQuote(QUORVANE_TOOL) +
                                  " reframe --to length - - | " + shellQuote(QUORVANE_TOOL) + " reframe --to annexb - - > " +
                                  shellQuote(dir.file("b.hevc")));

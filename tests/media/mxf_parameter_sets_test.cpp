@@ -3,6 +3,7 @@
 // describe and pass on the stream's own, as ffprobe reads them from the elementary stream.
 #include "media_support.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -42,9 +43,8 @@ TEST_F(MxfParameterSets, TheStreamsOwnAreDescribedAndPassedOn) {
   for (const char* command : {"reframe", "stamp"}) {
     SCOPED_TRACE(command);
     const std::string mp4 = dir.file(std::string(command) + ".mp4");
-    const auto r = qtest::runTool(std::string(command) + " " + shellQuote(mxf) + " " + shellQuote(mp4) +
-                                  (std::string(command) == "stamp" ? " --tc 01:00:00:00" : ""));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    qtest::runToolOk(std::string(command) + " " + shellQuote(mxf) + " " + shellQuote(mp4) +
+                     (std::string(command) == "stamp" ? " --tc 01:00:00:00" : ""));
     EXPECT_EQ(ffprobeStream(mp4, "profile"), ffprobeStream(es, "profile"));
     EXPECT_EQ(ffprobeStream(mp4, "pix_fmt"), ffprobeStream(es, "pix_fmt"));
     EXPECT_EQ(mtest::videoFrameMd5(mp4), mtest::videoFrameMd5(mxf));

@@ -21,32 +21,31 @@ qtest::CommandResult inspectPiped(const std::string& path) {
 const std::string kLarge = "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 30 -c:v libx264 -qp 0 ";
 const std::string kSmall = "-f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 30 -c:v libx264 ";
 
-TEST(PipeMp4, MoovAfterTheMediaIsRefusedWithWhatWorks) {
+TEST(PipeMp4, MoovAfterTheMediaIsRefusedUnlessSmallOrFaststart) {
   if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
-  for (const char* format : {"mp4", "mov"}) {
-    SCOPED_TRACE(format);
-    const std::string path = qtest::encodedStream(std::string("pipe_large_moov_last.") + format, kLarge + "-f " + format);
+  struct Case {
+    std::string name, args;
+    bool refused;
+  };
+  const Case cases[] = {{"pipe_large_moov_last.mp4", kLarge + "-f mp4", true},
+                        {"pipe_large_moov_last.mov", kLarge + "-f mov", true},
+                        {"pipe_large_faststart.mp4", kLarge + "-movflags +faststart -f mp4", false},
+                        {"pipe_small_moov_last.mp4", kSmall + "-f mp4", false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = qtest::encodedStream(c.name, c.args);
     ASSERT_FALSE(path.empty());
     const auto piped = inspectPiped(path);
-    EXPECT_EQ(piped.exitCode, 1);
-    EXPECT_EQ(piped.err,
-              "quorvane inspect: -: an MP4/MOV file with its moov box after the media data cannot be read from a "
-              "pipe; give the file name, or remux it: ffmpeg -i IN -c copy -movflags +faststart OUT\n");
-    EXPECT_EQ(qtest::runTool("inspect " + shellQuote(path)).exitCode, 0);  // by its name it reads
-  }
-}
-
-TEST(PipeMp4, SmallOrFaststartFilesReadFromThePipeAsFromTheirNames) {
-  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
-  for (const auto& [name, args] : {std::pair{"pipe_large_faststart.mp4", kLarge + "-movflags +faststart -f mp4"},
-                                   std::pair{"pipe_small_moov_last.mp4", kSmall + "-f mp4"}}) {
-    SCOPED_TRACE(name);
-    const std::string path = qtest::encodedStream(name, args);
-    ASSERT_FALSE(path.empty());
-    const auto piped = inspectPiped(path);
-    ASSERT_EQ(piped.exitCode, 0) << piped.err;
     const auto named = qtest::runTool("inspect --json " + shellQuote(path));
-    ASSERT_EQ(named.exitCode, 0) << named.err;
+    ASSERT_EQ(named.exitCode, 0) << named.err;  // by its name it reads
+    if (c.refused) {
+      EXPECT_EQ(piped.exitCode, 1);
+      EXPECT_EQ(piped.err,
+                "quorvane inspect: -: an MP4/MOV file with its moov box after the media data cannot be read from a "
+                "pipe; give the file name, or remux it: ffmpeg -i IN -c copy -movflags +faststart OUT\n");
+      continue;
+    }
+    ASSERT_EQ(piped.exitCode, 0) << piped.err;
     auto a = nlohmann::json::parse(piped.out), b = nlohmann::json::parse(named.out);
     EXPECT_EQ(a.at("frames"), 30);
     a.erase("file"), b.erase("file");
