@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstring>
 #include <sstream>
@@ -7,6 +8,7 @@
 
 #include "streamutil/aac.h"
 #include "support/edit_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -175,10 +177,36 @@ TEST(AdtsInterop, AudioSpecificConfigFromAnMp4RoundTrips) {
   }
 }
 
+// Raw ADTS files whose first bytes are no header (an ID3v2 tag in front, a file cut through a
+// frame): the offsets listed are file offsets, as ffprobe gives them.
+TEST(AdtsInterop, RawFilesNotStartingWithAHeaderListFileOffsets) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffprobe missing";
+  const std::string source = "-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.5 -c:a aac -b:a 64k -f adts";
+  const std::string tagged = qtest::encodedStream("adts-id3v2.aac", source + " -write_id3v2 1 -metadata title=News");
+  const std::string plain = qtest::encodedStream("adts-plain-48k.aac", source);
+  ASSERT_FALSE(tagged.empty());
+  ASSERT_FALSE(plain.empty());
+  qtest::TempDir dir;
+  const Bytes whole = qtest::readBytes(plain);
+  ASSERT_GT(whole.size(), 500u);
+  qtest::writeBytes(dir.file("cut.aac"), Bytes(whole.begin() + 100, whole.end()));
+  for (const std::string& path : {tagged, dir.file("cut.aac")}) {
+    SCOPED_TRACE(path);
+    const auto packets = ffprobeLines("-show_packets -show_entries packet=pos,size -of csv=p=0 " + qtest::shellQuote(path));
+    ASSERT_GT(packets.size(), 3u);
+    ASSERT_NE(packets[0].substr(packets[0].find(',') + 1), "0") << "the file should not start with a header";
+    const auto frames = nlohmann::json::parse(qtest::runToolOk("adts --json " + qtest::shellQuote(path)).out)["frames"];
+    ASSERT_EQ(frames.size(), packets.size());
+    for (size_t i = 0; i < frames.size(); ++i) {
+      const std::string ours = std::to_string(int(frames[i]["length"])) + "," + std::to_string(uint64_t(frames[i]["offset"]));
+      EXPECT_EQ(ours, packets[i]) << "frame " << i;  // ffprobe prints size,pos
+    }
+  }
+}
+
 TEST(AdtsTool, ListsFramesAndTheConfig) {
   const std::string sample = qtest::samplePath("aac_lc_48k_stereo.aac");
-  auto r = qtest::runTool("adts --json " + qtest::shellQuote(sample));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const auto r = qtest::runToolOk("adts --json " + qtest::shellQuote(sample));
   EXPECT_NE(r.out.find("\"audioSpecificConfig\":\"1190\""), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("\"offset\":0,\"length\":152,\"profile\":\"LC\",\"sampleRate\":48000,\"channels\":2"),
             std::string::npos)

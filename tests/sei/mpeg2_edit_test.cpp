@@ -10,6 +10,7 @@
 #include "streamutil/captions.h"
 #include "streamutil/mpeg2_edit.h"
 #include "streamutil/sei_read.h"
+#include "sei_support.h"
 #include "support/edit_support.h"
 
 namespace {
@@ -20,14 +21,6 @@ std::vector<uint8_t> accessUnit() {
           0, 0, 1, 0xB8, 0x08, 0x44, 0x32, 0x40,                           // time_code 01:02:03:04
           0, 0, 1, 0x00, 0x00, 0x4F, 0xFF, 0xF8,                           // picture: tref 1, I
           0, 0, 1, 0x01, 0x12, 0x34, 0x56, 0x78};                          // slice
-}
-
-std::vector<uint8_t> packetOf(std::vector<uint8_t> triplets) {
-  std::vector<uint8_t> packet(64);
-  const uint32_t n = klxutilMakeCaptionPacket(packet.data(), uint32_t(packet.size()), triplets.data(), uint32_t(triplets.size() / 3),
-                                              CDP_RATE_29_97, 7);
-  packet.resize(n);
-  return packet;
 }
 
 TEST(Mpeg2Edit, CaptionsReplacedInFrontOfTheFirstSlice) {
@@ -51,7 +44,7 @@ TEST(Mpeg2Edit, CaptionsReplacedInFrontOfTheFirstSlice) {
       if (i + 1 == c.inserts.size() && c.removeFirst) {
         EXPECT_EQ(klxutilRemoveMpeg2Captions(&f), c.removed);
       }
-      const auto packet = packetOf(c.inserts[i]);
+      const auto packet = stest::captionPacket(c.inserts[i]);
       ASSERT_EQ(klxutilInsertMpeg2Captions(&f, packet.data(), uint32_t(packet.size())), 0);
     }
     uint8_t triplets[3 * 8];
@@ -66,7 +59,7 @@ TEST(Mpeg2Edit, CaptionsReplacedInFrontOfTheFirstSlice) {
 }
 
 TEST(Mpeg2Edit, RefusalsLeaveTheFrameAlone) {
-  const auto packet = packetOf({0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80});
+  const auto packet = stest::captionPacket({0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80});
   const uint32_t block = 12 + 6;  // start code, B2, "GA94" 03, flags, em_data, two triplets, marker
   std::vector<uint8_t> noSlice = accessUnit();
   noSlice.resize(noSlice.size() - 8);

@@ -11,6 +11,7 @@
 #include "streamutil/mpeg2_pictures.h"
 #include "streamutil/sei_read.h"
 #include "streamutil/sei_remove.h"
+#include "sei_support.h"
 #include "support/edit_support.h"
 
 namespace {
@@ -18,24 +19,13 @@ namespace {
 using qtest::Bytes;
 using qtest::cat;
 
-// Emulation prevention written out here, independently of the library.
-Bytes escaped(const Bytes& rbsp, size_t headerBytes) {
-  Bytes out(rbsp.begin(), rbsp.begin() + long(headerBytes));
-  int zeros = 0;
-  for (size_t i = headerBytes; i < rbsp.size(); ++i) {
-    if (zeros >= 2 && rbsp[i] <= 3) out.push_back(3), zeros = 0;
-    out.push_back(rbsp[i]);
-    zeros = rbsp[i] ? 0 : zeros + 1;
-  }
-  return out;
-}
-
 struct Message {
   uint32_t type;
   Bytes payload;
 };
 
-// One SEI unit (start code, header, messages, trailing bits).
+// One SEI unit (start code, header, messages, trailing bits), emulation prevention written out
+// here, apart from the library.
 Bytes seiUnit(Bytes header, const std::vector<Message>& messages) {
   Bytes rbsp = header;
   for (const auto& m : messages) {
@@ -43,10 +33,7 @@ Bytes seiUnit(Bytes header, const std::vector<Message>& messages) {
     rbsp.insert(rbsp.end(), m.payload.begin(), m.payload.end());
   }
   rbsp.push_back(0x80);
-  Bytes unit = {0, 0, 0, 1};
-  const Bytes nal = escaped(rbsp, header.size());
-  unit.insert(unit.end(), nal.begin(), nal.end());
-  return unit;
+  return cat({{0, 0, 0, 1}, qtest::emulationPrevented(rbsp)});
 }
 
 const Bytes kAud = {0, 0, 0, 1, 0x09, 0xF0};
@@ -167,15 +154,9 @@ TEST(SeiRemove, HostileFramesStayInBounds) {
 
 // ---- conforming caption insertion
 
-Bytes packetWith(const Bytes& triplets) {
-  Bytes packet(64);
-  packet.resize(klxutilMakeCaptionPacket(packet.data(), 64, triplets.data(), uint32_t(triplets.size() / 3), CDP_RATE_29_97, 7));
-  return packet;
-}
-
 TEST(CaptionInsert, GoesInFrontOfTheFirstPictureInBothFramings) {
   const Bytes triplets = {0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80, 0xFA, 0x00, 0x00};
-  const Bytes packet = packetWith(triplets);
+  const Bytes packet = stest::captionPacket(triplets);
   const Bytes h264Sei = seiUnit({0x06}, {{4, cat({{0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03, 0xC3, 0xFF}, triplets, {0xFF}})}});
   const Bytes hevcSei = seiUnit({0x4E, 0x01}, {{4, cat({{0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03, 0xC3, 0xFF}, triplets, {0xFF}})}});
   const Bytes bp = seiUnit({0x06}, {{0, {0x80}}});
@@ -195,16 +176,15 @@ TEST(CaptionInsert, GoesInFrontOfTheFirstPictureInBothFramings) {
     for (bool lengthPrefixed : {false, true}) {
       SCOPED_TRACE(testing::Message() << c.name << (lengthPrefixed ? ", length-prefixed" : ", start codes"));
       const uint32_t room = uint32_t(c.expected.size() - c.frame.size());
-      int result = 0;
-      const Bytes out = edited(c.frame, lengthPrefixed, room, [&](DFRAME& f) {
+      auto insert = [&](DFRAME& f) {
         return klxutilAddCaptionsSEI(&f, c.codec, packet.data(), uint32_t(packet.size()), lengthPrefixed);
-      }, result);
+      };
+      int result = 0;
+      const Bytes out = edited(c.frame, lengthPrefixed, room, insert, result);
       EXPECT_EQ(result, 0);
       EXPECT_EQ(out, c.expected);
       // One byte short: refused, frame untouched.
-      const Bytes refused = edited(c.frame, lengthPrefixed, room - 1, [&](DFRAME& f) {
-        return klxutilAddCaptionsSEI(&f, c.codec, packet.data(), uint32_t(packet.size()), lengthPrefixed);
-      }, result);
+      const Bytes refused = edited(c.frame, lengthPrefixed, room - 1, insert, result);
       EXPECT_EQ(result, KLX_CC_NO_ROOM);
       EXPECT_EQ(refused, c.frame);
       // Read back (the output is in start-code form again).
