@@ -32,7 +32,8 @@ TEST_F(CutBeforeKeyframe, ReframeAndStampKeepEveryPacket) {
     const char* options;
   };
   const Case cases[] = {
-      {"reframe", "out.mkv", ""}, {"reframe", "out.mp4", ""}, {"reframe", "out.mov", ""}, {"stamp", "out.mkv", " --tc 01:00:00:00"}};
+      {"reframe", "out.mkv", ""}, {"reframe", "out.mp4", ""}, {"reframe", "out.mov", ""},
+      {"stamp", "out.mkv", " --tc 01:00:00:00"}};
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.command) + " -> " + c.out);
     qtest::TempDir dir;

@@ -66,7 +66,8 @@ const Case kCases[] = {
      "1920x1080i@29.97", true, "0x1380B21D 1920x1080i@29.97"},
     {"m2v-576i25-422.m2v", "720x576:rate=25 -frames:v 2 -c:v mpeg2video -flags +ildct+ilme -pix_fmt yuv422p -f mpeg2video",
      "PAL-CCIR601", true, "0x11A04219 PAL-CCIR601"},
-    {"m2v-720p50.m2v", "1280x720:rate=50 -frames:v 2 -c:v mpeg2video -f mpeg2video", "1280x720P@50", true, "0x22109032 1280x720P@50"},
+    {"m2v-720p50.m2v", "1280x720:rate=50 -frames:v 2 -c:v mpeg2video -f mpeg2video", "1280x720P@50", true,
+     "0x22109032 1280x720P@50"},
     // 24 * 1/2: frame_rate_extension_d
     {"m2v-288p12.m2v", "352x288:rate=12.5 -frames:v 2 -c:v mpeg2video -f mpeg2video", "352x288i@Custom", false,
      "0x10301300 352x288i@Custom (the nearest word: the stream is 352x288 progressive at 12 fps)"},

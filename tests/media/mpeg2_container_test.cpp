@@ -90,7 +90,8 @@ TEST_F(Mpeg2Containers, StampAndCaptionsRoundTrip) {
     // FFmpeg's decoder carries the stamped MPEG-2 captions over to libx264, which writes them as
     // its own cc_data SEI (-a53cc): captions extract on that TS gives FFmpeg's text and times.
     const std::string avc = dir.file("avc.ts");
-    r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(out) + " -c:v libx264 -a53cc 1 -bf 2 -c:a copy -f mpegts " + shellQuote(avc));
+    r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(out) + " -c:v libx264 -a53cc 1 -bf 2 -c:a copy -f mpegts " +
+                          shellQuote(avc));
     ASSERT_EQ(r.exitCode, 0) << r.err;
     r = qtest::extractOk(avc, "-");
     EXPECT_NE(r.out.find("Hello"), std::string::npos);

@@ -61,13 +61,8 @@ TEST(StampInterop, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
     qtest::TempDir dir;
     const std::string in = hevcStream(c, dir);
     ASSERT_FALSE(in.empty());
-    const std::string out = dir.file("out.hevc");
-    qtest::stampOk(in, out, std::string("--tc '") + c.start + "' --rate " + c.rate + (c.fields ? " --fields" : ""));
-    uint32_t start = 0;
-    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
-    const auto pictures = pictureChecksums(in);
-    qtest::expectTimecodesCountOn(out, pictures.size(), start, c.type, 1, c.fields ? 2 : 1);
-    EXPECT_EQ(pictureChecksums(out), pictures) << "pictures changed";
+    const std::string options = std::string("--rate ") + c.rate + (c.fields ? " --fields" : "");
+    qtest::expectStampCountsOn(in, dir.file("out.hevc"), c.start, c.type, options, 1, c.fields ? 2 : 1);
   }
 }
 

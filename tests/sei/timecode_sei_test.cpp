@@ -233,12 +233,9 @@ TEST(TimeCodeSei, RateAndFieldCodingComeFromARealSps) {
     const auto units = ptest::splitAnnexB(qtest::readBytes(qtest::samplePath(c.sample)));
     const Bytes* found = ptest::firstHevcUnit(units, 33);
     ASSERT_NE(found, nullptr) << c.sample;
-    Bytes nal = *found;
-    zr_bitstream s{nal.data(), int64_t(nal.size()), nal.size() * 8, 0};
-    HEVC_SPS_DECODED sps{};
-    ASSERT_NE(klxutilRead_HEVC_SPS(&s, &sps, nullptr, 0), 0xFFFFFFFFu) << c.sample;
+    const auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(*found);
     Bytes unit(512);
-    unit.resize(klxUtilAddHevcTimecodeSEI(unit.data(), 107892, &sps));
+    unit.resize(klxUtilAddHevcTimecodeSEI(unit.data(), 107892, sps.get()));
     const auto f = parseTimeCode(unit);
     uint8_t digits[4];
     tc2String(107892, c.tcType | TCF_DIGITS, digits, 4);
@@ -248,7 +245,7 @@ TEST(TimeCodeSei, RateAndFieldCodingComeFromARealSps) {
               Bytes(digits, digits + 4))
         << c.sample;
     Bytes small(unit.size() - 1);
-    EXPECT_EQ(klxUtilAddHevcTimecodeSEIChecked(small.data(), uint32_t(small.size()), 107892, &sps), 0u);
+    EXPECT_EQ(klxUtilAddHevcTimecodeSEIChecked(small.data(), uint32_t(small.size()), 107892, sps.get()), 0u);
   }
   uint8_t out[512];
   EXPECT_EQ(klxUtilAddHevcTimecodeSEI(out, 0, nullptr), 0u);

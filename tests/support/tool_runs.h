@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/tcxlat.h"
 #include "streamutil/access_units.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
@@ -45,8 +46,24 @@ inline void expectTimecodesCountOn(const std::string& path, size_t frames, uint3
     } else {
       EXPECT_FALSE(shown[i].empty()) << "picture " << i;
     }
-    for (const auto& v : shown[i]) EXPECT_EQ(v, oracle::printedTimecode(start + uint32_t(i) / picturesPerFrame, type)) << "picture " << i;
+    const std::string want = oracle::printedTimecode(start + uint32_t(i) / picturesPerFrame, type);
+    for (const auto& v : shown[i]) EXPECT_EQ(v, want) << "picture " << i;
   }
+}
+
+// stamp IN OUT --tc START <options>, which must succeed; then ffprobe reads one frame of OUT for
+// each picture FFmpeg decodes from IN, counting on from START (as expectTimecodesCountOn), and
+// every picture decodes as it did in IN. The result is the stamp's.
+inline CommandResult expectStampCountsOn(const std::string& in, const std::string& out, const std::string& start, uint32_t type,
+                                         const std::string& options, size_t timestampsPerFrame = 1,
+                                         uint32_t picturesPerFrame = 1) {
+  CommandResult r = stampOk(in, out, "--tc '" + start + "' " + options);
+  uint32_t first = 0;
+  EXPECT_EQ(tc2Frame(start.c_str(), type | TCF_TEXT, &first), 0) << start;
+  const auto pictures = oracle::pictureChecksums(in);
+  expectTimecodesCountOn(out, pictures.size(), first, type, timestampsPerFrame, picturesPerFrame);
+  EXPECT_EQ(oracle::pictureChecksums(out), pictures) << "pictures changed";
+  return r;
 }
 
 // Calls visit(at, unit, size) for every unit of an Annex B stream, in order: `at` is the offset
