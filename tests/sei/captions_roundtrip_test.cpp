@@ -156,7 +156,7 @@ TEST(CaptionsRoundTrip, ReadsCaptionsWrittenByFfmpeg) {
   qtest::stampOk(avcStream(), dir.file("s.264"), "--tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")));
   const std::string again = dir.file("ffmpeg.264");
   auto r = qtest::runCommand("ffmpeg -v error -y -i " + shellQuote(dir.file("s.264")) +
-                        " -c:v libx264 -a53cc 1 -bf 2 -x264-params threads=1 -f h264 " + shellQuote(again));
+                             " -c:v libx264 -a53cc 1 -bf 2 -x264-params threads=1 -f h264 " + shellQuote(again));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   r = qtest::extractOk(again, "-");
   const std::string theirs = ffmpegSrt(again, dir);
