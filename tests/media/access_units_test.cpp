@@ -10,6 +10,7 @@
 
 #include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -38,20 +39,12 @@ Cut cutStream(const std::vector<uint8_t>& s, int32_t codec) {
       cut.displayToDecode.push_back(decode);
     }
   };
-  size_t at = 0;
-  uint32_t length = 0;
-  bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1;
-  while (more) {
-    size_t next = 0;
-    uint32_t nextLength = 0;
-    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
-    const size_t end = more ? next : s.size();
+  qtest::forEachAnnexBUnit(s, [&](size_t at, const uint8_t* unit, uint32_t size) {
     KLXUTIL_AU_UNIT info;
-    cut.errors += klxutilAuCutterPush(&cutter, s.data() + at + length, uint32_t(end - at - length), &info) != 0;
+    cut.errors += klxutilAuCutterPush(&cutter, unit, size, &info) != 0;
     if (info.opensAccessUnit) cut.offsets.push_back(at);
     if (info.finishedValid) place(info.finished, 0);
-    at = next, length = nextLength;
-  }
+  });
   place(cutter.current, 0);
   KLXUTIL_AU_PICTURE none{};
   place(none, 1);
@@ -161,23 +154,18 @@ TEST(AccessUnitApi, LearnedParameterSetsOrderSlices) {
   KLXUTIL_AU_CUTTER withSets, without;
   klxutilAuCutterInit(&withSets, KLXUTIL_AU_H264);
   klxutilAuCutterInit(&without, KLXUTIL_AU_H264);
-  size_t at = 0, next = 0;
-  uint32_t length = 0, nextLength = 0;
   int slicesWith = 0, failuresWith = 0, failuresWithout = 0;
-  for (bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1; more; at = next, length = nextLength) {
-    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
-    const uint8_t* unit = s.data() + at + length;
-    const uint32_t size = uint32_t((more ? next : s.size()) - at - length);
+  qtest::forEachAnnexBUnit(s, [&](size_t, const uint8_t* unit, uint32_t size) {
     const int type = unit[0] & 0x1F;
     KLXUTIL_AU_UNIT info;
     if (type == 7 || type == 8) {
       EXPECT_EQ(klxutilAuCutterLearn(&withSets, unit, size), 0);
-      continue;  // the sample chain holds no parameter sets
+      return;  // the sample chain holds no parameter sets
     }
     failuresWith += klxutilAuCutterPush(&withSets, unit, size, &info) != 0;
     slicesWith += info.isSlice;
     failuresWithout += klxutilAuCutterPush(&without, unit, size, &info) != 0;
-  }
+  });
   EXPECT_GT(slicesWith, 0);
   EXPECT_EQ(failuresWith, 0);
   EXPECT_EQ(failuresWithout, slicesWith) << "a slice without its parameter sets is reported";

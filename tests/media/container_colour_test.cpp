@@ -10,6 +10,7 @@
 
 #include "media_support.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -86,8 +87,7 @@ TEST_F(ContainerColour, FollowsTheRewrittenSps) {
       SCOPED_TRACE(std::string(row.extension) + " " + option);
       qtest::TempDir dir;
       const std::string out = dir.file(std::string("out.") + row.extension);
-      auto r = qtest::runTool("hdr " + shellQuote(in) + " " + shellQuote(out) + " --colour " + option);
-      ASSERT_EQ(r.exitCode, 0) << r.err;
+      qtest::runToolOk("hdr " + shellQuote(in) + " " + shellQuote(out) + " --colour " + option);
       EXPECT_EQ(row.read(qtest::readBytes(out)), expected);
       EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
     }

@@ -6,11 +6,12 @@
 
 #include <cstdlib>
 #include <map>
-#include <sstream>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "media_support.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -18,28 +19,21 @@ using qtest::shellQuote;
 // Side data kind -> field -> value (rationals divided out).
 using SideData = std::map<std::string, std::map<std::string, double>>;
 
-// The [SIDE_DATA] blocks of ffprobe's text output.
+// The side data ffprobe lists (under "streams" or "frames" of its JSON).
 SideData sideData(const std::string& ffprobeArgs) {
-  const auto r = qtest::runCommand("ffprobe -v error -select_streams v:0 " + ffprobeArgs);
+  const auto r = qtest::runCommand("ffprobe -v error -of json -select_streams v:0 " + ffprobeArgs);
+  const nlohmann::json listing = nlohmann::json::parse(r.out);
   SideData all;
-  std::istringstream lines(r.out);
-  std::string line, kind;
-  bool inside = false;
-  while (std::getline(lines, line)) {
-    if (line == "[SIDE_DATA]") inside = true, kind.clear();
-    if (line == "[/SIDE_DATA]") inside = false;
-    const size_t eq = line.find('=');
-    if (!inside || eq == std::string::npos) continue;
-    const std::string key = line.substr(0, eq), value = line.substr(eq + 1);
-    if (key == "side_data_type") {
-      kind = value;
-      all[kind];
-      continue;
-    }
-    const size_t slash = value.find('/');
-    const double den = slash == std::string::npos ? 1 : std::atof(value.c_str() + slash + 1);
-    all[kind][key] = std::atof(value.c_str()) / den;
-  }
+  for (const auto& [section, entries] : listing.items())
+    for (const auto& entry : entries)
+      for (const auto& data : entry.value("side_data_list", nlohmann::json::array()))
+        for (const auto& [key, value] : data.items()) {
+          auto& fields = all[data.at("side_data_type").get<std::string>()];
+          if (key == "side_data_type") continue;
+          const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+          const size_t slash = text.find('/');
+          fields[key] = std::atof(text.c_str()) / (slash == std::string::npos ? 1 : std::atof(text.c_str() + slash + 1));
+        }
   return all;
 }
 // One kind's fields; none when the kind is absent.
@@ -105,8 +99,7 @@ TEST_F(ContainerHdr, TrackMetadataFollowsTheStream) {
     const std::string& options = row.options;
     SCOPED_TRACE(std::string(row.command) + " ." + row.extension + options);
     const std::string out = dir.file(std::string(row.command) + "." + row.extension);
-    const auto r = qtest::runTool(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + options + " -y");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    qtest::runToolOk(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + options + " -y");
     const SideData container = track(out), picture = firstPicture(out);
     switch (row.mastering) {
       case Want::kInput:

@@ -1,6 +1,7 @@
 // The stream commands on real containers, checked against ffprobe and ffmpeg: the right answer
 // or a one-line refusal, never a misread; an editing pass keeps pictures, audio and timing.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdio>
@@ -8,7 +9,9 @@
 #include <random>
 
 #include "media_support.h"
+#include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -60,13 +63,15 @@ TEST_F(Containers, ReadOnlyCommandsAgreeWithFfprobe) {
   }
 }
 
-// An editing pass into the same container kind changes neither pictures, audio nor timing.
-TEST_F(Containers, ReframeKeepsPicturesAudioAndTiming) {
+// An editing pass into the same container kind changes neither pictures, audio nor timing; stamp
+// (each codec in MP4, Matroska and MPEG-TS, 1 s at 25 pictures per second) writes timecodes that
+// ffprobe reads back.
+TEST_F(Containers, ReframeAndStampKeepPicturesAudioAndTiming) {
   for (const auto& clip : mtest::kClips) {
     SCOPED_TRACE(clip.name);
-    const std::string path = mtest::clipPath(clip);
+    const std::string path = mtest::clipPath(clip), extension = std::strrchr(clip.name, '.');
     qtest::TempDir dir;
-    const std::string out = dir.file(std::string("out") + std::strrchr(clip.name, '.'));
+    const std::string out = dir.file("out" + extension), stamped = dir.file("stamped" + extension);
     const auto summary = mtest::runJson("reframe " + shellQuote(path) + " " + shellQuote(out));
     ASSERT_FALSE(summary.is_null());
     // The byte counts are the video track's on both sides: its samples pass unchanged.
@@ -75,33 +80,54 @@ TEST_F(Containers, ReframeKeepsPicturesAudioAndTiming) {
     EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(path));
     EXPECT_EQ(mtest::videoPts(out), mtest::videoPts(path));
     EXPECT_EQ(mtest::runJson("inspect " + shellQuote(out))["container"], clip.container);
+    if (extension == ".mov" || extension == ".mxf") continue;
+    const auto stamp = mtest::runJson("stamp " + shellQuote(path) + " " + shellQuote(stamped) + " --tc 01:00:00:00 --rate 25");
+    ASSERT_FALSE(stamp.is_discarded());
+    EXPECT_EQ(stamp["codec"], clip.codec);
+    EXPECT_EQ(stamp["output"], clip.container);
+    const auto timecodes = oracle::allTimecodes(stamped);
+    ASSERT_EQ(timecodes.size(), 25u);
+    EXPECT_EQ(timecodes.front(), "01:00:00:00");
+    EXPECT_EQ(timecodes.back(), "01:00:00:24");
+    EXPECT_EQ(stamp["last"], "01:00:00:24");
+    EXPECT_EQ(mtest::videoFrameMd5(stamped), mtest::videoFrameMd5(path));
+    EXPECT_EQ(mtest::audioMd5(stamped), mtest::audioMd5(path));
   }
 }
 
-// Into another container, or out to an elementary stream: the same pictures.
+// hdr on an MP4: the mastering display SEI reaches the pictures, pictures and audio unchanged.
+TEST_F(Containers, HdrSetsMasteringDisplayInMp4) {
+  const std::string in = mtest::clipPath(mtest::kClips[5]);
+  qtest::TempDir dir;
+  const std::string out = dir.file("hdr.mp4");
+  qtest::runToolOk("hdr " + shellQuote(in) + " " + shellQuote(out) +
+                   " --master-display 'G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)'");
+  const auto side = qtest::runCommand("ffprobe -v error -select_streams v:0 -read_intervals %+#1 -show_frames " + shellQuote(out)).out;
+  EXPECT_NE(side.find("side_data_type=Mastering display metadata"), std::string::npos);
+  EXPECT_NE(side.find("red_x=34000/50000"), std::string::npos);
+  EXPECT_NE(side.find("max_luminance=10000000/10000"), std::string::npos);
+  EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+  EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
+}
+
+// Into another container, or out to an elementary stream: the same pictures. An elementary stream
+// into a container (timestamps from the display order) decodes the same too.
 TEST_F(Containers, ReframeAcrossKinds) {
+  qtest::TempDir dir;
+  const std::string hevcMp4 = mtest::clipPath(mtest::kClips[5]), elementary = dir.file("e.hevc");
+  qtest::runToolOk("reframe " + shellQuote(hevcMp4) + " " + shellQuote(elementary));
   struct Case {
-    size_t clip;
+    std::string in;
     const char* out;
-  } cases[] = {{0, "x.ts"}, {3, "x.mp4"}, {7, "x.mp4"}, {0, "x.mkv"}, {0, "x.h264"}, {5, "x.hevc"}, {8, "x.hevc"}};
-  // An elementary stream into a container (timestamps from the display order) decodes the same.
-  {
-    qtest::TempDir dir;
-    const std::string clip = mtest::clipPath(mtest::kClips[5]);
-    ASSERT_EQ(qtest::runTool("reframe " + shellQuote(clip) + " " + shellQuote(dir.file("e.hevc"))).exitCode, 0);
-    for (const char* out : {"e.mp4", "e.mkv", "e.ts"}) {
-      auto r = qtest::runTool("reframe " + shellQuote(dir.file("e.hevc")) + " " + shellQuote(dir.file(out)));
-      ASSERT_EQ(r.exitCode, 0) << r.err;
-      EXPECT_EQ(mtest::videoFrameMd5(dir.file(out)), mtest::videoFrameMd5(clip)) << out;
-    }
-  }
+  } cases[] = {{mtest::clipPath(mtest::kClips[0]), "x.ts"}, {mtest::clipPath(mtest::kClips[3]), "x.mp4"},
+               {mtest::clipPath(mtest::kClips[7]), "y.mp4"}, {mtest::clipPath(mtest::kClips[0]), "x.mkv"},
+               {mtest::clipPath(mtest::kClips[0]), "x.h264"}, {hevcMp4, "x.hevc"},
+               {mtest::clipPath(mtest::kClips[8]), "y.hevc"}, {elementary, "e.mp4"},
+               {elementary, "e.mkv"}, {elementary, "e.ts"}};
   for (const auto& c : cases) {
-    const std::string path = mtest::clipPath(mtest::kClips[c.clip]);
-    SCOPED_TRACE(path + " -> " + c.out);
-    qtest::TempDir dir;
-    auto r = qtest::runTool("reframe " + shellQuote(path) + " " + shellQuote(dir.file(c.out)));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(mtest::videoFrameMd5(dir.file(c.out)), mtest::videoFrameMd5(path));
+    SCOPED_TRACE(c.in + " -> " + c.out);
+    qtest::runToolOk("reframe " + shellQuote(c.in) + " " + shellQuote(dir.file(c.out)));
+    EXPECT_EQ(mtest::videoFrameMd5(dir.file(c.out)), mtest::videoFrameMd5(c.in == elementary ? hevcMp4 : c.in));
   }
 }
 
@@ -198,8 +224,7 @@ TEST_F(Containers, DamagedFilesGiveAnAnswerOrOneLine) {
 TEST_F(Containers, StandardInputAndOutput) {
   qtest::TempDir dir;
   const std::string ts = mtest::clipPath(mtest::kClips[8]);
-  auto viaFile = qtest::runTool("reframe " + shellQuote(ts) + " " + shellQuote(dir.file("a.hevc")));
-  ASSERT_EQ(viaFile.exitCode, 0) << viaFile.err;
+  qtest::runToolOk("reframe " + shellQuote(ts) + " " + shellQuote(dir.file("a.hevc")));
   auto piped = qtest::runCommand("cat " + shellQuote(dir.file("a.hevc")) + " | " + shellQuote(QUORVANE_TOOL) +
                                  " reframe --to length - - | " + shellQuote(QUORVANE_TOOL) + " reframe --to annexb - - > " +
                                  shellQuote(dir.file("b.hevc")));
@@ -209,6 +234,130 @@ TEST_F(Containers, StandardInputAndOutput) {
   auto tsOut = qtest::runCommand(shellQuote(QUORVANE_TOOL) + " reframe " + shellQuote(ts) + " - > " + shellQuote(dir.file("c.ts")));
   ASSERT_EQ(tsOut.exitCode, 0) << tsOut.err;
   EXPECT_EQ(mtest::audioMd5(dir.file("c.ts")), mtest::audioMd5(ts));
+}
+
+std::string firstVideoPacketFlags(const std::string& path) {
+  return qtest::runCommand("ffprobe -v error -select_streams v:0 -read_intervals %+#1 -show_entries packet=flags -of csv=p=0 " +
+                           shellQuote(path)).out;
+}
+
+// Containers cut in front of a keyframe (ffmpeg -ss ... -c copy -copyinkf): the first packets are
+// B-frames whose references were cut away, and a Matroska track gives them no dts. An editing
+// pass keeps every packet, the pictures ffmpeg can decode, and the audio.
+TEST_F(Containers, CutBeforeAKeyframeReframeAndStampKeepEveryPacket) {
+  // media_h264.mkv: keyframes every 12 pictures, 2 B-frames; cut 0.3 s in, between keyframes.
+  const std::string whole = mtest::clipPath(mtest::kClips[2]);
+  const std::string cut =
+      qtest::encodedStream("media_h264_cut.mkv", "-i " + shellQuote(whole) + " -ss 0.3 -c copy -copyinkf -f matroska");
+  ASSERT_EQ(firstVideoPacketFlags(cut).substr(0, 1), "_") << "the cut must start on a non-keyframe";
+  struct Case {
+    const char* command;
+    const char* out;
+    const char* options;
+  };
+  const Case cases[] = {
+      {"reframe", "out.mkv", ""}, {"reframe", "out.mp4", ""}, {"reframe", "out.mov", ""},
+      {"stamp", "out.mkv", " --tc 01:00:00:00"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.command) + " -> " + c.out);
+    qtest::TempDir dir;
+    const std::string out = dir.file(c.out);
+    qtest::runToolOk(std::string(c.command) + " " + shellQuote(cut) + " " + shellQuote(out) + c.options);
+    EXPECT_EQ(mtest::videoPackets(out), mtest::videoPackets(cut));
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(cut));
+    EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(cut));
+  }
+}
+
+std::string ffprobeStream(const std::string& path, const std::string& entry) {
+  auto r = qtest::runCommand("ffprobe -v error -select_streams v:0 -show_entries stream=" + entry +
+                             " -of default=nw=1:nk=1 " + shellQuote(path));
+  return r.out.substr(0, r.out.find('\n'));
+}
+
+// H.264 in MXF: libavformat's MXF reader makes up AVC-Intra parameter sets (High 4:2:2, 10-bit)
+// for a 1920x1080 interlaced track, although the stream carries its own. The commands must
+// describe and pass on the stream's own, as ffprobe reads them from the elementary stream.
+TEST_F(Containers, MxfTheStreamsOwnParameterSetsAreDescribedAndPassedOn) {
+  const std::string es = qtest::encodedStream(
+      "mxf-1080i.264", "-f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v 4 -c:v libx264 -preset ultrafast "
+                       "-flags +ildct+ilme -f h264");
+  qtest::TempDir dir;
+  const std::string mxf = dir.file("in.mxf");
+  ASSERT_EQ(qtest::runCommand("ffmpeg -v error -i " + shellQuote(es) + " -c copy " + shellQuote(mxf)).exitCode, 0);
+  const auto params = mtest::runJson("params " + shellQuote(mxf));
+  ASSERT_FALSE(params.is_null());
+  EXPECT_EQ(params.at("summary").at("profile"), ffprobeStream(es, "profile"));
+  EXPECT_EQ(params.at("summary").at("chromaFormat"), "4:2:0");
+  EXPECT_EQ(params.at("summary").at("bitDepthLuma"), 8);
+  const auto inspect = mtest::runJson("inspect " + shellQuote(mxf));
+  ASSERT_FALSE(inspect.is_null());
+  EXPECT_EQ(inspect.at("parameterSets").at("sps"), 1);
+  // An MP4 made from it carries the stream's SPS in its avcC, for reframe and stamp alike: the
+  // record read back equals the one made from the elementary stream.
+  auto record = [&](const std::string& path, const std::string& name) {
+    const std::string box = dir.file(name);
+    EXPECT_EQ(qtest::runTool("avcc " + shellQuote(path) + " -o " + shellQuote(box)).exitCode, 0);
+    return mtest::runJson("avcc --read " + shellQuote(box)).at("record");
+  };
+  const auto esRecord = record(es, "es.avcc");
+  for (const char* command : {"reframe", "stamp"}) {
+    SCOPED_TRACE(command);
+    const std::string mp4 = dir.file(std::string(command) + ".mp4");
+    qtest::runToolOk(std::string(command) + " " + shellQuote(mxf) + " " + shellQuote(mp4) +
+                     (std::string(command) == "stamp" ? " --tc 01:00:00:00" : ""));
+    EXPECT_EQ(ffprobeStream(mp4, "profile"), ffprobeStream(es, "profile"));
+    EXPECT_EQ(ffprobeStream(mp4, "pix_fmt"), ffprobeStream(es, "pix_fmt"));
+    EXPECT_EQ(mtest::videoFrameMd5(mp4), mtest::videoFrameMd5(mxf));
+    if (std::string(command) == "reframe") {
+      EXPECT_EQ(record(mp4, "mp4.avcc"), esRecord);  // stamp rewrites the SPS for pic_struct
+    }
+  }
+}
+
+// An MP4/MOV whose moov box follows the media data needs a seek back that a pipe cannot do once
+// the media outgrows libavformat's buffer: inspect from standard input then says so in one line
+// and names what works. A small such file and a faststart one (moov first) still read from the
+// pipe as from their names.
+qtest::CommandResult inspectPiped(const std::string& path) {
+  return qtest::runCommand("cat " + shellQuote(path) + " | " + shellQuote(QUORVANE_TOOL) + " inspect --json -");
+}
+
+// 30 lossless 320x240 pictures: some 150 KB of media in front of a moov that ffmpeg writes last
+// unless told otherwise.
+const std::string kLarge = "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 30 -c:v libx264 -qp 0 ";
+const std::string kSmall = "-f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 30 -c:v libx264 ";
+
+TEST(PipeMp4, MoovAfterTheMediaIsRefusedUnlessSmallOrFaststart) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
+  struct Case {
+    std::string name, args;
+    bool refused;
+  };
+  const Case cases[] = {{"pipe_large_moov_last.mp4", kLarge + "-f mp4", true},
+                        {"pipe_large_moov_last.mov", kLarge + "-f mov", true},
+                        {"pipe_large_faststart.mp4", kLarge + "-movflags +faststart -f mp4", false},
+                        {"pipe_small_moov_last.mp4", kSmall + "-f mp4", false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = qtest::encodedStream(c.name, c.args);
+    ASSERT_FALSE(path.empty());
+    const auto piped = inspectPiped(path);
+    const auto named = qtest::runTool("inspect --json " + shellQuote(path));
+    ASSERT_EQ(named.exitCode, 0) << named.err;  // by its name it reads
+    if (c.refused) {
+      EXPECT_EQ(piped.exitCode, 1);
+      EXPECT_EQ(piped.err,
+                "quorvane inspect: -: an MP4/MOV file with its moov box after the media data cannot be read from a "
+                "pipe; give the file name, or remux it: ffmpeg -i IN -c copy -movflags +faststart OUT\n");
+      continue;
+    }
+    ASSERT_EQ(piped.exitCode, 0) << piped.err;
+    auto a = nlohmann::json::parse(piped.out), b = nlohmann::json::parse(named.out);
+    EXPECT_EQ(a.at("frames"), 30);
+    a.erase("file"), b.erase("file");
+    EXPECT_EQ(a, b);
+  }
 }
 
 }  // namespace

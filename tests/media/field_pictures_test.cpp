@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <random>
-#include <regex>
 #include <tuple>
 #include <vector>
 
@@ -13,8 +12,10 @@
 #include "platform/tcxlat.h"
 #include "streamutil/access_units.h"
 #include "support/ffmpeg_oracle.h"
+#include "support/edit_support.h"
 #include "support/paff_stream.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -122,14 +123,11 @@ TEST(CutterFields, FieldPairsJoinIntoTheirFrames) {
   KLXUTIL_AU_CUTTER cutter;
   klxutilAuCutterInit(&cutter, KLXUTIL_AU_H264);
   std::vector<KLXUTIL_AU_PICTURE> pictures;
-  size_t at = 0, next = 0;
-  uint32_t length = 0, nextLength = 0;
-  for (bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1; more; at = next, length = nextLength) {
-    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
+  qtest::forEachAnnexBUnit(s, [&](size_t, const uint8_t* unit, uint32_t size) {
     KLXUTIL_AU_UNIT info;
-    ASSERT_EQ(klxutilAuCutterPush(&cutter, s.data() + at + length, uint32_t((more ? next : s.size()) - at - length), &info), 0);
+    ASSERT_EQ(klxutilAuCutterPush(&cutter, unit, size, &info), 0);
     if (info.finishedValid) pictures.push_back(info.finished);
-  }
+  });
   pictures.push_back(cutter.current);
   std::string fields, joined;
   for (const auto& p : pictures) fields += p.fieldPicture == 1 ? 'f' : 'F';
@@ -181,16 +179,10 @@ TEST(StampFields, AFieldPairSharesItsFrameTimecode) {
       in = remuxed;
     }
     const std::string out = dir.file(std::string("out.") + c.carrier);
-    const auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "'" + c.rate);
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    qtest::stampOk(in, out, std::string("--tc '") + c.start + "'" + c.rate);
     uint32_t start = 0;
     ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
-    const auto frames = oracle::frameTimecodes(out);
-    ASSERT_EQ(frames.size(), std::string(c.pattern).size());
-    for (size_t i = 0; i < frames.size(); ++i) {
-      EXPECT_FALSE(frames[i].empty()) << "frame " << i;
-      for (const auto& v : frames[i]) EXPECT_EQ(v, oracle::printedTimecode(start + uint32_t(i), c.type)) << "frame " << i;
-    }
+    qtest::expectTimecodesCountOn(out, std::string(c.pattern).size(), start, c.type, 0);
     EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(in));
   }
 }
@@ -202,8 +194,7 @@ TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
   if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
   qtest::TempDir dir;
   const std::string scc = "Scenarist_SCC V1.0\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n";
-  std::vector<uint8_t> text(scc.begin(), scc.end());
-  qtest::writeBytes(dir.file("in.scc"), text);
+  qtest::writeText(dir.file("in.scc"), scc);
   struct Case {
     std::string in, out, start, back;
   };
@@ -211,8 +202,7 @@ TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
   // the extractor starts a line wherever a frame without data interrupts the pairs. The x265
   // stream ends at 24, so only the first pair of that line goes in.
   const Case cases[] = {
-      {qtest::paffStream("paff-PPFPPP-25.264", "PPFPPP", 25), "out.264", "00:59:59:21",
-       "Scenarist_SCC V1.0\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae 94ae 942f\n"},
+      {qtest::paffStream("paff-PPFPPP-25.264", "PPFPPP", 25), "out.264", "00:59:59:21", scc},
       {qtest::encodedStream("fieldseq-1.hevc", "-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 10 -c:v libx265 "
                                                "-x265-params log-level=error:interlace=tff:field=1 -f hevc"),
        "out.hevc", "00:59:59:20", "Scenarist_SCC V1.0\n\n00:59:59:22\t9420\n\n00:59:59:24\t94ae\n"},
@@ -220,13 +210,9 @@ TEST(CaptionsFields, PairsComeBackAtTheirFrameTimecodes) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.in);
     ASSERT_FALSE(c.in.empty());
-    auto r = qtest::runTool("stamp " + shellQuote(c.in) + " " + shellQuote(dir.file(c.out)) + " --tc " + c.start +
-                            " --captions " + shellQuote(dir.file("in.scc")));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    r = qtest::runTool("captions extract -y " + shellQuote(dir.file(c.out)) + " -o " + shellQuote(dir.file("out.scc")));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const auto back = qtest::readBytes(dir.file("out.scc"));
-    EXPECT_EQ(std::string(back.begin(), back.end()), c.back);
+    qtest::stampOk(c.in, dir.file(c.out), "--tc " + c.start + " --captions " + shellQuote(dir.file("in.scc")));
+    qtest::runToolOk("captions extract -y " + shellQuote(dir.file(c.out)) + " -o " + shellQuote(dir.file("out.scc")));
+    EXPECT_EQ(qtest::readText(dir.file("out.scc")), c.back);
   }
 }
 
@@ -258,15 +244,12 @@ TEST(InspectFields, AFieldPairIsOneFrame) {
     SCOPED_TRACE(c.path);
     ASSERT_FALSE(c.path.empty());
     if (c.fieldSeqFlag >= 0) {
-      const auto trace = qtest::runCommand("ffmpeg -nostdin -v trace -i " + shellQuote(c.path) + " -c copy -bsf:v trace_headers -f null - 2>&1");
-      std::smatch flag;
-      ASSERT_TRUE(std::regex_search(trace.out, flag, std::regex("field_seq_flag +[01]+ = ([01])")));
-      EXPECT_EQ(std::stoi(flag[1]), c.fieldSeqFlag);
+      int64_t flag = -1;
+      for (const auto& line : oracle::traceHeaderLines(c.path)) flag = line.name == "field_seq_flag" ? line.value : flag;
+      EXPECT_EQ(flag, c.fieldSeqFlag);
     }
     const auto probed = qtest::runCommand("ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 " + shellQuote(c.path));
-    const auto r = qtest::runTool("inspect " + shellQuote(c.path) + " --json");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const auto json = nlohmann::json::parse(r.out);
+    const auto json = mtest::runJson("inspect " + shellQuote(c.path));
     EXPECT_EQ(json["frames"].get<size_t>(), std::stoul(probed.out) / c.probedPerFrame);
     EXPECT_EQ(json["accessUnits"].get<size_t>(), c.accessUnits);
   }

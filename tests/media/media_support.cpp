@@ -12,19 +12,17 @@ constexpr const char* kSource =
     "-f lavfi -i testsrc2=size=192x108:rate=25 -f lavfi -i sine=frequency=440:sample_rate=48000 -t 1 ";
 }
 
-#define CLIP(name, codec, container, args) {name, codec, container, args}
 const std::vector<Clip> kClips = {
-    CLIP("media_h264.mp4", "h264", "MP4", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mp4"),
-    CLIP("media_h264.mov", "h264", "MOV", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mov"),
-    CLIP("media_h264.mkv", "h264", "Matroska", "-c:v libx264 -bf 2 -g 12 -c:a aac -f matroska"),
-    CLIP("media_h264.ts", "h264", "MPEG-TS", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mpegts"),
-    CLIP("media_h264.mxf", "h264", "MXF", "-c:v libx264 -bf 2 -g 12 -c:a pcm_s16le -f mxf"),
-    CLIP("media_hevc.mp4", "hevc", "MP4", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mp4"),
-    CLIP("media_hevc.mov", "hevc", "MOV", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mov"),
-    CLIP("media_hevc.mkv", "hevc", "Matroska", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f matroska"),
-    CLIP("media_hevc.ts", "hevc", "MPEG-TS", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mpegts"),
+    {"media_h264.mp4", "h264", "MP4", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mp4"},
+    {"media_h264.mov", "h264", "MOV", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mov"},
+    {"media_h264.mkv", "h264", "Matroska", "-c:v libx264 -bf 2 -g 12 -c:a aac -f matroska"},
+    {"media_h264.ts", "h264", "MPEG-TS", "-c:v libx264 -bf 2 -g 12 -c:a aac -f mpegts"},
+    {"media_h264.mxf", "h264", "MXF", "-c:v libx264 -bf 2 -g 12 -c:a pcm_s16le -f mxf"},
+    {"media_hevc.mp4", "hevc", "MP4", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mp4"},
+    {"media_hevc.mov", "hevc", "MOV", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mov"},
+    {"media_hevc.mkv", "hevc", "Matroska", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f matroska"},
+    {"media_hevc.ts", "hevc", "MPEG-TS", "-c:v libx265 -x265-params log-level=error:bframes=2 -c:a aac -f mpegts"},
 };
-#undef CLIP
 
 void FfmpegTest::SetUp() {
   if (!qtest::haveProgram("ffmpeg") || !qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg not installed";

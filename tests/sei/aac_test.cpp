@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstring>
 #include <sstream>
@@ -7,6 +8,7 @@
 
 #include "streamutil/aac.h"
 #include "support/edit_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -104,35 +106,54 @@ std::vector<std::string> ffprobeLines(const std::string& args) {
   return lines;
 }
 
-TEST(AdtsInterop, HeadersOfAnFfmpegStreamMatchFfprobe) {
+// ADTS streams made by ffmpeg, and raw files whose first bytes are no header (an ID3v2 tag in
+// front, a file cut through a frame): from the first packet on, each header the library reads has
+// ffprobe's packet size at ffprobe's file offset and ffprobe's rate and channels, the headers run to
+// the end of the file, and quorvane adts lists the same file offsets.
+TEST(AdtsInterop, HeadersAndOffsetsMatchFfprobe) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffprobe missing";
+  const std::string source = "-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.5 -c:a aac -b:a 64k -f adts";
+  const Bytes whole = qtest::readBytes(qtest::encodedStream("adts-plain-48k.aac", source));
+  ASSERT_GT(whole.size(), 500u);
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("cut.aac"), Bytes(whole.begin() + 100, whole.end()));
+  std::vector<std::pair<std::string, bool>> files = {  // path, whether it starts with a header
+      {qtest::encodedStream("adts-id3v2.aac", source + " -write_id3v2 1 -metadata title=News"), false},
+      {dir.file("cut.aac"), false}};
   for (const char* audioFormat : {"48000:2", "22050:1", "44100:6"}) {
     std::string rate(audioFormat, std::strchr(audioFormat, ':')), channels(std::strchr(audioFormat, ':') + 1);
-    const std::string path = qtest::encodedStream("adts-" + rate + "-" + channels + ".aac",
-                                                  "-f lavfi -i sine=frequency=440:sample_rate=" + rate +
-                                                      " -ac " + channels + " -t 0.3 -c:a aac -b:a 64k -f adts");
+    files.emplace_back(qtest::encodedStream("adts-" + rate + "-" + channels + ".aac", "-f lavfi -i sine=frequency=440:sample_rate=" +
+                                                rate + " -ac " + channels + " -t 0.3 -c:a aac -b:a 64k -f adts"),
+                       true);
+  }
+  for (const auto& [path, headerFirst] : files) {
+    SCOPED_TRACE(path);
     ASSERT_FALSE(path.empty());
     Bytes data = qtest::readBytes(path);
     data.resize(data.size() + 2, 0);  // room for a check word read behind the last header
-    const auto sizes = ffprobeLines("-show_packets -show_entries packet=size -of csv=p=0 " + qtest::shellQuote(path));
+    const auto packets = ffprobeLines("-show_packets -show_entries packet=pos,size -of csv=p=0 " + qtest::shellQuote(path));
     const auto stream = ffprobeLines("-show_entries stream=sample_rate,channels -of csv=p=0 " + qtest::shellQuote(path));
     ASSERT_EQ(stream.size(), 1u);
-    size_t pos = 0, frame = 0;
-    for (; pos + 7 <= data.size() - 2; ++frame) {
+    ASSERT_GT(packets.size(), 3u);
+    size_t pos = std::stoul(packets[0].substr(packets[0].find(',') + 1));  // ffprobe prints size,pos
+    EXPECT_EQ(pos == 0, headerFirst);
+    const auto frames = nlohmann::json::parse(qtest::runToolOk("adts --json " + qtest::shellQuote(path)).out)["frames"];
+    ASSERT_EQ(frames.size(), packets.size());
+    for (size_t frame = 0; frame < packets.size(); ++frame) {
+      const std::string ours = std::to_string(int(frames[frame]["length"])) + "," + std::to_string(uint64_t(frames[frame]["offset"]));
+      EXPECT_EQ(ours, packets[frame]) << "frame " << frame;
+      ASSERT_LE(pos + 7, data.size() - 2) << frame;
       zr_bitstream s{data.data() + pos, int64_t(data.size() - pos), (data.size() - pos) * 8, 0};
       ADTS_HEADER h{};
       klxutilReadADTS(&s, &h);
       ASSERT_EQ(h.syncword, 0xFFFu) << frame;
-      ASSERT_LT(frame, sizes.size());
-      EXPECT_EQ(std::to_string(h.aac_frame_length), sizes[frame]) << frame;
-      EXPECT_EQ(std::to_string(klxutilAACFrequency(h.sampling_frequency_index)) + "," +
-                    std::to_string(h.channel_configuration),
+      EXPECT_EQ(std::to_string(h.aac_frame_length) + "," + std::to_string(pos), packets[frame]) << frame;
+      EXPECT_EQ(std::to_string(klxutilAACFrequency(h.sampling_frequency_index)) + "," + std::to_string(h.channel_configuration),
                 stream[0]);
       EXPECT_EQ(h.profile, 1u) << "AAC LC";
       pos += h.aac_frame_length;
     }
-    EXPECT_EQ(frame, sizes.size());
-    EXPECT_EQ(pos, data.size() - 2);
+    EXPECT_EQ(pos, data.size() - 2) << "the headers run to the end of the file";
   }
 }
 
@@ -177,8 +198,7 @@ TEST(AdtsInterop, AudioSpecificConfigFromAnMp4RoundTrips) {
 
 TEST(AdtsTool, ListsFramesAndTheConfig) {
   const std::string sample = qtest::samplePath("aac_lc_48k_stereo.aac");
-  auto r = qtest::runTool("adts --json " + qtest::shellQuote(sample));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const auto r = qtest::runToolOk("adts --json " + qtest::shellQuote(sample));
   EXPECT_NE(r.out.find("\"audioSpecificConfig\":\"1190\""), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("\"offset\":0,\"length\":152,\"profile\":\"LC\",\"sampleRate\":48000,\"channels\":2"),
             std::string::npos)

@@ -1,19 +1,25 @@
 // H.264 timecode (pic_timing clock timestamps) stamped into real x264 streams, read back by
-// ffprobe; the SPS rewrite; pictures decode unchanged.
+// ffprobe; the SPS rewrite; pictures decode unchanged; both fields of a sample stamped.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "platform/tcxlat.h"
+#include "streamutil/access_units.h"
+#include "streamutil/avc_params.h"
 #include "streamutil/sei.h"
 #include "support/ffmpeg_oracle.h"
+#include "support/paff_stream.h"
 #include "support/param_streams.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
+using Bytes = std::vector<uint8_t>;
 using qtest::shellQuote;
 
 using oracle::frameTimecodes;
@@ -61,15 +67,6 @@ std::string tracedValues(const std::string& path, const std::string& names) {
                            names + ") ' | sed 's/^\\[[^]]*\\] //' | awk '{print $2, $NF}'").out;
 }
 
-void expectStamped(const std::string& out, uint32_t start, uint32_t type, size_t pictures, size_t perFrame) {
-  const auto frames = frameTimecodes(out);
-  ASSERT_EQ(frames.size(), pictures);
-  for (size_t i = 0; i < frames.size(); ++i) {
-    EXPECT_EQ(frames[i].size(), perFrame) << "picture " << i;
-    for (const auto& v : frames[i]) EXPECT_EQ(v, printedTimecode(start + uint32_t(i), type)) << "picture " << i;
-  }
-}
-
 TEST(AvcTimecode, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg missing";
   for (const auto& c : kCases) {
@@ -79,25 +76,13 @@ TEST(AvcTimecode, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
     ASSERT_FALSE(in.empty());
     const std::string out = dir.file("out.264"), again = dir.file("again.264");
     const std::string rate = *c.rate ? std::string(" --rate ") + c.rate : "";
-    auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "'" + rate);
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const auto r = qtest::expectStampCountsOn(in, out, c.start, c.type, rate, c.timestampsPerFrame);
     EXPECT_NE(r.out.find(std::string(" at ") + c.rateName), std::string::npos) << "names the rate: " << r.out;
     // The VUI timing is named as a frame rate in lowest terms (60000/2002 reads 30000/1001).
     const std::string source = *c.rate ? "given with --rate" : std::string("from the stream's VUI timing ") + c.fps;
     EXPECT_NE(r.out.find(source), std::string::npos) << r.out;
-    uint32_t start = 0;
-    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
-    const auto pictures = pictureChecksums(in);
-    const size_t count = pictures.size();
-    expectStamped(out, start, c.type, count, c.timestampsPerFrame);
-    EXPECT_EQ(pictureChecksums(out), pictures) << "pictures changed";
     // Re-stamping (here in length-prefixed editing) leaves only the new timecode.
-    r = qtest::runTool("stamp " + shellQuote(out) + " " + shellQuote(again) + " --tc 12:00:00:00 --length-prefixed" + rate);
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    uint32_t restart = 0;
-    ASSERT_EQ(tc2Frame("12:00:00:00", c.type | TCF_TEXT, &restart), 0);
-    expectStamped(again, restart, c.type, count, c.timestampsPerFrame);
-    EXPECT_EQ(pictureChecksums(again), pictures);
+    qtest::expectStampCountsOn(out, again, "12:00:00:00", c.type, "--length-prefixed" + rate, c.timestampsPerFrame);
   }
 }
 
@@ -110,8 +95,7 @@ TEST(AvcTimecode, PulldownKeepsPicStructAndFillsEverySlot) {
                              "-f rawvideo " + shellQuote(yuv) + " && x264 --quiet --pulldown 32 --fps 24000/1001 --bframes 2 "
                              "--threads 1 --input-res 160x96 -o " + shellQuote(in) + " " + shellQuote(yuv));
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc 01:00:00:00 --rate 23.98");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  qtest::stampOk(in, out, "--tc 01:00:00:00 --rate 23.98");
   const std::string kept = "pic_struct|cpb_removal_delay";
   EXPECT_EQ(tracedValues(out, kept), tracedValues(in, kept));
   const auto frames = frameTimecodes(out);
@@ -130,12 +114,11 @@ TEST(AvcTimecode, ExistingPicTimingKeepsItsDelays) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
   qtest::TempDir dir;
   const std::string in = qtest::samplePath("h264_160x90_2997_aud_hrd.264"), out = dir.file("out.264");
-  auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '00:59:59;28'");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  qtest::stampOk(in, out, "--tc '00:59:59;28'");
   const std::string kept = "cpb_removal_delay|dpb_output_delay|pic_struct|seq_parameter_set_id|initial_cpb_removal_delay";
   EXPECT_FALSE(tracedValues(in, kept).empty());
   EXPECT_EQ(tracedValues(out, kept), tracedValues(in, kept));
-  expectStamped(out, 107890, TC_DF2997, 10, 1);
+  qtest::expectTimecodesCountOn(out, 10, 107890, TC_DF2997);
 }
 
 // The SPS rewrite: pic_struct_present_flag set, every other field as read.
@@ -161,6 +144,112 @@ TEST(AvcTimecode, SpsRewriteSetsOnlyPicStructPresent) {
   EXPECT_EQ(std::vector<uint8_t>(copy.begin(), copy.begin() + m), std::vector<uint8_t>(out.begin(), out.begin() + n));
   EXPECT_EQ(klxutilAVCSpsForTimeCode(nal.data(), uint32_t(nal.size()), out.data(), 4, &m), KLX_SEI_NO_ROOM);
   EXPECT_EQ(klxutilAVCSpsForTimeCode(nal.data(), 3, out.data(), 64, &m), -1);
+}
+
+// The stream cut into one sample per frame: a frame picture, or both fields of a pair.
+std::vector<Bytes> samplesPerFrame(const Bytes& s) {
+  KLXUTIL_AU_CUTTER cutter;
+  klxutilAuCutterInit(&cutter, KLXUTIL_AU_H264);
+  std::vector<size_t> starts;
+  std::vector<int32_t> fields;  // fieldPicture of each access unit
+  size_t at = 0, next = 0;
+  uint32_t length = 0, nextLength = 0;
+  for (bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1; more; at = next, length = nextLength) {
+    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
+    KLXUTIL_AU_UNIT info;
+    if (klxutilAuCutterPush(&cutter, s.data() + at + length, uint32_t((more ? next : s.size()) - at - length), &info) != 0)
+      return {};
+    if (info.opensAccessUnit) starts.push_back(starts.empty() ? 0 : at);
+    if (info.finishedValid) fields.push_back(info.finished.fieldPicture);
+  }
+  fields.push_back(cutter.current.fieldPicture);
+  starts.push_back(s.size());
+  std::vector<Bytes> samples;
+  for (size_t i = 0; i + 1 < starts.size(); ++i) {
+    const size_t end = fields[i] == 1 ? starts[i + 2] : starts[i + 1];
+    samples.emplace_back(s.begin() + long(starts[i]), s.begin() + long(end));
+    if (fields[i] == 1) ++i;
+  }
+  return samples;
+}
+
+SPS_DECODED firstSps(const Bytes& s) {
+  SPS_DECODED sps{};
+  size_t at = 0;
+  uint32_t length = 0;
+  if (klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1) {
+    zr_bitstream b{const_cast<uint8_t*>(s.data() + at + length), int64_t(s.size() - at - length),
+                   uint64_t(s.size() - at - length) * 8, 0};
+    klxutilRead_SPS(&b, &sps);
+  }
+  return sps;
+}
+
+int stamp(Bytes& sample, size_t room, uint32_t timecode, const SPS_DECODED& sps) {
+  const size_t size = sample.size();
+  sample.resize(size + room);
+  DFRAME frame{};
+  frame.pData = sample.data();
+  frame.nDataSize = uint32_t(size);
+  frame.nBufferSize = uint32_t(sample.size());
+  frame.nTimecode = timecode;
+  frame.nTimecodeAlt = DFRAME_NOT_SET;
+  const int rc = klxutilAddAVCTimeCode(&frame, TC_PAL, &sps, 0, 0);
+  sample.resize(frame.nDataSize);
+  return rc;
+}
+
+std::vector<int64_t> traced(const std::vector<oracle::TraceLine>& lines, const std::string& name) {
+  std::vector<int64_t> values;
+  for (const auto& l : lines)
+    if (l.isElement && l.name == name) values.push_back(l.value);
+  return values;
+}
+
+// A container sample may hold both field pictures of a frame: two access units, each of which
+// needs its own pic_timing SEI. The samples are made from a hand-written PAFF stream (one
+// sample per frame), stamped by the library, and read back by FFmpeg's trace_headers (one
+// pic_timing per field, pic_struct 1 then 2, the frame's n_frames in both), ffprobe (one
+// timecode per frame) and framemd5 (pictures unchanged).
+TEST(AvcFieldPairTimecode, EachFieldOfASampleGetsThePicTimingOfItsFrame) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg missing";
+  // (At some patterns FFmpeg guesses a frame rate above 30 and prints every frame count
+  // doubled; this one it reads at 25.)
+  const std::string source = qtest::paffStream("paff-PFFPP-25.264", "PFFPP", 25);
+  ASSERT_FALSE(source.empty());
+  const Bytes stream = qtest::readBytes(source);
+  const SPS_DECODED sps = firstSps(stream);
+  std::vector<Bytes> samples = samplesPerFrame(stream);
+  ASSERT_EQ(samples.size(), 5u);
+  qtest::TempDir dir;
+  const std::string stamped = dir.file("stamped.264");
+  {
+    std::ofstream out(stamped, std::ios::binary);
+    for (size_t i = 0; i < samples.size(); ++i) {
+      ASSERT_EQ(stamp(samples[i], 1024, uint32_t(90000 + i), sps), 0) << i;
+      out.write(reinterpret_cast<const char*>(samples[i].data()), std::streamsize(samples[i].size()));
+    }
+  }
+  const auto lines = oracle::traceHeaderLines(stamped);
+  EXPECT_EQ(traced(lines, "pic_struct"), (std::vector<int64_t>{1, 2, 3, 3, 1, 2, 1, 2}));
+  // n_frames in every clock timestamp: each field of a pair and each frame picture (pic_struct 3)
+  // carry two, all the frame's.
+  EXPECT_EQ(traced(lines, "n_frames"), (std::vector<int64_t>{0, 0, 1, 1, 2, 2, 3, 3, 4, 4}));
+  qtest::expectTimecodesCountOn(stamped, samples.size(), 90000, TC_PAL, 0);
+  EXPECT_EQ(oracle::pictureChecksums(stamped), oracle::pictureChecksums(source));
+
+  // Room for the second field's unit but not the first's: refused, and the sample is left as it
+  // was (the second field's unit taken out again).
+  const std::vector<Bytes> unstamped = samplesPerFrame(stream);
+  const size_t both = samples[3].size() - unstamped[3].size();
+  for (size_t room : {size_t(0), both / 2, both - 1}) {
+    Bytes sample = unstamped[3];
+    EXPECT_EQ(stamp(sample, room, 90003, sps), KLX_SEI_NO_ROOM) << room;
+    EXPECT_EQ(sample, unstamped[3]) << room;
+  }
+  Bytes exact = unstamped[3];
+  EXPECT_EQ(stamp(exact, both, 90003, sps), 0);
+  EXPECT_EQ(exact, samples[3]);
 }
 
 }  // namespace

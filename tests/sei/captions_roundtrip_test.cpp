@@ -2,6 +2,7 @@
 // same timecodes; the decoded text equals FFmpeg's ccaption decoder; the readers agree with
 // ffprobe on streams written by FFmpeg (libx264 -a53cc, MPEG-2 GOP timecode) and GStreamer.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -17,6 +18,7 @@
 #include "streamutil/sei_read.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/edit_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
@@ -117,45 +119,27 @@ TEST(CaptionsRoundTrip, SccComesBackPairForPairAndTextMatchesFfmpeg) {
     SCOPED_TRACE(c.name);
     qtest::TempDir dir;
     qtest::writeText(dir.file("in.scc"), kCaptions);
-    const std::string stamped = dir.file("s.es");
-    auto r = qtest::runTool("stamp " + shellQuote(c.stream) + " " + shellQuote(stamped) +
-                            " --tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")) + c.options);
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    r = qtest::runTool("captions extract " + shellQuote(stamped) + " -o " + shellQuote(dir.file("out.scc")));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(qtest::sccPairs(qtest::readText(dir.file("out.scc")), TC_DF2997), qtest::sccPairs(kCaptions, TC_DF2997));
-    r = qtest::runTool("captions extract " + shellQuote(stamped) + " -o -");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(srtTexts(r.out), wanted) << r.out;
-    // FFmpeg lets the pop-on caption stand until the end of the stream, so it comes last there.
-    auto theirs = srtTexts(ffmpegSrt(stamped, dir));
-    std::rotate(theirs.rbegin(), theirs.rbegin() + 1, theirs.rend());
-    EXPECT_EQ(theirs, wanted);
-    EXPECT_EQ(oracle::pictureChecksums(stamped), oracle::pictureChecksums(c.stream)) << "pictures changed";
+    // Stamped, then stamped again: the second stamp replaces the captions (one caption SEI of two
+    // triplets per picture), so both read back the same.
+    const std::string once = dir.file("s.es"), twice = dir.file("t.es");
+    qtest::stampOk(c.stream, once, "--tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")) + c.options);
+    qtest::stampOk(once, twice, "--tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")) + c.options);
+    const auto listed = qtest::runToolOk("inspect --json " + shellQuote(twice)).out;
+    size_t perPicture = 0;
+    for (size_t at = 0; (at = listed.find("\"captions\":2}", at)) != std::string::npos; ++at) ++perPicture;
+    EXPECT_EQ(perPicture, 160u);
+    for (const std::string& stamped : {once, twice}) {
+      qtest::extractOk(stamped, stamped + ".scc");
+      EXPECT_EQ(qtest::sccPairs(qtest::readText(stamped + ".scc"), TC_DF2997), qtest::sccPairs(kCaptions, TC_DF2997));
+      const auto r = qtest::extractOk(stamped, "-");
+      EXPECT_EQ(srtTexts(r.out), wanted) << r.out;
+      // FFmpeg lets the pop-on caption stand until the end of the stream, so it comes last there.
+      auto theirs = srtTexts(ffmpegSrt(stamped, dir));
+      std::rotate(theirs.rbegin(), theirs.rbegin() + 1, theirs.rend());
+      EXPECT_EQ(theirs, wanted);
+      EXPECT_EQ(oracle::pictureChecksums(stamped), oracle::pictureChecksums(c.stream)) << "pictures changed";
+    }
   }
-}
-
-// Stamping captions into a captioned stream replaces them: one caption SEI (two triplets) per
-// picture, and the text still decodes cleanly.
-TEST(CaptionsRoundTrip, RestampingReplacesTheCaptions) {
-  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
-  qtest::TempDir dir;
-  qtest::writeText(dir.file("in.scc"), kCaptions);
-  const std::string once = dir.file("a.264"), twice = dir.file("b.264");
-  for (const auto& [from, to] : {std::pair{avcStream(), once}, std::pair{once, twice}}) {
-    auto r = qtest::runTool("stamp " + shellQuote(from) + " " + shellQuote(to) + " --tc '01:00:00;00' --captions " +
-                            shellQuote(dir.file("in.scc")));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-  }
-  auto r = qtest::runTool("inspect --json " + shellQuote(twice));
-  ASSERT_EQ(r.exitCode, 0);
-  size_t perPicture = 0;
-  for (size_t at = 0; (at = r.out.find("\"captions\":2}", at)) != std::string::npos; ++at) ++perPicture;
-  EXPECT_EQ(perPicture, 160u);
-  EXPECT_EQ(srtTexts(ffmpegSrt(twice, dir)).size(), 4u);
-  r = qtest::runTool("stamp " + shellQuote(once) + " " + shellQuote(dir.file("c.264")) +
-                     " --tc '01:00:00;00' --keep-existing --captions " + shellQuote(dir.file("in.scc")));
-  EXPECT_EQ(r.exitCode, 1);
 }
 
 // Captions re-encoded by FFmpeg's libx264 wrapper (-a53cc) from a stamped stream: our reader
@@ -169,15 +153,12 @@ TEST(CaptionsRoundTrip, ReadsCaptionsWrittenByFfmpeg) {
       {"01:00:03;00", {kEdm}, "", {}},
   });
   qtest::writeText(dir.file("in.scc"), popOn);
-  auto r = qtest::runTool("stamp " + shellQuote(avcStream()) + " " + shellQuote(dir.file("s.264")) +
-                          " --tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  qtest::stampOk(avcStream(), dir.file("s.264"), "--tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")));
   const std::string again = dir.file("ffmpeg.264");
-  r = qtest::runCommand("ffmpeg -v error -y -i " + shellQuote(dir.file("s.264")) +
-                        " -c:v libx264 -a53cc 1 -bf 2 -x264-params threads=1 -f h264 " + shellQuote(again));
+  auto r = qtest::runCommand("ffmpeg -v error -y -i " + shellQuote(dir.file("s.264")) +
+                             " -c:v libx264 -a53cc 1 -bf 2 -x264-params threads=1 -f h264 " + shellQuote(again));
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  r = qtest::runTool("captions extract " + shellQuote(again) + " -o -");
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = qtest::extractOk(again, "-");
   const std::string theirs = ffmpegSrt(again, dir);
   EXPECT_EQ(srtTexts(r.out), srtTexts(theirs));
   // Same cue times too, to the millisecond FFmpeg rounds to.
@@ -251,6 +232,55 @@ TEST(TimecodeReaders, AgreeWithFfprobeOnOtherWriters) {
   }
 }
 
+// Pop-on "Hello" shown at 00:00:00:05, erased at 00:00:01:10 (two caption lines, a gap between).
+const char* kLayoutScc =
+    "Scenarist_SCC V1.0\n\n"
+    "00:00:00:05\t9420 9420 94ae 94ae 9452 9452 c8e5 ecec ef80 942f 942f\n\n"
+    "00:00:01:10\t942c 942c\n";
+
+std::string ffmpegSrtOfScc(const std::string& scc) {
+  const auto r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(scc) + " -f srt -");
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  return r.out;
+}
+
+// captions extract -o x.scc lays the file out as Scenarist SCC does: the header line, then one
+// blank line in front of each caption line. A file in that layout comes back byte for byte
+// through stamp --captions and extract, and FFmpeg's SCC demuxer reads ours as it reads it.
+// With -o - --json the captions on standard output are exactly what -o - alone writes, and the
+// JSON goes to stderr (as every command's summary does when stdout carries the output), the same
+// document --json alone prints.
+TEST(SccExtractLayout, OneBlankLineAfterTheHeaderAndBetweenLines) {
+  if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP() << "ffmpeg missing";
+  const std::string stream = qtest::encodedStream(
+      "scc_layout.264", "-f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 60 -c:v libx264 -f h264");
+  ASSERT_FALSE(stream.empty());
+  qtest::TempDir dir;
+  const std::string in = dir.file("in.scc");
+  qtest::writeText(in, kLayoutScc);
+  std::string previous = in;
+  for (const char* round : {"1", "2"}) {  // the extracted file stamps and extracts to itself
+    SCOPED_TRACE(round);
+    const std::string stamped = dir.file(std::string("s") + round + ".264"), out = dir.file(std::string("o") + round + ".scc");
+    qtest::stampOk(stream, stamped, "--tc 00:00:00:00 --rate 25 --captions " + shellQuote(previous));
+    qtest::extractOk(stamped, out);
+    EXPECT_EQ(qtest::readText(out), kLayoutScc);
+    const std::string srt = ffmpegSrtOfScc(out);
+    EXPECT_NE(srt.find("Hello"), std::string::npos) << srt;
+    EXPECT_EQ(srt, ffmpegSrtOfScc(in));
+    previous = out;
+
+    const auto srtOnly = qtest::extractOk(stamped, "-");
+    const auto jsonOnly = qtest::runToolOk("captions extract " + shellQuote(stamped) + " --json");
+    const auto both = qtest::runToolOk("captions extract " + shellQuote(stamped) + " -o - --json");
+    ASSERT_NE(srtOnly.out.find("Hello"), std::string::npos) << srtOnly.out;
+    EXPECT_EQ(both.out, srtOnly.out);
+    ASSERT_TRUE(nlohmann::json::accept(both.err)) << both.err;
+    EXPECT_EQ(nlohmann::json::parse(both.err), nlohmann::json::parse(jsonOnly.out));
+    EXPECT_EQ(nlohmann::json::parse(both.err)["cues"].size(), 1u);
+  }
+}
+
 // The decoder on hand-made pairs: doubled control codes count once, parity errors are dropped,
 // characters of the other data channel are not shown.
 TEST(Cea608, ControlCodesParityAndChannels) {
@@ -296,11 +326,8 @@ TEST(CaptionsTool, PairsUnderTimecodesTheCountingLacksAreKept) {
   if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
   qtest::TempDir dir;
   qtest::writeText(dir.file("in.scc"), "Scenarist_SCC V1.0\n\n00:00:59:28\t9420 9420 94ae 94ae\n");
-  auto r = qtest::runTool("stamp " + shellQuote(avcStream()) + " " + shellQuote(dir.file("s.264")) +
-                          " --rate 30 --tc 00:00:59:20 --captions " + shellQuote(dir.file("in.scc")));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  r = qtest::runTool("captions extract " + shellQuote(dir.file("s.264")) + " -o " + shellQuote(dir.file("out.scc")));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  qtest::stampOk(avcStream(), dir.file("s.264"), "--rate 30 --tc 00:00:59:20 --captions " + shellQuote(dir.file("in.scc")));
+  qtest::extractOk(dir.file("s.264"), dir.file("out.scc"));
   EXPECT_EQ(qtest::readText(dir.file("out.scc")), "Scenarist_SCC V1.0\n\n00:00:59;28\t9420 9420 94ae 94ae\n");
 }
 

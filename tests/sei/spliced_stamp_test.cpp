@@ -3,18 +3,55 @@
 // extract must follow the SPS from picture to picture. Checked against ffprobe and trace_headers.
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "platform/tcxlat.h"
 #include "support/ffmpeg_oracle.h"
-#include "splice_support.h"
 #include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
+using Bytes = std::vector<uint8_t>;
 using qtest::shellQuote;
+
+// Spliced elementary streams: pieces made by ffmpeg at test time (x264/x265 from testsrc2, cached
+// by name) joined byte for byte, as a concatenation of files would be.
+namespace splice {
+
+// A piece from "-f lavfi -i testsrc2=" + `source` (its options, then the encoder's arguments and
+// the output format, e.g. "rate=25:size=160x90 -frames:v 9 -c:v libx264 -f h264").
+inline std::vector<uint8_t> piece(const std::string& name, const std::string& source) {
+  return qtest::readBytes(qtest::encodedStream(name, "-f lavfi -i testsrc2=" + source));
+}
+
+inline std::vector<uint8_t> joined(std::initializer_list<std::vector<uint8_t>> pieces) {
+  std::vector<uint8_t> all;
+  for (const auto& bytes : pieces) all.insert(all.end(), bytes.begin(), bytes.end());
+  return all;
+}
+
+// The units of a start-code stream, each with its start code.
+inline std::vector<std::vector<uint8_t>> unitsOf(const std::vector<uint8_t>& s) {
+  std::vector<size_t> starts;
+  for (size_t i = 0; i + 3 <= s.size(); ++i)
+    if (s[i] == 0 && s[i + 1] == 0 && s[i + 2] == 1) starts.push_back(i > 0 && s[i - 1] == 0 ? i - 1 : i), i += 2;
+  std::vector<std::vector<uint8_t>> units;
+  for (size_t k = 0; k < starts.size(); ++k)
+    units.emplace_back(s.begin() + long(starts[k]), k + 1 < starts.size() ? s.begin() + long(starts[k + 1]) : s.end());
+  return units;
+}
+
+// An H.264 SPS or PPS (the unit with its start code).
+inline bool isParameterSet(const std::vector<uint8_t>& unit) {
+  const uint8_t header = unit[unit[2] == 1 ? 3 : 4];
+  return (header & 0x1F) == 7 || (header & 0x1F) == 8;
+}
+
+}  // namespace splice
 
 std::vector<uint8_t> piece(const std::string& name, const std::string& args) {
   return splice::piece(name, "rate=25:size=" + args + " -f h264");
@@ -66,23 +103,83 @@ TEST(SplicedStream, EveryPictureIsStampedWithTheSpsItActivates) {
     qtest::writeBytes(in, c.stream);
     const auto pictures = oracle::pictureChecksums(in);
     ASSERT_EQ(pictures.size(), c.pictures);
-    const auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc 09:59:59:20");
-    ASSERT_EQ(r.exitCode, 0) << r.err;
+    qtest::stampOk(in, out, "--tc 09:59:59:20");
     int exitCode = -1;
     oracle::traceHeaderLines(out, &exitCode);
     EXPECT_EQ(exitCode, 0) << "trace_headers cannot read the stamped stream";
-    const auto timecodes = oracle::allTimecodes(out);
-    ASSERT_EQ(timecodes.size(), pictures.size());
-    for (size_t i = 0; i < timecodes.size(); ++i)
-      EXPECT_EQ(timecodes[i], oracle::printedTimecode(start + uint32_t(i), TC_PAL)) << "picture " << i;
+    qtest::expectTimecodesCountOn(out, pictures.size(), start, TC_PAL);
     EXPECT_EQ(oracle::pictureChecksums(out), pictures);
     // The readers follow the SPS too: inspect lists every stamped timecode, in display order.
-    const auto listed = qtest::runTool("inspect --json " + shellQuote(out));
-    ASSERT_EQ(listed.exitCode, 0) << listed.err;
+    const auto listed = qtest::runToolOk("inspect --json " + shellQuote(out));
     const auto frames = nlohmann::json::parse(listed.out).at("pictures");
     ASSERT_EQ(frames.size(), pictures.size());
     for (size_t i = 0; i < frames.size(); ++i)
-      EXPECT_EQ(frames[i].at("timecode"), timecodes[i]) << "picture " << i;
+      EXPECT_EQ(frames[i].at("timecode"), oracle::printedTimecode(start + uint32_t(i), TC_PAL)) << "picture " << i;
+  }
+}
+
+const std::string kX264 = " -c:v libx264 -bf 2 -f h264", kX265 = " -c:v libx265 -x265-params log-level=error -f hevc";
+
+struct Change {
+  int piecesBefore;  // the change comes with the first picture of piece[piecesBefore]
+  const char* rate;
+  const char* from;  // fps as the warning names them
+  const char* to;
+};
+
+// A splice of 25 and 29.97 material: the timecode keeps counting at the first rate, and stamp says
+// once per change, on stderr and in --json "rateChanges", where a picture's SPS states another VUI
+// rate (not when --rate was given, nor when a new SPS states the same rate). Pieces by x264/x265;
+// frame numbers and timecodes read back by ffprobe.
+TEST(StampRateChange, WarnsOncePerChangeAndKeepsCountingAtTheFirstRate) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffmpeg missing";
+  const Bytes at25 = splice::piece("rate-25.264", "rate=25:size=160x90 -frames:v 7" + kX264);
+  const Bytes at2997 = splice::piece("rate-2997.264", "rate=30000/1001:size=160x90 -frames:v 5" + kX264);
+  const Bytes at25OtherSps = splice::piece("rate-25-sps2.264", "rate=25:size=176x96 -frames:v 4 -x264-params sps-id=2" + kX264);
+  const Bytes hevc25 = splice::piece("rate-25.265", "rate=25:size=160x90 -frames:v 6" + kX265);
+  const Bytes hevc2997 = splice::piece("rate-2997.265", "rate=30000/1001:size=160x90 -frames:v 4" + kX265);
+  struct Case {
+    const char* name;
+    std::vector<Bytes> pieces;
+    const char* ext;
+    const char* options;
+    std::vector<Change> changes;
+  };
+  const Case cases[] = {
+      {"25, 29.97, 25", {at25, at2997, at25}, "264", "", {{1, "30000/1001", "25", "29.97"}, {2, "25/1", "29.97", "25"}}},
+      {"25, then 25 under another SPS", {at25, at25OtherSps}, "264", "", {}},
+      {"25, 29.97 with --rate 25", {at25, at2997}, "264", "--rate 25", {}},
+      {"HEVC 25, 29.97", {hevc25, hevc2997}, "265", "", {{1, "30000/1001", "25", "29.97"}}},
+  };
+  uint32_t start = 0;
+  ASSERT_EQ(tc2Frame("10:00:00:00", TC_PAL | TCF_TEXT, &start), 0);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    qtest::TempDir dir;
+    Bytes stream;
+    std::vector<size_t> picturesBefore{0};  // ffprobe's picture count of the pieces so far
+    for (size_t i = 0; i < c.pieces.size(); ++i) {
+      const std::string file = dir.file("piece" + std::to_string(i) + "." + c.ext);
+      qtest::writeBytes(file, c.pieces[i]);
+      picturesBefore.push_back(picturesBefore.back() + oracle::pictureChecksums(file).size());
+      stream.insert(stream.end(), c.pieces[i].begin(), c.pieces[i].end());
+    }
+    const std::string in = dir.file(std::string("in.") + c.ext), out = dir.file(std::string("out.") + c.ext);
+    qtest::writeBytes(in, stream);
+    const auto r = qtest::stampOk(in, out, std::string("--tc 10:00:00:00 --json ") + c.options);
+    std::string warnings;
+    nlohmann::json expected = nlohmann::json::array();
+    for (const Change& change : c.changes) {
+      const size_t frame = picturesBefore[size_t(change.piecesBefore)];
+      warnings += "quorvane stamp: warning: the stream changes rate at frame " + std::to_string(frame) + " (" + change.from +
+                  " fps to " + change.to + " fps); timecodes keep counting at 25 fps\n";
+      expected.push_back({{"frame", frame}, {"rate", change.rate}, {"timecode", oracle::printedTimecode(start + uint32_t(frame), TC_PAL)}});
+    }
+    EXPECT_EQ(r.err, warnings);
+    auto changes = nlohmann::json::parse(r.out).at("rateChanges");
+    for (auto& change : changes) change.erase("fps");
+    EXPECT_EQ(changes, expected);
+    qtest::expectTimecodesCountOn(out, picturesBefore.back(), start, TC_PAL);
   }
 }
 

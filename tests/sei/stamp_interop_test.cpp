@@ -1,4 +1,4 @@
-// quorvane stamp on real x264/x265 streams, read back by ffprobe/ffmpeg.
+// quorvane stamp on real x264/x265 and MPEG-2 streams, read back by ffprobe/ffmpeg.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -6,16 +6,17 @@
 
 #include "platform/tcxlat.h"
 #include "streamutil/captions.h"
-#include "support/ffmpeg_oracle.h"
+#include "streamutil/scc.h"
 #include "support/edit_support.h"
+#include "support/ffmpeg_oracle.h"
+#include "support/test_support.h"
+#include "support/tool_runs.h"
 
 namespace {
 
 using qtest::shellQuote;
 
-using oracle::allTimecodes;
 using oracle::pictureChecksums;
-using oracle::printedTimecode;
 
 struct RateCase {
   const char* rate;     // --rate
@@ -60,18 +61,8 @@ TEST(StampInterop, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
     qtest::TempDir dir;
     const std::string in = hevcStream(c, dir);
     ASSERT_FALSE(in.empty());
-    const std::string out = dir.file("out.hevc");
-    auto r = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '" + c.start + "' --rate " + c.rate +
-                            (c.fields ? " --fields" : ""));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    uint32_t start = 0;
-    ASSERT_EQ(tc2Frame(c.start, c.type | TCF_TEXT, &start), 0);
-    const auto got = allTimecodes(out);
-    const auto pictures = pictureChecksums(in);
-    ASSERT_EQ(got.size(), pictures.size());
-    for (size_t i = 0; i < got.size(); ++i)
-      EXPECT_EQ(got[i], printedTimecode(start + uint32_t(c.fields ? i / 2 : i), c.type)) << "picture " << i;
-    EXPECT_EQ(pictureChecksums(out), pictures) << "pictures changed";
+    const std::string options = std::string("--rate ") + c.rate + (c.fields ? " --fields" : "");
+    qtest::expectStampCountsOn(in, dir.file("out.hevc"), c.start, c.type, options, 1, c.fields ? 2 : 1);
   }
 }
 
@@ -81,15 +72,11 @@ TEST(StampInterop, RestampingReplacesTheTimecodeAndKeepExistingRefuses) {
   if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
   qtest::TempDir dir;
   const std::string in = hevcStream(kRates[2], dir);
-  auto once = qtest::runTool("stamp " + shellQuote(in) + " " + shellQuote(dir.file("a.hevc")) + " --tc 01:00:00:00");
-  ASSERT_EQ(once.exitCode, 0) << once.err;
-  auto twice = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("b.hevc")) +
-                              " --tc 02:00:00:00 --json");
-  ASSERT_EQ(twice.exitCode, 0) << twice.err;
-  const auto got = allTimecodes(dir.file("b.hevc"));
-  ASSERT_EQ(got.size(), pictureChecksums(in).size()) << "one time_code per picture";
-  for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i], printedTimecode(180000 + uint32_t(i), TC_PAL));
-  EXPECT_NE(twice.out.find("\"replacedTimecodes\":" + std::to_string(got.size())), std::string::npos) << twice.out;
+  qtest::stampOk(in, dir.file("a.hevc"), "--tc 01:00:00:00");
+  const auto twice = qtest::stampOk(dir.file("a.hevc"), dir.file("b.hevc"), "--tc 02:00:00:00 --json");
+  const size_t pictures = pictureChecksums(in).size();
+  qtest::expectTimecodesCountOn(dir.file("b.hevc"), pictures, 180000, TC_PAL);  // one time_code per picture
+  EXPECT_NE(twice.out.find("\"replacedTimecodes\":" + std::to_string(pictures)), std::string::npos) << twice.out;
   auto keep = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("c.hevc")) +
                              " --tc 02:00:00:00 --keep-existing");
   EXPECT_EQ(keep.exitCode, 1);
@@ -136,18 +123,85 @@ TEST(InspectFrames, ListsTheStampedTimecodesAndCaptionCounts) {
   qtest::TempDir dir;
   const std::string in = qtest::samplePath("hevc_main_160x90_2997_bframes.hevc");
   qtest::writeText(dir.file("a.scc"), "Scenarist_SCC V1.0\n\n00:00:59;28\t9420 9420\n");
-  auto r = qtest::runTool("stamp " + qtest::shellQuote(in) + " " + qtest::shellQuote(dir.file("s.hevc")) +
-                          " --tc '00:00:59;28' --rate 29.97df --captions " + qtest::shellQuote(dir.file("a.scc")));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  auto plain = qtest::runTool("inspect --json " + qtest::shellQuote(in));
-  auto stamped = qtest::runTool("inspect --json " + qtest::shellQuote(dir.file("s.hevc")));
-  ASSERT_EQ(stamped.exitCode, 0) << stamped.err;
+  qtest::stampOk(in, dir.file("s.hevc"), "--tc '00:00:59;28' --rate 29.97df --captions " + shellQuote(dir.file("a.scc")));
+  auto plain = qtest::runTool("inspect --json " + shellQuote(in));
+  auto stamped = qtest::runToolOk("inspect --json " + shellQuote(dir.file("s.hevc")));
   // Display order 0, 1, 2 are 59;28, 59;29 and (drop-frame) 00:01:00;02; every picture has two triplets.
   for (const char* frame : {"{\"display\":0,\"decode\":0,\"poc\":0,\"timecode\":\"00:00:59;28\",\"captions\":2}",
                             "\"display\":1,", "\"timecode\":\"00:00:59;29\",\"captions\":2}",
                             "\"timecode\":\"00:01:00;02\",\"captions\":2}", "\"timecode\":\"00:01:00;11\",\"captions\":2}"})
     EXPECT_NE(stamped.out.find(frame), std::string::npos) << frame << "\n" << stamped.out;
   EXPECT_NE(plain.out.find("\"timecode\":null,\"captions\":0"), std::string::npos) << plain.out;
+}
+
+// The SEI units stamp puts in front of a picture of a higher temporal sub-layer carry that
+// picture's TemporalId, never less (ITU-T H.265 7.4.2.2): dropping the sub-layer drops them too.
+// Checked on x265's temporal layers as ffmpeg's trace_headers reads the units back.
+TEST(SeiTemporalId, InsertedSeiTakesThePicturesTemporalId) {
+  const oracle::Stream& source = oracle::kStreams[2];  // temporal-layers=1, b-pyramid
+  const std::string stream = qtest::encodedStream(source.name, source.ffmpegArgs);
+  ASSERT_FALSE(stream.empty());
+  qtest::TempDir dir;
+  const std::string scc = "Scenarist_SCC V1.0\n\n00:00:00:01\t9420 9420 94ae 94ae 9452 9452 97a1 97a1 c8e5 ecec ef80 942f 942f\n";
+  qtest::writeBytes(dir.file("in.scc"), std::vector<uint8_t>(scc.begin(), scc.end()));
+  for (const char* out : {"out.hevc", "out.mp4"}) {
+    SCOPED_TRACE(out);
+    qtest::stampOk(stream, dir.file(out), "--tc 00:00:00:00 --rate 25 --captions " + shellQuote(dir.file("in.scc")));
+    const std::vector<oracle::TracedUnit> units = oracle::traceUnits(dir.file(out));
+    int seiAboveLayerZero = 0, seiCount = 0;
+    std::vector<int> seiTids;  // the SEI units in front of the next picture
+    for (const oracle::TracedUnit& u : units) {
+      if (u.nalUnitType == 39) seiTids.push_back(u.temporalId);
+      if (u.nalUnitType >= 32 || seiTids.empty()) continue;
+      for (int tid : seiTids) {
+        EXPECT_GE(tid, u.temporalId) << "picture type " << u.nalUnitType;
+        seiAboveLayerZero += tid > 0;
+      }
+      seiCount += int(seiTids.size());
+      seiTids.clear();
+    }
+    EXPECT_GT(seiAboveLayerZero, 0) << "the stream has pictures above layer 0";
+    EXPECT_GE(seiCount, 12) << "a time_code and a caption SEI in front of each picture";
+  }
+}
+
+// quorvane stamp on MPEG-2 video: GOP time_code rewritten in place (ffprobe reads it),
+// captions as picture user data (read back by quorvane captions), pictures unchanged.
+TEST(Mpeg2Stamp, GopTimecodesAndCaptionsRoundTrip) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
+  struct Case {
+    const char* fps;
+    const char* rate;
+    uint32_t type;
+    const char* start;
+    const char* scc;
+  } cases[] = {
+      {"30000/1001", "29.97", TC_DF2997, "00:00:59;26", "Scenarist_SCC V1.0\n\n00:00:59;28\t9420 9420 94ae c8e9 942f 942f\n"},
+      {"25", "25", TC_PAL, "09:59:59:20", "Scenarist_SCC V1.0\n\n10:00:00:01\t9420 9420 94ae c8e9 942f 942f\n"},
+      {"24", "24", TC_FILM, "00:09:59:20", "Scenarist_SCC V1.0\n\n00:10:00:03\t9420 c8e9 942f\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.rate);
+    qtest::TempDir dir;
+    const std::string in = dir.file("in.m2v"), out = dir.file("out.m2v");
+    auto r = qtest::runCommand(std::string("ffmpeg -v error -f lavfi -i testsrc2=size=160x96:rate=") + c.fps +
+                               " -frames:v 30 -c:v mpeg2video -g 6 -bf 2 -flags +cgop -sc_threshold 1000000000 -timecode 01:02:03:04 " + shellQuote(in));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    qtest::writeText(dir.file("cc.scc"), c.scc);
+    r = qtest::stampOk(in, out, std::string("--tc '") + c.start + "' --captions " + shellQuote(dir.file("cc.scc")));
+    EXPECT_NE(r.out.find(std::string(" at ") + c.rate), std::string::npos) << r.out;
+    EXPECT_TRUE(r.err.empty()) << "no cue outside the range: " << r.err;
+    // Every GOP header carries the timecode of its first picture in display order: as far
+    // from the start as FFmpeg's own (closed-GOP) time_codes in the input are from theirs.
+    const auto theirs = oracle::allTimecodes(in, false), ours = oracle::allTimecodes(out, false);
+    // FFmpeg counted "01:02:03:04" non-drop.
+    qtest::expectGopTimecodesFollow(ours, theirs, c.start, c.type, c.type == TC_DF2997 ? TC_NDF30 : c.type);
+    EXPECT_GE(ours.size(), 5u);
+    EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(in));
+    // The caption pairs come back at their timecodes.
+    qtest::extractOk(out, dir.file("back.scc"));
+    EXPECT_EQ(qtest::sccPairs(qtest::readText(dir.file("back.scc")), c.type), qtest::sccPairs(c.scc, c.type));
+  }
 }
 
 }  // namespace

@@ -7,12 +7,13 @@
 #include "streamutil/sei.h"
 #include "support/edit_support.h"
 #include "support/param_streams.h"
-#include "syntax/nal_framing.h"
+#include "sei_support.h"
 
 namespace {
 
 using qtest::Bytes;
 using qtest::cat;
+using stest::rbspOf;
 
 // Reads bits MSB first from a byte vector (the test's own reader, for checking fields).
 struct BitReader {
@@ -24,16 +25,6 @@ struct BitReader {
     return v;
   }
 };
-
-// RBSP of a written unit: start code and emulation prevention removed (by the syntax layer).
-Bytes rbspOf(const Bytes& unit) {
-  int nalSize = int(unit.size() - 4), rbspSize = nalSize;
-  Bytes rbsp(unit.size());
-  EXPECT_GE(nal_to_rbsp(unit.data() + 4, &nalSize, rbsp.data(), &rbspSize), 0);
-  rbsp.resize(size_t(rbspSize));
-  rbsp.insert(rbsp.begin(), unit[4]);  // put the first header byte back in front
-  return rbsp;
-}
 
 struct TimeCodeFields {
   uint32_t payloadType, payloadSize, numClockTs, clockFlag, fieldBased, countingType, fullFlag, discontinuity,
@@ -216,25 +207,15 @@ TEST(HevcTimeCodeInsertion, GoesInFrontOfTheFirstPrefixSeiOrSlice) {
       return e;
     }();
     EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + f.nDataSize), expected);
-  }
-}
-
-TEST(HevcTimeCodeInsertion, CheckedFormRefusesOneByteShort) {
-  const Bytes frame = cat({kVps, kSps, kPps, kIdr});
-  const uint32_t seiLength = uint32_t(timeCodeUnit(0, 25, false).size());
-  for (uint32_t room : {seiLength - 1, seiLength}) {
-    Bytes buffer = frame;
-    buffer.resize(frame.size() + room, 0xEE);
-    const Bytes before = buffer;
-    DFRAME f = qtest::frameOver(buffer, frame.size());
-    const int rc = klxutilAddHEVCTimeCodeChecked(&f, TC_PAL);
-    if (room < seiLength) {
-      EXPECT_EQ(rc, KLX_SEI_NO_ROOM);
-      EXPECT_EQ(buffer, before);
-      EXPECT_EQ(f.nDataSize, frame.size());
-    } else {
-      EXPECT_EQ(rc, 0);
-      EXPECT_EQ(f.nDataSize, buffer.size());
+    // The checked form: one byte short is refused and leaves the buffer alone, exactly enough fits.
+    for (const bool fits : {false, true}) {
+      Bytes tight = c.frame;
+      tight.resize(expected.size() - !fits, 0xEE);
+      const Bytes before = tight;
+      DFRAME g = qtest::frameOver(tight, c.frame.size());
+      g.nTimecodeAlt = 90000;
+      EXPECT_EQ(klxutilAddHEVCTimeCodeChecked(&g, TC_PAL), fits ? 0 : KLX_SEI_NO_ROOM);
+      EXPECT_EQ(tight, fits ? expected : before);
     }
   }
   EXPECT_EQ(klxutilAddHEVCTimeCodeChecked(nullptr, TC_PAL), -1);
@@ -252,12 +233,9 @@ TEST(TimeCodeSei, RateAndFieldCodingComeFromARealSps) {
     const auto units = ptest::splitAnnexB(qtest::readBytes(qtest::samplePath(c.sample)));
     const Bytes* found = ptest::firstHevcUnit(units, 33);
     ASSERT_NE(found, nullptr) << c.sample;
-    Bytes nal = *found;
-    zr_bitstream s{nal.data(), int64_t(nal.size()), nal.size() * 8, 0};
-    HEVC_SPS_DECODED sps{};
-    ASSERT_NE(klxutilRead_HEVC_SPS(&s, &sps, nullptr, 0), 0xFFFFFFFFu) << c.sample;
+    const auto sps = ptest::readHevcUnit<HEVC_SPS_DECODED>(*found);
     Bytes unit(512);
-    unit.resize(klxUtilAddHevcTimecodeSEI(unit.data(), 107892, &sps));
+    unit.resize(klxUtilAddHevcTimecodeSEI(unit.data(), 107892, sps.get()));
     const auto f = parseTimeCode(unit);
     uint8_t digits[4];
     tc2String(107892, c.tcType | TCF_DIGITS, digits, 4);
@@ -267,7 +245,7 @@ TEST(TimeCodeSei, RateAndFieldCodingComeFromARealSps) {
               Bytes(digits, digits + 4))
         << c.sample;
     Bytes small(unit.size() - 1);
-    EXPECT_EQ(klxUtilAddHevcTimecodeSEIChecked(small.data(), uint32_t(small.size()), 107892, &sps), 0u);
+    EXPECT_EQ(klxUtilAddHevcTimecodeSEIChecked(small.data(), uint32_t(small.size()), 107892, sps.get()), 0u);
   }
   uint8_t out[512];
   EXPECT_EQ(klxUtilAddHevcTimecodeSEI(out, 0, nullptr), 0u);
