@@ -1,7 +1,8 @@
 // Frame conversion between start codes and length prefixes, and unit lookup: each kept rule.
 // Plain conversion and lookup are checked against ffmpeg's MP4 samples of real streams
-// (stream_interop_test.cpp) and the conversion against the reference on random frames, with
-// the checked form (framing_random_test.cpp).
+// (stream_interop_test.cpp); start codes to lengths, with its rules for frames that already read
+// as a chain of lengths, against the reference on random frames, with the checked form
+// (framing_random_test.cpp).
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -19,29 +20,6 @@ struct ConvertCase {
   uint32_t result;
   Bytes output;  // the first `result` bytes after the call
 };
-
-// Short frames, frames without a leading start code and a start code in the last three bytes are
-// decided by MarkerToSize.AgreesWithForwardReference.
-TEST(MarkerToSize, Cases) {
-  const ConvertCase cases[] = {
-      {"one-byte length-prefixed unit is left alone", {0x00, 0x00, 0x00, 0x01, 0x65}, 5, {0x00, 0x00, 0x00, 0x01, 0x65}},
-      {"chain with zero padding is left alone", {0x00, 0x00, 0x00, 0x01, 0x65, 0x00, 0x00}, 7,
-       {0x00, 0x00, 0x00, 0x01, 0x65, 0x00, 0x00}},
-      {"forbidden bit breaks the chain", {0x00, 0x00, 0x00, 0x01, 0xE5, 0xAA}, 6, {0x00, 0x00, 0x00, 0x02, 0xE5, 0xAA}},
-      {"empty last unit", {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x01}, 10,
-       {0x00, 0x00, 0x00, 0x02, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x00}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Bytes buf = c.input;
-    buf.resize(c.input.size() + 8, 0xEE);
-    EXPECT_EQ(klxUtilh264MarkerToSizeResult(buf.data(), static_cast<uint32_t>(c.input.size())), c.result);
-    uint32_t result = klxUtilh264MarkerToSize(buf.data(), static_cast<uint32_t>(c.input.size()));
-    EXPECT_EQ(result, c.result);
-    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + result), c.output);
-    EXPECT_EQ(buf[result], 0xEE) << "nothing written behind the new size";
-  }
-}
 
 TEST(SizeToMarker, Cases) {
   const ConvertCase cases[] = {
