@@ -8,27 +8,13 @@
 #include <string>
 
 #include "streamutil/avcc.h"
+#include "support/mp4_box.h"
 #include "support/param_streams.h"
 #include "support/test_support.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-// The whole avcC box (size, type, record) of an MP4 file ffmpeg makes from the stream.
-Bytes avccBoxOf(const std::string& stream) {
-  qtest::TempDir dir;
-  auto r = qtest::runCommand("ffmpeg -nostdin -y -v error -i " + qtest::shellQuote(stream) + " -c copy " +
-                             qtest::shellQuote(dir.file("out.mp4")));
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  const Bytes mp4 = qtest::readBytes(dir.file("out.mp4"));
-  for (size_t i = 4; i + 4 <= mp4.size(); ++i) {
-    if (std::memcmp(&mp4[i], "avcC", 4) != 0) continue;
-    const uint32_t size = (uint32_t{mp4[i - 4]} << 24) | (uint32_t{mp4[i - 3]} << 16) | (uint32_t{mp4[i - 2]} << 8) | mp4[i - 1];
-    if (size >= 8 && i - 4 + size <= mp4.size()) return Bytes(mp4.begin() + long(i - 4), mp4.begin() + long(i - 4 + size));
-  }
-  return {};
-}
 
 struct Read {
   int rc;
@@ -45,7 +31,7 @@ Read readAvcc(const Bytes& bytes) {
 
 TEST(AvccBoxSize, TheBoxSizeWordBoundsTheRecord) {
   const std::string stream = ptest::x264Stream("avcc_box_high422", "yuv422p", "-profile:v high422", "64x64");
-  const Bytes box = avccBoxOf(stream);
+  const Bytes box = qtest::remuxedBox(stream, "avcC");  // as ffmpeg writes it into MP4
   ASSERT_GT(box.size(), 12u);
   const Read whole = readAvcc(box);
   ASSERT_EQ(whole.rc, 0);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "support/mp4_box.h"
 #include "support/param_streams.h"
 #include "streamutil/avcc.h"
 #include "streamutil/colour.h"
@@ -15,23 +16,10 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// The payload of the first box of the given type in an MP4 file.
-Bytes boxPayload(const Bytes& mp4, const char* type) {
-  for (size_t i = 4; i + 4 <= mp4.size(); ++i) {
-    if (std::memcmp(&mp4[i], type, 4) != 0) continue;
-    const uint32_t size = (uint32_t{mp4[i - 4]} << 24) | (uint32_t{mp4[i - 3]} << 16) | (uint32_t{mp4[i - 2]} << 8) | mp4[i - 1];
-    if (size >= 8 && i - 4 + size <= mp4.size())
-      return Bytes(mp4.begin() + static_cast<long>(i + 4), mp4.begin() + static_cast<long>(i - 4 + size));
-  }
-  return {};
-}
-
+// The record (the box's payload) ffmpeg stores in MP4 for the stream.
 Bytes mp4Box(const std::string& stream, const char* type) {
-  qtest::TempDir dir;
-  auto r = qtest::runCommand("ffmpeg -nostdin -y -v error -i " + qtest::shellQuote(stream) + " -c copy " +
-                             qtest::shellQuote(dir.file("out.mp4")));
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  return boxPayload(qtest::readBytes(dir.file("out.mp4")), type);
+  const Bytes box = qtest::remuxedBox(stream, type);
+  return box.empty() ? box : Bytes(box.begin() + 8, box.end());
 }
 
 struct Profile {

@@ -15,12 +15,7 @@
 
 namespace {
 
-using hdrtest::Bytes;
-using hdrtest::isHdr;
-using hdrtest::kLightLevel;
-using hdrtest::kTransfer;
-using hdrtest::withUuid;
-using hdrtest::Message;
+using namespace hdrtest;
 
 // A prefix SEI unit behind a 3- or 4-byte start code. `escaped` false keeps the zero run the
 // payload carries as it is: the unit walk splits only at 00 00 01, so such a unit is read, and its
@@ -68,16 +63,11 @@ const RoomRow kRows[] = {
      kAll, false, 0, 0},
 };
 
-using hdrtest::Picture;
-using hdrtest::x265Picture;
-using hdrtest::append;
 
 Bytes frameOf(const Picture& p, const RoomRow& row, bool startCodes) {
-  Bytes frame;
-  for (const Bytes& u : p.parameterSets) append(frame, u, 4, startCodes);
-  for (const SeiUnit& s : row.sei) append(frame, s.bytes(), s.startCode, startCodes);
-  for (const Bytes& u : p.slices) append(frame, u, 4, startCodes);
-  return frame;
+  std::vector<std::pair<Bytes, int>> sei;
+  for (const SeiUnit& s : row.sei) sei.emplace_back(s.bytes(), s.startCode);
+  return hdrtest::frameOf(p, sei, startCodes);
 }
 
 KLX_HDR_METADATA metadata(uint32_t present) {

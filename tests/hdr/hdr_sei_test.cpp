@@ -9,6 +9,7 @@
 #include "streamutil/nal_units.h"
 #include "support/test_support.h"
 #include "support/ffmpeg_oracle.h"
+#include "hdr/sei_frames.h"
 
 namespace {
 
@@ -59,14 +60,7 @@ std::string streamWith(const Encoder& e, const Values& v, const std::string& tag
                                   ":alternative-transfer=" + v.atcName + "' -f h264");
 }
 
-std::vector<KLX_NAL_UNIT> unitsOf(const Bytes& frame, bool hevc, bool startCodes) {
-  auto finder = hevc ? klxutilFindNalUnitsHevc : klxutilFindNalUnits;
-  uint32_t count = 0;
-  finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, nullptr, 0, &count);
-  std::vector<KLX_NAL_UNIT> units(count);
-  finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, units.data(), count, &count);
-  return units;
-}
+using hdrtest::unitsOf;
 
 Bytes unitBytes(const Bytes& frame, const KLX_NAL_UNIT& u) {
   Bytes b(frame.begin() + u.offset + u.prefixLength, frame.begin() + u.offset + u.prefixLength + u.size);
@@ -173,30 +167,6 @@ TEST(HdrSeiEdit, MixedUnitKeepsItsOtherMessages) {
                           0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};
   EXPECT_EQ(frame, expected);
 }
-
-TEST(HdrSeiEdit, MasteringDisplayNotation) {
-  const struct {
-    const char* text;
-    int result;
-  } cases[] = {
-      {"G(13250, 34500) B(7500,3000) R(34000,16000) WP(15635,16450) L(10000000,1)", 0},
-      {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)", -1},
-      {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)x", -1},
-      {"G(65536,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
-      {"G(-1,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
-      {"G(1,2)B(3,4)R(5,6)WP(7,8)L(4294967296,1)", -1},
-  };
-  for (const auto& c : cases) {
-    KLX_MASTERING_DISPLAY m{};
-    EXPECT_EQ(klxutilParseMasteringDisplay(c.text, &m), c.result) << c.text;
-    if (c.result == 0) {
-      EXPECT_EQ(m.display_primaries_x[0], 13250);  // green first
-      EXPECT_EQ(m.display_primaries_y[2], 16000);  // red last
-      EXPECT_EQ(m.min_display_mastering_luminance, 1u);
-    }
-  }
-}
-
 
 // SEI units of random content (absurd payload sizes, cut messages, 0xFF runs) in buffers of
 // exactly their size: the reader and the editor answer with a result code, never out of bounds.

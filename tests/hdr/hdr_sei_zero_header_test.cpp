@@ -17,13 +17,7 @@
 
 namespace {
 
-using hdrtest::Bytes;
-using hdrtest::isHdr;
-using hdrtest::kLightLevel;
-using hdrtest::kTransfer;
-using hdrtest::withUuid;
-using hdrtest::Message;
-
+using namespace hdrtest;
 
 struct ZeroHeaderRow {
   const char* name;
@@ -63,17 +57,7 @@ Bytes unitOf(uint8_t headerSecondByte, const Bytes& rbsp) {
   return unit;
 }
 
-using hdrtest::Picture;
-using hdrtest::x265Picture;
-using hdrtest::append;
 
-Bytes frameOf(const Picture& p, const std::vector<Bytes>& seiUnits, bool startCodes) {
-  Bytes frame;
-  for (const Bytes& u : p.parameterSets) append(frame, u, 4, startCodes);
-  for (const Bytes& u : seiUnits) append(frame, u, 4, startCodes);
-  for (const Bytes& u : p.slices) append(frame, u, 4, startCodes);
-  return frame;
-}
 
 class HdrSeiZeroHeader : public ::testing::TestWithParam<ZeroHeaderRow> {};
 
@@ -93,7 +77,7 @@ TEST_P(HdrSeiZeroHeader, RewriteReadsBackAsTheUnitsKeptMessages) {
 
   for (bool startCodes : {true, false}) {
     SCOPED_TRACE(startCodes ? "Annex B" : "length-prefixed");
-    const Bytes frame = frameOf(picture, {original}, startCodes);
+    const Bytes frame = frameOf(picture, {{original, 4}}, startCodes);
     Bytes buffer = frame;
     buffer.resize(frame.size() + 256);
     const Bytes before = buffer;
@@ -108,7 +92,7 @@ TEST_P(HdrSeiZeroHeader, RewriteReadsBackAsTheUnitsKeptMessages) {
     }
     buffer.resize(size);
     const Bytes newUnit(lightLevelUnit, lightLevelUnit + lightLevelBytes);
-    const Bytes want = frameOf(picture, {rewritten, newUnit}, startCodes);
+    const Bytes want = frameOf(picture, {{rewritten, 4}, {newUnit, 4}}, startCodes);
     EXPECT_EQ(buffer, want);
     KLX_HDR_METADATA back{};
     ASSERT_EQ(klxutilReadHdrSei(buffer.data(), size, startCodes, 1, &back), 0);

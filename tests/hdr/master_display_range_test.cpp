@@ -25,13 +25,25 @@ const struct {
     {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(500,500)", -1},
     {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(0,0)", -1},
     {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(4294967295,4294967294)", 0},
+    // The notation itself: every part, nothing behind it, numbers that fit their fields.
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)", -1},
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)x", -1},
+    {"G(65536,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+    {"G(-1,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+    {"G(1,2)B(3,4)R(5,6)WP(7,8)L(4294967296,1)", -1},
 };
 
-TEST(MasteringDisplayRange, ParserKeepsToTheStandardRanges) {
+TEST(MasteringDisplayRange, ParserKeepsToTheNotationAndTheStandardRanges) {
   for (const auto& c : kRangeCases) {
     KLX_MASTERING_DISPLAY m{};
     EXPECT_EQ(klxutilParseMasteringDisplay(c.text, &m), c.result) << c.text;
   }
+  // Spaces between the parts are allowed; the values land green first, red last.
+  KLX_MASTERING_DISPLAY m{};
+  ASSERT_EQ(klxutilParseMasteringDisplay("G(13250, 34500) B(7500,3000) R(34000,16000) WP(15635,16450) L(10000000,1)", &m), 0);
+  EXPECT_EQ(m.display_primaries_x[0], 13250);
+  EXPECT_EQ(m.display_primaries_y[2], 16000);
+  EXPECT_EQ(m.min_display_mastering_luminance, 1u);
 }
 
 TEST(MasteringDisplayRange, CommandRefusesWithTheRuleAndWritesNothing) {

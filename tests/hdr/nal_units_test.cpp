@@ -8,21 +8,13 @@
 #include "streamutil/nal_units.h"
 #include "support/test_support.h"
 #include "support/ffmpeg_oracle.h"
+#include "hdr/sei_frames.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-std::vector<KLX_NAL_UNIT> find(const Bytes& frame, bool hevc, bool startCodes, int* rc = nullptr) {
-  auto finder = hevc ? klxutilFindNalUnitsHevc : klxutilFindNalUnits;
-  uint32_t count = 0;
-  finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, nullptr, 0, &count);
-  std::vector<KLX_NAL_UNIT> units(count);
-  const int result = finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, units.data(), count, &count);
-  if (rc) *rc = result;
-  units.resize(std::min<size_t>(count, units.size()));
-  return units;
-}
+using hdrtest::unitsOf;
 
 oracle::TracedUnit asTraced(const Bytes& frame, const KLX_NAL_UNIT& u, bool hevc) {
   oracle::TracedUnit t;
@@ -42,52 +34,52 @@ std::vector<oracle::TracedUnit> withoutSei(std::vector<oracle::TracedUnit> units
   return units;
 }
 
-class FrameWideSearch : public ::testing::TestWithParam<oracle::Stream> {};
+// A real stream's packets as ffmpeg's parser cuts them (Annex B) and as its MP4 muxer stores them.
+class FrameWideSearch : public ::testing::TestWithParam<oracle::Stream> {
+ protected:
+  void SetUp() override {
+    const std::string path = qtest::encodedStream(GetParam().name, GetParam().ffmpegArgs);
+    ASSERT_FALSE(path.empty());
+    traced_ = withoutSei(oracle::traceUnits(path));
+    const Bytes stream = qtest::readBytes(path);
+    for (const auto& r : oracle::packetRanges(path))
+      packets_.emplace_back(stream.begin() + static_cast<long>(r.pos), stream.begin() + static_cast<long>(r.pos + r.size));
+    samples_ = oracle::mp4Samples(path, dir_.path());
+    ASSERT_EQ(samples_.size(), packets_.size());
+  }
+  // Packet `i` in either framing.
+  const Bytes& frame(size_t i, bool startCodes) const { return startCodes ? packets_[i] : samples_[i]; }
+  qtest::TempDir dir_;
+  std::vector<oracle::TracedUnit> traced_;
+  std::vector<Bytes> packets_, samples_;
+};
 
 TEST_P(FrameWideSearch, AgreesWithTraceHeadersInBothFramings) {
-  const auto& s = GetParam();
-  const std::string path = qtest::encodedStream(s.name, s.ffmpegArgs);
-  ASSERT_FALSE(path.empty());
-  const auto traced = withoutSei(oracle::traceUnits(path));
-  ASSERT_FALSE(traced.empty());
-  const Bytes stream = qtest::readBytes(path);
-  qtest::TempDir dir;
-  const auto samples = oracle::mp4Samples(path, dir.path());
-  const auto packets = oracle::packetRanges(path);
-  ASSERT_EQ(samples.size(), packets.size());
-  std::vector<oracle::TracedUnit> annexB, lengthPrefixed;
-  for (size_t i = 0; i < packets.size(); ++i) {
-    const Bytes packet(stream.begin() + static_cast<long>(packets[i].pos),
-                       stream.begin() + static_cast<long>(packets[i].pos + packets[i].size));
-    int rc = 0;
-    for (const auto& u : find(packet, s.hevc, true, &rc)) annexB.push_back(asTraced(packet, u, s.hevc));
-    EXPECT_EQ(rc, KLX_NAL_OK);
-    for (const auto& u : find(samples[i], s.hevc, false, &rc)) lengthPrefixed.push_back(asTraced(samples[i], u, s.hevc));
-    EXPECT_EQ(rc, KLX_NAL_OK);
+  const bool hevc = GetParam().hevc;
+  ASSERT_FALSE(traced_.empty());
+  for (bool startCodes : {true, false}) {
+    std::vector<oracle::TracedUnit> listed;
+    for (size_t i = 0; i < packets_.size(); ++i) {
+      int rc = 0;
+      for (const auto& u : unitsOf(frame(i, startCodes), hevc, startCodes, &rc)) listed.push_back(asTraced(frame(i, startCodes), u, hevc));
+      EXPECT_EQ(rc, KLX_NAL_OK);
+    }
+    EXPECT_EQ(listed, traced_) << (startCodes ? "Annex B" : "length-prefixed");
   }
-  EXPECT_EQ(annexB, traced);
-  EXPECT_EQ(lengthPrefixed, traced);
 }
 
 // Inserting two units anywhere in a real frame, in either framing, finds them back at that index
 // and removing them gives the frame back byte for byte.
 TEST_P(FrameWideSearch, InsertionRoundTripsAtEveryIndex) {
   const auto& s = GetParam();
-  const std::string path = qtest::encodedStream(s.name, s.ffmpegArgs);
-  qtest::TempDir dir;
-  const auto samples = oracle::mp4Samples(path, dir.path());
-  const Bytes stream = qtest::readBytes(path);
-  const auto packets = oracle::packetRanges(path);
   const Bytes first = {uint8_t(s.hevc ? 0x46 : 0x09), 0x01, 0x50};  // an access unit delimiter
   const Bytes second = {uint8_t(s.hevc ? 0x4E : 0x06), 0x01, 0x05, 0x00, 0x00, 0x03, 0x01, 0x80};
   const uint8_t* units[] = {first.data(), second.data()};
   const uint32_t sizes[] = {3, 8};
-  for (size_t p = 0; p < 3 && p < packets.size(); ++p) {
+  for (size_t p = 0; p < 3 && p < packets_.size(); ++p) {
     for (bool startCodes : {true, false}) {
-      const Bytes original = startCodes ? Bytes(stream.begin() + static_cast<long>(packets[p].pos),
-                                                stream.begin() + static_cast<long>(packets[p].pos + packets[p].size))
-                                        : samples[p];
-      const auto before = find(original, s.hevc, startCodes);
+      const Bytes& original = frame(p, startCodes);
+      const auto before = unitsOf(original, s.hevc, startCodes);
       for (uint32_t index = 0; index <= before.size(); ++index) {
         Bytes frame = original;
         frame.resize(original.size() + 19);  // exactly the room needed
@@ -96,7 +88,7 @@ TEST_P(FrameWideSearch, InsertionRoundTripsAtEveryIndex) {
                                             units, sizes, 2),
                   KLX_NAL_OK);
         ASSERT_EQ(size, frame.size());
-        const auto after = find(frame, s.hevc, startCodes);
+        const auto after = unitsOf(frame, s.hevc, startCodes);
         ASSERT_EQ(after.size(), before.size() + 2);
         EXPECT_EQ(after[index].size, 3u);
         EXPECT_EQ(after[index + 1].size, 8u);
@@ -149,12 +141,12 @@ TEST(FrameWideSearchEdges, TableOfHostileAndEdgeFrames) {
   };
   for (const auto& c : cases) {
     int rc = 0;
-    auto units = find(c.frame, true, c.startCodes, &rc);
+    auto units = unitsOf(c.frame, true, c.startCodes, &rc);
     EXPECT_EQ(rc, c.result) << c.name;
     EXPECT_EQ(units.size(), c.count) << c.name;
   }
   // The one-byte header reads its missing second byte as 0: temporal id -1.
-  auto units = find(cases[8].frame, true, true);
+  auto units = unitsOf(cases[8].frame, true, true);
   ASSERT_EQ(units.size(), 2u);
   EXPECT_EQ(units[1].temporalId, -1);
   // A table too small still counts every unit.
@@ -191,7 +183,7 @@ TEST(FrameWideSearchEdges, RandomFramesStayInBounds) {
       b = r < 3 ? 0 : r == 3 ? 1 : static_cast<uint8_t>(rng());
     }
     const bool startCodes = rng() % 2;
-    const auto units = find(frame, round % 3 == 0, startCodes);
+    const auto units = unitsOf(frame, round % 3 == 0, startCodes);
     uint64_t previousEnd = 0;
     for (const auto& u : units) {
       ASSERT_LE(uint64_t{u.offset} + u.prefixLength + u.size, n);

@@ -1,7 +1,9 @@
-// Hand-made HEVC SEI messages, and one x265 picture split into its parameter sets and slices to
-// frame them.
+// Hand-made HEVC SEI messages, one x265 picture split into its parameter sets and slices to frame
+// them, and the units of a frame as the frame-wide search lists them.
 #pragma once
+#include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "streamutil/nal_units.h"
@@ -44,16 +46,35 @@ inline void append(Bytes& frame, const Bytes& unit, int startCode, bool startCod
   frame.insert(frame.end(), unit.begin(), unit.end());
 }
 
+// The units of a frame as the frame-wide search lists them (counted first, then listed); its
+// result goes to *rc when asked for.
+inline std::vector<KLX_NAL_UNIT> unitsOf(const Bytes& frame, bool hevc, bool startCodes, int* rc = nullptr) {
+  auto finder = hevc ? klxutilFindNalUnitsHevc : klxutilFindNalUnits;
+  uint32_t count = 0;
+  finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, nullptr, 0, &count);
+  std::vector<KLX_NAL_UNIT> units(count);
+  const int result = finder(frame.data(), static_cast<uint32_t>(frame.size()), startCodes, units.data(), count, &count);
+  if (rc) *rc = result;
+  units.resize(std::min<size_t>(count, units.size()));
+  return units;
+}
+
+// The picture's parameter sets, then `middle` (each unit behind a start code of the given length),
+// then its slices.
+inline Bytes frameOf(const Picture& p, const std::vector<std::pair<Bytes, int>>& middle, bool startCodes) {
+  Bytes frame;
+  for (const Bytes& u : p.parameterSets) append(frame, u, 4, startCodes);
+  for (const auto& [unit, startCode] : middle) append(frame, unit, startCode, startCodes);
+  for (const Bytes& u : p.slices) append(frame, u, 4, startCodes);
+  return frame;
+}
+
 inline Picture x265Picture() {
   const std::string path = qtest::encodedStream(
       "hdr_room_x265.hevc", "-f lavfi -i testsrc2=size=128x96:rate=25 -frames:v 1 -c:v libx265 -x265-params log-level=error -f hevc");
   const Bytes stream = qtest::readBytes(path);
-  uint32_t count = 0;
-  klxutilFindNalUnitsHevc(stream.data(), static_cast<uint32_t>(stream.size()), 1, nullptr, 0, &count);
-  std::vector<KLX_NAL_UNIT> units(count);
-  klxutilFindNalUnitsHevc(stream.data(), static_cast<uint32_t>(stream.size()), 1, units.data(), count, &count);
   Picture p;
-  for (const auto& u : units) {
+  for (const auto& u : unitsOf(stream, true, true)) {
     const Bytes b(stream.begin() + u.offset + u.prefixLength, stream.begin() + u.offset + u.prefixLength + u.size);
     if (u.type >= 32 && u.type <= 34) p.parameterSets.push_back(b);
     if (u.type < 32) p.slices.push_back(b);

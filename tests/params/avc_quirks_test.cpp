@@ -14,7 +14,7 @@ namespace {
 
 using ptest::Bytes;
 
-zr_bitstream over(Bytes& b) { return zr_bitstream{b.data(), static_cast<int64_t>(b.size()), b.size() * 8, 0}; }
+using ptest::over;
 
 struct Units {
   Bytes highSps, highPps, baselinePps;

@@ -58,7 +58,7 @@ const AvcStream kStreams[] = {
      "100x58"},
 };
 
-zr_bitstream over(Bytes& b) { return zr_bitstream{b.data(), static_cast<int64_t>(b.size()), b.size() * 8, 0}; }
+using ptest::over;
 
 // Decodes ffmpeg's delta_scale values into scale lists (7.3.2.1.1.1) for the lists flagged present.
 std::vector<int32_t> scalesFromDeltas(const std::vector<int64_t>& deltas, const std::vector<int64_t>& present) {

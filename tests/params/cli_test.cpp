@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "support/edit_support.h"
 #include "support/param_streams.h"
 #include "support/test_support.h"
 
@@ -59,29 +60,54 @@ TEST(HvccCommand, WritesABoxThatReadsBack) {
   EXPECT_EQ(j.at("header").at("lengthSizeMinusOne"), 3);
 }
 
+// The refusals of params, hvcc and dvcc (0: any failure). Run in the scratch directory, so that
+// dvcc's relative names are its files.
 TEST(ParamsCommands, RefuseBadInputWithOneLine) {
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("junk.bin"), {1, 2, 3, 4, 5});
+  qtest::writeBytes(dir.file("short.bin"), ptest::Bytes(23, 0));
+  ptest::Bytes badSize = {0, 0, 0, 40, 'd', 'v', 'v', 'C'};
+  badSize.resize(32, 0);
+  qtest::writeBytes(dir.file("badsize.bin"), badSize);
+  ptest::Bytes longBox = {0, 0, 0, 33, 'd', 'v', 'c', 'C'};
+  longBox.resize(33, 0);
+  qtest::writeBytes(dir.file("long.bin"), longBox);
+  qtest::writeBytes(dir.file("exists.bin"), ptest::Bytes(3, 1));
   std::string h264 = ptest::x264Stream("main", "yuv420p", "-profile:v main", "64x48");
   struct Case {
-    std::string args;
+    std::string command, args;
     int exitCode;
   } cases[] = {
-      {"params", 2},
-      {"params " + dir.file("missing.h264"), 1},
-      {"params " + dir.file("junk.bin"), 1},
-      {"params --bogus x", 2},
-      {"hvcc " + h264 + " -o " + dir.file("x.bin"), 1},
-      {"hvcc " + h264, 2},
-      {"hvcc --read " + dir.file("junk.bin"), 1},
+      {"params", "", 2},
+      {"params", dir.file("missing.h264"), 1},
+      {"params", dir.file("junk.bin"), 1},
+      {"params", "--bogus x", 2},
+      {"hvcc", h264 + " -o " + dir.file("x.bin"), 1},
+      {"hvcc", h264, 2},
+      {"hvcc", "--read " + dir.file("junk.bin"), 1},
+      {"dvcc", "--read short.bin", 0},
+      {"dvcc", "--read badsize.bin", 0},
+      {"dvcc", "--read long.bin", 0},
+      {"dvcc", "--read missing.bin", 0},
+      {"dvcc", "-o out.bin --profile 128 --level 1", 0},
+      {"dvcc", "-o out.bin --profile 8 --level 64", 0},
+      {"dvcc", "-o out.bin --profile 8 --level x", 0},
+      {"dvcc", "-o out.bin --profile 8", 0},
+      {"dvcc", "-o exists.bin --profile 8 --level 6", 0},
+      {"dvcc", "", 0},
   };
   for (const auto& c : cases) {
-    auto r = qtest::runTool(c.args);
-    EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
-    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << c.args << ": " << r.err;
+    SCOPED_TRACE(c.command + " " + c.args);
+    auto r = qtest::runCommand("cd " + qtest::shellQuote(dir.path()) + " && " + QUORVANE_TOOL + " " + c.command + " " + c.args);
+    EXPECT_TRUE(c.exitCode ? r.exitCode == c.exitCode : r.exitCode != 0) << "exit code " << r.exitCode;
+    qtest::expectOneLineError(r, c.command);
   }
-  EXPECT_EQ(qtest::runTool("params --help").exitCode, 0);
-  EXPECT_EQ(qtest::runTool("hvcc --help").exitCode, 0);
+  EXPECT_EQ(qtest::readBytes(dir.file("exists.bin")), ptest::Bytes(3, 1));
+  for (const std::string command : {"params", "hvcc", "dvcc"}) {
+    auto help = qtest::runTool(command + " --help");
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_NE(help.out.find("usage: quorvane " + command), std::string::npos) << help.out;
+  }
 }
 
 }  // namespace

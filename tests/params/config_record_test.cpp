@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "support/mp4_box.h"
 #include "support/param_streams.h"
 #include "streamutil/hevc_config_record.h"
 #include "support/test_support.h"
@@ -16,16 +17,6 @@ using ptest::Bytes;
 
 using ptest::over;
 using StreamUnits = ptest::HevcUnits;
-
-// The hvcC box (size, type and payload) of an MP4 file.
-Bytes hvccBox(const Bytes& mp4) {
-  for (size_t i = 4; i + 4 <= mp4.size(); ++i) {
-    if (std::memcmp(&mp4[i], "hvcC", 4) != 0) continue;
-    uint32_t size = (uint32_t{mp4[i - 4]} << 24) | (uint32_t{mp4[i - 3]} << 16) | (uint32_t{mp4[i - 2]} << 8) | mp4[i - 1];
-    if (size >= 8 && i - 4 + size <= mp4.size()) return Bytes(mp4.begin() + static_cast<long>(i - 4), mp4.begin() + static_cast<long>(i - 4 + size));
-  }
-  return {};
-}
 
 Bytes writeRecord(HEVC_DECODED* header, const StreamUnits& u, int32_t spsLength) {
   Bytes out(512, 0);
@@ -56,11 +47,7 @@ TEST_P(HvccFromFfmpeg, WriterMatchesAndReaderAgrees) {
   const Case& c = GetParam();
   StreamUnits u = ptest::hevcUnits(ptest::x265Stream(c.name, c.pixelFormat, c.x265Params, c.size));
   ASSERT_FALSE(u.sps.empty());
-  qtest::TempDir dir;
-  auto remux = qtest::runCommand("ffmpeg -nostdin -y -v error -i " + qtest::shellQuote(u.path) + " -c copy " +
-                                 qtest::shellQuote(dir.file("out.mp4")));
-  ASSERT_EQ(remux.exitCode, 0) << remux.err;
-  Bytes box = hvccBox(qtest::readBytes(dir.file("out.mp4")));
+  Bytes box = qtest::remuxedBox(u.path, "hvcC");
   ASSERT_GT(box.size(), 8u + 23u);
 
   // Ours: header filled from the parsed parameter sets, arrays from the stream's own units.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "streamutil/hevc_config_record.h"
+#include "support/mp4_box.h"
 #include "support/test_support.h"
 
 namespace {
@@ -106,15 +107,13 @@ TEST(DvvcFfprobe, SideDataMatchesTheRecord) {
     auto remux = qtest::runCommand("ffmpeg -y -v error -i " + qtest::shellQuote(path) + " -c copy -strict unofficial " +
                                    qtest::shellQuote(remuxed));
     ASSERT_EQ(remux.exitCode, 0) << remux.err;
-    Bytes theirs = qtest::readBytes(remuxed);
-    size_t record = 0;
-    for (size_t i = 4; i + 4 + 24 <= theirs.size() && !record; ++i)
-      for (const char* type : {"dvcC", "dvvC", "dvwC"})
-        if (!std::memcmp(&theirs[i], type, 4) && be32(theirs, i - 4) == 32) record = i + 4;
-    ASSERT_NE(record, 0u) << "ffmpeg wrote no Dolby Vision configuration box";
-    EXPECT_EQ(Bytes(theirs.begin() + static_cast<long>(record), theirs.begin() + static_cast<long>(record) + 24),
-              Bytes(box.begin() + 8, box.end()));
-    zr_bitstream theirIn{theirs.data(), static_cast<int64_t>(theirs.size()), theirs.size() * 8, record * 8};
+    const Bytes file = qtest::readBytes(remuxed);
+    Bytes theirs;
+    for (const char* type : {"dvcC", "dvvC", "dvwC"})
+      if (theirs.empty()) theirs = qtest::boxIn(file, type);
+    ASSERT_EQ(theirs.size(), 32u) << "ffmpeg wrote no Dolby Vision configuration box";
+    EXPECT_EQ(Bytes(theirs.begin() + 8, theirs.end()), Bytes(box.begin() + 8, box.end()));
+    zr_bitstream theirIn{theirs.data(), 32, 256, 64};
     DOVI_DECODER_CONFIGURATION_RECORD fromFfmpeg{};
     ASSERT_EQ(klxutilRead_DVVC_CR(&theirIn, &fromFfmpeg), 24u);
     EXPECT_EQ(std::memcmp(&fromFfmpeg, &r, sizeof r), 0);

@@ -1,11 +1,10 @@
 // The dvvC reader against the writer: every bit lands in exactly one field and is written back
 // where it was, random records read at any bit offset write back unchanged, short input is
-// refused; and the dvcc command.
+// refused; and the dvcc command (its refusals: cli_test.cpp).
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -131,40 +130,6 @@ TEST(DvccCommand, WritesABoxThatReadsBackAsJson) {
     EXPECT_EQ(j["blSignalCompatibilityId"], c.compatibility);
     EXPECT_EQ(j["reservedWords"].size(), 4u);
   }
-}
-
-TEST(DvccCommand, RefusesBadInputWithOneLine) {
-  qtest::TempDir dir;
-  qtest::writeBytes(dir.file("short.bin"), Bytes(23, 0));
-  Bytes badSize = {0, 0, 0, 40, 'd', 'v', 'v', 'C'};
-  badSize.resize(32, 0);
-  qtest::writeBytes(dir.file("badsize.bin"), badSize);
-  Bytes longBox = {0, 0, 0, 33, 'd', 'v', 'c', 'C'};
-  longBox.resize(33, 0);
-  qtest::writeBytes(dir.file("long.bin"), longBox);
-  qtest::writeBytes(dir.file("exists.bin"), Bytes(3, 1));
-  const char* kCases[] = {
-      "dvcc --read short.bin",
-      "dvcc --read badsize.bin",
-      "dvcc --read long.bin",
-      "dvcc --read missing.bin",
-      "dvcc -o out.bin --profile 128 --level 1",
-      "dvcc -o out.bin --profile 8 --level 64",
-      "dvcc -o out.bin --profile 8 --level x",
-      "dvcc -o out.bin --profile 8",
-      "dvcc -o exists.bin --profile 8 --level 6",
-      "dvcc",
-  };
-  for (const char* args : kCases) {
-    auto r = qtest::runCommand("cd " + qtest::shellQuote(dir.path()) + " && " + QUORVANE_TOOL + std::string(" ") + args);
-    EXPECT_NE(r.exitCode, 0) << args;
-    EXPECT_EQ(r.err.rfind("quorvane dvcc: ", 0), 0u) << args << ": " << r.err;
-    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << args << ": " << r.err;
-  }
-  EXPECT_EQ(qtest::readBytes(dir.file("exists.bin")), Bytes(3, 1));
-  auto help = qtest::runTool("dvcc --help");
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.out.find("usage: quorvane dvcc"), std::string::npos);
 }
 
 }  // namespace

@@ -85,12 +85,10 @@ const Stream& streamFor(Codec codec) {
   if (!s) {
     s = std::make_unique<Stream>();
     s->codec = codec;
-    const std::string source = "-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 3 ";
     s->path = codec == Codec::kHevc
-                  ? qtest::encodedStream("ranges_x265_hrd.hevc",
-                                         source + "-c:v libx265 -x265-params log-level=0:hrd=1:vbv-maxrate=500:"
-                                                  "vbv-bufsize=500 -f hevc")
-                  : qtest::encodedStream("ranges_x264_high.h264", source + "-c:v libx264 -pix_fmt yuv420p -f h264");
+                  ? ptest::x265Stream("main_hrd", "yuv420p", "hrd=1:vbv-maxrate=500:vbv-bufsize=500", "64x64")
+                  : ptest::x264Stream("high_hrd", "yuv420p",
+                                      "-profile:v high -x264-params nal-hrd=vbr:vbv-maxrate=500:vbv-bufsize=500", "64x64");
     if (!s->path.empty()) {
       s->units = ptest::splitAnnexB(qtest::readBytes(s->path));
       s->trace = qtest::runCommand("ffmpeg -nostdin -v verbose -i " + qtest::shellQuote(s->path) +

@@ -1,7 +1,9 @@
 // The hvcC box's size word bounds the record (ISO/IEC 14496-12 4.2): a box claiming more bytes
 // than there are, or fewer than its own header, is refused by the reader and by hvcc --read; bytes
 // behind the box are not read as part of it. On the reader's retry over an unescaped copy the word
-// bounds the unescaped bytes. The box is the one quorvane writes for an x265 stream.
+// bounds the unescaped bytes. The box is the one quorvane writes for an x265 stream. hvcc --read names
+// what the file holds and its size: an hvcC box, or a bare record (which the reader wraps in box words
+// of its own; their 8 bytes are not the file's).
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -38,7 +40,7 @@ Bytes escapedBox(const Bytes& box) {
   return withSizeWord(escaped, uint32_t(escaped.size()));
 }
 
-TEST(HvccBoxSize, HvccReadRefusesABoxLargerThanTheFileOrSmallerThanItsHeader) {
+TEST(HvccBoxSize, HvccReadNamesTheFileAndRefusesABoxLargerThanTheFileOrSmallerThanItsHeader) {
   const Bytes box = x265Box();
   ASSERT_GT(box.size(), 40u);
   const uint32_t n = uint32_t(box.size());
@@ -48,25 +50,32 @@ TEST(HvccBoxSize, HvccReadRefusesABoxLargerThanTheFileOrSmallerThanItsHeader) {
     const char* name;
     Bytes bytes;
     const char* error;  // null: read as the plain box
+    const char* kind;   // the first line's name of what the file holds (null: not checked)
   };
   const Row rows[] = {
-      {"as written", box, nullptr},
-      {"size 0: to the end of the file", withSizeWord(box, 0), nullptr},
-      {"another box behind it", trailing, nullptr},
-      {"stored with emulation prevention", escapedBox(box), nullptr},
-      {"one byte more than the file", withSizeWord(box, n + 1), "is past end of bitstream"},
-      {"all ones", withSizeWord(box, 0xFFFFFFFFu), "is past end of bitstream"},
-      {"smaller than its header", withSizeWord(box, 7), "is smaller than its 8-byte header"},
+      {"as written", box, nullptr, "hvcC"},
+      {"the bare record", Bytes(box.begin() + 8, box.end()), nullptr, "record"},
+      {"size 0: to the end of the file", withSizeWord(box, 0), nullptr, nullptr},
+      {"another box behind it", trailing, nullptr, nullptr},
+      {"stored with emulation prevention", escapedBox(box), nullptr, nullptr},
+      {"one byte more than the file", withSizeWord(box, n + 1), "is past end of bitstream", nullptr},
+      {"all ones", withSizeWord(box, 0xFFFFFFFFu), "is past end of bitstream", nullptr},
+      {"smaller than its header", withSizeWord(box, 7), "is smaller than its 8-byte header", nullptr},
   };
   qtest::TempDir dir;
+  const std::string in = dir.file("in.bin");
   std::string plain;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    qtest::writeBytes(dir.file("in.bin"), row.bytes);
-    const auto r = qtest::runTool("hvcc --read " + shellQuote(dir.file("in.bin")));
+    qtest::writeBytes(in, row.bytes);
+    const auto r = qtest::runTool("hvcc --read " + shellQuote(in));
     if (!row.error) {
       EXPECT_EQ(r.exitCode, 0) << r.err;
-      const std::string body = r.out.substr(r.out.find('\n'));  // the first line names the file's size
+      const size_t eol = r.out.find('\n');
+      if (row.kind) {
+        EXPECT_EQ(r.out.substr(0, eol), in + ": " + row.kind + ", " + std::to_string(row.bytes.size()) + " bytes");
+      }
+      const std::string body = r.out.substr(eol);  // the first line names the file's size
       if (plain.empty()) plain = body;
       EXPECT_EQ(body, plain);
       continue;

@@ -4,7 +4,6 @@
 // SPS extension, listed entry by entry by klxutilAvccEntries.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -14,6 +13,7 @@
 #include "sei/splice_support.h"
 #include "streamutil/avcc.h"
 #include "support/ffmpeg_oracle.h"
+#include "support/mp4_box.h"
 #include "support/test_support.h"
 
 namespace {
@@ -36,15 +36,6 @@ Bytes setsUpFront(const Bytes& first, const Bytes& second, bool hevc) {
     }
   sets.insert(sets.end(), pictures.begin(), pictures.end());
   return sets;
-}
-
-Bytes boxIn(const Bytes& mp4, const char* type) {
-  for (size_t i = 4; i + 4 <= mp4.size(); ++i) {
-    if (std::memcmp(&mp4[i], type, 4) != 0) continue;
-    const size_t size = size_t{mp4[i - 4]} << 24 | size_t{mp4[i - 3]} << 16 | size_t{mp4[i - 2]} << 8 | mp4[i - 1];
-    if (size >= 8 && i - 4 + size <= mp4.size()) return Bytes(mp4.begin() + long(i - 4), mp4.begin() + long(i - 4 + size));
-  }
-  return {};
 }
 
 TEST(RecordSets, EverySetIsListedInRecordOrder) {
@@ -79,7 +70,7 @@ TEST(RecordSets, EverySetIsListedInRecordOrder) {
     const std::string in = dir.file(std::string("in.") + c.encoder), mp4 = dir.file("in.mp4"), box = dir.file("box.bin");
     qtest::writeBytes(in, setsUpFront(first, second, hevc));
     ASSERT_EQ(qtest::runCommand("ffmpeg -nostdin -y -v error -i " + shellQuote(in) + " -c copy " + shellQuote(mp4)).exitCode, 0);
-    qtest::writeBytes(box, boxIn(qtest::readBytes(mp4), c.box));
+    qtest::writeBytes(box, qtest::boxIn(qtest::readBytes(mp4), c.box));
 
     Values oracle;  // the record as trace_headers lists ffmpeg's extradata
     std::string kind;

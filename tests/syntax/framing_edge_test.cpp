@@ -1,11 +1,13 @@
 // Frame conversion between start codes and length prefixes, and unit lookup: each kept rule.
 // Plain conversion and lookup are checked against ffmpeg's MP4 samples of real streams
-// (stream_interop_test.cpp) and the conversion against the reference on random frames, with
-// the checked form (framing_random_test.cpp).
+// (stream_interop_test.cpp); start codes to lengths, with its rules for frames that already read
+// as a chain of lengths, against the reference on random frames, with the checked form
+// (framing_random_test.cpp).
 #include <gtest/gtest.h>
 
 #include <vector>
 
+#include "reference_framing.h"
 #include "streamutil/framing.h"
 
 namespace {
@@ -18,29 +20,6 @@ struct ConvertCase {
   uint32_t result;
   Bytes output;  // the first `result` bytes after the call
 };
-
-// Short frames, frames without a leading start code and a start code in the last three bytes are
-// decided by MarkerToSize.AgreesWithForwardReference.
-TEST(MarkerToSize, Cases) {
-  const ConvertCase cases[] = {
-      {"one-byte length-prefixed unit is left alone", {0x00, 0x00, 0x00, 0x01, 0x65}, 5, {0x00, 0x00, 0x00, 0x01, 0x65}},
-      {"chain with zero padding is left alone", {0x00, 0x00, 0x00, 0x01, 0x65, 0x00, 0x00}, 7,
-       {0x00, 0x00, 0x00, 0x01, 0x65, 0x00, 0x00}},
-      {"forbidden bit breaks the chain", {0x00, 0x00, 0x00, 0x01, 0xE5, 0xAA}, 6, {0x00, 0x00, 0x00, 0x02, 0xE5, 0xAA}},
-      {"empty last unit", {0x00, 0x00, 0x01, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x01}, 10,
-       {0x00, 0x00, 0x00, 0x02, 0x65, 0xAA, 0x00, 0x00, 0x00, 0x00}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Bytes buf = c.input;
-    buf.resize(c.input.size() + 8, 0xEE);
-    EXPECT_EQ(klxUtilh264MarkerToSizeResult(buf.data(), static_cast<uint32_t>(c.input.size())), c.result);
-    uint32_t result = klxUtilh264MarkerToSize(buf.data(), static_cast<uint32_t>(c.input.size()));
-    EXPECT_EQ(result, c.result);
-    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + result), c.output);
-    EXPECT_EQ(buf[result], 0xEE) << "nothing written behind the new size";
-  }
-}
 
 TEST(SizeToMarker, Cases) {
   const ConvertCase cases[] = {
@@ -90,17 +69,24 @@ TEST(FindSpecificNAL, Cases) {
       {"start codes: first match wins",
        {0x00, 0x00, 0x00, 0x01, 0x06, 0x05, 0x07, 0x08, 0x00, 0x00, 0x00, 0x01, 0x06, 0x01, 0x02, 0x03}, 1, 0x06, 1, 0,
        6},
-      {"size 4", {0x00, 0x00, 0x00, 0x01}, 1, 0x00, 0, -1, 0},  // lengths past the frame: letter_departures_test
+      {"size 4", {0x00, 0x00, 0x00, 0x01}, 1, 0x00, 0, -1, 0},
+      // A length running past the frame: the unit is cut at the frame's end, never read past it
+      // (the buffer is exactly the frame's size, so AddressSanitizer sees any stray byte).
+      {"length-prefixed, first length past the end", {0x00, 0x00, 0x01, 0x00, 0x06, 0x01, 0x02}, 0, 0x06, 1, 0, 7},
+      {"length-prefixed, all-ones length", {0xFF, 0xFF, 0xFF, 0xFF, 0x06, 0x01, 0x02, 0x03}, 0, 0x06, 1, 0, 8},
+      {"length-prefixed, second length past the end, absent",
+       {0x00, 0x00, 0x00, 0x01, 0x09, 0x7F, 0xFF, 0xFF, 0xF0, 0x06, 0x01}, 0, 0x07, 0, -1, 0},
+      {"length-prefixed, second length past the end",
+       {0x00, 0x00, 0x00, 0x01, 0x09, 0x00, 0x00, 0x10, 0x00, 0x06, 0x01, 0x02}, 0, 0x06, 1, 5, 7},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Bytes buf = c.frame;
+    auto buf = ref::exactCopy(c.frame);
     uint8_t* unit = reinterpret_cast<uint8_t*>(&buf);  // must be overwritten
     uint32_t length = 12345;
-    EXPECT_EQ(klxUtilFindSpecificNAL(buf.data(), static_cast<uint32_t>(buf.size()), c.startCodes, c.wanted, &unit,
-                                     &length),
+    EXPECT_EQ(klxUtilFindSpecificNAL(buf.get(), static_cast<uint32_t>(c.frame.size()), c.startCodes, c.wanted, &unit, &length),
               c.result);
-    EXPECT_EQ(unit, c.offset < 0 ? nullptr : buf.data() + c.offset);
+    EXPECT_EQ(unit, c.offset < 0 ? nullptr : buf.get() + c.offset);
     EXPECT_EQ(length, c.length);
   }
   // Too short or null: the outputs are left alone.

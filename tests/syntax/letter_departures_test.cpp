@@ -2,14 +2,14 @@
 // each over buffers allocated to their exact size so that AddressSanitizer sees any stray byte:
 //  - rbsp_to_nal's write of the byte behind an inserted 03 (refused when it does not fit);
 //  - ReadBit at position == length when the byte holding bit `length` lies beyond `size`;
-//  - a length-prefixed unit whose length runs past the frame in klxUtilFindSpecificNAL.
+//  - a length-prefixed unit whose length runs past the frame in klxUtilFindSpecificNAL (rows of
+//    FindSpecificNAL.Cases, framing_edge_test.cpp).
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
 
 #include "reference_framing.h"
-#include "streamutil/framing.h"
 #include "streamutil/zr_bitstream.h"
 #include "syntax/nal_framing.h"
 
@@ -61,32 +61,6 @@ TEST(LetterDepartures, ReadBitAtTheLengthStaysInsideTheGivenSize) {
     EXPECT_EQ(s.position, c.length + 1);
     EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu) << "beyond the length";
     EXPECT_EQ(s.position, c.length + 2);
-  }
-}
-
-TEST(LetterDepartures, LengthPrefixedUnitPastTheFrameIsCutAtItsEnd) {
-  struct Case {
-    Bytes frame;
-    uint8_t wanted;
-    int result;
-    uint32_t offset, length;
-  } const kCases[] = {
-      {{0x00, 0x00, 0x01, 0x00, 0x06, 0x01, 0x02}, 0x06, 1, 0, 7},
-      {{0xFF, 0xFF, 0xFF, 0xFF, 0x06, 0x01, 0x02, 0x03}, 0x06, 1, 0, 8},
-      {{0x00, 0x00, 0x00, 0x01, 0x09, 0x7F, 0xFF, 0xFF, 0xF0, 0x06, 0x01}, 0x07, 0, 0, 0},
-      {{0x00, 0x00, 0x00, 0x01, 0x09, 0x00, 0x00, 0x10, 0x00, 0x06, 0x01, 0x02}, 0x06, 1, 5, 7},
-  };
-  for (const auto& c : kCases) {
-    auto frame = ref::exactCopy(c.frame);
-    uint8_t* unit = nullptr;
-    uint32_t length = 99;
-    const uint32_t size = static_cast<uint32_t>(c.frame.size());
-    EXPECT_EQ(klxUtilFindSpecificNAL(frame.get(), size, 0, c.wanted, &unit, &length), c.result);
-    if (c.result) {
-      EXPECT_EQ(unit, frame.get() + c.offset);
-      EXPECT_EQ(length, c.length);
-      EXPECT_LE(c.offset + length, size) << "never past the frame";
-    }
   }
 }
 
