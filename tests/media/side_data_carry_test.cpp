@@ -5,9 +5,11 @@
 // D.1.29 / D.1.31). ffprobe reads the tracks, and the SEI of the first picture, back.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "media_support.h"
 #include "support/test_support.h"
@@ -82,9 +84,13 @@ TEST_F(SideDataCarry, EveryTrackKeepsItsSideDataAsAStreamCopyDoes) {
   ASSERT_EQ(given.size(), 2u);
   ASSERT_EQ(kindOf(given[0], kMatrix).count("rotation"), 1u) << "ffmpeg wrote no display matrix";
 
+  // Caption insertion (stamp --captions) goes through the same writer.
+  const std::string scc = dir.file("cc.scc");
+  const std::string sccText = "Scenarist_SCC V1.0\n\n00:00:00:01\t9420 9420 94ae 94ae c8e5 ecec ef80 942f 942f\n";
+  qtest::writeBytes(scc, std::vector<uint8_t>(sccText.begin(), sccText.end()));
   struct Row {
     const char* command;
-    const char* options;
+    std::string options;
     const char* extension;
     bool matrixKept;  // the container has a place for it (libavformat 5.1's Matroska writer has none)
   };
@@ -94,12 +100,14 @@ TEST_F(SideDataCarry, EveryTrackKeepsItsSideDataAsAStreamCopyDoes) {
       {"reframe", "", "mkv", false},
       {"stamp", " --tc 01:00:00:00 --rate 25", "mp4", true},
       {"stamp", " --tc 01:00:00:00 --rate 25", "mkv", false},
+      {"stamp", " --tc 00:00:00:00 --rate 25 --captions " + shellQuote(scc), "mov", true},
       {"hdr", " --max-cll 500,100", "mp4", true},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(std::string(row.command) + row.options + " ." + row.extension);
     const std::string out = dir.file(std::string(row.command) + "." + row.extension);
     const std::string copied = dir.file(std::string("ffmpeg.") + row.extension);
+    std::remove(out.c_str());
     const auto r = qtest::runTool(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + row.options + " -y");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     ASSERT_EQ(qtest::runCommand("ffmpeg -y -v error -i " + shellQuote(in) + " -map 0 -c copy " + shellQuote(copied)).exitCode, 0);
