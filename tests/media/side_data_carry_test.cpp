@@ -5,6 +5,7 @@
 // D.1.29 / D.1.31). ffprobe reads the tracks, and the SEI of the first picture, back.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -201,6 +202,34 @@ TEST_F(SideDataCarry, AnElementaryStreamsTrackDescribesItsHdrSei) {
       if (!kindOf(picture, kMastering).empty()) expectNear(kindOf(got[0], kMastering), kindOf(picture, kMastering));
       EXPECT_EQ(kindOf(got[0], kLight), kindOf(picture, kLight));
     }
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+  }
+}
+
+// A mastering display message whose payloadSize runs past its SEI unit: the track is described
+// with nothing rather than with values read from the bytes behind it.
+TEST_F(SideDataCarry, AnUnreadableHdrSeiDescribesNothing) {
+  const std::string hevc = qtest::encodedStream(
+      "side_data_hdr10.hevc", "-f lavfi -i testsrc2=size=160x96:rate=25 -frames:v 6 -pix_fmt yuv420p10le -c:v libx265 -x265-params " +
+                                  shellQuote(std::string("log-level=error:hdr10=1:master-display=") + kMasterDisplay + ":max-cll=1000,400") +
+                                  " -f hevc");
+  ASSERT_FALSE(hevc.empty());
+  std::vector<uint8_t> bytes = qtest::readBytes(hevc);
+  const uint8_t kMasteringSei[] = {0x4E, 0x01, 137, 24};  // prefix SEI, payloadType 137, payloadSize 24
+  const auto at = std::search(bytes.begin(), bytes.end(), std::begin(kMasteringSei), std::end(kMasteringSei));
+  ASSERT_NE(at, bytes.end());
+  at[3] = 0xF0;
+  qtest::TempDir dir;
+  const std::string in = dir.file("bad_sei.hevc");
+  qtest::writeBytes(in, bytes);
+  for (const char* extension : {"mp4", "mkv"}) {
+    SCOPED_TRACE(extension);
+    const std::string out = dir.file(std::string("out.") + extension);
+    const auto r = qtest::runTool("reframe " + shellQuote(in) + " " + shellQuote(out) + " -y");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const std::vector<SideData> got = tracks(out);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_TRUE(kindOf(got[0], kMastering).empty());
     EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
   }
 }
