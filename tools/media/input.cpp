@@ -626,6 +626,10 @@ std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& o
         return nullptr;
       }
       leadingParameterSets(info, info.framing == Framing::kAnnexB ? annexBSample(head, SIZE_MAX) : lengthSample(head, SIZE_MAX));
+      if (info.codec != StreamCodec::kMpeg2 && klxutilReadHdrSei(head.data(), static_cast<uint32_t>(head.size()),
+                                                                 info.framing == Framing::kAnnexB, info.codec == StreamCodec::kHevc,
+                                                                 &info.leadingHdr) != 0)
+        info.leadingHdr = {};  // unreadable in front of the first slice: nothing to describe from
       return std::make_unique<EsInput>(fd, std::move(head), info, path);
     }
     if (looksAdts(head)) {

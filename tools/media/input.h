@@ -11,6 +11,7 @@
 
 #include "inspect.h"
 #include "streamutil/access_units.h"
+#include "streamutil/hdr_sei.h"
 
 struct AVFormatContext;
 struct AVPacket;
@@ -53,6 +54,9 @@ struct StreamInfo {
   int track = -1;                    // container stream index of the video track
   std::vector<Bytes> parameterSets;  // from the extradata (avcC/hvcC arrays or Annex B)
   std::vector<Bytes> leadingParameterSets;  // elementary streams: those in the first megabyte (MPEG-2: sequence headers)
+  // H.264/HEVC elementary streams: the HDR static metadata SEI messages of the first access unit
+  // (present = 0 when it has none), all a container track can be described from.
+  KLX_HDR_METADATA leadingHdr{};
   Bytes extradata;
   bool configRecord = false;         // extradata is an avcC / hvcC record
   int frameRateNum = 0, frameRateDen = 0;  // container frame rate (0 when not known)

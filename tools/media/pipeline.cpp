@@ -136,31 +136,65 @@ Bytes bytesOf(const T& value) {
   return Bytes(p, p + sizeof value);
 }
 
-// The HDR static metadata of a container OUT's video track: IN's (`in`; null for an elementary
-// stream) less what `edit` removes, with what it sets. A muxer with no place for it (MPEG-TS)
-// passes it over. False when the side data cannot be allocated.
-bool carryHdr(const AVStream* in, const ContainerHdr& edit, AVStream* out) {
-  struct Kind {
-    uint32_t bit;
-    AVPacketSideDataType type;
-  };
-  constexpr Kind kKinds[] = {{KLX_HDR_HAS_MASTERING_DISPLAY, AV_PKT_DATA_MASTERING_DISPLAY_METADATA},
-                             {KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_CONTENT_LIGHT_LEVEL}};
-  for (const Kind& kind : kKinds) {
+// Where the HDR static metadata of OUT's video track comes from: what the editor sets wins;
+// else, unless it removes it, IN's track value; else the first access unit's SEI (`stream`, filled
+// for an elementary stream, whose SEI is all that describes it).
+struct VideoHdr {
+  const ContainerHdr& edit;
+  const KLX_HDR_METADATA& stream;
+};
+
+struct HdrKind {
+  uint32_t bit;
+  AVPacketSideDataType type;
+};
+constexpr HdrKind kHdrKinds[] = {{KLX_HDR_HAS_MASTERING_DISPLAY, AV_PKT_DATA_MASTERING_DISPLAY_METADATA},
+                                 {KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_CONTENT_LIGHT_LEVEL}};
+
+bool isHdrKind(AVPacketSideDataType type) {
+  return std::any_of(std::begin(kHdrKinds), std::end(kHdrKinds), [&](const HdrKind& k) { return k.type == type; });
+}
+
+// One HDR kind of a record as side data.
+Bytes hdrSideData(const HdrKind& kind, const KLX_HDR_METADATA& md) {
+  const KLX_CONTENT_LIGHT_LEVEL& cll = md.contentLightLevel;
+  return kind.type == AV_PKT_DATA_CONTENT_LIGHT_LEVEL
+             ? bytesOf(AVContentLightMetadata{cll.max_content_light_level, cll.max_pic_average_light_level})
+             : bytesOf(masteringSideData(md.masteringDisplay));
+}
+
+bool addSideData(AVStream* out, AVPacketSideDataType type, const uint8_t* data, size_t size) {
+  if (size == 0) return true;
+  uint8_t* to = libav::api().av_stream_new_side_data(out, type, size);
+  if (!to) return false;
+  std::memcpy(to, data, size);
+  return true;
+}
+
+// Every side data element of IN's track `in` (display matrix, stereo 3D, spherical mapping, HDR
+// static metadata, whatever a demuxer finds) onto OUT's track `out`, as a stream copy keeps them;
+// a muxer writes those it has a place for. `hdr` (the video track only) decides the HDR kinds.
+// `in` is null for an elementary stream. False when side data cannot be allocated.
+bool carrySideData(const AVStream* in, const VideoHdr* hdr, AVStream* out) {
+  for (int i = 0; in && i < in->nb_side_data; ++i) {
+    const AVPacketSideData& element = in->side_data[i];
+    if (hdr && isHdrKind(element.type)) continue;  // below
+    if (!addSideData(out, element.type, element.data, element.size)) return false;
+  }
+  if (!hdr) return true;
+  for (const HdrKind& kind : kHdrKinds) {
+    size_t size = 0;
+    const uint8_t* track = in ? libav::api().av_stream_get_side_data(in, kind.type, &size) : nullptr;
     Bytes data;
-    if (edit.set.present & kind.bit) {
-      const KLX_CONTENT_LIGHT_LEVEL& cll = edit.set.contentLightLevel;
-      data = kind.type == AV_PKT_DATA_CONTENT_LIGHT_LEVEL
-                 ? bytesOf(AVContentLightMetadata{cll.max_content_light_level, cll.max_pic_average_light_level})
-                 : bytesOf(masteringSideData(edit.set.masteringDisplay));
-    } else if (in && !(edit.remove & kind.bit)) {
-      size_t size = 0;
-      if (const uint8_t* p = libav::api().av_stream_get_side_data(in, kind.type, &size)) data.assign(p, p + size);
-    }
-    if (data.empty()) continue;
-    uint8_t* to = libav::api().av_stream_new_side_data(out, kind.type, data.size());
-    if (!to) return false;
-    std::memcpy(to, data.data(), data.size());
+    if (hdr->edit.set.present & kind.bit)
+      data = hdrSideData(kind, hdr->edit.set);
+    else if (hdr->edit.remove & kind.bit)
+      continue;
+    else if (track)
+      data.assign(track, track + size);
+    else if (hdr->stream.present & kind.bit)
+      data = hdrSideData(kind, hdr->stream);
+    if (!addSideData(out, kind.type, data.data(), data.size())) return false;
   }
   return true;
 }
@@ -254,6 +288,11 @@ class ContainerSink : public Sink {
       ost->r_frame_rate = ist->r_frame_rate;
       ost->disposition = ist->disposition;
       libav::api().av_dict_copy(&ost->metadata, ist->metadata, 0);
+      const VideoHdr videoHdr{hdr, input.info().leadingHdr};
+      if (!carrySideData(ist, static_cast<int>(i) == video_ ? &videoHdr : nullptr, ost)) {
+        error = "cannot describe the output tracks (side data)";
+        return false;
+      }
       map_[i] = ost->index;
     }
     // Into another kind of container the timeline starts at 0, as ffmpeg -c copy has it: an MPEG-TS
@@ -262,10 +301,6 @@ class ContainerSink : public Sink {
       startShift_ = in_->start_time;
     if (setsReplaced && !replaceExtradata(input.info(), sets, out_->streams[map_[video_]]->codecpar, error)) return false;
     if (setsReplaced) describeFromSps(codec, sets, out_->streams[map_[video_]]->codecpar);
-    if (!carryHdr(in_->streams[video_], hdr, out_->streams[map_[video_]])) {
-      error = "cannot describe the output track's HDR metadata";
-      return false;
-    }
     // The input is described by other parameter sets than its extradata's (libavformat made them
     // up while the stream carries its own): those are passed on.
     const AVCodecParameters* inPar = in_->streams[video_]->codecpar;
@@ -320,7 +355,8 @@ class ContainerSink : public Sink {
     st->codecpar->width = summary.width;
     st->codecpar->height = summary.height;
     describeFromSps(info.codec, sets, st->codecpar);
-    if (!carryHdr(nullptr, hdr, st)) {
+    const VideoHdr videoHdr{hdr, info.leadingHdr};
+    if (!carrySideData(nullptr, &videoHdr, st)) {
       error = "cannot describe the output track's HDR metadata";
       return false;
     }

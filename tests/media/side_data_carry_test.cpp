@@ -1,0 +1,237 @@
+// What a container OUT says about its tracks beside the coded pictures: the stream side data of
+// every copied track (an MP4 tkhd display matrix above all) comes through reframe, stamp and hdr as
+// ffmpeg -c copy carries it into the same container; and an elementary stream's track describes the
+// HDR static metadata its first access unit's SEI carries (ITU-T H.265 D.2.28 / D.2.35, H.264
+// D.1.29 / D.1.31). ffprobe reads the tracks, and the SEI of the first picture, back.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "media_support.h"
+#include "support/test_support.h"
+
+namespace {
+
+using qtest::shellQuote;
+using Fields = std::map<std::string, double>;  // rationals divided out
+using SideData = std::map<std::string, Fields>;  // by side_data_type
+
+double number(const nlohmann::json& value) {
+  if (value.is_number()) return value.get<double>();
+  if (!value.is_string()) return 0;
+  const std::string text = value.get<std::string>();
+  const size_t slash = text.find('/');
+  return std::atof(text.c_str()) / (slash == std::string::npos ? 1 : std::atof(text.c_str() + slash + 1));
+}
+SideData sideDataOf(const nlohmann::json& list) {
+  SideData all;
+  for (const auto& element : list) {
+    Fields& fields = all[element.value("side_data_type", "")];
+    for (const auto& [key, value] : element.items())
+      if (key != "side_data_type") fields[key] = number(value);
+  }
+  return all;
+}
+// Each stream's side data, in stream order.
+std::vector<SideData> tracks(const std::string& path) {
+  const auto r = qtest::runCommand("ffprobe -v error -show_streams -of json " + shellQuote(path));
+  const auto doc = nlohmann::json::parse(r.out, nullptr, false);
+  std::vector<SideData> all;
+  if (doc.is_object() && doc.contains("streams"))
+    for (const auto& stream : doc["streams"]) all.push_back(sideDataOf(stream.value("side_data_list", nlohmann::json::array())));
+  return all;
+}
+// The side data the decoder attaches to the first picture (for HEVC: the HDR SEI messages).
+SideData firstPicture(const std::string& path) {
+  const auto r = qtest::runCommand("ffprobe -v error -select_streams v:0 -read_intervals %+#1 -show_frames -of json " + shellQuote(path));
+  const auto doc = nlohmann::json::parse(r.out, nullptr, false);
+  if (!doc.is_object() || !doc.contains("frames") || doc["frames"].empty()) return {};
+  return sideDataOf(doc["frames"][0].value("side_data_list", nlohmann::json::array()));
+}
+
+constexpr const char* kMatrix = "Display Matrix";
+constexpr const char* kMastering = "Mastering display metadata";
+constexpr const char* kLight = "Content light level metadata";
+
+void expectNear(const Fields& got, const Fields& want) {
+  ASSERT_EQ(got.size(), want.size());
+  for (const auto& [key, value] : want) {
+    ASSERT_TRUE(got.count(key)) << key;
+    EXPECT_NEAR(got.at(key), value, 1e-4) << key;
+  }
+}
+Fields kindOf(const SideData& all, const char* kind) {
+  const auto it = all.find(kind);
+  return it == all.end() ? Fields{} : it->second;
+}
+
+using SideDataCarry = mtest::FfmpegTest;
+
+// A phone-style MP4: H.264 and AAC, the video turned by a quarter (tkhd matrix).
+TEST_F(SideDataCarry, EveryTrackKeepsItsSideDataAsAStreamCopyDoes) {
+  qtest::TempDir dir;
+  const std::string plain = qtest::encodedStream(
+      "side_data_plain.mp4",
+      "-f lavfi -i testsrc2=size=160x96:rate=25 -f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.4 -c:v libx264 -c:a aac -f mp4");
+  ASSERT_FALSE(plain.empty());
+  const std::string in = dir.file("rotated.mp4");
+  ASSERT_EQ(qtest::runCommand("ffmpeg -v error -i " + shellQuote(plain) + " -map 0 -c copy -metadata:s:v:0 rotate=90 " + shellQuote(in)).exitCode, 0);
+  const std::vector<SideData> given = tracks(in);
+  ASSERT_EQ(given.size(), 2u);
+  ASSERT_EQ(kindOf(given[0], kMatrix).count("rotation"), 1u) << "ffmpeg wrote no display matrix";
+
+  // Caption insertion (stamp --captions) goes through the same writer.
+  const std::string scc = dir.file("cc.scc");
+  const std::string sccText = "Scenarist_SCC V1.0\n\n00:00:00:01\t9420 9420 94ae 94ae c8e5 ecec ef80 942f 942f\n";
+  qtest::writeBytes(scc, std::vector<uint8_t>(sccText.begin(), sccText.end()));
+  struct Row {
+    const char* command;
+    std::string options;
+    const char* extension;
+    bool matrixKept;  // the container has a place for it (libavformat 5.1's Matroska writer has none)
+  };
+  const Row rows[] = {
+      {"reframe", "", "mp4", true},
+      {"reframe", "", "mov", true},
+      {"reframe", "", "mkv", false},
+      {"stamp", " --tc 01:00:00:00 --rate 25", "mp4", true},
+      {"stamp", " --tc 01:00:00:00 --rate 25", "mkv", false},
+      {"stamp", " --tc 00:00:00:00 --rate 25 --captions " + shellQuote(scc), "mov", true},
+      {"hdr", " --max-cll 500,100", "mp4", true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.command) + row.options + " ." + row.extension);
+    const std::string out = dir.file(std::string(row.command) + "." + row.extension);
+    const std::string copied = dir.file(std::string("ffmpeg.") + row.extension);
+    std::remove(out.c_str());
+    const auto r = qtest::runTool(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + row.options + " -y");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    ASSERT_EQ(qtest::runCommand("ffmpeg -y -v error -i " + shellQuote(in) + " -map 0 -c copy " + shellQuote(copied)).exitCode, 0);
+    std::vector<SideData> got = tracks(out);
+    const std::vector<SideData> oracle = tracks(copied);
+    ASSERT_EQ(got.size(), oracle.size());
+    if (std::string(row.command) == "hdr") {
+      expectNear(kindOf(got[0], kLight), {{"max_content", 500}, {"max_average", 100}});
+      got[0].erase(kLight);  // the edit's, not IN's
+    }
+    for (size_t i = 0; i < got.size(); ++i) EXPECT_EQ(got[i], oracle[i]) << "track " << i;
+    EXPECT_EQ(kindOf(got[0], kMatrix) == kindOf(given[0], kMatrix), row.matrixKept);
+    // The pictures as a player shows them (ffmpeg turns them by the matrix) are those of the
+    // stream copy.
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(copied));
+    if (row.matrixKept) {
+      EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+    }
+    EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
+  }
+}
+
+// The values given to the encoders, as ffprobe reads them (primaries in 0.00002, luminance in
+// 0.0001 cd/m2).
+constexpr const char* kMasterDisplay = "G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)";
+const Fields kMasteringGiven = {{"red_x", 0.68},          {"red_y", 0.32},          {"green_x", 0.265},
+                                {"green_y", 0.69},        {"blue_x", 0.15},         {"blue_y", 0.06},
+                                {"white_point_x", 0.3127}, {"white_point_y", 0.329}, {"max_luminance", 1000},
+                                {"min_luminance", 0.0001}};
+const Fields kLightGiven = {{"max_content", 1000}, {"max_average", 400}};
+
+TEST_F(SideDataCarry, AnElementaryStreamsTrackDescribesItsHdrSei) {
+  const std::string source = "-f lavfi -i testsrc2=size=160x96:rate=25 -frames:v 6 ";
+  const std::string hevc = qtest::encodedStream(
+      "side_data_hdr10.hevc", source + "-pix_fmt yuv420p10le -c:v libx265 -x265-params " +
+                                  shellQuote(std::string("log-level=error:hdr10=1:master-display=") + kMasterDisplay + ":max-cll=1000,400") +
+                                  " -f hevc");
+  const std::string avc = qtest::encodedStream(
+      "side_data_hdr.h264",
+      source + "-c:v libx264 -x264-params " + shellQuote(std::string("mastering-display=") + kMasterDisplay + ":cll=1000,400") + " -f h264");
+  ASSERT_FALSE(hevc.empty() || avc.empty());
+  // The oracle for HEVC: what FFmpeg's decoder reads from the first picture's SEI.
+  ASSERT_FALSE(firstPicture(hevc).empty());
+  expectNear(kindOf(firstPicture(hevc), kMastering), kMasteringGiven);
+  expectNear(kindOf(firstPicture(hevc), kLight), kLightGiven);
+
+  enum class Want { kGiven, kNew, kNone };
+  struct Row {
+    const char* command;
+    const char* options;
+    bool hevc;
+    const char* extension;
+    Want mastering, light;
+  };
+  const Row rows[] = {
+      {"reframe", "", true, "mp4", Want::kGiven, Want::kGiven},
+      {"reframe", "", true, "mkv", Want::kGiven, Want::kGiven},
+      {"reframe", "", true, "mov", Want::kGiven, Want::kGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", true, "mp4", Want::kGiven, Want::kGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", true, "mkv", Want::kGiven, Want::kGiven},
+      {"hdr", " --max-cll 500,100", true, "mp4", Want::kGiven, Want::kNew},
+      {"hdr", " --remove master-display", true, "mkv", Want::kNone, Want::kGiven},
+      {"hdr", " --remove all", true, "mp4", Want::kNone, Want::kNone},
+      {"reframe", "", false, "mp4", Want::kGiven, Want::kGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", false, "mkv", Want::kGiven, Want::kGiven},
+  };
+  qtest::TempDir dir;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.command) + row.options + (row.hevc ? " hevc ." : " h264 .") + row.extension);
+    const std::string& in = row.hevc ? hevc : avc;
+    const std::string out = dir.file(std::string(row.command) + "." + row.extension);
+    const auto r = qtest::runTool(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + row.options + " -y");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const std::vector<SideData> got = tracks(out);
+    ASSERT_EQ(got.size(), 1u);
+    const Fields newLight = {{"max_content", 500}, {"max_average", 100}};
+    switch (row.mastering) {
+      case Want::kGiven: expectNear(kindOf(got[0], kMastering), kMasteringGiven); break;
+      case Want::kNew: ADD_FAILURE() << "no row sets the mastering display"; break;
+      case Want::kNone: EXPECT_TRUE(kindOf(got[0], kMastering).empty()); break;
+    }
+    switch (row.light) {
+      case Want::kGiven: EXPECT_EQ(kindOf(got[0], kLight), kLightGiven); break;
+      case Want::kNew: EXPECT_EQ(kindOf(got[0], kLight), newLight); break;
+      case Want::kNone: EXPECT_TRUE(kindOf(got[0], kLight).empty()); break;
+    }
+    // The track says what the pictures say (FFmpeg 5.1 reads the HEVC SEI only).
+    if (row.hevc) {
+      const SideData picture = firstPicture(out);
+      EXPECT_EQ(kindOf(picture, kMastering).empty(), kindOf(got[0], kMastering).empty());
+      if (!kindOf(picture, kMastering).empty()) expectNear(kindOf(got[0], kMastering), kindOf(picture, kMastering));
+      EXPECT_EQ(kindOf(got[0], kLight), kindOf(picture, kLight));
+    }
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+  }
+}
+
+// A mastering display message whose payloadSize runs past its SEI unit: the track is described
+// with nothing rather than with values read from the bytes behind it.
+TEST_F(SideDataCarry, AnUnreadableHdrSeiDescribesNothing) {
+  const std::string hevc = qtest::encodedStream(
+      "side_data_hdr10.hevc", "-f lavfi -i testsrc2=size=160x96:rate=25 -frames:v 6 -pix_fmt yuv420p10le -c:v libx265 -x265-params " +
+                                  shellQuote(std::string("log-level=error:hdr10=1:master-display=") + kMasterDisplay + ":max-cll=1000,400") +
+                                  " -f hevc");
+  ASSERT_FALSE(hevc.empty());
+  std::vector<uint8_t> bytes = qtest::readBytes(hevc);
+  const uint8_t kMasteringSei[] = {0x4E, 0x01, 137, 24};  // prefix SEI, payloadType 137, payloadSize 24
+  const auto at = std::search(bytes.begin(), bytes.end(), std::begin(kMasteringSei), std::end(kMasteringSei));
+  ASSERT_NE(at, bytes.end());
+  at[3] = 0xF0;
+  qtest::TempDir dir;
+  const std::string in = dir.file("bad_sei.hevc");
+  qtest::writeBytes(in, bytes);
+  for (const char* extension : {"mp4", "mkv"}) {
+    SCOPED_TRACE(extension);
+    const std::string out = dir.file(std::string("out.") + extension);
+    const auto r = qtest::runTool("reframe " + shellQuote(in) + " " + shellQuote(out) + " -y");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const std::vector<SideData> got = tracks(out);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_TRUE(kindOf(got[0], kMastering).empty());
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+  }
+}
+
+}  // namespace
