@@ -7,8 +7,9 @@
 // frame rate, whether the extradata is an avcC/hvcC record) and may replace those parameter
 // sets: the sample description's avcC/hvcC (or Annex B extradata) is rebuilt from them, so an
 // SPS rewrite stays consistent. Every other track of a container is copied unchanged with its
-// timing; every copied track keeps its stream side data (display matrix, stereo 3D, ...). OUT is the container kind of IN, or the one OUT's extension names; an elementary
-// stream when IN is one (or OUT's extension names a raw stream: .h264 .264 .hevc .265 .m2v).
+// timing; every copied track keeps its stream side data (display matrix, stereo 3D, ...). OUT is
+// the container kind of IN, or the one OUT's extension names; an elementary stream when IN is one
+// (or OUT's extension names a raw stream: .h264 .264 .hevc .265 .m2v).
 // OUT is written to a temporary file beside it and renamed when complete; an existing OUT is
 // refused unless `force`, OUT equal to IN always. "-" writes an elementary stream, MPEG-TS or
 // Matroska to standard output.
@@ -56,9 +57,9 @@ inline constexpr uint64_t kNoDisplayIndex = UINT64_MAX;
 
 // The HDR static metadata a container OUT describes its video track with (Matroska
 // MasteringMetadata and MaxCLL/MaxFALL, MP4/MOV mdcv and clli). IN's track values are kept (an
-// elementary stream's: those of its first access unit's SEI),
-// except those the editor sets (set.present: KLX_HDR_HAS_MASTERING_DISPLAY,
-// KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) or removes (the same bits); other bits are ignored.
+// elementary stream's: those of its first access unit's SEI), except those the editor sets
+// (set.present: KLX_HDR_HAS_MASTERING_DISPLAY, KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) or removes (the
+// same bits); other bits are ignored.
 struct ContainerHdr {
   KLX_HDR_METADATA set{};
   uint32_t remove = 0;
