@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "sei/splice_support.h"
 #include "streamutil/avcc.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/mp4_box.h"
+#include "support/splice_support.h"
 #include "support/test_support.h"
 
 namespace {
