@@ -1,8 +1,9 @@
 // What a container OUT says about its tracks beside the coded pictures: the stream side data of
 // every copied track (an MP4 tkhd display matrix above all) comes through reframe, stamp and hdr as
-// ffmpeg -c copy carries it into the same container; and an elementary stream's track describes the
-// HDR static metadata its first access unit's SEI carries (ITU-T H.265 D.2.28 / D.2.35, H.264
-// D.1.29 / D.1.31). ffprobe reads the tracks, and the SEI of the first picture, back.
+// ffmpeg -c copy carries it into the same container; and a video track without HDR metadata of its
+// own (an elementary stream, an MPEG-TS) is described from its first access unit's SEI (ITU-T H.265
+// D.2.28 / D.2.35, H.264 D.1.29 / D.1.31). ffprobe reads the tracks, and the SEI of the first
+// picture, back.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -139,16 +140,20 @@ const Fields kMasteringGiven = {{"red_x", 0.68},          {"red_y", 0.32},      
                                 {"min_luminance", 0.0001}};
 const Fields kLightGiven = {{"max_content", 1000}, {"max_average", 400}};
 
-TEST_F(SideDataCarry, AnElementaryStreamsTrackDescribesItsHdrSei) {
+// An elementary stream, and an MPEG-TS (which has no place for it), describe their HDR metadata
+// only in the SEI: OUT's track takes it from there.
+TEST_F(SideDataCarry, ATrackWithoutHdrMetadataIsDescribedFromItsSei) {
   const std::string source = "-f lavfi -i testsrc2=size=160x96:rate=25 -frames:v 6 ";
-  const std::string hevc = qtest::encodedStream(
-      "side_data_hdr10.hevc", source + "-pix_fmt yuv420p10le -c:v libx265 -x265-params " +
-                                  shellQuote(std::string("log-level=error:hdr10=1:master-display=") + kMasterDisplay + ":max-cll=1000,400") +
-                                  " -f hevc");
+  const std::string x265 = source + "-pix_fmt yuv420p10le -c:v libx265 -x265-params " +
+                           shellQuote(std::string("log-level=error:hdr10=1:master-display=") + kMasterDisplay + ":max-cll=1000,400");
+  const std::string hevc = qtest::encodedStream("side_data_hdr10.hevc", x265 + " -f hevc");
+  const std::string ts = qtest::encodedStream("side_data_hdr10.ts", x265 + " -f mpegts");
   const std::string avc = qtest::encodedStream(
       "side_data_hdr.h264",
       source + "-c:v libx264 -x264-params " + shellQuote(std::string("mastering-display=") + kMasterDisplay + ":cll=1000,400") + " -f h264");
-  ASSERT_FALSE(hevc.empty() || avc.empty());
+  ASSERT_FALSE(hevc.empty() || avc.empty() || ts.empty());
+  qtest::TempDir dir;
+  ASSERT_TRUE(tracks(ts).at(0).empty()) << "an MPEG-TS track describes no HDR metadata";
   // The oracle for HEVC: what FFmpeg's decoder reads from the first picture's SEI.
   ASSERT_FALSE(firstPicture(hevc).empty());
   expectNear(kindOf(firstPicture(hevc), kMastering), kMasteringGiven);
@@ -158,27 +163,30 @@ TEST_F(SideDataCarry, AnElementaryStreamsTrackDescribesItsHdrSei) {
   struct Row {
     const char* command;
     const char* options;
-    bool hevc;
+    const char* input;  // "hevc", "h264", or "ts": the HEVC stream in MPEG-TS
     const char* extension;
     bool mastering;      // the track keeps the encoder's mastering display
     const Fields* light;  // the track's content light level; null for none
   };
   const Row rows[] = {
-      {"reframe", "", true, "mp4", true, &kLightGiven},
-      {"reframe", "", true, "mkv", true, &kLightGiven},
-      {"reframe", "", true, "mov", true, &kLightGiven},
-      {"stamp", " --tc 01:00:00:00 --rate 25", true, "mp4", true, &kLightGiven},
-      {"stamp", " --tc 01:00:00:00 --rate 25", true, "mkv", true, &kLightGiven},
-      {"hdr", " --max-cll 500,100", true, "mp4", true, &newLight},
-      {"hdr", " --remove master-display", true, "mkv", false, &kLightGiven},
-      {"hdr", " --remove all", true, "mp4", false, nullptr},
-      {"reframe", "", false, "mp4", true, &kLightGiven},
-      {"stamp", " --tc 01:00:00:00 --rate 25", false, "mkv", true, &kLightGiven},
+      {"reframe", "", "hevc", "mp4", true, &kLightGiven},
+      {"reframe", "", "hevc", "mkv", true, &kLightGiven},
+      {"reframe", "", "hevc", "mov", true, &kLightGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", "hevc", "mp4", true, &kLightGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", "hevc", "mkv", true, &kLightGiven},
+      {"hdr", " --max-cll 500,100", "hevc", "mp4", true, &newLight},
+      {"hdr", " --remove master-display", "hevc", "mkv", false, &kLightGiven},
+      {"hdr", " --remove all", "hevc", "mp4", false, nullptr},
+      {"reframe", "", "h264", "mp4", true, &kLightGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", "h264", "mkv", true, &kLightGiven},
+      {"reframe", "", "ts", "mp4", true, &kLightGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", "ts", "mkv", true, &kLightGiven},
+      {"hdr", " --remove max-cll", "ts", "mp4", true, nullptr},
   };
-  qtest::TempDir dir;
+  const std::map<std::string, std::string> inputs = {{"hevc", hevc}, {"h264", avc}, {"ts", ts}};
   for (const Row& row : rows) {
-    SCOPED_TRACE(std::string(row.command) + row.options + (row.hevc ? " hevc ." : " h264 .") + row.extension);
-    const std::string& in = row.hevc ? hevc : avc;
+    SCOPED_TRACE(std::string(row.command) + row.options + " " + row.input + " ." + row.extension);
+    const std::string& in = inputs.at(row.input);
     const std::string out = dir.file(std::string(row.command) + "." + row.extension);
     qtest::runToolOk(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + row.options + " -y");
     const std::vector<SideData> got = tracks(out);
@@ -187,7 +195,7 @@ TEST_F(SideDataCarry, AnElementaryStreamsTrackDescribesItsHdrSei) {
     else EXPECT_TRUE(kindOf(got[0], kMastering).empty());
     EXPECT_EQ(kindOf(got[0], kLight), row.light ? *row.light : Fields{});
     // The track says what the pictures say (FFmpeg 5.1 reads the HEVC SEI only).
-    if (row.hevc) {
+    if (std::string(row.input) != "h264") {
       const SideData picture = firstPicture(out);
       EXPECT_EQ(kindOf(picture, kMastering).empty(), kindOf(got[0], kMastering).empty());
       if (!kindOf(picture, kMastering).empty()) expectNear(kindOf(got[0], kMastering), kindOf(picture, kMastering));

@@ -477,6 +477,7 @@ class ContainerInput : public Input {
       klxutilAuCutterLearn(&cutter_, ps.data(), static_cast<uint32_t>(ps.size()));
       teachFieldSequence(cutter_, ps.data(), static_cast<uint32_t>(ps.size()));
     }
+    readLeadingHdr();
     return true;
   }
 
@@ -488,29 +489,47 @@ class ContainerInput : public Input {
     return 0;
   }
 
+  // The track's first sample, read ahead (at most 256 packets, those of other tracks in front of
+  // it included) and kept for next(); null when there is none.
+  const AVPacket* firstTrackSample() {
+    for (const PacketPtr& p : lookahead_)
+      if (p->stream_index == info_.track) return p.get();
+    while (lookahead_.size() < 256) {
+      PacketPtr packet(libav::api().av_packet_alloc());
+      if (!packet || libav::api().av_read_frame(fmt_, packet.get()) < 0) return nullptr;
+      lookahead_.push_back(std::move(packet));
+      if (lookahead_.back()->stream_index == info_.track) return lookahead_.back().get();
+    }
+    return nullptr;
+  }
+
   // The parameter sets of the track's first sample (Annex B), when it holds an SPS; else none.
-  // The packets read to find out are kept for next(); at most a few hundred of other tracks are
-  // looked through.
   std::vector<Bytes> firstSampleParameterSets() {
     const bool hevc = info_.codec == StreamCodec::kHevc;
-    for (int read = 0; read < 256; ++read) {
-      PacketPtr packet(libav::api().av_packet_alloc());
-      if (!packet || libav::api().av_read_frame(fmt_, packet.get()) < 0) return {};
-      lookahead_.push_back(std::move(packet));
-      const AVPacket& p = *lookahead_.back();
-      if (p.stream_index != info_.track) continue;
-      const Bytes sample(p.data, p.data + p.size);
-      std::vector<Bytes> sets;
-      bool sps = false;
-      for (const auto& [u, size] : annexBSample(sample).units) {
-        const int type = size == 0 ? -1 : hevc ? (u[0] >> 1) & 0x3F : u[0] & 0x1F;
-        if (hevc ? type < 32 || type > 34 : type != 7 && type != 8) continue;
-        sps = sps || type == (hevc ? 33 : 7);
-        sets.emplace_back(u, u + size);
-      }
-      return sps ? sets : std::vector<Bytes>{};
+    const AVPacket* p = firstTrackSample();
+    if (!p) return {};
+    const Bytes sample(p->data, p->data + p->size);
+    std::vector<Bytes> sets;
+    bool sps = false;
+    for (const auto& [u, size] : annexBSample(sample).units) {
+      const int type = size == 0 ? -1 : hevc ? (u[0] >> 1) & 0x3F : u[0] & 0x1F;
+      if (hevc ? type < 32 || type > 34 : type != 7 && type != 8) continue;
+      sps = sps || type == (hevc ? 33 : 7);
+      sets.emplace_back(u, u + size);
     }
-    return {};
+    return sps ? sets : std::vector<Bytes>{};
+  }
+
+  // The HDR static metadata SEI of the track's first sample: what OUT's track is described with
+  // where IN's track says nothing (an MPEG-TS has no place for it).
+  void readLeadingHdr() {
+    info_.leadingHdr = {};
+    const bool readable = info_.framing == Framing::kAnnexB || info_.lengthSize == 4;
+    if (info_.codec == StreamCodec::kMpeg2 || info_.codec == StreamCodec::kUnknown || !readable) return;
+    const AVPacket* p = firstTrackSample();
+    if (!p || klxutilReadHdrSei(p->data, static_cast<uint32_t>(p->size), info_.framing == Framing::kAnnexB,
+                                info_.codec == StreamCodec::kHevc, &info_.leadingHdr) != 0)
+      info_.leadingHdr = {};
   }
 
   // The units of the packet in `au.bytes`.
@@ -553,7 +572,7 @@ class ContainerInput : public Input {
   bool moovAfterMediaOnPipe_ = false;
   KLXUTIL_AU_CUTTER cutter_{};
   uint64_t packets_ = 0;
-  std::deque<PacketPtr> lookahead_;  // packets read ahead by firstSampleCarriesSps, for next()
+  std::deque<PacketPtr> lookahead_;  // packets read ahead by firstTrackSample, for next()
 };
 
 // ---------------------------------------------------------------- opening

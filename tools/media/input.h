@@ -54,8 +54,8 @@ struct StreamInfo {
   int track = -1;                    // container stream index of the video track
   std::vector<Bytes> parameterSets;  // from the extradata (avcC/hvcC arrays or Annex B)
   std::vector<Bytes> leadingParameterSets;  // elementary streams: those in the first megabyte (MPEG-2: sequence headers)
-  // H.264/HEVC elementary streams: the HDR static metadata SEI messages of the first access unit
-  // (present = 0 when it has none), all a container track can be described from.
+  // H.264/HEVC: the HDR static metadata SEI messages of the first access unit (present = 0 when it
+  // has none), which describe a container OUT's track where IN's track says nothing.
   KLX_HDR_METADATA leadingHdr{};
   Bytes extradata;
   bool configRecord = false;         // extradata is an avcC / hvcC record

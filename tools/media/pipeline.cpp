@@ -137,8 +137,8 @@ Bytes bytesOf(const T& value) {
 }
 
 // Where the HDR static metadata of OUT's video track comes from: what the editor sets wins;
-// else, unless it removes it, IN's track value; else the first access unit's SEI (`stream`, filled
-// for an elementary stream, whose SEI is all that describes it).
+// else, unless it removes it, IN's track value; else the first access unit's SEI (`stream`: all an
+// elementary stream or an MPEG-TS has to describe it).
 struct VideoHdr {
   const ContainerHdr& edit;
   const KLX_HDR_METADATA& stream;

@@ -56,10 +56,10 @@ struct PipelineFrame {
 inline constexpr uint64_t kNoDisplayIndex = UINT64_MAX;
 
 // The HDR static metadata a container OUT describes its video track with (Matroska
-// MasteringMetadata and MaxCLL/MaxFALL, MP4/MOV mdcv and clli). IN's track values are kept (an
-// elementary stream's: those of its first access unit's SEI), except those the editor sets
-// (set.present: KLX_HDR_HAS_MASTERING_DISPLAY, KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) or removes (the
-// same bits); other bits are ignored.
+// MasteringMetadata and MaxCLL/MaxFALL, MP4/MOV mdcv and clli). IN's track values are kept (where
+// IN's track has none, as in an elementary stream or MPEG-TS: those of its first access unit's
+// SEI), except those the editor sets (set.present: KLX_HDR_HAS_MASTERING_DISPLAY,
+// KLX_HDR_HAS_CONTENT_LIGHT_LEVEL) or removes (the same bits); other bits are ignored.
 struct ContainerHdr {
   KLX_HDR_METADATA set{};
   uint32_t remove = 0;
