@@ -161,6 +161,20 @@ void leadingParameterSets(StreamInfo& info, const Sample& sample) {
   }
 }
 
+// The HDR static metadata SEI in front of the first slice of `data` (a track's first sample, or an
+// elementary stream's first megabyte): what OUT's container track is described with where IN's
+// says nothing. None when the SEI cannot be read.
+KLX_HDR_METADATA leadingHdrOf(const StreamInfo& info, const uint8_t* data, size_t size) {
+  const bool avcOrHevc = info.codec == StreamCodec::kH264 || info.codec == StreamCodec::kHevc;
+  const bool annexB = info.framing == Framing::kAnnexB;
+  KLX_HDR_METADATA md{};
+  if (!avcOrHevc || !data || (!annexB && info.lengthSize != 4) ||
+      klxutilReadHdrSei(data, static_cast<uint32_t>(std::min<size_t>(size, UINT32_MAX)), annexB,
+                        info.codec == StreamCodec::kHevc, &md) != 0)
+    return {};
+  return md;
+}
+
 // The container whose signature the first bytes carry ("" for none): those that could pass for a
 // length-prefixed stream are caught here before any stream sniffing.
 std::string containerSignature(const Bytes& head) {
@@ -523,13 +537,8 @@ class ContainerInput : public Input {
   // The HDR static metadata SEI of the track's first sample: what OUT's track is described with
   // where IN's track says nothing (an MPEG-TS has no place for it).
   void readLeadingHdr() {
-    info_.leadingHdr = {};
-    const bool readable = info_.framing == Framing::kAnnexB || info_.lengthSize == 4;
-    if (info_.codec == StreamCodec::kMpeg2 || info_.codec == StreamCodec::kUnknown || !readable) return;
-    const AVPacket* p = firstTrackSample();
-    if (!p || klxutilReadHdrSei(p->data, static_cast<uint32_t>(p->size), info_.framing == Framing::kAnnexB,
-                                info_.codec == StreamCodec::kHevc, &info_.leadingHdr) != 0)
-      info_.leadingHdr = {};
+    const AVPacket* p = info_.codec == StreamCodec::kH264 || info_.codec == StreamCodec::kHevc ? firstTrackSample() : nullptr;
+    info_.leadingHdr = p ? leadingHdrOf(info_, p->data, size_t(p->size)) : KLX_HDR_METADATA{};
   }
 
   // The units of the packet in `au.bytes`.
@@ -645,10 +654,7 @@ std::unique_ptr<Input> Input::open(const std::string& path, const OpenOptions& o
         return nullptr;
       }
       leadingParameterSets(info, info.framing == Framing::kAnnexB ? annexBSample(head, SIZE_MAX) : lengthSample(head, SIZE_MAX));
-      if (info.codec != StreamCodec::kMpeg2 && klxutilReadHdrSei(head.data(), static_cast<uint32_t>(head.size()),
-                                                                 info.framing == Framing::kAnnexB, info.codec == StreamCodec::kHevc,
-                                                                 &info.leadingHdr) != 0)
-        info.leadingHdr = {};  // unreadable in front of the first slice: nothing to describe from
+      info.leadingHdr = leadingHdrOf(info, head.data(), head.size());
       return std::make_unique<EsInput>(fd, std::move(head), info, path);
     }
     if (looksAdts(head)) {
