@@ -97,18 +97,16 @@ TEST(Tc2String, FormsAtAnchors) {
       // Service-setting values: 60 fps, never wrapped, so the whole 32-bit range survives.
       {5184000, 0xB2140, "24:00:00:00"}, {0xFFFFFFFFu, 0xB2140, "19884:06:28:15"},
       // Trace text: all fields, leading field unpadded, ':' throughout.
-      {1800, TC_DF2997 | TCF_DEBUG_TEXT, "0:01:00:02"}, {90, 0x10102, "0:00:03:00"},
-      {3600 * 30 * 11, 0x10102, "11:00:00:00"},
+      {1800, TC_DF2997 | TCF_DEBUG_TEXT, "0:01:00:02"}, {3600 * 30 * 11, 0x10102, "11:00:00:00"},
       // Compact forms: leading zero fields left out down to seconds:frames.
       {0, TC_PAL | TCF_TEXT, "0:00"}, {137, TC_PAL | TCF_TEXT, "5:12"}, {137, TC_PAL | TCF_TEXT | TCF_PAD, "05:12"},
       {1500, TC_PAL | TCF_TEXT, "1:00:00"}, {90000, TC_PAL | TCF_TEXT, "1:00:00:00"},
       {1800, TC_DF2997 | TCF_TEXT | TCF_DROP_MARK, "1:00;02"}, {1800, TC_DF2997, "1:00:02"},  // neither TEXT nor DIGITS: text
       // Plain frame counts are decimal, whatever the flags.
-      {12345, TC_FRAMES | TCF_FULL_TEXT, "12345"}, {0xFFFFFFFFu, TC_FRAMES | TCF_TEXT, "4294967295"},
-      {0, TC_FRAMES, "0"},
-      // SEI digit words; the slot is preset, so every byte must be replaced.
-      {1800, 0x404, "0 1 0 2"}, {90000 * 23 + 24, 0x408, "23 0 0 24"}, {2160000, 0x408, "0 0 0 0"},
-      {216059, 0x440, "1 0 0 59"},
+      {0xFFFFFFFFu, TC_FRAMES | TCF_TEXT, "4294967295"}, {0, TC_FRAMES, "0"},
+      // An SEI digit word (every frame of every type is EveryFrameOfADay, SEI digits against
+      // ffprobe are tests/sei); the slot is preset, so every byte must be replaced.
+      {90000 * 23 + 24, 0x408, "23 0 0 24"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << c.format << std::dec << " " << c.frames);
@@ -161,17 +159,14 @@ TEST(Tc2Frame, AcceptsAndRefuses) {
   } cases[] = {
       {"01.00.00.00", TC_DF2997, 107892}, {"01;00;00;00", TC_DF2997, 107892}, {"  01:00:00;00\t", TC_DF2997, 107892},
       {"00:01:00;00", TC_DF2997, -1}, {"00:01:00;01", TC_DF2997, -1},  // dropped frame numbers
-      {"00:01:00;03", TC_DF5994, -1},
-      {"00:00:00:25", TC_PAL, -1}, {"00:00:00:30", TC_NDF30, -1}, {"00:00:00:24", TC_2398, -1},
-      {"00:00:00:24", 132, -1}, {"00:60:00:00", TC_PAL, -1}, {"00:00:60:00", TC_PAL, -1}, {"24:00:00:00", TC_PAL, -1},
+      // The frame bound of one type stands for all: each type's rate is EveryFrameOfADay's.
+      {"00:00:00:25", TC_PAL, -1}, {"00:60:00:00", TC_PAL, -1}, {"00:00:60:00", TC_PAL, -1}, {"24:00:00:00", TC_PAL, -1},
       {"19884:06:28:16", 0xB2140, -1},  // one past 32 bits
       {"99999999:00:00:00", TC_60 | TCF_NO_WRAP, -1}, {"00000000001:00:00:00", TC_PAL | TCF_NO_WRAP, -1},
       {" 4294967295 ", TC_FRAMES, 0xFFFFFFFFu}, {"4294967296", TC_FRAMES, -1}, {"01:00", TC_FRAMES, -1},
-      {"", TC_PAL, -1}, {"  ", TC_PAL, -1}, {"1", TC_PAL, -1}, {":", TC_PAL, -1}, {"01:00:00:0", TC_PAL, -1},
-      {"01:00:00:000", TC_PAL, -1}, {"1:2:3:4", TC_PAL, -1}, {"01:00:00:00:00", TC_PAL, -1},
-      {"01-00-00-00", TC_PAL, -1}, {"01:00:00:00x", TC_PAL, -1}, {"a1:00:00:00", TC_PAL, -1},
-      {"01::00:00", TC_PAL, -1}, {"+1:00:00:00", TC_PAL, -1}, {"-1:00", TC_PAL, -1}, {"01:00:00:00;", TC_PAL, -1},
-      {"01 :00:00:00", TC_PAL, -1}, {"01:00:00:00", 3, -1}, {"01:00:00:00", 255, -1},
+      {"", TC_PAL, -1}, {"1", TC_PAL, -1}, {"01:00:00:0", TC_PAL, -1}, {"01:00:00:000", TC_PAL, -1},
+      {"01:00:00:00:00", TC_PAL, -1}, {"01-00-00-00", TC_PAL, -1}, {"+1:00:00:00", TC_PAL, -1},
+      {"01:00:00:00;", TC_PAL, -1}, {"01 :00:00:00", TC_PAL, -1}, {"01:00:00:00", 3, -1},
       {"01:00:00:00", TC_PAL | 0x800, -1},
   };
   for (const auto& c : cases) {
