@@ -33,26 +33,21 @@ TEST(FourCC, EachCodeBelongsToExactlyItsFamilies) {
     const char* fourcc;
     const char* families;  // space-separated predicate names
   };
+  // The ISO/IEC 14496-15 sample entries of HEVC and AVC (and their Dolby Vision forms) in full;
+  // for the rest, whose codes are the utility library's own list, one code per family (and the
+  // codes in two families) shows each predicate answers for its own family alone.
   const Case cases[] = {
-      {"hvc1", "HEVC"},          {"hev1", "HEVC"},          {"hev2", "HEVC"},           {"hvcr", "HEVC"},
-      {"dvhe", "HEVC DolbyVision"}, {"dvh1", "HEVC DolbyVision"}, {"avc1", "h264"},      {"avc3", "h264"},
-      {"H264", "h264"},          {"h264", "h264"},          {"X264", "h264"},           {"x264", "h264"},
-      {"AVC1", "h264"},          {"davc", "h264"},          {"ai5p", "h264"},           {"dvav", "h264 DolbyVision"},
+      {"hvc1", "HEVC"},          {"hev1", "HEVC"},          {"dvhe", "HEVC DolbyVision"}, {"dvh1", "HEVC DolbyVision"},
+      {"avc1", "h264"},          {"avc3", "h264"},          {"dvav", "h264 DolbyVision"}, {"dva1", "h264 DolbyVision"},
       {"dav1", "DolbyVision"},   {"AVRn", "AvidJpeg"},      {"AVDJ", "AvidJfif"},       {"MJPG", "Jpeg"},
-      {"jpeg", "Jpeg"},          {"mjpa", "Jpeg"},          {"dvsd", "Dv25"},           {"dvc ", "Dv25"},
-      {"dvcp", "Dv25"},          {"dv5n", "Dv50"},          {"dv5p", "Dv50"},           {"dvhp", "Dv100"},
-      {"dvh5", "Dv100"},         {"2vuy", "8BitD1YUV"},     {"UYVY", "8BitD1YUV"},      {"HDYC", "8BitD1YUV"},
-      {"YUY2", "YCbCr8"},        {"yuvs", "YCbCr8"},        {"YVYU", "YCbCr8"},         {"I420", "YCbCr8"},
-      {"v210", "YCbCr10"},       {"v410", "YCbCr10"},       {"P010", "YCbCr10"},        {"raw ", "RawRGB"},
-      {"BGRA", "RawRGB"},        {"b64a", "RawRGB"},        {"DPX ", "DPX"},            {"r210", "DPX"},
-      {"R10k", "DPX"},           {"BYR2", "Bayer"},         {"RGGB", "Bayer"},          {"BG12", "Bayer"},
-      {"HDSR", "HDCamSR"},       {"HDS4", "HDCamSR"},
+      {"dvsd", "Dv25"},          {"dvc ", "Dv25"},          {"dv5n", "Dv50"},           {"dvhp", "Dv100"},
+      {"2vuy", "8BitD1YUV"},     {"YUY2", "YCbCr8"},        {"v210", "YCbCr10"},        {"raw ", "RawRGB"},
+      {"DPX ", "DPX"},           {"BYR2", "Bayer"},         {"HDSR", "HDCamSR"},
       // Codecs in none of the families, and near misses.
-      {"mp4v", ""},              {"apch", ""},              {"mpg2", ""},               {"AV1 ", ""},
-      {"av01", ""},              {"hvc9", ""},              {"HVC1", ""},               {"avc0", ""},
-      {"dvh4", ""},              {"1cva", ""},              {"1cvh", ""},  // "hvc1" the other way round
+      {"mp4v", ""},              {"hvc9", ""},              {"HVC1", ""},               {"avc0", ""},
+      {"1cvh", ""},  // "hvc1" the other way round
       {"dvc\0", ""},  // "dvc " with a NUL for its trailing space
-                   {"\0\0\0\0", ""},           {"\xff\xff\xff\xff", ""},
+      {"\0\0\0\0", ""},           {"\xff\xff\xff\xff", ""},
   };
   for (const auto& c : cases) {
     const uint32_t fcc = code(c.fourcc);
