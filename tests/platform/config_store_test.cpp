@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <random>
@@ -52,22 +51,13 @@ std::optional<std::string> dataInFile(const std::string& path, const std::vector
   return std::nullopt;
 }
 
+// UTF-8 the long way (surrogates included): a lead byte with as many high bits as there are
+// bytes, then six bits per continuation byte.
 void appendUtf8(std::string& s, uint32_t cp) {
-  if (cp < 0x80) {
-    s += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    s += static_cast<char>(0xC0 | cp >> 6);
-    s += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    s += static_cast<char>(0xE0 | cp >> 12);
-    s += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    s += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    s += static_cast<char>(0xF0 | cp >> 18);
-    s += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
-    s += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    s += static_cast<char>(0x80 | (cp & 0x3F));
-  }
+  const int extra = cp < 0x80 ? 0 : cp < 0x800 ? 1 : cp < 0x10000 ? 2 : 3;
+  const uint32_t lead = extra ? (0xFF00u >> (extra + 1) & 0xFF) : 0;
+  s += static_cast<char>(lead | cp >> 6 * extra);
+  for (int i = extra - 1; i >= 0; --i) s += static_cast<char>(0x80 | (cp >> 6 * i & 0x3F));
 }
 
 TEST(ConfigStore, NamesTextsAndNumbersRoundTripThroughTheFile) {
@@ -129,10 +119,8 @@ TEST(ConfigStore, StringReadsReportSizesLikeTheRegistry) {
     const char* bufferAfter;  // "#####" = untouched
   };
   const Case cases[] = {
-      {"abc", false, 0, ZR_CFG_OK, 4, "#####"}, {"abc", true, 2, ZR_CFG_MORE_DATA, 4, "#####"},
-      {"abc", true, 3, ZR_CFG_MORE_DATA, 4, "#####"}, {"abc", true, 4, ZR_CFG_OK, 4, "abc"},
-      {"abc", true, 5, ZR_CFG_OK, 4, "abc"}, {"empty", false, 77, ZR_CFG_OK, 0, "#####"},
-      {"empty", true, 5, ZR_CFG_OK, 0, ""}, {"missing", false, 9, ZR_CFG_NOT_FOUND, 9, "#####"},
+      {"abc", false, 0, ZR_CFG_OK, 4, "#####"}, {"abc", true, 3, ZR_CFG_MORE_DATA, 4, "#####"},
+      {"abc", true, 4, ZR_CFG_OK, 4, "abc"}, {"empty", true, 5, ZR_CFG_OK, 0, ""},
       {"missing", true, 5, ZR_CFG_NOT_FOUND, 5, "#####"},
   };
   for (const auto& c : cases) {
@@ -270,40 +258,34 @@ TEST(ConfigStore, SystemStoreFollowsTheEnvironment) {
   }
 }
 
-TEST(ConfigStore, EnumerationListsValuesAndKeysInOrder) {
+// What a listing holds, in order and with its types, from the root down, is the list rows of
+// ConfigCli.SetGetDeleteThroughTheCommandMatchTheLibrary; here the codes and sizes a caller loops on.
+TEST(ConfigStore, EnumerationCodesAndSizes) {
   qtest::TempDir dir;
   Store s(dir.file("enum.xml"));
   ASSERT_EQ(setDword(s.handle, "A", "one", 1), ZR_CFG_OK);
   ASSERT_EQ(setString(s.handle, "A", "two", "2"), ZR_CFG_OK);
   ASSERT_EQ(setDword(s.handle, "A\\Sub1", "x", 1), ZR_CFG_OK);
   ASSERT_EQ(setDword(s.handle, "A\\Sub2", "x", 1), ZR_CFG_OK);
-  struct Expect { const char* name; uint32_t type; };
-  const Expect values[] = {{"one", ZR_CFG_TYPE_DWORD}, {"two", ZR_CFG_TYPE_STRING}};
-  for (uint32_t i = 0; i < 2; ++i) {
-    char name[8];
-    uint32_t size = sizeof name, type = 99;
-    ASSERT_EQ(zrCFGEnumValue(s.handle, "A", i, name, &size, &type), ZR_CFG_OK);
-    EXPECT_STREQ(name, values[i].name);
-    EXPECT_EQ(size, std::strlen(values[i].name) + 1);
-    EXPECT_EQ(type, values[i].type);
-    size = 2;
-    EXPECT_EQ(zrCFGEnumValue(s.handle, "A", i, name, &size, &type), ZR_CFG_MORE_DATA);
-    EXPECT_EQ(size, 4u);
-  }
-  uint32_t size = 8;
   char name[8];
+  uint32_t size = 4, type = 99;  // exactly "one" and its NUL
+  ASSERT_EQ(zrCFGEnumValue(s.handle, "A", 0, name, &size, &type), ZR_CFG_OK);
+  EXPECT_STREQ(name, "one");
+  EXPECT_EQ(size, 4u);
+  EXPECT_EQ(type, uint32_t{ZR_CFG_TYPE_DWORD});
+  size = 3;
+  EXPECT_EQ(zrCFGEnumValue(s.handle, "A", 1, name, &size, &type), ZR_CFG_MORE_DATA);
+  EXPECT_EQ(size, 4u);
+  EXPECT_EQ(type, uint32_t{ZR_CFG_TYPE_STRING});
   EXPECT_EQ(zrCFGEnumValue(s.handle, "A", 2, name, &size, nullptr), ZR_CFG_NO_MORE_ITEMS);
   EXPECT_EQ(zrCFGEnumValue(s.handle, "B", 0, name, &size, nullptr), ZR_CFG_NOT_FOUND);
-  const char* keys[] = {"Sub1", "Sub2"};
+  const char* keys[] = {"Sub1", "Sub2"};  // in writing order; key paths are case-blind here too
   for (uint32_t i = 0; i < 2; ++i) {
     size = sizeof name;
     ASSERT_EQ(zrCFGEnumKey(s.handle, "a", i, name, &size), ZR_CFG_OK);
     EXPECT_STREQ(name, keys[i]);
   }
-  size = sizeof name;
   EXPECT_EQ(zrCFGEnumKey(s.handle, "A", 2, name, &size), ZR_CFG_NO_MORE_ITEMS);
-  ASSERT_EQ(zrCFGEnumKey(s.handle, "", 0, name, &size), ZR_CFG_OK);
-  EXPECT_STREQ(name, "A");
   Store empty(dir.file("none.xml"));
   EXPECT_EQ(zrCFGEnumKey(empty.handle, "", 0, name, &size), ZR_CFG_NO_MORE_ITEMS);
 }
@@ -355,8 +337,7 @@ TEST(ConfigStore, CorruptFilesAreReportedReadAsEmptyAndKeptAside) {
   struct Case { const char* name; std::string contents; bool corrupt; };
   const Case cases[] = {
       {"truncated", "<?xml version=\"1.0\" ?>\n<QuorvaneConfig>\n  <Key name=\"K\">\n    <Value name=", true},
-      {"not xml", "this is not a store\n", true}, {"foreign root", "<Settings><Key name=\"K\" /></Settings>", true},
-      {"NUL inside", std::string("<QuorvaneConfig />\0junk", 23), true}, {"empty file", "", false},
+      {"foreign root", "<Settings><Key name=\"K\" /></Settings>", true}, {"empty file", "", false},
       {"blank file", " \n\t\n", false},
       // A file the XML gate refuses (every reason it gives is in XmlGuard's table): corrupt.
       {"ends inside a UTF-8 sequence", "<QuorvaneConfig>\xc5", true},
