@@ -51,7 +51,6 @@ TEST(MediaCmdXmlReader, RefusesBadInputWithItsCodeAndLogLine) {
       {"nested far too deep", qtest::repeatText("<a>", 100000), -1, "Failed to parse XML: elements are nested too deep\n"},
       {"declaration only", "<?xml version=\"1.0\"?>", 1, "Element expected\n"},
       {"wrong root", "<MediaCommand><Channel Value=\"1\"/></MediaCommand>", -2, "Unexpected root element: MediaCommand\n"},
-      {"number that is not one", xmlDoc("<Channel Value=\"abc\"/>"), -2, "Bad value for Channel\n"},
       {"number with trailing text", xmlDoc("<Channel Value=\"12abc\"/>"), -2, "Bad value for Channel\n"},
       {"number beyond 32 bits", xmlDoc("<CmdID Value=\"4294967296\"/>"), -2, "Bad value for CmdID\n"},
       {"number below 32 bits", xmlDoc("<Position Value=\"-2147483649\"/>"), -2, "Bad value for Position\n"},
@@ -61,16 +60,11 @@ TEST(MediaCmdXmlReader, RefusesBadInputWithItsCodeAndLogLine) {
       {"impossible timecode", xmlDoc("<Position TcType=\"pal\">99:99:99:99</Position>"), -2, "Bad timecode for Position: 99:99:99:99\n"},
       {"frame count that is not a number", xmlDoc("<End TcType=\"frames\">12x</End>"), -2, "Bad value for End\n"},
       {"clip id of nine characters", xmlDoc("<ClipID>ABCDEFGHI</ClipID>"), -2, "Text too long for ClipID: 9 characters\n"},
-      {"absurdly long clip id", xmlDoc("<ClipID>" + std::string(100000, 'C') + "</ClipID>"), -2,
-       "Text too long for ClipID: 100000 characters\n"},
       {"file name one byte over", xmlDoc("<FileName>" + std::string(4103, 'f') + "</FileName>"), -2,
        "Text too long for the payload: FileName\n"},
       {"aliases together over the payload", xmlDoc("<channelalias>" + std::string(2000, 'a') + "</channelalias>" +
                                                    "<channel1alias>" + std::string(2000, 'b') + "</channel1alias>" +
                                                    "<channel2alias>" + std::string(200, 'c') + "</channel2alias>"),
-       -2, "Texts too long for the payload\n"},
-      {"unique id and file name over the payload", xmlDoc("<UniqueID>" + std::string(3000, 'u') + "</UniqueID><FileName>" +
-                                                          std::string(1102, 'f') + "</FileName>"),
        -2, "Texts too long for the payload\n"},
       {"two payload layouts", xmlDoc("<FileName>a.mov</FileName><MetaTag>Title</MetaTag>"), -2,
        "Conflicting payload elements: FileName and MetaTag\n"},
@@ -97,10 +91,8 @@ TEST(MediaCmdJsonReader, RefusesBadInputWithItsCodeAndLogLine) {
   const BadCase cases[] = {
       {"empty text", "", 1, "Object expected\n"},
       {"an array", "[]", 1, "Object expected\n"},
-      {"a bare number", "5", 1, "Object expected\n"},
       {"truncated", "{\"MediaCmd\" : {\"Channel\":1,", -1, "Failed to parse JSON: -3\n"},
       {"bad escape", "{\"MediaCmd\" : {\"FileName\":\"\\x\"}}", -1, "Failed to parse JSON: -2\n"},
-      {"unbalanced", "{\"MediaCmd\" : {]}", -1, "Failed to parse JSON: -2\n"},
       {"more than 100 tokens", jsonDoc(manyMembers), -1, "Failed to parse JSON: -1\n"},
       {"clip list root", "{\"ClipList\" : {}}", -2, nullptr},
       {"other eight-character root", "{\"MediaCmx\" : {\"Channel\":1}}", -2, nullptr},
@@ -109,7 +101,6 @@ TEST(MediaCmdJsonReader, RefusesBadInputWithItsCodeAndLogLine) {
       {"text after the object", "{} {}", -2, "Unrecognised JSON structure\n"},
       {"key that is not a string", "{\"MediaCmd\" : {Channel:1}}", -2, "Unrecognised JSON structure\n"},
       {"number as text", jsonDoc("\"Channel\":\"1\","), -2, "Bad value for Channel\n"},
-      {"true as a number", jsonDoc("\"Channel\":true,"), -2, "Bad value for Channel\n"},
       {"fraction", jsonDoc("\"Channel\":1.5,"), -2, "Bad value for Channel\n"},
       {"command value as text", jsonDoc("\"Cmd\": {\"Value\":\"2\"},"), -2, "Bad value for Cmd\n"},
       {"flag as a boolean", jsonDoc("\"Cmd\": {\"Value\":2,\"Deferred\":true},"), -2, "Bad value for Cmd.Deferred\n"},
@@ -150,8 +141,6 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        [](const MEDIACMD& c) { EXPECT_EQ(c.Cmd, static_cast<uint32_t>(ctStop)); }},
       {"names are read case-blind", xmlDoc("<Cmd>VALUESUPPORTED</Cmd>"), jsonDoc("\"Cmd\": {\"String\":\"valueSupported\"},"),
        [](const MEDIACMD& c) { EXPECT_EQ(c.Cmd, static_cast<uint32_t>(ctValueSupported)); }},
-      {"XML reads the command by name only", xmlDoc("<Cmd Value=\"3\"/>"), "",
-       [](const MEDIACMD& c) { EXPECT_EQ(c.Cmd, static_cast<uint32_t>(ctStop)); }},
       {"the writer's OverrideDeferred is not read back", xmlDoc("<Cmd OverrideDeferred=\"1\">Stop</Cmd>"),
        jsonDoc("\"Cmd\": {\"Value\":0,\"OverrideDeferred\":1,},"),
        [](const MEDIACMD& c) { EXPECT_EQ(c.CtrlFlags & cfOverrideDeferred, 0u); }},
@@ -168,9 +157,6 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
          EXPECT_EQ(c.Start, 17982);
          EXPECT_EQ(c.CtrlFlags, static_cast<uint32_t>(cfUseStart));
        }},
-      {"the value wins over the text", xmlDoc("<End Value=\"7\" TcType=\"pal\" IsOffset=\"1\">01:00:00:00</End>"),
-       jsonDoc("\"End\": {\"Value\":7,\"TcType\":\"pal\",\"TcString\":\"01:00:00:00\",\"IsOffset\":1},"),
-       [](const MEDIACMD& c) { EXPECT_EQ(c.End, 7); EXPECT_EQ(c.CtrlFlags, static_cast<uint32_t>(cfUseEndOffset)); }},
       {"a frames text", xmlDoc("<Position TcType=\"frames\">-12</Position>"), jsonDoc("\"Position\": {\"TcType\":\"frames\",\"TcString\":\"-12\"},"),
        [](const MEDIACMD& c) { EXPECT_EQ(c.Position, -12); }},
       {"a speed given in percent", xmlDoc("<Speed>-200</Speed>"), jsonDoc("\"Speed\": {\"String\":\"-200\"},"),
@@ -203,8 +189,6 @@ TEST(MediaCmdTextReaders, ReadHandWrittenDocuments) {
        [](const MEDIACMD& c) { EXPECT_STREQ(c.Payload, " a]]> b "); }},
       {"the caller's PAL type reads an untyped text", xmlDoc("<Position>00:00:01:00</Position>"), "",
        [](const MEDIACMD& c) { EXPECT_EQ(c.Position, 25); }, 8},
-      {"the caller's frames type reads an untyped count", xmlDoc("<Position>1234</Position>"), "",
-       [](const MEDIACMD& c) { EXPECT_EQ(c.Position, 1234); }, 255},
   };
   for (const ReadCase& c : cases) {
     SCOPED_TRACE(c.name);
