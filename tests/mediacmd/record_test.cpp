@@ -39,112 +39,97 @@ TEST(MediaCmdRecord, InitSetsEveryUnsetValueAndClearsTheRest) {
   initMediaCmd(nullptr, ctStop);  // ignored, must not crash
 }
 
-// One merge rule per row: what the destination held, what the source holds, what must result.
-struct CopyCase {
-  const char* name;
-  uint32_t dstFlags;
-  uint32_t srcCmd;
-  uint32_t srcFlags;
-  uint32_t mask;
-  uint32_t wantFlags;
-  int32_t wantSpeed;
-};
+// copyMediaCmd and fixMediaCmd written out again from the record's rules, step by step, as the
+// model for random records below. (The clip id and payload copy is MediaCmdPayloadCopy's.)
 
-TEST(MediaCmdRecord, CopyMergesFlagsAndSpeedByTheRules) {
-  const CopyCase cases[] = {
-      {"deferred cleared when the source lacks it, mask all ones", cfDeferred, ctStop, 0, 0xFFFFFFFF, cfUseSpeed, 0},
-      {"source-only bits all cleared", cfOverrideDeferred | cfTimeMs | cfTimeTarget | cfTimeHouseClock | cfUseAllIDs |
-           cfCopy | cfConvert | cfLoop | cfRipple | cfInvert | cfTest | cfNoReturn,
-       ctTransfer, 0, 0xFFFFFFFF, 0, 0x7FFFFFFF},
-      {"other destination bits survive", cfTrigger | cfPreview | cfUseClipID | cfUsePosition, ctTransfer, 0, 0,
-       cfTrigger | cfPreview | cfUseClipID | cfUsePosition, 0x7FFFFFFF},
-      {"mask limits what the source adds", 0, ctTransfer, cfTrigger | cfPreview, cfTrigger, cfTrigger, 0x7FFFFFFF},
-      {"play without speed runs at normal speed", 0, ctPlay, 0, 0, cfUseSpeed, 65520},
-      {"record without speed runs at normal speed", 0, ctRecord, 0, 0, cfUseSpeed, 65520},
-      {"pause stands still", 0, ctPause, 0, 0, cfUseSpeed, 0},
-      {"abort stands still", 0, ctAbort, 0, 0, cfUseSpeed, 0},
-      {"transfer has no speed", 0, ctTransfer, 0, 0, 0, 0x7FFFFFFF},
-      {"a destination speed flag is not removed", cfUseSpeed, ctTransfer, 0, 0, cfUseSpeed, 0x7FFFFFFF},
-      {"source speed wins even for play", 0, ctPlay, cfUseSpeed, 0, cfUseSpeed, 12345},
-      {"start/end bits replaced by the source's", cfUseStart | cfUseEndOffset, ctTransfer, cfUseStartOffset | cfUseEnd,
-       0, cfUseStartOffset | cfUseEnd, 0x7FFFFFFF},
-      {"position bits are only ever added", cfUsePositionOffset, ctTransfer, cfUsePosition, 0,
-       cfUsePosition | cfUsePositionOffset, 0x7FFFFFFF},
-      {"time bits come with the time argument", 0, ctTransfer, cfTimeMs | cfUseCmdAlt, 0, cfTimeMs | cfUseCmdAlt,
-       0x7FFFFFFF},
-  };
-  for (const CopyCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    MEDIACMD dst = freshCmd(ctStop), src = freshCmd(c.srcCmd);
-    dst.CtrlFlags = c.dstFlags;
-    dst.Speed = 99;
-    src.CtrlFlags = c.srcFlags;
-    src.Speed = 12345;
-    copyMediaCmd(&dst, &src, c.mask);
-    EXPECT_EQ(dst.CtrlFlags, c.wantFlags);
-    EXPECT_EQ(dst.Speed, c.wantSpeed);
-    EXPECT_EQ(dst.Cmd, c.srcCmd);
-  }
+// The speed a command without "usespeed" is given: normal for play and record, still for the
+// stopping commands, none for the rest.
+int32_t standingSpeed(uint32_t cmd) {
+  if (cmd == ctPlay || cmd == ctRecord) return MEDIACMD_SPEED_NORMAL;
+  for (uint32_t still : {ctStop, ctPause, ctRecStop, ctEject, ctTerminate, ctAbort})
+    if (cmd == still) return 0;
+  return MEDIACMD_SPEED_NONE;
 }
 
-TEST(MediaCmdRecord, CopyCarriesValuesOnlyWhereTheSourceSaysTheyAreValid) {
-  MEDIACMD dst = freshCmd(ctStop), src = freshCmd(ctTransfer);
-  dst.CmdID = 0;
-  dst.VideoChannels = dst.AudioChannels = dst.InfoChannels = 7;
-  dst.CmdAlt = 77;
-  src.Channel = 3;
-  src.VideoChannels = 1, src.AudioChannels = 2, src.InfoChannels = 4;
-  src.CmdAlt = 555;
-  src.Position = 10, src.Start = 20, src.End = 30;
-  std::strcpy(dst.ClipID, "KEEP");
-  std::strcpy(dst.Payload, "keep.mov");
-  std::strcpy(src.ClipID, "NEW");
-  std::strcpy(src.Payload, "new.mov");
-  copyMediaCmd(&dst, &src, 0);
-  EXPECT_STREQ(dst.ClipID, "KEEP");  // no clip flag in the source: clip and payload stay
-  EXPECT_STREQ(dst.Payload, "keep.mov");
-  EXPECT_EQ(dst.CmdID, 0xFA250200u);
-  EXPECT_EQ(dst.Channel, 3u);
-  EXPECT_EQ(dst.VideoChannels, 0xFFFFFFFFu);  // no presets in the source: unset
-  EXPECT_EQ(dst.CmdAlt, 77u);                 // no time flags, not a get/set command: kept
-  EXPECT_EQ(dst.Position, 10);
-  EXPECT_EQ(dst.Start, 20);
-  EXPECT_EQ(dst.End, 30);
-
-  src.CtrlFlags = cfUsePresets;
-  src.Cmd = ctGetValue;
-  copyMediaCmd(&dst, &src, 0);
-  EXPECT_EQ(dst.VideoChannels, 1u);
-  EXPECT_EQ(dst.AudioChannels, 2u);
-  EXPECT_EQ(dst.InfoChannels, 4u);
-  EXPECT_EQ(dst.CmdAlt, 555u);
-  EXPECT_TRUE(dst.CtrlFlags & cfUsePresets);
-  copyMediaCmd(nullptr, &src, 0);  // ignored, must not crash
-  copyMediaCmd(&dst, nullptr, 0);
+MEDIACMD modelCopy(MEDIACMD d, const MEDIACMD& s, uint32_t mask) {
+  const uint32_t f = s.CtrlFlags;
+  d.CmdID = MEDIACMD_SIGNATURE;
+  d.Channel = s.Channel;
+  d.Cmd = s.Cmd;
+  d.CtrlFlags |= f & mask;
+  const uint32_t onlyWhereTheSourceHasThem = cfDeferred | cfOverrideDeferred | cfTimeMs | cfTimeTarget | cfTimeHouseClock |
+                                             cfUseAllIDs | 0x4000 | 0x8000 | cfLoop | cfRipple | cfInvert | cfTest | cfNoReturn;
+  d.CtrlFlags &= ~(onlyWhereTheSourceHasThem & ~f);
+  if (f & cfUseSpeed) {
+    d.CtrlFlags |= cfUseSpeed;
+    d.Speed = s.Speed;
+  } else {
+    d.Speed = standingSpeed(s.Cmd);
+    if (d.Speed != MEDIACMD_SPEED_NONE) d.CtrlFlags |= cfUseSpeed;
+  }
+  if (f & cfUsePresets) {
+    d.CtrlFlags |= cfUsePresets;
+    d.VideoChannels = s.VideoChannels, d.AudioChannels = s.AudioChannels, d.InfoChannels = s.InfoChannels;
+  } else {
+    d.VideoChannels = d.AudioChannels = d.InfoChannels = 0xFFFFFFFF;
+  }
+  const uint32_t time = cfTimeMs | cfTimeTarget | cfTimeHouseClock | cfUseCmdAlt;
+  if ((f & time) || s.Cmd == ctGetValue || s.Cmd == ctSetValue || s.Cmd == ctValueSupported) {
+    d.CmdAlt = s.CmdAlt;
+    d.CtrlFlags |= f & time;
+  }
+  d.Position = s.Position;
+  d.CtrlFlags |= f & (cfUsePosition | cfUsePositionOffset);
+  d.Start = s.Start, d.End = s.End;
+  const uint32_t points = cfUseStart | cfUseStartOffset | cfUseEnd | cfUseEndOffset;
+  d.CtrlFlags = (d.CtrlFlags & ~points) | (f & points);
+  return d;
 }
 
-TEST(MediaCmdRecord, FixNormalisesByCommand) {
-  struct Case { uint32_t cmd, flags, mask; int32_t wantSpeed; uint32_t wantFlags, wantMask; };
-  const Case cases[] = {
-      {ctPlay, 0, 0, 65520, cfUseSpeed, 0xFFFFFFFF}, {ctRecord, cfUsePresets, 0, 65520, cfUsePresets | cfUseSpeed, 5},
-      {ctStop, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF}, {ctEject, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF},
-      {ctTerminate, 0, 0, 0, cfUseSpeed, 0xFFFFFFFF}, {ctTransfer, 0, 0, 1234, 0, 0xFFFFFFFF},
-      {ctPlay, cfUseSpeed, 0, 1234, cfUseSpeed, 0xFFFFFFFF},
-      // The mask hides the speed flag: the command's default speed is applied.
-      {ctPlay, cfUseSpeed | cfUsePresets, cfUsePresets, 65520, cfUseSpeed | cfUsePresets, 5},
-      // The mask hides the presets flag: masks are unset.
-      {ctGetValue, cfUsePresets, cfUseSpeed, 1234, cfUsePresets, 0xFFFFFFFF},
-  };
-  for (const Case& c : cases) {
-    MEDIACMD cmd = freshCmd(c.cmd);
-    cmd.CtrlFlags = c.flags;
-    cmd.Speed = 1234;
-    cmd.VideoChannels = cmd.AudioChannels = cmd.InfoChannels = 5;
-    EXPECT_EQ(fixMediaCmd(&cmd, c.mask), 0xFFFFFFFFu);
-    EXPECT_EQ(cmd.Speed, c.wantSpeed) << c.cmd;
-    EXPECT_EQ(cmd.CtrlFlags, c.wantFlags) << c.cmd;
-    EXPECT_EQ(cmd.AudioChannels, c.wantMask) << c.cmd;
+MEDIACMD modelFix(MEDIACMD c, uint32_t mask) {
+  const uint32_t m = (mask ? mask : 0xFFFFFFFF) & c.CtrlFlags;
+  if (!(m & cfUsePresets)) c.VideoChannels = c.AudioChannels = c.InfoChannels = 0xFFFFFFFF;
+  if (!(m & cfUseSpeed) && standingSpeed(c.Cmd) != MEDIACMD_SPEED_NONE) {
+    c.Speed = standingSpeed(c.Cmd);
+    c.CtrlFlags |= cfUseSpeed;
   }
+  return c;
+}
+
+TEST(MediaCmdRecord, CopyAndFixFollowTheRulesOnRandomRecords) {
+  std::mt19937 rng(4188);
+  auto randomRecord = [&] {
+    MEDIACMD c;
+    for (size_t i = 0; i < sizeof c; ++i) reinterpret_cast<uint8_t*>(&c)[i] = static_cast<uint8_t>(rng());
+    c.StructSize = MEDIACMD_SIZE;
+    c.Cmd = rng() % 24;
+    c.CtrlFlags = rng() & rng();  // about a quarter of the bits, so that "none of these" happens too
+    return c;
+  };
+  for (int i = 0; i < 20000; ++i) {
+    const MEDIACMD dst = randomRecord(), src = randomRecord();
+    const uint32_t masks[] = {0, 0xFFFFFFFF, static_cast<uint32_t>(rng())};
+    const uint32_t mask = masks[i % 3];
+    MEDIACMD got = dst;
+    copyMediaCmd(&got, &src, mask);
+    MEDIACMD want = modelCopy(dst, src, mask);
+    if (src.CtrlFlags & cfUseClipID) {
+      std::memcpy(want.ClipID, got.ClipID, sizeof want.ClipID);
+      std::memcpy(want.Payload, got.Payload, sizeof want.Payload);
+    }
+    ASSERT_EQ(std::memcmp(&got, &want, sizeof got), 0)
+        << "copy: cmd " << src.Cmd << std::hex << " dst flags 0x" << dst.CtrlFlags << " src flags 0x" << src.CtrlFlags
+        << " mask 0x" << mask << " gave flags 0x" << got.CtrlFlags << " speed " << std::dec << got.Speed;
+
+    got = src;
+    EXPECT_EQ(fixMediaCmd(&got, mask), 0xFFFFFFFFu);
+    want = modelFix(src, mask);
+    ASSERT_EQ(std::memcmp(&got, &want, sizeof got), 0)
+        << "fix: cmd " << src.Cmd << std::hex << " flags 0x" << src.CtrlFlags << " mask 0x" << mask;
+  }
+  MEDIACMD any = randomRecord();
+  copyMediaCmd(nullptr, &any, 0);  // ignored, must not crash
+  copyMediaCmd(&any, nullptr, 0);
   EXPECT_EQ(fixMediaCmd(nullptr, 0), 0xFFFFFFFFu);
 }
 
