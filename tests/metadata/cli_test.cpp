@@ -18,41 +18,38 @@ using qtest::runTool;
 using qtest::shellQuote;
 using qtest::StoreEnvironment;
 
-TEST(MetaCommand, BadInputGetsOneLineAndNonZeroExit) {
+// Outputs of the actions that need no stored item, and every refusal: one line, nothing on stdout.
+TEST(MetaCommand, OutputsAndOneLineRefusals) {
   StoreEnvironment env;
-  const struct { const char* args; int exitCode; const char* err; } cases[] = {
-      {"meta", 2, "quorvane meta: missing action (list, get, set, delete, describe, tctype); see --help\n"},
-      {"meta get NoSuchItem", 2, "quorvane meta: unknown item 'NoSuchItem'\n"},
-      {"meta set Flags 01:00:00:00", 2, "quorvane meta: bad value '01:00:00:00' for Flags: a number\n"},
-      {"meta set TimeCode 00:01:00:00 --tc-type 29.97df", 2,
+  const std::string types = "frames, 23.98, 24, 25, 29.97, 29.97df, 30, 50, 59.94, 59.94df, 60";
+  const struct { std::string args; int exitCode; std::string out, err; } cases[] = {
+      {"meta describe 13 14 4096 4129 0x10022 --json", 0,
+       "[{\"id\":13,\"name\":\"Comments\"},{\"id\":14,\"name\":\"Owner\"},{\"id\":4096,\"name\":null},"
+       "{\"id\":4129,\"name\":\"CustomMetadataBlockType\"},{\"id\":65570,\"name\":\"AudioBits\"}]\n", ""},
+      // The text forms' attribute keeps its word ("59.94" is type 32 there); a name is printed back.
+      {"meta tctype " + shellQuote("<clip TcType=\"59.94\"/>"), 0, "59.94df (32)\n", ""},
+      {"meta tctype pal", 0, "25 (8)\n", ""},
+      {"meta tctype --json 30000/1001", 0, "{\"name\":\"29.97\",\"tcType\":2}\n", ""},
+      {"meta", 2, "", "quorvane meta: missing action (list, get, set, delete, describe, tctype); see --help\n"},
+      {"meta get NoSuchItem", 2, "", "quorvane meta: unknown item 'NoSuchItem'\n"},
+      {"meta set Flags 01:00:00:00", 2, "", "quorvane meta: bad value '01:00:00:00' for Flags: a number\n"},
+      {"meta set TimeCode 00:01:00:00 --tc-type 29.97df", 2, "",
        "quorvane meta: bad value '00:01:00:00' for TimeCode: '00:01:00:00' is not a valid 29.97df timecode\n"},
-      {"meta set TimeCodeType weird", 2,
-       "quorvane meta: bad value 'weird' for TimeCodeType: a number or a timecode type: frames, 23.98, 24, 25, 29.97, "
-       "29.97df, 30, 50, 59.94, 59.94df, 60\n"},
-      {"meta tctype weird", 1, "quorvane meta: 'weird' names no timecode type (frames, 23.98, 24, 25, 29.97, 29.97df, "
-                               "30, 50, 59.94, 59.94df, 60)\n"},
-      {"meta set VersionString 1.0", 2, "quorvane meta: VersionString is not kept in the store\n"},
-      {"meta get --user Title", 1, "quorvane meta: no UserMetadata.xml in the current directory\n"},
-      {"meta get --user --system Title", 2, "quorvane meta: --user and --system exclude each other\n"},
-      {"meta set Title", 2, "quorvane meta: bad arguments for 'set'; see --help\n"},
-      {"meta describe zz", 2, "quorvane meta: bad identifier 'zz'\n"},
+      {"meta set TimeCodeType weird", 2, "",
+       "quorvane meta: bad value 'weird' for TimeCodeType: a number or a timecode type: " + types + "\n"},
+      {"meta tctype weird", 1, "", "quorvane meta: 'weird' names no timecode type (" + types + ")\n"},
+      {"meta set VersionString 1.0", 2, "", "quorvane meta: VersionString is not kept in the store\n"},
+      {"meta get --user Title", 1, "", "quorvane meta: no UserMetadata.xml in the current directory\n"},
+      {"meta get --user --system Title", 2, "", "quorvane meta: --user and --system exclude each other\n"},
+      {"meta set Title", 2, "", "quorvane meta: bad arguments for 'set'; see --help\n"},
+      {"meta describe zz", 2, "", "quorvane meta: bad identifier 'zz'\n"},
   };
   for (const auto& c : cases) {
     auto r = runTool(c.args);
     EXPECT_EQ(r.exitCode, c.exitCode) << c.args;
+    EXPECT_EQ(r.out, c.out) << c.args;
     EXPECT_EQ(r.err, c.err) << c.args;
   }
-}
-
-TEST(MetaCommand, DescribeAndTcType) {
-  auto r = runTool("meta describe 13 14 4096 4129 0x10022 --json");
-  EXPECT_EQ(r.out,
-            "[{\"id\":13,\"name\":\"Comments\"},{\"id\":14,\"name\":\"Owner\"},{\"id\":4096,\"name\":null},"
-            "{\"id\":4129,\"name\":\"CustomMetadataBlockType\"},{\"id\":65570,\"name\":\"AudioBits\"}]\n");
-  // The text forms' attribute keeps its word ("59.94" is type 32 there); a name is printed back.
-  EXPECT_EQ(runTool("meta tctype " + shellQuote("<clip TcType=\"59.94\"/>")).out, "59.94df (32)\n");
-  EXPECT_EQ(runTool("meta tctype pal").out, "25 (8)\n");
-  EXPECT_EQ(runTool("meta tctype --json 30000/1001").out, "{\"name\":\"29.97\",\"tcType\":2}\n");
 }
 
 TEST(MetaCommand, SetByTheToolIsReadByTheLibraryAndBack) {
