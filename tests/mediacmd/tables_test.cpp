@@ -22,23 +22,39 @@ const char* firstNameFor(const MCMDXLAT (&table)[N], uint32_t code) {
   return it == std::end(table) ? nullptr : it->name;
 }
 
-TEST(MediaCmdTables, ShapeOfTheExportedTables) {
-  // (The row counts, 460 and 36, are checked on the command's listing in cli_test.)
-  EXPECT_EQ(std::size(mcmdGSStringXlat), std::size(mcmdGSXlat));  // kept all-empty twin of the get/set table
-  for (const MCMDXLAT& row : mcmdGSStringXlat) EXPECT_TRUE(row.code == 0 && row.name == nullptr);
+// Every row of one table: a unique lower-case name that reads back, in either case but not with a
+// letter more, to its code; and its code back to the name that stands first. Returns the
+// longest name's length.
+template <size_t N>
+size_t checkEveryRow(const MCMDXLAT (&table)[N], int (*fromString)(const char*, unsigned*), int (*toString)(int, char*)) {
   size_t longest = 0;
-  for (const auto* table : {&mcmdGSXlat[0], &mcmdFLAGXlat[0]}) {
-    size_t rows = table == mcmdGSXlat ? std::size(mcmdGSXlat) : std::size(mcmdFLAGXlat);
-    std::set<std::string> names;
-    for (size_t i = 0; i < rows; ++i) {
-      std::string name = table[i].name;
-      longest = std::max(longest, name.size());
-      EXPECT_TRUE(names.insert(name).second) << "duplicate name " << name;
-      for (char c : name) EXPECT_FALSE(std::isupper(static_cast<unsigned char>(c))) << name;
+  std::set<std::string> names;
+  for (const MCMDXLAT& row : table) {
+    const std::string name = row.name;
+    longest = std::max(longest, name.size());
+    EXPECT_TRUE(names.insert(name).second) << "duplicate name " << name;
+    for (char c : name) EXPECT_FALSE(std::isupper(static_cast<unsigned char>(c))) << name;
+    for (const std::string& spelling : {name, upper(name)}) {
+      unsigned code = 0;
+      EXPECT_EQ(fromString(spelling.c_str(), &code), 0) << spelling;
+      EXPECT_EQ(code, row.code) << spelling;
     }
+    EXPECT_EQ(fromString((name + "x").c_str(), nullptr), -1) << name;
+    char back[MCMD_NAME_MAX];
+    EXPECT_EQ(toString(static_cast<int>(row.code), back), 0) << name;
+    EXPECT_STREQ(back, firstNameFor(table, row.code));
   }
+  return longest;
+}
+
+// Both tables row by row (the row counts, 460 and 36, are checked on the command's listing in
+// cli_test), the kept all-empty twin of the get/set table, and the flag table's 32 single bits.
+TEST(MediaCmdTables, EveryRowRoundTripsAndTheShapeHolds) {
+  EXPECT_EQ(std::size(mcmdGSStringXlat), std::size(mcmdGSXlat));
+  for (const MCMDXLAT& row : mcmdGSStringXlat) EXPECT_TRUE(row.code == 0 && row.name == nullptr);
+  const size_t longest = std::max(checkEveryRow(mcmdGSXlat, gsFromString, gsToString),
+                                  checkEveryRow(mcmdFLAGXlat, cfFromString, cfToString));
   EXPECT_EQ(longest, MCMD_NAME_MAX - 1u);
-  // Every flag row is a single bit, and the 32 bits are all named.
   uint32_t all = 0;
   for (const MCMDXLAT& row : mcmdFLAGXlat) {
     EXPECT_EQ(__builtin_popcount(row.code), 1) << row.name;
@@ -67,29 +83,6 @@ TEST(MediaCmdTables, TableOrderIsKeptAndSharedCodesTakeTheFirstName) {
     char name[MCMD_NAME_MAX] = {};
     EXPECT_EQ((p.flags ? cfToString : gsToString)(static_cast<int>(p.code), name), 0) << p.first;
     EXPECT_STREQ(name, p.first);
-  }
-}
-
-// Every name of both tables, in three spellings, back to its code; every code to the first name.
-TEST(MediaCmdTables, ExhaustiveRoundTrips) {
-  for (const MCMDXLAT& row : mcmdGSXlat) {
-    unsigned code = 0;
-    ASSERT_EQ(gsFromString(row.name, &code), 0) << row.name;
-    EXPECT_EQ(code, row.code);
-    ASSERT_EQ(gsFromString(upper(row.name).c_str(), &code), 0) << row.name;
-    EXPECT_EQ(code, row.code);
-    char name[MCMD_NAME_MAX];
-    ASSERT_EQ(gsToString(static_cast<int>(row.code), name), 0);
-    EXPECT_STREQ(name, firstNameFor(mcmdGSXlat, row.code));
-    EXPECT_EQ(gsFromString((std::string(row.name) + "x").c_str(), nullptr), -1);
-  }
-  for (const MCMDXLAT& row : mcmdFLAGXlat) {
-    unsigned flag = 0;
-    ASSERT_EQ(cfFromString(upper(row.name).c_str(), &flag), 0) << row.name;
-    EXPECT_EQ(flag, row.code);
-    char name[MCMD_NAME_MAX];
-    ASSERT_EQ(cfToString(static_cast<int>(row.code), name), 0);
-    EXPECT_STREQ(name, firstNameFor(mcmdFLAGXlat, row.code));
   }
 }
 
