@@ -171,35 +171,33 @@ TEST(MediaCmdGolden, TimecodeTypesAndPointTexts) {
   }
 }
 
+constexpr uint32_t kUnset = 0xFFFFFFFF;
+
+// A record as initMediaCmd makes it for `cmd`, with these channel, flags and CmdAlt, and what
+// `more` sets besides.
 struct DumpCase {
   const char* name;
-  std::function<void(MEDIACMD&)> fill;
+  unsigned cmd;
+  uint32_t channel, flags, cmdAlt;
+  std::function<void(MEDIACMD&)> more;
   std::string line;  // empty: nothing is traced
 };
 
 TEST(MediaCmdDebugDump, Lines) {
   const DumpCase cases[] = {
-      {"get state is not traced", [](MEDIACMD& c) { initMediaCmd(&c, ctGetState); }, ""},
-      {"set state is not traced", [](MEDIACMD& c) { initMediaCmd(&c, ctSetState); }, ""},
-      {"fresh stop", [](MEDIACMD& c) { initMediaCmd(&c, ctStop); }, "klx-Chan-1 ctStop "},
-      {"get value by name, no blank after it", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctGetValue);
-         c.Channel = 2;
-         c.CmdAlt = 0x9;
-       }, "klx-Chan2 ctGetValue(start)"},
-      {"get value of an unknown code", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctGetValue);
-         c.Channel = 2;
-         c.CmdAlt = 0x24;
-       }, "klx-Chan2 ctGetValue(36, 0x24) "},
-      {"code 22 adds no command", [](MEDIACMD& c) { initMediaCmd(&c, 22); c.Channel = 0; }, "klx-Chan0 "},
-      {"every piece", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctPlay);
-         c.Channel = 1;
-         c.CtrlFlags = cfDeferred | cfUseSpeed | cfUsePosition | cfUseStart | cfUseStartOffset | cfUseEnd | cfUseEndOffset |
-                       cfUseCmdAlt | cfUseClipID;
+      {"get state is not traced", ctGetState, kUnset, 0, kUnset, nullptr, ""},
+      {"set state is not traced", ctSetState, kUnset, 0, kUnset, nullptr, ""},
+      {"fresh stop", ctStop, kUnset, 0, kUnset, nullptr, "klx-Chan-1 ctStop "},
+      {"get value by name, no blank after it", ctGetValue, 2, 0, 0x9, nullptr, "klx-Chan2 ctGetValue(start)"},
+      {"get value of an unknown code", ctGetValue, 2, 0, 0x24, nullptr, "klx-Chan2 ctGetValue(36, 0x24) "},
+      {"code 22 adds no command", 22, 0, 0, kUnset, nullptr, "klx-Chan0 "},
+      {"every piece", ctPlay, 1,
+       cfDeferred | cfUseSpeed | cfUsePosition | cfUseStart | cfUseStartOffset | cfUseEnd | cfUseEndOffset | cfUseCmdAlt |
+           cfUseClipID,
+       40,
+       [](MEDIACMD& c) {
          c.Speed = 32760;
-         c.Position = 10, c.Start = 20, c.End = 30, c.CmdAlt = 40;
+         c.Position = 10, c.Start = 20, c.End = 30;
          c.VideoChannels = 1, c.AudioChannels = 2, c.InfoChannels = 4;
          std::strcpy(c.ClipID, "CLIP");
          std::strcpy(c.Payload, "a.mov");
@@ -207,36 +205,29 @@ TEST(MediaCmdDebugDump, Lines) {
        "klx-Chan1 ctPlay Deferred UseSpeed (50) UsePosition (10) Use Start (20) UseStartOffset (20) UseEnd (30) "
        "UseEndOffset (30) CmdAlt: (40) UsePresets: V(1)A(2)I(4) UseClipId: (CLIP)(a.mov) "},
       // The unset speed prints its true 64-bit quotient.
-      {"unset speed", [](MEDIACMD& c) { initMediaCmd(&c, ctRecord); c.Channel = 0; c.CtrlFlags = cfUseSpeed; },
-       "klx-Chan0 ctRecord UseSpeed (3277600) "},
-      {"presets shown with the position flag, not the presets flag", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctPause);
-         c.Channel = 0;
-         c.CtrlFlags = cfUsePosition;
-         c.Position = 5;
-       }, "klx-Chan0 ctPause UsePosition (5) UsePresets: V(-1)A(-1)I(-1) "},
-      {"presets flag alone shows nothing", [](MEDIACMD& c) { initMediaCmd(&c, ctPause); c.Channel = 0; c.CtrlFlags = cfUsePresets; },
-       "klx-Chan0 ctPause "},
-      {"target time", [](MEDIACMD& c) { initMediaCmd(&c, ctEdit); c.Channel = 0; c.CtrlFlags = cfUseCmdAlt | cfTimeMs | cfTimeTarget; c.CmdAlt = 7; },
-       "klx-Chan0 ctEdit CmdTarget: (7) "},
-      {"house clock", [](MEDIACMD& c) { initMediaCmd(&c, ctSwitch); c.Channel = 0; c.CtrlFlags = cfUseCmdAlt | cfTimeMs | cfTimeHouseClock; c.CmdAlt = 7; },
-       "klx-Chan0 ctSwitch CmdHouse: (7) "},
-      {"time in ms", [](MEDIACMD& c) { initMediaCmd(&c, ctAbort); c.Channel = 0; c.CtrlFlags = cfUseCmdAlt | cfTimeMs; c.CmdAlt = 7; },
-       "klx-Chan0 ctAbort CmdTime: (7) "},
-      {"time flags without usecmdalt show nothing", [](MEDIACMD& c) { initMediaCmd(&c, ctAbort); c.Channel = 0; c.CtrlFlags = cfTimeMs; },
-       "klx-Chan0 ctAbort "},
-      {"payload filling the whole tail", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctEject);
-         c.Channel = 0;
-         c.CtrlFlags = cfUseClipID;
+      {"unset speed", ctRecord, 0, cfUseSpeed, kUnset, nullptr, "klx-Chan0 ctRecord UseSpeed (3277600) "},
+      {"presets shown with the position flag, not the presets flag", ctPause, 0, cfUsePosition, kUnset,
+       [](MEDIACMD& c) { c.Position = 5; }, "klx-Chan0 ctPause UsePosition (5) UsePresets: V(-1)A(-1)I(-1) "},
+      {"presets flag alone shows nothing", ctPause, 0, cfUsePresets, kUnset, nullptr, "klx-Chan0 ctPause "},
+      {"target time", ctEdit, 0, cfUseCmdAlt | cfTimeMs | cfTimeTarget, 7, nullptr, "klx-Chan0 ctEdit CmdTarget: (7) "},
+      {"house clock", ctSwitch, 0, cfUseCmdAlt | cfTimeMs | cfTimeHouseClock, 7, nullptr, "klx-Chan0 ctSwitch CmdHouse: (7) "},
+      {"time in ms", ctAbort, 0, cfUseCmdAlt | cfTimeMs, 7, nullptr, "klx-Chan0 ctAbort CmdTime: (7) "},
+      {"time flags without usecmdalt show nothing", ctAbort, 0, cfTimeMs, kUnset, nullptr, "klx-Chan0 ctAbort "},
+      {"payload filling the whole tail", ctEject, 0, cfUseClipID, kUnset,
+       [](MEDIACMD& c) {
          std::memset(c.ClipID, 'C', sizeof c.ClipID);  // no terminator anywhere
          std::memset(c.Payload, 'p', sizeof c.Payload);
-       }, "klx-Chan0 ctEject UseClipId: (" + std::string(9, 'C') + ")(" + std::string(4103, 'p') + ") "},
+       },
+       "klx-Chan0 ctEject UseClipId: (" + std::string(9, 'C') + ")(" + std::string(4103, 'p') + ") "},
   };
   for (const DumpCase& c : cases) {
     SCOPED_TRACE(c.name);
     MEDIACMD cmd;
-    c.fill(cmd);
+    initMediaCmd(&cmd, c.cmd);
+    cmd.Channel = c.channel;
+    cmd.CtrlFlags = c.flags;
+    cmd.CmdAlt = c.cmdAlt;
+    if (c.more) c.more(cmd);
     qtest::LogCapture log;
     __dbgout_mediacmd(&cmd);
     ASSERT_EQ(log.lines().size(), c.line.empty() ? 0u : 1u);
