@@ -17,9 +17,15 @@ using mctest::xmlOf;
 const std::string kHead =
     R"(<?xml version="1.0" encoding="iso-8859-1" ?><MediaCmd><!-- Brontal MEDIACMD xml structure version 1,0 -->)";
 
+constexpr uint32_t kUnset = 0xFFFFFFFF;
+
+// A record as initMediaCmd makes it for `cmd`, with these channel, flags and CmdAlt, and what
+// `more` sets besides.
 struct Golden {
   const char* name;
-  std::function<void(MEDIACMD&)> fill;
+  unsigned cmd;
+  uint32_t channel, flags, cmdAlt;
+  std::function<void(MEDIACMD&)> more;
   unsigned tcType;
   std::string xml;  // after the declaration, root and comment
   std::string json;
@@ -29,15 +35,13 @@ TEST(MediaCmdGolden, ExactTexts) {
   const Golden goldens[] = {
       // No "usespeed": the value says normal speed, the percentage comes from the unset speed
       // (0x7FFFFFFF * 100 wraps to -100 in 32 bits, so 0 percent).
-      {"play without speed", [](MEDIACMD& c) { initMediaCmd(&c, ctPlay); c.Channel = 1; }, 4,
+      {"play without speed", ctPlay, 1, 0, kUnset, nullptr, 4,
        R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="1" /><Cmd Value="2">Play</Cmd>)"
        R"(<Speed Value="65520">0</Speed><Position Value="-1" TcType="drop-frame">16:01:25;11</Position></MediaCmd>)",
        R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":1,"Cmd": {"Value":2,"String":"Play",},)"
        R"("Speed": {"Value":65520,"String":"0",},"Position": {"Value":-1,"TcType":"drop-frame","TcString":"16:01:25;11",},}})"},
-      {"shuttle at half speed, frames", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctPlay);
-         c.Channel = 0;
-         c.CtrlFlags = cfUseSpeed | cfIsShuttle | cfDeferred | cfOverrideDeferred | cfUsePosition;
+      {"shuttle at half speed, frames", ctPlay, 0, cfUseSpeed | cfIsShuttle | cfDeferred | cfOverrideDeferred | cfUsePosition,
+       kUnset, [](MEDIACMD& c) {
          c.Speed = -32760;
          c.Position = 1234;
        }, 255,
@@ -47,11 +51,7 @@ TEST(MediaCmdGolden, ExactTexts) {
        R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":0,"Cmd": {"Value":2,"String":"Play","Deferred":1,)"
        R"("OverrideDeferred":1,},"Speed": {"Value":-32760,"String":"-50","IsShuttle":1,},)"
        R"("Position": {"Value":1234,"TcType":"frames","TcString":"1234",},}})"},
-      {"metadata tag request", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctGetValue);
-         c.Channel = 0;
-         c.CtrlFlags = cfUseCmdAlt | cfUseClipID;
-         c.CmdAlt = gsMetabaseGetTag;
+      {"metadata tag request", ctGetValue, 0, cfUseCmdAlt | cfUseClipID, gsMetabaseGetTag, [](MEDIACMD& c) {
          std::strcpy(c.ClipID, "CLIP0001");
          std::memcpy(c.Payload, "Title\0\0" "2", 9);
        }, 8,
@@ -62,11 +62,9 @@ TEST(MediaCmdGolden, ExactTexts) {
        R"("CmdAlt": {"Value":166,},"Position": {"Value":-1,"TcType":"pal","TcString":"09:51:31:20",},)"
        R"("MetaTag":"Title","MetaData":"","PageRequest":"2",}})"},
       // Service-setting codes (above 1100000) write the start as unwrapped 60 fps text.
-      {"command code 22 with presets, points, a service-setting start and a file", [](MEDIACMD& c) {
-         initMediaCmd(&c, 22);
-         c.Channel = 3;
-         c.CtrlFlags = cfUseClipID | cfUseStart | cfUseEndOffset | cfTimeMs | cfUseCmdAlt | cfUsePresets | cfUseFrameCount;
-         c.CmdAlt = 1100001;
+      {"command code 22 with presets, points, a service-setting start and a file", 22, 3,
+       cfUseClipID | cfUseStart | cfUseEndOffset | cfTimeMs | cfUseCmdAlt | cfUsePresets | cfUseFrameCount, 1100001,
+       [](MEDIACMD& c) {
          c.Start = 90000;
          c.End = 250;
          c.VideoChannels = 1, c.AudioChannels = 3, c.InfoChannels = 0;
@@ -89,10 +87,7 @@ TEST(MediaCmdGolden, ExactTexts) {
        R"("Start": {"Value":90000,"TcType":"pal","TcString":"00:25:00:00","UsingFrameCount":1,},)"
        R"("End": {"Value":250,"TcType":"pal","TcString":"00:00:10:00","IsOffset":1,"UsingFrameCount":1,},)"
        R"("ClipID":"AB&<","FileName":"D:\\clips\\a \"b\".mov",}})"},
-      {"IP video settings", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctSetValue);
-         c.CtrlFlags = cfUseCmdAlt | cfUseStart;
-         c.CmdAlt = gsIpVideoSettings;
+      {"IP video settings", ctSetValue, kUnset, cfUseCmdAlt | cfUseStart, gsIpVideoSettings, [](MEDIACMD& c) {
          c.Start = 5004;
          c.End = 5005;
          c.AudioChannels = 15;
@@ -107,23 +102,16 @@ TEST(MediaCmdGolden, ExactTexts) {
        R"("CmdAlt": {"Value":801,},"Position": {"Value":-1,"TcType":"frames","TcString":"-1",},)"
        R"("Start": {"Value":5004,"TcType":"frames","TcString":"5004",},"destinationipaddress":"239.1.1.1",)"
        R"("sourceipaddress":"10.0.0.2","interfaceipaddress":"eth0","start":5004,"end":5005,"audiochannels":15,}})"},
-      {"frame data as hex", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctGetValue);
-         c.CtrlFlags = cfUseCmdAlt;
-         c.CmdAlt = gsFrameData;
-         std::memcpy(c.Payload, "\x03\0\0\0\x01\xAB\xFF", 7);
-       }, 4,
+      {"frame data as hex", ctGetValue, kUnset, cfUseCmdAlt, gsFrameData,
+       [](MEDIACMD& c) { std::memcpy(c.Payload, "\x03\0\0\0\x01\xAB\xFF", 7); }, 4,
        R"(<CmdID Value="-98237952" /><StructSize Value="4188" /><Channel Value="-1" /><Cmd Value="14">GetValue</Cmd>)"
        R"(<CmdAlt Value="25" /><Position Value="-1" TcType="drop-frame">16:01:25;11</Position>)"
        R"(<arbID Type="hex" length="3">01ABFF</arbID></MediaCmd>)",
        R"({"MediaCmd" : {"CmdID":4196729344,"StructSize":4188,"Channel":4294967295,"Cmd": {"Value":14,"String":"GetValue",},)"
        R"("CmdAlt": {"Value":25,},"Position": {"Value":-1,"TcType":"drop-frame","TcString":"16:01:25;11",},)"
        R"("arbID": {"Type":"hex","length":3,"String":"01ABFF",},}})"},
-      {"metabase file name with a unique id, on any command", [](MEDIACMD& c) {
-         initMediaCmd(&c, ctStop);
+      {"metabase file name with a unique id, on any command", ctStop, kUnset, cfUseCmdAlt, gsMetabaseFileName, [](MEDIACMD& c) {
          c.prev = 0x100000005;  // only the low 32 bits travel
-         c.CtrlFlags = cfUseCmdAlt;
-         c.CmdAlt = gsMetabaseFileName;
          std::strcpy(c.ClipID, "C1");
          std::strcpy(c.Payload, "u-77$clip$1.mxf");
        }, 1,
@@ -137,7 +125,11 @@ TEST(MediaCmdGolden, ExactTexts) {
   for (const Golden& g : goldens) {
     SCOPED_TRACE(g.name);
     MEDIACMD cmd;
-    g.fill(cmd);
+    initMediaCmd(&cmd, g.cmd);
+    cmd.Channel = g.channel;
+    cmd.CtrlFlags = g.flags;
+    cmd.CmdAlt = g.cmdAlt;
+    if (g.more) g.more(cmd);
     EXPECT_EQ(xmlOf(cmd, g.tcType), kHead + g.xml);
     EXPECT_EQ(jsonOf(cmd, g.tcType), g.json);
   }
@@ -171,10 +163,7 @@ TEST(MediaCmdGolden, TimecodeTypesAndPointTexts) {
   }
 }
 
-constexpr uint32_t kUnset = 0xFFFFFFFF;
-
-// A record as initMediaCmd makes it for `cmd`, with these channel, flags and CmdAlt, and what
-// `more` sets besides.
+// The record is made as for Golden.
 struct DumpCase {
   const char* name;
   unsigned cmd;
