@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "fixtures.h"
 #include "support/config_values.h"
@@ -91,46 +92,43 @@ TEST(KlxInfoDelete, ResetsToNothingSet) {
   EXPECT_EQ(klxInfoDelete(nullptr), -1);
 }
 
+// klxInfoSet against its rules on random records: every text slot present, absent or empty on
+// either side, every number set or not.
 TEST(KlxInfoSet, MergesTextsAndSetNumericsByTheRules) {
-  const struct {
-    int slot;
-    const char *dst, *src, *expected;  // null = absent
-  } cases[] = {
-      {kxtFileName, nullptr, "src.mov", "src.mov"},  // locators fill an empty slot...
-      {kxtNativeLocator, "dst", "src", "dst"},  // ...but never replace one
-      {kxtUniversalLocator, "dst", nullptr, "dst"}, {kxtTCPIPAddress, "10.0.0.1", "10.0.0.2", "10.0.0.2"},  // from here on src wins
-      {kxtSourceLocator, nullptr, "tape 4", "tape 4"}, {kxtDoNotUse, "a", "b", "b"},
-      {kxtReel, "R1", nullptr, "R1"},  // absent src keeps dst
-      {kxtNotUsed_87 + 12, nullptr, "last", "last"}, {kxtComments, "x", "", ""},  // an empty text is a text
-  };
-  InfoRecord dst, src;
-  for (const auto& c : cases) {
-    if (c.dst) dst.setText(c.slot, c.dst);
-    if (c.src) src.setText(c.slot, c.src);
+  std::mt19937 rng(815);
+  for (int round = 0; round < 100; ++round) {
+    InfoRecord dst, src;
+    for (InfoRecord* r : {&dst, &src}) {
+      for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot)
+        if (rng() % 3) r->setText(slot, rng() % 4 ? (r == &dst ? "dst " : "src ") + std::to_string(slot) : "");
+      for (uint32_t& value : r->rec.numeric) value = rng() % 3 ? static_cast<uint32_t>(rng()) : KLXINFO_NOT_SET;
+      r->rec.trailing = static_cast<int>(rng());
+    }
+    KLXINFOREC before = dst.rec;
+    std::vector<std::string> texts(KLXINFO_TEXT_ITEMS);
+    for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot) texts[slot] = dst.text(slot);
+    ASSERT_EQ(klxInfoSet(&dst.rec, &src.rec), 0);
+    for (int slot = 0; slot < KLXINFO_TEXT_ITEMS; ++slot) {
+      // The locators only fill an empty slot; from TCP-IPAddress on, a text of the source wins.
+      const bool locator = slot <= kxtUniversalLocator;
+      const bool fromSource = src.rec.text[slot] && (!locator || !before.text[slot]);
+      EXPECT_EQ(dst.text(slot), fromSource ? src.text(slot) : texts[slot]) << slot;
+      EXPECT_TRUE(!src.rec.text[slot] || src.rec.text[slot] != dst.rec.text[slot]) << "shared text " << slot;
+    }
+    EXPECT_EQ(dst.rec.numeric[0], before.numeric[0]);  // slot 0 is not merged
+    for (int slot = 1; slot < KLXINFO_NUMERIC_ITEMS; ++slot)
+      EXPECT_EQ(dst.rec.numeric[slot], src.rec.numeric[slot] != KLXINFO_NOT_SET ? src.rec.numeric[slot] : before.numeric[slot]) << slot;
+    EXPECT_EQ(dst.rec.trailing, before.trailing);
   }
-  for (int slot = 0; slot < KLXINFO_NUMERIC_ITEMS; ++slot) {
-    dst.rec.numeric[slot] = 1000 + slot;
-    src.rec.numeric[slot] = slot % 3 ? 2000 + slot : KLXINFO_NOT_SET;
-  }
-  src.rec.numeric[0] = 42;
-  dst.rec.trailing = 7, src.rec.trailing = 9;
-  ASSERT_EQ(klxInfoSet(&dst.rec, &src.rec), 0);
-  for (const auto& c : cases) {
-    EXPECT_EQ(dst.text(c.slot), c.expected) << c.slot;
-    EXPECT_TRUE(!src.rec.text[c.slot] || src.rec.text[c.slot] != dst.rec.text[c.slot]) << "shared text " << c.slot;
-  }
-  EXPECT_EQ(dst.rec.numeric[0], 1000u);  // slot 0 is not merged
-  for (int slot = 1; slot < KLXINFO_NUMERIC_ITEMS; ++slot)
-    EXPECT_EQ(dst.rec.numeric[slot], uint32_t(slot % 3 ? 2000 + slot : 1000 + slot)) << slot;
-  EXPECT_EQ(dst.rec.trailing, 7);
-  EXPECT_EQ(klxInfoSet(nullptr, &src.rec), -1);
-  EXPECT_EQ(klxInfoSet(&dst.rec, nullptr), -1);
-
+  InfoRecord r;
+  r.setText(kxtTCPIPAddress, "10.0.0.2");
+  EXPECT_EQ(klxInfoSet(nullptr, &r.rec), -1);
+  EXPECT_EQ(klxInfoSet(&r.rec, nullptr), -1);
   // Into itself: nothing is freed or reallocated (the sanitizer would see a use after free).
-  KLXINFOREC before = dst.rec;
-  ASSERT_EQ(klxInfoSet(&dst.rec, &dst.rec), 0);
-  EXPECT_EQ(memcmp(&before, &dst.rec, sizeof before), 0);
-  EXPECT_EQ(dst.text(kxtTCPIPAddress), "10.0.0.2");
+  KLXINFOREC before = r.rec;
+  ASSERT_EQ(klxInfoSet(&r.rec, &r.rec), 0);
+  EXPECT_EQ(memcmp(&before, &r.rec, sizeof before), 0);
+  EXPECT_EQ(r.text(kxtTCPIPAddress), "10.0.0.2");
 }
 
 TEST(KlxInfoFindTcType, ReadsTheValueAfterOneSkippedCharacter) {
