@@ -185,6 +185,10 @@ TEST(Tc2Frame, AcceptsAndRefuses) {
   EXPECT_EQ(tc2Frame("00:00:00:00", TC_PAL, nullptr), -1);
   const uint8_t dropped[4] = {0, 1, 0, 1};  // digits form refuses dropped numbers as well
   EXPECT_EQ(tc2Frame(reinterpret_cast<const char*>(dropped), TC_DF2997 | TCF_DIGITS, &frames), -1);
+  // Digits are not bounded by two text characters: minute or second 60 must be refused here too.
+  const uint8_t sixties[2][4] = {{0, 60, 0, 0}, {0, 0, 60, 0}};
+  for (const auto& digits : sixties)
+    EXPECT_EQ(tc2Frame(reinterpret_cast<const char*>(digits), TC_PAL | TCF_DIGITS, &frames), -1);
 }
 
 // Every text form, wrapped or not, reads back to the count it came from (modulo a day).
