@@ -95,21 +95,6 @@ TEST_F(Containers, ReframeAndStampKeepPicturesAudioAndTiming) {
   }
 }
 
-// hdr on an MP4: the mastering display SEI reaches the pictures, pictures and audio unchanged.
-TEST_F(Containers, HdrSetsMasteringDisplayInMp4) {
-  const std::string in = mtest::clipPath(mtest::kClips[5]);
-  qtest::TempDir dir;
-  const std::string out = dir.file("hdr.mp4");
-  qtest::runToolOk("hdr " + shellQuote(in) + " " + shellQuote(out) +
-                   " --master-display 'G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)'");
-  const auto side = qtest::runCommand("ffprobe -v error -select_streams v:0 -read_intervals %+#1 -show_frames " + shellQuote(out)).out;
-  EXPECT_NE(side.find("side_data_type=Mastering display metadata"), std::string::npos);
-  EXPECT_NE(side.find("red_x=34000/50000"), std::string::npos);
-  EXPECT_NE(side.find("max_luminance=10000000/10000"), std::string::npos);
-  EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
-  EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
-}
-
 // Into another container, or out to an elementary stream: the same pictures. An elementary stream
 // into a container (timestamps from the display order) decodes the same too.
 TEST_F(Containers, ReframeAcrossKinds) {

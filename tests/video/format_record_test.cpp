@@ -136,10 +136,4 @@ TEST_F(MatrixStore, MissingSettingIsWrittenAsZero) {
   EXPECT_EQ(qtest::getDword(ZR_CFG_SYSTEM, kKey, kValue), 0u);
 }
 
-TEST_F(MatrixStore, OtherForcedValuesBehaveAsZero) {
-  store(2);
-  EXPECT_EQ(GetMatrixBySize(3840, 2160, VID_MATRIX_FLAG_VIDEO_RANGE), VID_MATRIX_UHD_VIDEO);
-  EXPECT_EQ(m_gForceVideoRangeMatrix, 2);
-}
-
 }  // namespace

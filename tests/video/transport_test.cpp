@@ -128,8 +128,8 @@ TEST(TransportTC, ModuloWrapsIntoTheRangeWithItsKeptLimits) {
   struct Case { int start, end, frame, wrapped; };
   const Case kCases[] = {
       {0, 100, -1, 99}, {0, 100, -99, 1}, {0, 100, -100, 96},  // below -99: unsigned wrap
-      {0, 100, -150, 46}, {0, 100, 100, 0}, {0, 100, 250, 50}, {100, 200, 250, 150}, {100, 200, -1, 195},
-      {100, 200, 99, 195}, {100, 200, 199, 199}, {0, 0, -5, -5},  // no length: untouched
+      {0, 100, 100, 0}, {100, 200, 250, 150}, {100, 200, -1, 195}, {100, 200, 199, 199},
+      {0, 0, -5, -5},  // no length: untouched
   };
   for (const auto& c : kCases) {
     CKLXTransTC tc;
