@@ -249,8 +249,9 @@ int cmdFormat(int argc, char** argv) {
       rate->scale *= 2;  // two fields make a frame
     }
     word = deriveWord(rate->rate, rate->scale, raster->width, raster->height, scan);
-    const std::string asked = pos[0] + " at " + cli::rateText(rate->rate, rate->scale) + " frames per second" +
-                              (scanText.empty() ? "" : " " + scanText);
+    // Said back as typed: "59.94" is what the user meant, its exact fraction 2997/50 is not.
+    const std::string asked = pos[0] + " at " + pos[1] + (args.has("field-rate") ? " fields" : " frames") +
+                              " per second" + (scanText.empty() ? "" : " " + scanText);
     if (word == VID_FMT_INVALID) return cli::failWith(cli::kFailed, kCommand, "no format word for %s", asked.c_str());
     derivedFrom = asked;
   } else {
