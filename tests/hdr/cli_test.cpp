@@ -1,11 +1,13 @@
-// quorvane hdr and quorvane avcc end to end: ffprobe reads the same HDR side data from our stamped
-// stream as from x265's and x264's, a colour rewrite reads back through ffprobe and trace_headers
-// with every other SPS element unchanged and identical pictures, and -y replacing an existing OUT.
+// quorvane hdr end to end: ffprobe reads the same HDR side data from our stamped stream as from
+// x265's and x264's (-y replacing an existing OUT), --remove takes the named messages out of the
+// encoders' streams, a colour rewrite reads back through ffprobe and trace_headers with every
+// other SPS element unchanged and identical pictures.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <sstream>
 
+#include "support/edit_support.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/param_streams.h"
 #include "support/test_support.h"
@@ -89,12 +91,58 @@ TEST_P(HdrCommand, StampedStreamReadsLikeTheEncodersInBothFramings) {
   qtest::TempDir dir;
   for (const char* framing : {"", " --length-prefixed"}) {
     const std::string out = dir.file(std::string("out") + (*framing ? "_len" : ""));
-    auto r = qtest::runTool("hdr " + qtest::shellQuote(plain) + " " + qtest::shellQuote(out) + " --master-display " +
+    qtest::writeBytes(out, {1, 2, 3});  // replaced with -y (refused without it: the command's refusal table)
+    auto r = qtest::runTool("hdr " + qtest::shellQuote(plain) + " " + qtest::shellQuote(out) + " -y --master-display " +
                             qtest::shellQuote(kMasterDisplay) + " --max-cll 1000,400" + framing);
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(hdrSideData(out), expected) << framing;
     EXPECT_EQ(hdrTrace(out), expectedTrace) << framing;
     EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(plain)) << framing;
+  }
+}
+
+// hdr --remove on the encoders' own HDR10 streams: the named HDR SEI messages leave every access
+// unit, the others stay (trace_headers counts them), the pictures do not change.
+TEST_P(HdrCommand, RemoveTakesTheNamedMessagesOutOfEveryAccessUnit) {
+  const StampCase& c = GetParam();
+  const std::string in = c.hevc ? hevcStream("reference", c.encoderHdr) : avcStream("reference", c.encoderHdr);
+  auto count = [](const std::string& trace, const std::string& field) {
+    size_t n = 0;
+    for (size_t at = 0; (at = trace.find(field + "=", at)) != std::string::npos; ++at) ++n;
+    return n;
+  };
+  const std::string before = hdrTrace(in);
+  const size_t mastering = count(before, "max_display_mastering_luminance"), light = count(before, "max_content_light_level");
+  ASSERT_GT(mastering, 0u);
+  ASSERT_GT(light, 0u);
+  struct Row {
+    const char* remove;
+    bool keepsMasteringDisplay, keepsLightLevel;
+  };
+  const Row rows[] = {{"max-cll", true, false}, {"master-display", false, true}, {"all", false, false},
+                      {"master-display,max-cll", false, false}};
+  qtest::TempDir dir;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.remove);
+    const std::string out = dir.file(std::string("out-") + row.remove);
+    auto r = qtest::runTool("hdr " + qtest::shellQuote(in) + " " + qtest::shellQuote(out) + " --remove " + row.remove);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const std::string after = hdrTrace(out);
+    EXPECT_EQ(count(after, "max_display_mastering_luminance"), row.keepsMasteringDisplay ? mastering : 0u);
+    EXPECT_EQ(count(after, "max_content_light_level"), row.keepsLightLevel ? light : 0u);
+    EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(in));
+  }
+}
+
+TEST(HdrRemove, RefusesUnknownNamesAndContradictions) {
+  qtest::TempDir dir;
+  const std::string in = dir.file("in.hevc"), out = dir.file("out.hevc");
+  qtest::writeBytes(in, {0, 0, 1, 0x40, 1});
+  for (const char* args : {"--remove mastering", "--remove max-cll --max-cll 10,5", "--remove ''"}) {
+    SCOPED_TRACE(args);
+    auto r = qtest::runTool("hdr " + in + " " + out + " " + args);
+    EXPECT_EQ(r.exitCode, 2);  // a usage error
+    qtest::expectOneLineError(r, "hdr");
   }
 }
 
@@ -160,19 +208,5 @@ INSTANTIATE_TEST_SUITE_P(Encoders, HdrCommand, ::testing::ValuesIn(kStampCases),
                          [](const auto& info) { return std::string(info.param.name); });
 INSTANTIATE_TEST_SUITE_P(Streams, ColourRewrite, ::testing::ValuesIn(kColourCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-// An existing OUT is replaced when -y is given (its refusal without -y is in the command's
-// table of refusals).
-TEST(HdrCommandForce, ReplacesAnExistingOutputWithY) {
-  const std::string in = hevcStream("plain", "");
-  qtest::TempDir dir;
-  const std::string existing = dir.file("existing");
-  qtest::writeBytes(existing, {1, 2, 3});
-  auto forced = qtest::runTool("hdr " + in + " " + existing + " -y --json --max-cll 1000,400");
-  ASSERT_EQ(forced.exitCode, 0) << forced.err;
-  EXPECT_NE(forced.out.find("\"codec\":\"hevc\""), std::string::npos);
-  auto inspect = qtest::runTool("inspect " + existing);
-  EXPECT_NE(inspect.out.find("content light level: MaxCLL 1000 cd/m2, MaxFALL 400 cd/m2"), std::string::npos) << inspect.out;
-}
 
 }  // namespace

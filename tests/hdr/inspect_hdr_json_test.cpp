@@ -51,6 +51,9 @@ TEST(InspectHdrJson, MasteringDisplayNumbersAreTheFractionsFfprobeGives) {
   EXPECT_EQ(double(md["whitePoint"]["y"]), fraction(theirs["white_point_y"]));
   EXPECT_EQ(double(md["maxLuminance"]), fraction(theirs["max_luminance"]));
   EXPECT_EQ(double(md["minLuminance"]), fraction(theirs["min_luminance"]));
+  // The text report names the light level x265 was given.
+  r = qtest::runTool("inspect " + qtest::shellQuote(path));
+  EXPECT_NE(r.out.find("content light level: MaxCLL 1000 cd/m2, MaxFALL 400 cd/m2"), std::string::npos) << r.out;
 }
 
 }  // namespace
