@@ -1,5 +1,5 @@
 // avcC against the box ffmpeg writes into MP4 for x264 streams of every profile, read back into
-// avcc_t and the SPS/PPS records; colour rewrites inside avcC and hvcC records.
+// avcc_t and the SPS/PPS records, bare and as the box; colour rewrites inside avcC and hvcC records.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -92,6 +92,25 @@ TEST_P(AvccFromFfmpeg, RecordEqualsTheMp4BoxAndReadsBack) {
   }
   avcc_free(avcc);
   h264_free(h);
+
+  // The box read with its header: the record is as long as the box's size word says. Cut through
+  // its last four bytes (the High-profile fields, optional in a bare record) it is refused, not
+  // read as a record without them; the next box's bytes behind it are not part of it; a size word
+  // below the header's own 8 bytes is no box.
+  auto readBox = [](const Bytes& bytes, AVCC_HIGH_PROFILE_FIELDS* fields) {
+    avcc_t* record = avcc_new();
+    const int rc = klxutilReadAvcc(bytes.data(), static_cast<uint32_t>(bytes.size()), record, nullptr, fields, nullptr, nullptr);
+    avcc_free(record);
+    return rc;
+  };
+  Bytes box = qtest::remuxedBox(path, "avcC");
+  for (size_t cut = 1; cut <= 4; ++cut) EXPECT_EQ(readBox(Bytes(box.begin(), box.end() - long(cut)), nullptr), -1) << cut;
+  box.insert(box.end(), {0, 0, 0, 16, 'b', 't', 'r', 't', 0, 0, 0, 0, 0, 0, 0, 0});
+  AVCC_HIGH_PROFILE_FIELDS boxExt{};
+  EXPECT_EQ(readBox(box, &boxExt), 0);
+  EXPECT_EQ(std::memcmp(&boxExt, &ext, sizeof ext), 0);
+  box[3] = 7;
+  EXPECT_EQ(readBox(box, nullptr), -1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, AvccFromFfmpeg, ::testing::ValuesIn(kProfiles),

@@ -1,9 +1,12 @@
 // HDR SEI units against the ones x265 and x264 write for the same values (byte for byte), read
-// back from their streams, and replaced in real access units of either framing.
+// back from their streams, and replaced in real access units of either framing and at the least
+// capacity of hand-made frames; the --master-display notation and its ranges.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
+#include <string>
 
 #include "streamutil/hdr_sei.h"
 #include "streamutil/nal_units.h"
@@ -13,7 +16,7 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using namespace hdrtest;
 
 struct Values {
   const char* masterDisplay;
@@ -59,8 +62,6 @@ std::string streamWith(const Encoder& e, const Values& v, const std::string& tag
                                   std::to_string(v.maxCll) + "," + std::to_string(v.maxFall) +
                                   ":alternative-transfer=" + v.atcName + "' -f h264");
 }
-
-using hdrtest::unitsOf;
 
 Bytes unitBytes(const Bytes& frame, const KLX_NAL_UNIT& u) {
   Bytes b(frame.begin() + u.offset + u.prefixLength, frame.begin() + u.offset + u.prefixLength + u.size);
@@ -149,25 +150,6 @@ TEST_P(HdrSeiInterop, ReplacesTheEncodersMessagesInBothFramings) {
 INSTANTIATE_TEST_SUITE_P(Encoders, HdrSeiInterop, ::testing::ValuesIn(kEncoders),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// An SEI unit that carries other messages beside HDR ones keeps them.
-TEST(HdrSeiEdit, MixedUnitKeepsItsOtherMessages) {
-  const Bytes frame0 = {0, 0, 0, 1, 0x4E, 0x01, 5, 3, 0xAA, 0xBB, 0xCC,  // user_data_unregistered (short)
-                        144, 4, 0x03, 0xE8, 0x01, 0x90, 0x80,            // content light level 1000/400
-                        0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};             // IDR slice
-  KLX_HDR_METADATA md{};
-  md.present = KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
-  md.preferredTransferCharacteristics = 18;
-  Bytes frame = frame0;
-  frame.resize(frame0.size() + 10);
-  uint32_t size = static_cast<uint32_t>(frame0.size());
-  ASSERT_EQ(klxutilSetHdrSei(frame.data(), &size, static_cast<uint32_t>(frame.size()), 1, 1, &md), 0);
-  frame.resize(size);
-  const Bytes expected = {0, 0, 0, 1, 0x4E, 0x01, 5, 3, 0xAA, 0xBB, 0xCC, 0x80,
-                          0, 0, 0, 1, 0x4E, 0x01, 147, 1, 18, 0x80,
-                          0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x11};
-  EXPECT_EQ(frame, expected);
-}
-
 // SEI units of random content (absurd payload sizes, cut messages, 0xFF runs) in buffers of
 // exactly their size: the reader and the editor answer with a result code, never out of bounds.
 TEST(HdrSeiEdit, HostileSeiUnitsStayInBounds) {
@@ -192,6 +174,178 @@ TEST(HdrSeiEdit, HostileSeiUnitsStayInBounds) {
     EXPECT_TRUE(rc == 0 || rc == -1 || rc == -102) << rc;
     EXPECT_LE(size, frame.size());
   }
+}
+
+// ---- klxutilSetHdrSei at the edge of its capacity. The rows are the frames the order of its edits
+// exists for: a rewritten (mixed) SEI unit that grows behind an HDR-only unit that goes, a growth
+// past the room the new units need, and a mixed unit that shrinks. Each result must equal the one
+// obtained with plenty of room, and ffmpeg's trace_headers must read the units and messages left.
+
+// A prefix SEI unit behind a 3- or 4-byte start code. `escaped` false keeps the zero run the
+// payload carries as it is: the unit walk splits only at 00 00 01, so such a unit is read, and its
+// rewrite gains an 03 for every two of those zeros.
+struct SeiUnit {
+  std::vector<Message> messages;
+  int startCode;
+  bool escaped;
+  Bytes bytes() const {
+    Bytes rbsp = {0x4E, 0x01};
+    for (const Message& m : messages) {
+      rbsp.insert(rbsp.end(), {m.type, static_cast<uint8_t>(m.payload.size())});
+      rbsp.insert(rbsp.end(), m.payload.begin(), m.payload.end());
+    }
+    rbsp.push_back(0x80);
+    return escaped ? qtest::emulationPrevented(rbsp) : rbsp;
+  }
+};
+
+const Bytes kMastering(24, 0x11);
+const Message kZeroRun = {5, withUuid(Bytes(16, 0))};  // 16 zeros: 7 escapes in the rewrite
+
+constexpr uint32_t kAll = KLX_HDR_HAS_MASTERING_DISPLAY | KLX_HDR_HAS_CONTENT_LIGHT_LEVEL | KLX_HDR_HAS_ALTERNATIVE_TRANSFER;
+
+struct RoomRow {
+  const char* name;
+  std::vector<SeiUnit> sei;  // between the parameter sets and the slice
+  uint32_t present;
+  bool outgrowsNewUnits;     // final size > frame + new units: the rewrite grows by more than what goes
+  int capacityBeyondLeast;   // capacity = max(frame + new units, final size) + this
+  int result;
+};
+void PrintTo(const RoomRow& row, std::ostream* os) { *os << row.name; }
+
+const SeiUnit kOnlyMastering = {{{137, kMastering}}, 4, true};
+const SeiUnit kGrowing = {{kZeroRun, kTransfer}, 3, false};  // +7 escapes +1 start code -3 message
+const RoomRow kRows[] = {
+    // The frame at exactly its capacity: fits only when the unit in front goes before the one behind grows.
+    {"MixedGrowsBehindRemovedUnitOnlyRemoval", {kOnlyMastering, kGrowing}, 0, false, 0, 0},
+    {"MixedGrowsBehindRemovedUnit", {kOnlyMastering, kGrowing}, kAll, false, 0, 0},
+    {"MixedGrowsOneByteShort", {kGrowing}, KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, true, -1, -102},
+    {"MixedGrowsExactly", {kGrowing}, KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, true, 0, 0},
+    {"MixedShrinks",
+     {{{{5, withUuid({0, 0, 1, 7})}, kLightLevel, {5, withUuid({0, 0, 2})}, kTransfer}, 3, true}, kOnlyMastering},
+     kAll, false, 0, 0},
+};
+
+
+Bytes frameOf(const Picture& p, const RoomRow& row, bool startCodes) {
+  std::vector<std::pair<Bytes, int>> sei;
+  for (const SeiUnit& s : row.sei) sei.emplace_back(s.bytes(), s.startCode);
+  return hdrtest::frameOf(p, sei, startCodes);
+}
+
+// The units trace_headers should read: parameter sets, the rows' units without their HDR
+// messages (a unit left without messages gone), one unit per new message, the slices.
+std::vector<oracle::TracedUnit> expectedTrace(const Picture& p, const RoomRow& row) {
+  std::vector<oracle::TracedUnit> want;
+  auto unit = [&](int type, std::vector<oracle::SeiMessage> seis) {
+    oracle::TracedUnit u;
+    u.nalUnitType = type;
+    u.seis = std::move(seis);
+    want.push_back(u);
+  };
+  for (const Bytes& b : p.parameterSets) unit((b[0] >> 1) & 0x3F, {});
+  for (const SeiUnit& s : row.sei) {
+    std::vector<oracle::SeiMessage> kept;
+    for (const Message& m : s.messages)
+      if (!isHdr(m.type)) kept.push_back({m.type, static_cast<int>(m.payload.size())});
+    if (!kept.empty()) unit(39, kept);
+  }
+  const std::pair<uint32_t, oracle::SeiMessage> added[] = {
+      {KLX_HDR_HAS_MASTERING_DISPLAY, {137, 24}}, {KLX_HDR_HAS_CONTENT_LIGHT_LEVEL, {144, 4}}, {KLX_HDR_HAS_ALTERNATIVE_TRANSFER, {147, 1}}};
+  for (const auto& [bit, message] : added)
+    if (row.present & bit) unit(39, {message});
+  for (const Bytes& b : p.slices) unit((b[0] >> 1) & 0x3F, {});
+  return want;
+}
+
+class HdrSeiRoom : public ::testing::TestWithParam<RoomRow> {};
+
+TEST_P(HdrSeiRoom, LeastCapacityGivesThePlentyOfRoomResult) {
+  const RoomRow& row = GetParam();
+  const Picture picture = x265Picture();
+  ASSERT_FALSE(picture.slices.empty());
+  KLX_HDR_METADATA md = metadataOf(kValuesB);
+  md.present = row.present;
+  uint32_t newUnits = 0;
+  for (const auto& [type, bit] : {std::pair{KLX_SEI_MASTERING_DISPLAY, KLX_HDR_HAS_MASTERING_DISPLAY},
+                                  std::pair{KLX_SEI_CONTENT_LIGHT_LEVEL, KLX_HDR_HAS_CONTENT_LIGHT_LEVEL},
+                                  std::pair{KLX_SEI_ALTERNATIVE_TRANSFER, KLX_HDR_HAS_ALTERNATIVE_TRANSFER}}) {
+    uint8_t unit[64];
+    if (md.present & bit) newUnits += 4 + klxutilWriteHdrSeiUnit(1, type, &md, unit, sizeof unit);
+  }
+  for (bool startCodes : {true, false}) {
+    SCOPED_TRACE(startCodes ? "Annex B" : "length-prefixed");
+    const Bytes frame = frameOf(picture, row, startCodes);
+    const auto frameSize = static_cast<uint32_t>(frame.size());
+    Bytes roomy = frame;
+    roomy.resize(frame.size() + 4096);
+    uint32_t finalSize = frameSize;
+    ASSERT_EQ(klxutilSetHdrSei(roomy.data(), &finalSize, static_cast<uint32_t>(roomy.size()), startCodes, 1, &md), 0);
+    roomy.resize(finalSize);
+    EXPECT_EQ(finalSize > frameSize + newUnits, row.outgrowsNewUnits) << "final size " << finalSize;
+
+    // The buffer is exactly the capacity: ASan reports any write past it.
+    const auto capacity = static_cast<uint32_t>(std::max(frameSize + newUnits, finalSize) + row.capacityBeyondLeast);
+    Bytes tight = frame;
+    tight.resize(capacity);
+    const Bytes before = tight;
+    uint32_t size = frameSize;
+    ASSERT_EQ(klxutilSetHdrSei(tight.data(), &size, capacity, startCodes, 1, &md), row.result);
+    if (row.result != 0) {
+      EXPECT_EQ(size, frameSize);
+      EXPECT_EQ(tight, before) << "refused, yet written";
+      continue;
+    }
+    EXPECT_EQ(Bytes(tight.begin(), tight.begin() + size), roomy);
+    if (!startCodes || !qtest::haveProgram("ffmpeg")) continue;
+    qtest::TempDir dir;
+    qtest::writeBytes(dir.file("out.hevc"), roomy);
+    std::vector<oracle::TracedUnit> traced = oracle::traceUnits(dir.file("out.hevc"));
+    for (auto& u : traced) u = oracle::TracedUnit{-1, -1, u.nalUnitType, -1, -1, u.seis};
+    EXPECT_EQ(traced, expectedTrace(picture, row));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, HdrSeiRoom, ::testing::ValuesIn(kRows), [](const auto& info) { return std::string(info.param.name); });
+
+// ---- --master-display values outside ITU-T H.265 D.3.28 / H.264 D.2.29 (SMPTE ST 2086) are
+// refused by the parser: chromaticities above 50000 (x, y > 1) and a maximum luminance not above
+// the minimum (L(min,max) typed the wrong way round). The message `quorvane hdr` prints for them
+// is a row of the command's refusal table (tests/media/command_json_test.cpp).
+const struct {
+  const char* text;
+  int result;
+} kRangeCases[] = {
+    {"G(50000,50000)B(0,0)R(50000,0)WP(50000,50000)L(2,1)", 0},  // the bounds themselves
+    {"G(50001,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+    {"G(13250,60000)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+    {"G(13250,34500)B(50001,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+    {"G(13250,34500)B(7500,3000)R(34000,50001)WP(15635,16450)L(10000000,1)", -1},
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(50001,16450)L(10000000,1)", -1},
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,65535)L(10000000,1)", -1},
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(1,10000000)", -1},  // min first
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(500,500)", -1},
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(4294967295,4294967294)", 0},
+    // The notation itself: every part, nothing behind it, numbers that fit their fields.
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)", -1},
+    {"G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)x", -1},
+    {"G(65536,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+    {"G(-1,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)", -1},
+    {"G(1,2)B(3,4)R(5,6)WP(7,8)L(4294967296,1)", -1},
+};
+
+TEST(MasteringDisplayRange, ParserKeepsToTheNotationAndTheStandardRanges) {
+  for (const auto& c : kRangeCases) {
+    KLX_MASTERING_DISPLAY m{};
+    EXPECT_EQ(klxutilParseMasteringDisplay(c.text, &m), c.result) << c.text;
+  }
+  // Spaces between the parts are allowed; the values land green first, red last.
+  KLX_MASTERING_DISPLAY m{};
+  ASSERT_EQ(klxutilParseMasteringDisplay("G(13250, 34500) B(7500,3000) R(34000,16000) WP(15635,16450) L(10000000,1)", &m), 0);
+  EXPECT_EQ(m.display_primaries_x[0], 13250);
+  EXPECT_EQ(m.display_primaries_y[2], 16000);
+  EXPECT_EQ(m.min_display_mastering_luminance, 1u);
 }
 
 }  // namespace

@@ -152,16 +152,14 @@ std::vector<Bytes> samplesPerFrame(const Bytes& s) {
   klxutilAuCutterInit(&cutter, KLXUTIL_AU_H264);
   std::vector<size_t> starts;
   std::vector<int32_t> fields;  // fieldPicture of each access unit
-  size_t at = 0, next = 0;
-  uint32_t length = 0, nextLength = 0;
-  for (bool more = klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1; more; at = next, length = nextLength) {
-    more = klxutilFindStartCode(s.data(), s.size(), at + length, &next, &nextLength) == 1;
+  bool cut = true;
+  qtest::forEachAnnexBUnit(s, [&](size_t at, const uint8_t* unit, uint32_t size) {
     KLXUTIL_AU_UNIT info;
-    if (klxutilAuCutterPush(&cutter, s.data() + at + length, uint32_t((more ? next : s.size()) - at - length), &info) != 0)
-      return {};
-    if (info.opensAccessUnit) starts.push_back(starts.empty() ? 0 : at);
-    if (info.finishedValid) fields.push_back(info.finished.fieldPicture);
-  }
+    cut = cut && klxutilAuCutterPush(&cutter, unit, size, &info) == 0;
+    if (cut && info.opensAccessUnit) starts.push_back(starts.empty() ? 0 : at);
+    if (cut && info.finishedValid) fields.push_back(info.finished.fieldPicture);
+  });
+  if (!cut) return {};
   fields.push_back(cutter.current.fieldPicture);
   starts.push_back(s.size());
   std::vector<Bytes> samples;
@@ -171,18 +169,6 @@ std::vector<Bytes> samplesPerFrame(const Bytes& s) {
     if (fields[i] == 1) ++i;
   }
   return samples;
-}
-
-SPS_DECODED firstSps(const Bytes& s) {
-  SPS_DECODED sps{};
-  size_t at = 0;
-  uint32_t length = 0;
-  if (klxutilFindStartCode(s.data(), s.size(), 0, &at, &length) == 1) {
-    zr_bitstream b{const_cast<uint8_t*>(s.data() + at + length), int64_t(s.size() - at - length),
-                   uint64_t(s.size() - at - length) * 8, 0};
-    klxutilRead_SPS(&b, &sps);
-  }
-  return sps;
 }
 
 int stamp(Bytes& sample, size_t room, uint32_t timecode, const SPS_DECODED& sps) {
@@ -218,7 +204,10 @@ TEST(AvcFieldPairTimecode, EachFieldOfASampleGetsThePicTimingOfItsFrame) {
   const std::string source = qtest::paffStream("paff-PFFPP-25.264", "PFFPP", 25);
   ASSERT_FALSE(source.empty());
   const Bytes stream = qtest::readBytes(source);
-  const SPS_DECODED sps = firstSps(stream);
+  Bytes spsUnit = *ptest::firstAvcUnit(ptest::splitAnnexB(stream), 7);
+  zr_bitstream spsBits = ptest::over(spsUnit);
+  static SPS_DECODED sps;
+  ASSERT_GT(klxutilRead_SPS(&spsBits, &sps), 0u);
   std::vector<Bytes> samples = samplesPerFrame(stream);
   ASSERT_EQ(samples.size(), 5u);
   qtest::TempDir dir;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/tcxlat.h"
-#include "streamutil/captions.h"
+#include "sei_support.h"
 #include "streamutil/scc.h"
 #include "support/edit_support.h"
 #include "support/ffmpeg_oracle.h"
@@ -95,20 +95,17 @@ TEST(Mpeg2Interop, BlockInFrontOfEachPictureLeavesThePicturesAlone) {
   for (size_t i = 4; i + 3 < stream.size(); ++i)
     if (!stream[i] && !stream[i + 1] && stream[i + 2] == 1 && stream[i + 3] == 0) cuts.push_back(i);
   cuts.push_back(stream.size());
-  uint8_t triplets[6] = {0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80};
-  uint8_t packet[64];
-  const uint32_t packetLength = klxutilMakeCaptionPacket(packet, sizeof packet, triplets, 2, CDP_RATE_29_97, 0);
+  const auto packet = stest::captionPacket({0xFC, 0x94, 0x20, 0xFD, 0x80, 0x80});
   std::vector<uint8_t> out;
   size_t blocks = 0;
   for (size_t k = 0; k + 1 < cuts.size(); ++k) {
     const size_t size = cuts[k + 1] - cuts[k];
     if (!size) continue;
     std::vector<uint8_t> frame(stream.begin() + long(cuts[k]), stream.begin() + long(cuts[k + 1]));
-    frame.resize(size + packetLength + 285);
-    DFRAME f;
-    klxutilInitFrame(&f, frame.data(), uint32_t(size), uint32_t(frame.size()));
-    f.pCaption = packet;
-    f.nCaptionSize = packetLength;
+    frame.resize(size + packet.size() + 285);
+    DFRAME f = qtest::frameOver(frame, size);
+    f.pCaption = const_cast<uint8_t*>(packet.data());
+    f.nCaptionSize = uint32_t(packet.size());
     ASSERT_EQ(klxutilAddMPEG2Captions(&f), 0);
     out.insert(out.end(), frame.begin(), frame.begin() + f.nDataSize);
     ++blocks;
