@@ -176,6 +176,7 @@ TEST(HevcTimeCodeInsertion, GoesInFrontOfTheFirstPrefixSeiOrSlice) {
       {"parameter sets then slice", cat({kVps, kSps, kPps, kIdr}), 24},
       {"in front of the first prefix SEI", cat({kVps, kSps, kPps, kSeiHash, kIdr}), 24},
       {"AUD then slice: behind the AUD", cat({kAud, kTrail}), 7},
+      {"AUD and no slice or SEI: still behind the AUD", cat({kAud, kEos}), 7},
       {"CRA, the last slice type", cat({kVps, kCra}), 8},
       {"a time_code SEI is already there", cat({kVps, kSps, kPps, kSeiTc, kIdr}), -1},
       {"a second SEI carries the time_code", cat({kAud, kSeiHash, kSeiTc, kTrail}), -1},
