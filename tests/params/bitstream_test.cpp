@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -71,67 +72,68 @@ struct Model {
   }
 };
 
-// Peeks and reads at and past the length (the ones of the past-the-end value, PeekBit's
-// equality, ReadBits64 shifting the 32-bit value) are checked against the model by
-// BitReaderProperty, ReadBit at position == length by letter_departures_test; what the
-// property does not reach is here.
-TEST(BitReader, PastTheEndQuirks) {
-  std::vector<uint8_t> data = {0x00, 0xA5, 0x00};
-  zr_bitstream s = over(data, 8);
-  for (int n : {0, -3}) {
-    s.position = 3;
-    EXPECT_EQ(ReadBits64(&s, n), 0u);
-    EXPECT_EQ(s.position, 3u);
-  }
-  s.position = 7;
-  EXPECT_FALSE(IsEndOfStream(&s));
-  s.position = 8;
-  EXPECT_TRUE(IsEndOfStream(&s));
-}
-
-TEST(BitReader, SizeBoundsEveryAccess) {
-  // length claims more than the buffer holds: reads past `size` behave as past the end (writes
-  // past `size`: BitstreamWrite.CheckedFormStopsAtTheSizeAndStillCountsPosition).
-  std::vector<uint8_t> one = {0xFF};
-  zr_bitstream s = over(one, 64, 1);
-  EXPECT_EQ(ReadBits(&s, 8), 0xFFu);
-  EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu);
-  EXPECT_EQ(PeekBit(&s, 0), 1u);
-}
-
-TEST(ExpGolomb, KnownCodesWithTheKeptQuirks) {
-  enum Kind { kUe, kUeWriteOnly, kSeRead, kSeWrite };
+// The ends of the data. ReadBit at position == length reads the byte holding bit `length` only
+// when it lies inside `size` (buffers of exactly `size` bytes: AddressSanitizer sees any stray
+// byte), and a length claiming more than the size reads past the size as past the end. Peeks
+// and reads at and past the length inside the size are checked against the model by
+// BitReaderProperty; writes past the size by BitstreamWrite.CheckedFormStopsAtTheSize...
+TEST(BitReader, EndAndSizeBounds) {
+  std::vector<uint8_t> data = {0x00, 0xA5};
+  zr_bitstream e = over(data, 8);
+  e.position = 7;
+  EXPECT_FALSE(IsEndOfStream(&e));
+  e.position = 8;
+  EXPECT_TRUE(IsEndOfStream(&e));
   struct Case {
-    Kind kind;
+    int64_t size;        // bytes addressable
+    uint64_t length;     // valid bits
+    uint32_t bitEight;   // ReadBit at position 8
+  } const kCases[] = {
+      {2, 8, 1u},            // the byte is there: its top bit, as the cursor has always read
+      {1, 8, 0xFFFFFFFFu},   // it would be the second byte: not there
+      {1, 64, 0xFFFFFFFFu},  // inside the length but past the size
+  };
+  for (const auto& c : kCases) {
+    const uint8_t bytes[] = {0xA5, 0x80};
+    auto buffer = std::make_unique<uint8_t[]>(static_cast<size_t>(c.size));
+    std::memcpy(buffer.get(), bytes, static_cast<size_t>(c.size));
+    zr_bitstream s{buffer.get(), c.size, c.length, 0};
+    EXPECT_EQ(ReadBits(&s, 8), 0xA5u);
+    EXPECT_EQ(ReadBit(&s), c.bitEight) << c.size << " " << c.length;
+    EXPECT_EQ(PeekBit(&s, 0), 1u);
+    EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu);
+    EXPECT_EQ(s.position, 10u);
+  }
+}
+
+// The kept quirks of the writers: ue(v) 48 bits too long from 0xFFFFFF on, and positive se(v)
+// values coded as 2v + 2 (standard codes: BitReaderProperty's model, BitWriterProperty's round
+// trip, and the parameter sets checked against ffmpeg); the signed reader's clause 9.1.1 mapping.
+TEST(ExpGolomb, KeptWriterQuirksAndSignedReadMapping) {
+  struct Write {
+    bool isSigned;
     int64_t value;
     std::string bits;
-  } cases[] = {
-      {kUe, 0, "1"}, {kUe, 1, "010"}, {kUe, 2, "011"}, {kUe, 3, "00100"}, {kUe, 6, "00111"}, {kUe, 7, "0001000"},
-      {kUe, 510, "00000000111111111"}, {kUe, 0xFFFE, std::string(15, '0') + "1" + std::string(15, '1')},
+  } const kWrites[] = {
       // 48 extra bits: 65 zeros then the 32 bits of 0x1000001.
-      {kUeWriteOnly, 0x1000000, std::string(65, '0') + "00000001000000000000000000000001"},
-      {kSeRead, 0, "1"}, {kSeRead, 1, "010"}, {kSeRead, -1, "011"}, {kSeRead, 2, "00100"}, {kSeRead, -2, "00101"},
-      {kSeWrite, 0, "1"}, {kSeWrite, -1, "011"}, {kSeWrite, -2, "00101"},
-      {kSeWrite, 1, "00101"},  // code number 4, not 1: reads back as -2
-      {kSeWrite, 2, "00111"},  // code number 6
+      {false, 0x1000000, std::string(65, '0') + "00000001000000000000000000000001"},
+      {true, 1, "00101"},  // code number 4, not 1: reads back as -2
   };
-  for (auto& c : cases) {
-    if (c.kind != kSeRead) {
-      std::vector<uint8_t> buf(32, 0xAA);
-      zr_bitstream s{buf.data(), 0, 0, 0};  // no size: neither size nor length stops the code
-      if (c.kind == kSeWrite)
-        WriteExponentialGolombCodeSigned(&s, static_cast<int32_t>(c.value));
-      else
-        WriteExponentialGolombCode(&s, static_cast<uint32_t>(c.value));
-      EXPECT_EQ(written(s), c.bits) << c.value;
-    }
-    if (c.kind == kUe || c.kind == kSeRead) {
-      auto bytes = packBits(c.bits);
-      zr_bitstream s = over(bytes, c.bits.size());
-      int64_t read = c.kind == kUe ? int64_t{ReadExponentialGolombCode(&s)} : ReadExponentialGolombCodeSigned(&s);
-      EXPECT_EQ(read, c.value) << c.bits;
-      EXPECT_EQ(s.position, c.bits.size()) << c.bits;
-    }
+  for (const auto& c : kWrites) {
+    std::vector<uint8_t> buf(32, 0xAA);
+    zr_bitstream s{buf.data(), 0, 0, 0};  // no size: neither size nor length stops the code
+    if (c.isSigned)
+      WriteExponentialGolombCodeSigned(&s, static_cast<int32_t>(c.value));
+    else
+      WriteExponentialGolombCode(&s, static_cast<uint32_t>(c.value));
+    EXPECT_EQ(written(s), c.bits) << c.value;
+  }
+  const std::pair<std::string, int32_t> kReads[] = {{"010", 1}, {"011", -1}, {"00100", 2}, {"00101", -2}};
+  for (const auto& [bits, value] : kReads) {
+    auto bytes = packBits(bits);
+    zr_bitstream s = over(bytes, bits.size());
+    EXPECT_EQ(ReadExponentialGolombCodeSigned(&s), value) << bits;
+    EXPECT_EQ(s.position, bits.size()) << bits;
   }
 }
 
@@ -145,8 +147,6 @@ TEST(ExpGolomb, LengthAndLog2Tables) {
   }
   const std::pair<int32_t, int32_t> logs[] = {{-5, 0}, {0, 0}, {1, 0}, {2, 1}, {3, 2}, {4, 2}, {5, 3}, {6, 3}, {8, 3}, {9, 4}, {0x40000000, 30}, {0x7FFFFFFF, 31}};
   for (auto [x, l] : logs) EXPECT_EQ(zrintlog2(x), l) << x;
-  // Entries 1..255 size every code BitWriterProperty writes; entry 0 is met only by x = 0.
-  EXPECT_EQ(len_table_mini[0], 1);
 }
 
 TEST(CodedNumber, SumsFFBytes) {
@@ -177,13 +177,13 @@ TEST(Writer, BitsAndSkip) {
   EXPECT_EQ(s.position, 80u);
 }
 
-TEST(ScalingList, DeltasUseTheStandardMapping) {
+// The delta entries' standard mapping: the x264 custom-matrix round trips of AvcStreams.
+TEST(ScalingList, UseDefaultAndEmpty) {
   struct Case {
     std::vector<int32_t> list;
     int32_t useDefault;
     std::string bits;
   } cases[] = {
-      {{0, 1, -1, 2}, 0, "1" "010" "011" "00100"},
       {{7, 7, 7}, 1, "111"},
       {{}, 0, ""},
   };
@@ -195,7 +195,8 @@ TEST(ScalingList, DeltasUseTheStandardMapping) {
   }
 }
 
-TEST(H264Hrd, EightEntryLimitAndRoundTrip) {
+// write_hrd_parameters: the x264 HRD stream's byte-exact round trip (AvcStreams.high_hrd).
+TEST(H264Hrd, EightEntryLimit) {
   // cpb_cnt_minus1 = 9 with ten entries: only eight are read, then the length fields misread.
   std::vector<uint8_t> buf(64, 0);
   zr_bitstream w = over(buf, 512);
@@ -220,16 +221,6 @@ TEST(H264Hrd, EightEntryLimitAndRoundTrip) {
     EXPECT_EQ(hrd.cpb[i].cbr_flag, i & 1);
   }
   EXPECT_LT(r.position, entriesEnd + 20) << "the ninth entry was taken as the length fields";
-
-  hdr_parameters in{2, 1, 2, {{10, 20, 1}, {11, 21, 0}, {12, 22, 1}}, 23, 22, 21, 24};
-  std::vector<uint8_t> out(64, 0);
-  zr_bitstream ws = over(out, 512);
-  write_hrd_parameters(&in, &ws);
-  hdr_parameters back{};
-  zr_bitstream rs = over(out, ws.position);
-  read_hrd_parameters(&back, &rs);
-  EXPECT_EQ(rs.position, ws.position);
-  EXPECT_EQ(0, std::memcmp(&in, &back, sizeof in));
 }
 
 // ---- Property: every reader equals the bit-by-bit model on random data and positions. -------
@@ -250,7 +241,11 @@ TEST(BitReaderProperty, MatchesBitByBitModel) {
       switch (kind) {
         case 0: ASSERT_EQ(ReadBit(&s), m.bit()); break;
         case 1: ASSERT_EQ(ReadBits(&s, n), n < 1 ? 0u : m.bits(n)) << "n=" << n; break;
-        case 2: ASSERT_EQ(ReadBits64(&s, n + 24), n + 24 < 1 ? 0u : m.bits64(n + 24)) << "n=" << n; break;
+        case 2: {
+          const int wide = 2 * n - 12;  // -16 .. 62
+          ASSERT_EQ(ReadBits64(&s, wide), wide < 1 ? 0u : m.bits64(wide)) << "n=" << wide;
+          break;
+        }
         case 3: ASSERT_EQ(ReadExponentialGolombCode(&s), m.ue()); break;
         case 4: {
           uint32_t expect = 0;
@@ -318,10 +313,8 @@ TEST(BitstreamWrite, WithoutASizeNeitherLengthNorZeroStopsTheWrites) {
     uint64_t length;
     std::vector<Write> writes;
   } const kCases[] = {
-      {0, 0, {{8, 0xA5}, {1, 1}, {7, 0x12}}},
       {0, 3, {{32, 0xDEADBEEF}, {5, 0x1F}}},
       {-1, 0, {{12, 0xFFF}, {4, 0}, {16, 0x1234}}},
-      {0, 0, {{1, 0}, {1, 1}, {3, 5}, {27, 0x5555555}}},
   };
   for (const auto& c : kCases) {
     Bytes buffer(16, 0xCC);
@@ -361,7 +354,7 @@ TEST(BitstreamNullBuffer, ReadsArePastTheEndAndWritesAreDropped) {
   struct Case {
     int64_t size;
     uint64_t length;
-  } const kCases[] = {{0, 0}, {0, 64}, {8, 64}, {-1, 8}};
+  } const kCases[] = {{0, 64}, {8, 64}};
   for (const auto& c : kCases) {
     zr_bitstream s{nullptr, c.size, c.length, 0};
     EXPECT_EQ(ReadBit(&s), 0xFFFFFFFFu);
@@ -383,10 +376,9 @@ TEST(BitstreamWriteChecked, RefusesWithoutRoomAndLeavesTheStreamAlone) {
     int32_t n;  // -1: ue(300), a 17-bit code
     int32_t result;
   } const kCases[] = {
-      {0, 0, 1, ZR_BITSTREAM_NO_ROOM},   {0, 0, -1, ZR_BITSTREAM_NO_ROOM}, {-4, 0, 8, ZR_BITSTREAM_NO_ROOM},
-      {2, 9, 8, ZR_BITSTREAM_NO_ROOM},   {2, 8, 8, 0},                     {2, 0, -1, ZR_BITSTREAM_NO_ROOM},
-      {3, 7, -1, 0},                     {3, 8, -1, ZR_BITSTREAM_NO_ROOM}, {4, 0, 33, -1},
-      {4, UINT64_MAX - 3, 8, ZR_BITSTREAM_NO_ROOM},
+      {0, 0, 1, ZR_BITSTREAM_NO_ROOM}, {-4, 0, 8, ZR_BITSTREAM_NO_ROOM}, {2, 9, 8, ZR_BITSTREAM_NO_ROOM},
+      {2, 8, 8, 0},                    {3, 7, -1, 0},                    {3, 8, -1, ZR_BITSTREAM_NO_ROOM},
+      {4, 0, 33, -1},                  {4, UINT64_MAX - 3, 8, ZR_BITSTREAM_NO_ROOM},
   };
   for (const auto& c : kCases) {
     Bytes buffer(4, 0xCC), model(4, 0xCC);

@@ -1,5 +1,5 @@
-// hvcC against the box ffmpeg writes when it remuxes our test streams into MP4, and the reader's
-// documented results.
+// hvcC against the box ffmpeg writes when it remuxes our test streams into MP4 (the library's and
+// the hvcc command's), and the reader's documented results.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,6 +24,18 @@ Bytes writeRecord(HEVC_DECODED* header, const StreamUnits& u, int32_t spsLength)
   out.resize(klxutilWrite_HEVC_CR(&o, header, u.vps.data(), u.sps.data(), u.pps.data(),
                                   static_cast<int32_t>(u.vps.size()), spsLength, static_cast<int32_t>(u.pps.size())));
   return out;
+}
+
+// A box: size and type words, then the record.
+// Sized once and filled in place: growing an 8-byte vector by insert() makes GCC 12 at -O3
+// report its own reallocation copy as out of bounds (-Warray-bounds).
+Bytes boxOf(const Bytes& record) {
+  const size_t size = record.size() + 8;
+  Bytes b(size);
+  for (int i = 0; i < 4; ++i) b[i] = static_cast<uint8_t>(size >> (24 - 8 * i));
+  std::memcpy(&b[4], "hvcC", 4);
+  std::copy(record.begin(), record.end(), b.begin() + 8);
+  return b;
 }
 
 struct Case {
@@ -67,6 +79,9 @@ TEST_P(HvccFromFfmpeg, WriterMatchesAndReaderAgrees) {
     theirs[head] |= 0x80;
   }
   EXPECT_EQ(ours, theirs) << c.name << ": header fields and the three arrays";
+  qtest::TempDir dir;
+  ASSERT_EQ(qtest::runTool("hvcc " + qtest::shellQuote(u.path) + " -o " + qtest::shellQuote(dir.file("h.bin"))).exitCode, 0);
+  EXPECT_EQ(qtest::readBytes(dir.file("h.bin")), boxOf(ours)) << "the hvcc command's box holds the same record";
 
   // ffmpeg's box read back gives the same records as the stream's own units.
   HEVC_DECODED readHeader{};
@@ -90,18 +105,6 @@ INSTANTIATE_TEST_SUITE_P(X265, HvccFromFfmpeg, ::testing::ValuesIn(kCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
 StreamUnits mainUnits() { return ptest::hevcUnits(ptest::x265Stream(kCases[0].name, kCases[0].pixelFormat, kCases[0].x265Params, kCases[0].size)); }
-
-// A box: size and type words, then the record.
-// Sized once and filled in place: growing an 8-byte vector by insert() makes GCC 12 at -O3
-// report its own reallocation copy as out of bounds (-Warray-bounds).
-Bytes boxOf(const Bytes& record) {
-  const size_t size = record.size() + 8;
-  Bytes b(size);
-  for (int i = 0; i < 4; ++i) b[i] = static_cast<uint8_t>(size >> (24 - 8 * i));
-  std::memcpy(&b[4], "hvcC", 4);
-  std::copy(record.begin(), record.end(), b.begin() + 8);
-  return b;
-}
 
 TEST(HvccWriter, HeaderlessAndOddLengths) {
   StreamUnits u = mainUnits();

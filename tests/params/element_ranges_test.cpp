@@ -175,7 +175,6 @@ const RangeCase kCases[] = {
     {Codec::kHevc, 33, "sps_seq_parameter_set_id", false, 0, 15},
     {Codec::kHevc, 33, "bit_depth_luma_minus8", false, 0, 8},
     {Codec::kHevc, 33, "log2_max_pic_order_cnt_lsb_minus4", false, 0, 12},
-    {Codec::kHevc, 33, "sps_max_latency_increase_plus1[0]", false, 0, kUeMax},
     {Codec::kHevc, 33, "elemental_duration_in_tc_minus1[0]", false, 0, 2047},
     {Codec::kHevc, 33, "bit_rate_value_minus1[0]", false, 0, kUeMax},
     {Codec::kHevc, 34, "pps_pic_parameter_set_id", false, 0, 63},

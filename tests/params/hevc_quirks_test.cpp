@@ -74,9 +74,7 @@ TEST(HevcVps, ReservedBitsAreChecked) {
     size_t byte;
     uint8_t mask;
   } cases[] = {
-      {"vps_base_layer_internal_flag", 2, 0x08},
       {"vps_base_layer_available_flag", 2, 0x04},
-      {"vps_reserved_0xffff_16bits high", 4, 0x80},
       {"vps_reserved_0xffff_16bits low", 5, 0x01},
   };
   for (const auto& c : cases) {

@@ -1,4 +1,7 @@
-// HEVC NAL header and prefix SEI reading: the documented cases on hand-made units.
+// HEVC NAL header and prefix SEI reading: the documented cases on hand-made units that the real
+// x264/x265 streams of RealStream.UnitWalkMatchesTraceHeaders (stream_interop_test.cpp) do not
+// reach. That walk also compares each SEI unit's messages with ffmpeg's: a unit's messages
+// replace the previous unit's.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -40,8 +43,6 @@ struct HeaderCase {
 
 TEST(ReadNalUnitHevc, HeadersAndPrefixSei) {
   const HeaderCase cases[] = {
-      {"prefix SEI with two messages", {0x4E, 0x01, 0x01, 0x01, 0x11, 0x05, 0x01, 0x22, 0x80}, -2, 39, 0, 0, 16,
-       {{1, {0x11}}, {5, {0x22}}}},
       {"payload type and size in FF runs", [] {
          Bytes u = {0x4E, 0x01, 0xFF, 0x05, 0xFF, 0x01};
          u.insert(u.end(), 256, 0x5A);
@@ -55,7 +56,6 @@ TEST(ReadNalUnitHevc, HeadersAndPrefixSei) {
       {"later message with a high type ends the list", {0x4E, 0x01, 0x05, 0x01, 0x11, 0x89, 0x01, 0x22, 0x80}, -2, 39,
        0, 0, 16, {{5, {0x11}}}},
       {"suffix SEI is not parsed", {0x50, 0x01, 0x84, 0x01, 0x00, 0x80}, -2, 40, 0, 0, 0, {}},
-      {"type 63 is unknown", {0x7E, 0x01, 0x00}, 0, 63, 0, 0, 0, {}},
       {"type 41 is unknown", {0x52, 0x01, 0x00}, 0, 41, 0, 0, 0, {}},
       {"layer and temporal id", {0x03, 0x0B, 0x11}, -2, 1, 33, 2, 0, {}},
       {"one-byte unit has temporal id -1", {0x26}, -2, 19, 0, -1, 0, {}},
@@ -82,21 +82,6 @@ TEST(ReadNalUnitHevc, HeadersAndPrefixSei) {
   }
 }
 
-// A second SEI unit replaces the messages of the first; h264_free releases the last ones.
-TEST(ReadNalUnitHevc, NextSeiReplacesMessages) {
-  Context ctx;
-  const uint8_t first[] = {0x4E, 0x01, 0x01, 0x01, 0x11, 0x05, 0x01, 0x22, 0x80};
-  const uint8_t second[] = {0x4E, 0x01, 0x89, 0x02, 0x33, 0x44, 0x80};
-  ASSERT_EQ(read_nal_unit_hevc(ctx.h, first, sizeof first), static_cast<int>(sizeof first));
-  ASSERT_EQ(ctx.h->num_seis, 2);
-  ASSERT_EQ(read_nal_unit_hevc(ctx.h, second, sizeof second), static_cast<int>(sizeof second));
-  EXPECT_EQ(messagesOf(ctx.h), (std::vector<SeiMessage>{{137, {0x33, 0x44}}}));
-  // A non-SEI unit leaves the messages alone.
-  const uint8_t vps[] = {0x40, 0x01, 0x0C};
-  EXPECT_EQ(read_nal_unit_hevc(ctx.h, vps, sizeof vps), 3);
-  EXPECT_EQ(ctx.h->num_seis, 1);
-}
-
 TEST(HevcParameterSetPlaceholders, SelectAndClearFirstRecord) {
   Context ctx;
   ctx.h->sps_table[0]->level_idc = 51;
@@ -108,14 +93,6 @@ TEST(HevcParameterSetPlaceholders, SelectAndClearFirstRecord) {
   read_hevc_seq_parameter_set_rbsp(ctx.h, &b);
   EXPECT_EQ(ctx.h->sps, ctx.h->sps_table[0]);
   EXPECT_EQ(ctx.h->sps_table[0]->level_idc, 0);
-
-  // Cut short: no record is touched.
-  ctx.h->sps_table[0]->level_idc = 51;
-  ctx.h->sps = ctx.h->sps_table[3];
-  bs_init(&b, sps, 4);
-  read_hevc_seq_parameter_set_rbsp(ctx.h, &b);
-  EXPECT_EQ(ctx.h->sps, ctx.h->sps_table[3]);
-  EXPECT_EQ(ctx.h->sps_table[0]->level_idc, 51);
 
   ctx.h->pps_table[0]->pic_init_qp_minus26 = 4;
   ctx.h->pps = ctx.h->pps_table[9];
