@@ -18,32 +18,57 @@ using qtest::shellQuote;
 
 using oracle::pictureChecksums;
 
-struct RateCase {
-  const char* rate;     // --rate
-  const char* fps;      // the stream's picture rate
-  uint32_t type;        // timecode type of the rate
-  const char* start;    // --tc: near a minute so drop-frame counting shows
-  bool fields;          // field-coded: two pictures per timecode frame
+struct StampCase {
+  const char* name;
+  bool hevc;
+  const char* fps;       // source picture rate (field rate of a field-coded HEVC row)
+  const char* encoder;   // x264 options (ffmpeg -x264-params); unused for HEVC
+  const char* rate;      // --rate, or "" to take it from the VUI
+  const char* rateName;  // the rate the summary must name
+  uint32_t type;
+  const char* start;     // --tc: near a minute so drop-frame counting shows
+  size_t timestampsPerFrame;  // clock timestamps per picture: 1 frame, 2 interlaced H.264 frame
+  bool fields;                // --fields on field-coded HEVC: two pictures per timecode frame
 };
 
-const RateCase kRates[] = {
-    {"23.98", "24000/1001", TC_2398, "00:00:59:20", false}, {"24", "24", TC_FILM, "10:59:59:18", false},
-    {"25", "25", TC_PAL, "01:00:00:00", false},             {"29.97df", "30000/1001", TC_DF2997, "00:00:59;25", false},
-    {"50", "50", TC_50, "00:09:59:45", false},              {"59.94df", "60000/1001", TC_DF5994, "00:00:59;55", false},
-    {"60", "60", TC_60, "23:59:59:50", false},              {"25", "50", TC_PAL, "00:00:59:20", true},
-    {"29.97df", "60000/1001", TC_DF2997, "00:00:59;26", true}, {"29.97", "30000/1001", TC_NDF30, "00:00:59:25", false},
+const StampCase kCases[] = {
+    {"23.98", false, "24000/1001", "bframes=3", "", "23.98", TC_2398, "00:59:59:20", 1, false},
+    {"24", false, "24", "bframes=3", "", "24", TC_FILM, "10:59:59:18", 1, false},
+    {"25", false, "25", "bframes=3", "", "25", TC_PAL, "01:00:00:00", 1, false},
+    {"29.97 DF", false, "30000/1001", "bframes=3", "", "29.97", TC_DF2997, "00:00:59;25", 1, false},
+    {"30", false, "30", "bframes=3", "", "30", TC_NDF30, "00:59:59:25", 1, false},
+    {"50", false, "50", "bframes=3", "", "50", TC_50, "00:09:59:45", 1, false},
+    {"59.94 DF", false, "60000/1001", "bframes=3", "", "59.94", TC_DF5994, "00:00:59;55", 1, false},
+    {"60", false, "60", "bframes=3", "", "60", TC_60, "23:59:59:50", 1, false},
+    {"MBAFF 25 top field first", false, "25", "bframes=2:interlaced=1:tff=1", "", "25", TC_PAL, "00:00:59:20", 2, false},
+    {"MBAFF 29.97 bottom field first", false, "30000/1001", "bframes=2:interlaced=1:bff=1", "", "29.97", TC_DF2997,
+     "00:09:59;26", 2, false},
+    {"fake-interlaced 25", false, "25", "bframes=2:fake-interlaced=1:tff=1", "", "25", TC_PAL, "01:00:00:00", 2, false},
+    {"--rate over the VUI", false, "25", "bframes=3", "50", "50", TC_50, "00:00:00:00", 1, false},
+    {"HEVC 23.98", true, "24000/1001", "", "23.98", "23.98", TC_2398, "00:00:59:20", 1, false},
+    {"HEVC 24", true, "24", "", "24", "24", TC_FILM, "10:59:59:18", 1, false},
+    {"HEVC 25", true, "25", "", "25", "25", TC_PAL, "01:00:00:00", 1, false},
+    {"HEVC 29.97df", true, "30000/1001", "", "29.97df", "29.97", TC_DF2997, "00:00:59;25", 1, false},
+    {"HEVC 50", true, "50", "", "50", "50", TC_50, "00:09:59:45", 1, false},
+    {"HEVC 59.94df", true, "60000/1001", "", "59.94df", "59.94", TC_DF5994, "00:00:59;55", 1, false},
+    {"HEVC 60", true, "60", "", "60", "60", TC_60, "23:59:59:50", 1, false},
+    {"HEVC 25 field-coded", true, "50", "", "25", "25", TC_PAL, "00:00:59:20", 1, true},
+    {"HEVC 29.97df field-coded", true, "60000/1001", "", "29.97df", "29.97", TC_DF2997, "00:00:59;26", 1, true},
+    {"HEVC 29.97 non-drop", true, "30000/1001", "", "29.97", "29.97", TC_NDF30, "00:00:59:25", 1, false},
 };
 
-// An x265 stream with B-frames; field-coded ones come from the x265 command (each input picture
-// one field), since the FFmpeg wrapper does not pass field coding on.
-std::string hevcStream(const RateCase& c, const qtest::TempDir& dir) {
-  std::string name = std::string("stamp-") + c.rate + (c.fields ? "-fields" : "") + ".hevc";
+// An x264 stream, or an x265 one with B-frames; field-coded ones come from the x265 command (each
+// input picture one field), since the FFmpeg wrapper does not pass field coding on.
+std::string streamFor(const StampCase& c, const qtest::TempDir& dir) {
+  std::string name = std::string("stamp-") + c.name + (c.hevc ? ".hevc" : ".264");
   for (auto& ch : name)
-    if (ch == '/') ch = '_';
+    if (ch == '/' || ch == ' ') ch = '_';
+  const std::string source = std::string("-f lavfi -i testsrc2=size=160x96:rate=") + c.fps + " -frames:v 14 -pix_fmt yuv420p ";
+  if (!c.hevc)
+    return qtest::encodedStream(name, source + "-c:v libx264 -x264-params threads=1:" + c.encoder + " -f h264");
   if (!c.fields)
-    return qtest::encodedStream(name, std::string("-f lavfi -i testsrc2=size=160x90:rate=") + c.fps +
-                                          " -frames:v 14 -pix_fmt yuv420p -c:v libx265 -x265-params "
-                                          "log-level=error:pools=1:frame-threads=1:bframes=3:b-adapt=0 -f hevc");
+    return qtest::encodedStream(name, source + "-c:v libx265 -x265-params "
+                                               "log-level=error:pools=1:frame-threads=1:bframes=3:b-adapt=0 -f hevc");
   const std::string path = dir.file(name);
   // x265 codes each input picture as one field, --fps being the field rate.
   auto r = qtest::runCommand(std::string("ffmpeg -v error -f lavfi -i testsrc2=size=160x64:rate=") + c.fps +
@@ -54,34 +79,35 @@ std::string hevcStream(const RateCase& c, const qtest::TempDir& dir) {
   return path;
 }
 
+// Stamped, then stamped again in length-prefixed editing: ffprobe reads the timecodes in display
+// order both times (the second stamp leaves only the new timecode, and says it replaced one per
+// picture); the summary names the rate and where it came from; --keep-existing on the stamped
+// stream refuses and writes nothing.
 TEST(StampInterop, FfprobeReadsTheStampedTimecodesInDisplayOrder) {
   if (!qtest::haveProgram("ffprobe") || !qtest::haveProgram("x265")) GTEST_SKIP() << "ffmpeg/x265 missing";
-  for (const auto& c : kRates) {
-    SCOPED_TRACE(testing::Message() << c.rate << (c.fields ? " field-coded" : ""));
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
     qtest::TempDir dir;
-    const std::string in = hevcStream(c, dir);
+    const std::string in = streamFor(c, dir);
     ASSERT_FALSE(in.empty());
-    const std::string options = std::string("--rate ") + c.rate + (c.fields ? " --fields" : "");
-    qtest::expectStampCountsOn(in, dir.file("out.hevc"), c.start, c.type, options, 1, c.fields ? 2 : 1);
+    const std::string ext = c.hevc ? ".hevc" : ".264", out = dir.file("out" + ext), again = dir.file("again" + ext);
+    const std::string options = (*c.rate ? std::string(" --rate ") + c.rate : "") + (c.fields ? " --fields" : "");
+    const uint32_t picturesPerFrame = c.fields ? 2 : 1;
+    const auto r = qtest::expectStampCountsOn(in, out, c.start, c.type, options, c.timestampsPerFrame, picturesPerFrame);
+    EXPECT_NE(r.out.find(std::string(" at ") + c.rateName), std::string::npos) << "names the rate: " << r.out;
+    // The VUI timing is named as a frame rate in lowest terms (60000/2002 reads 30000/1001).
+    const std::string source = *c.rate ? "given with --rate" : std::string("from the stream's VUI timing ") + c.fps;
+    EXPECT_NE(r.out.find(source), std::string::npos) << r.out;
+    const auto twice = qtest::expectStampCountsOn(out, again, "12:00:00:00", c.type, "--json --length-prefixed" + options,
+                                                  c.timestampsPerFrame, picturesPerFrame);
+    const size_t pictures = oracle::pictureChecksums(in).size();
+    EXPECT_NE(twice.out.find("\"replacedTimecodes\":" + std::to_string(pictures)), std::string::npos) << twice.out;
+    const auto keep = qtest::runTool("stamp " + shellQuote(out) + " " + shellQuote(dir.file("kept" + ext)) +
+                                     " --tc 02:00:00:00 --keep-existing" + options);
+    EXPECT_EQ(keep.exitCode, 1);
+    EXPECT_NE(keep.err.find("IN already carries timecode"), std::string::npos) << keep.err;
+    EXPECT_TRUE(qtest::readBytes(dir.file("kept" + ext)).empty()) << "nothing written";
   }
-}
-
-// Re-stamping replaces the time_code SEI (one per picture, the new timecode); --keep-existing
-// refuses and writes nothing.
-TEST(StampInterop, RestampingReplacesTheTimecodeAndKeepExistingRefuses) {
-  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP();
-  qtest::TempDir dir;
-  const std::string in = hevcStream(kRates[2], dir);
-  qtest::stampOk(in, dir.file("a.hevc"), "--tc 01:00:00:00");
-  const auto twice = qtest::stampOk(dir.file("a.hevc"), dir.file("b.hevc"), "--tc 02:00:00:00 --json");
-  const size_t pictures = pictureChecksums(in).size();
-  qtest::expectTimecodesCountOn(dir.file("b.hevc"), pictures, 180000, TC_PAL);  // one time_code per picture
-  EXPECT_NE(twice.out.find("\"replacedTimecodes\":" + std::to_string(pictures)), std::string::npos) << twice.out;
-  auto keep = qtest::runTool("stamp " + shellQuote(dir.file("a.hevc")) + " " + shellQuote(dir.file("c.hevc")) +
-                             " --tc 02:00:00:00 --keep-existing");
-  EXPECT_EQ(keep.exitCode, 1);
-  EXPECT_NE(keep.err.find("already carries timecode"), std::string::npos) << keep.err;
-  EXPECT_TRUE(qtest::readBytes(dir.file("c.hevc")).empty()) << "nothing written";
 }
 
 // MPEG-2: process_cc_data_flag stays 0 in the kept block layout, so FFmpeg ignores the data;
