@@ -143,37 +143,20 @@ TEST(CaptionsRoundTrip, SccComesBackPairForPairAndTextMatchesFfmpeg) {
   }
 }
 
-// Captions re-encoded by FFmpeg's libx264 wrapper (-a53cc) from a stamped stream: our reader
-// gives the text FFmpeg gives.
-TEST(CaptionsRoundTrip, ReadsCaptionsWrittenByFfmpeg) {
+// A stream whose captions FFmpeg's libx264 wrapper wrote (-a53cc, from a stamped stream) and
+// which carries no timecode: --keep-existing refuses for the captions and writes nothing. (That
+// our reader gives FFmpeg's text and times for such captions is checked on an MPEG-TS in
+// Mpeg2Containers.StampAndCaptionsRoundTrip.)
+TEST(CaptionsRoundTrip, KeepExistingRefusesCaptionsWrittenByFfmpeg) {
   if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
   qtest::TempDir dir;
-  const std::string popOn = scc({
-      {"01:00:00;05", {kRcl, kEnm, kRow14}, "First", {kEdm, kEoc}},
-      {"01:00:01;20", {kRcl, kEnm, kRow15}, "Second one", {kEdm, kEoc}},
-      {"01:00:03;00", {kEdm}, "", {}},
-  });
-  qtest::writeText(dir.file("in.scc"), popOn);
+  qtest::writeText(dir.file("in.scc"), kCaptions);
   qtest::stampOk(avcStream(), dir.file("s.264"), "--tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")));
   const std::string again = dir.file("ffmpeg.264");
   auto r = qtest::runCommand("ffmpeg -v error -y -i " + shellQuote(dir.file("s.264")) +
                              " -c:v libx264 -a53cc 1 -bf 2 -x264-params threads=1 -f h264 " + shellQuote(again));
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  r = qtest::extractOk(again, "-");
-  const std::string theirs = ffmpegSrt(again, dir);
-  EXPECT_EQ(srtTexts(r.out), srtTexts(theirs));
-  // Same cue times too, to the millisecond FFmpeg rounds to.
-  auto times = [](const std::string& srt) {
-    std::vector<long> out;
-    std::regex t("(\\d+):(\\d+):(\\d+),(\\d+)");
-    for (auto it = std::sregex_iterator(srt.begin(), srt.end(), t); it != std::sregex_iterator(); ++it)
-      out.push_back(((std::stol((*it)[1]) * 60 + std::stol((*it)[2])) * 60 + std::stol((*it)[3])) * 1000 + std::stol((*it)[4]));
-    return out;
-  };
-  const auto ours = times(r.out), ffmpegs = times(theirs);
-  ASSERT_EQ(ours.size(), ffmpegs.size());
-  for (size_t i = 0; i < ours.size(); ++i) EXPECT_NEAR(ours[i], ffmpegs[i], 2) << i;
-  // FFmpeg's stream has captions and no timecode: --keep-existing refuses for the captions.
+  ASSERT_NE(qtest::extractOk(again, "-").out.find("Hello"), std::string::npos) << "FFmpeg kept the captions";
   r = qtest::runTool("stamp " + shellQuote(again) + " " + shellQuote(dir.file("kept.264")) +
                      " --tc '01:00:00;00' --keep-existing --captions " + shellQuote(dir.file("in.scc")));
   EXPECT_EQ(r.exitCode, 1);
