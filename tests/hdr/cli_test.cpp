@@ -1,7 +1,7 @@
 // quorvane hdr end to end: ffprobe reads the same HDR side data from our stamped stream as from
 // x265's and x264's (-y replacing an existing OUT), --remove takes the named messages out of the
-// encoders' streams, a colour rewrite reads back through ffprobe and trace_headers with every
-// other SPS element unchanged and identical pictures; inspect reports the HDR values ffprobe reads.
+// encoders' streams, inspect reports the HDR values ffprobe reads; a colour rewrite reads back
+// through ffprobe and trace_headers with every other SPS element unchanged and identical pictures.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -83,7 +83,33 @@ const StampCase kStampCases[] = {
 
 class HdrCommand : public ::testing::TestWithParam<StampCase> {};
 
-TEST_P(HdrCommand, StampedStreamReadsLikeTheEncodersInBothFramings) {
+// "red_x" -> "34000/50000": the mastering display side data of the first frame.
+std::map<std::string, std::string> ffprobeMasteringDisplay(const std::string& path) {
+  auto r = qtest::runCommand("ffprobe -v error -read_intervals %+#1 -show_frames " + qtest::shellQuote(path));
+  std::map<std::string, std::string> fractions;
+  std::istringstream in(r.out);
+  for (std::string line; std::getline(in, line);) {
+    const size_t eq = line.find('=');
+    if (eq != std::string::npos && line.find('/', eq) != std::string::npos) fractions[line.substr(0, eq)] = line.substr(eq + 1);
+  }
+  return fractions;
+}
+
+double fraction(const std::string& text) {
+  const size_t slash = text.find('/');
+  return std::stod(text.substr(0, slash)) / std::stod(text.substr(slash + 1));
+}
+
+// On the encoders' reference HDR10 streams and the same stream without HDR metadata:
+// - hdr on the plain stream, in both framings, gives the side data ffprobe and the fields
+//   trace_headers read from the reference, and the same pictures;
+// - hdr --remove on the reference takes the named HDR SEI messages out of every access unit and
+//   keeps the others (trace_headers counts them), the pictures unchanged;
+// - inspect names the light level the encoder was given, and inspect --json gives the mastering
+//   display as the numbers ffprobe's side data gives as fractions (x/50000 chromaticity,
+//   L/10000 cd/m2): each JSON value is the double nearest the fraction, so 7500 units read 0.15,
+//   not 0.15000000000000002 (FFmpeg's H.264 decoder exports no such side data: x265 only).
+TEST_P(HdrCommand, StampRemoveAndInspectReadLikeTheEncoders) {
   const StampCase& c = GetParam();
   const std::string plain = c.hevc ? hevcStream("plain", "") : avcStream("plain", "");
   const std::string reference = c.hevc ? hevcStream("reference", c.encoderHdr) : avcStream("reference", c.encoderHdr);
@@ -101,20 +127,14 @@ TEST_P(HdrCommand, StampedStreamReadsLikeTheEncodersInBothFramings) {
     EXPECT_EQ(hdrTrace(out), expectedTrace) << framing;
     EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(plain)) << framing;
   }
-}
 
-// hdr --remove on the encoders' own HDR10 streams: the named HDR SEI messages leave every access
-// unit, the others stay (trace_headers counts them), the pictures do not change.
-TEST_P(HdrCommand, RemoveTakesTheNamedMessagesOutOfEveryAccessUnit) {
-  const StampCase& c = GetParam();
-  const std::string in = c.hevc ? hevcStream("reference", c.encoderHdr) : avcStream("reference", c.encoderHdr);
   auto count = [](const std::string& trace, const std::string& field) {
     size_t n = 0;
     for (size_t at = 0; (at = trace.find(field + "=", at)) != std::string::npos; ++at) ++n;
     return n;
   };
-  const std::string before = hdrTrace(in);
-  const size_t mastering = count(before, "max_display_mastering_luminance"), light = count(before, "max_content_light_level");
+  const size_t mastering = count(expectedTrace, "max_display_mastering_luminance"),
+               light = count(expectedTrace, "max_content_light_level");
   ASSERT_GT(mastering, 0u);
   ASSERT_GT(light, 0u);
   struct Row {
@@ -123,17 +143,35 @@ TEST_P(HdrCommand, RemoveTakesTheNamedMessagesOutOfEveryAccessUnit) {
   };
   const Row rows[] = {{"max-cll", true, false}, {"master-display", false, true}, {"all", false, false},
                       {"master-display,max-cll", false, false}};
-  qtest::TempDir dir;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.remove);
     const std::string out = dir.file(std::string("out-") + row.remove);
-    auto r = qtest::runTool("hdr " + qtest::shellQuote(in) + " " + qtest::shellQuote(out) + " --remove " + row.remove);
+    auto r = qtest::runTool("hdr " + qtest::shellQuote(reference) + " " + qtest::shellQuote(out) + " --remove " + row.remove);
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const std::string after = hdrTrace(out);
     EXPECT_EQ(count(after, "max_display_mastering_luminance"), row.keepsMasteringDisplay ? mastering : 0u);
     EXPECT_EQ(count(after, "max_content_light_level"), row.keepsLightLevel ? light : 0u);
-    EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(in));
+    EXPECT_EQ(oracle::pictureChecksums(out), oracle::pictureChecksums(reference));
   }
+
+  auto r = qtest::runTool("inspect " + qtest::shellQuote(reference));
+  EXPECT_NE(r.out.find("content light level: MaxCLL 1000 cd/m2, MaxFALL 400 cd/m2"), std::string::npos) << r.out;
+  if (!c.hevc) return;
+  auto theirs = ffprobeMasteringDisplay(reference);
+  ASSERT_EQ(theirs.count("blue_x"), 1u) << "no mastering display side data";
+  r = qtest::runTool("inspect --json " + qtest::shellQuote(reference));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const auto md = nlohmann::json::parse(r.out)["hdr"]["masteringDisplay"];
+  ASSERT_EQ(md["primaries"].size(), 3u);
+  for (const auto& p : md["primaries"]) {
+    const std::string colour = p["colour"];
+    EXPECT_EQ(double(p["x"]), fraction(theirs[colour + "_x"])) << colour;
+    EXPECT_EQ(double(p["y"]), fraction(theirs[colour + "_y"])) << colour;
+  }
+  EXPECT_EQ(double(md["whitePoint"]["x"]), fraction(theirs["white_point_x"]));
+  EXPECT_EQ(double(md["whitePoint"]["y"]), fraction(theirs["white_point_y"]));
+  EXPECT_EQ(double(md["maxLuminance"]), fraction(theirs["max_luminance"]));
+  EXPECT_EQ(double(md["minLuminance"]), fraction(theirs["min_luminance"]));
 }
 
 TEST(HdrRemove, RefusesUnknownNamesAndContradictions) {
@@ -210,53 +248,5 @@ INSTANTIATE_TEST_SUITE_P(Encoders, HdrCommand, ::testing::ValuesIn(kStampCases),
                          [](const auto& info) { return std::string(info.param.name); });
 INSTANTIATE_TEST_SUITE_P(Streams, ColourRewrite, ::testing::ValuesIn(kColourCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-// ---- inspect --json gives the mastering display of an x265 HDR10 stream as the numbers ffprobe's
-// side data gives as fractions (x/50000 chromaticity, L/10000 cd/m2): each JSON value is the
-// double nearest the fraction, so 7500 units read 0.15, not 0.15000000000000002.
-
-// "red_x" -> "34000/50000": the mastering display side data of the first frame.
-std::map<std::string, std::string> ffprobeMasteringDisplay(const std::string& path) {
-  auto r = qtest::runCommand("ffprobe -v error -read_intervals %+#1 -show_frames " + qtest::shellQuote(path));
-  std::map<std::string, std::string> fractions;
-  std::istringstream in(r.out);
-  for (std::string line; std::getline(in, line);) {
-    const size_t eq = line.find('=');
-    if (eq != std::string::npos && line.find('/', eq) != std::string::npos) fractions[line.substr(0, eq)] = line.substr(eq + 1);
-  }
-  return fractions;
-}
-
-double fraction(const std::string& text) {
-  const size_t slash = text.find('/');
-  return std::stod(text.substr(0, slash)) / std::stod(text.substr(slash + 1));
-}
-
-TEST(InspectHdrJson, MasteringDisplayNumbersAreTheFractionsFfprobeGives) {
-  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffprobe missing";
-  const std::string path = qtest::encodedStream(
-      "inspect-hdr10.hevc",
-      "-f lavfi -i testsrc2=size=160x90:rate=25 -frames:v 2 -pix_fmt yuv420p10le -c:v libx265 -x265-params "
-      "'log-level=error:hdr10=1:master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1):"
-      "max-cll=1000,400' -f hevc");
-  ASSERT_FALSE(path.empty());
-  auto theirs = ffprobeMasteringDisplay(path);
-  ASSERT_EQ(theirs.count("blue_x"), 1u) << "no mastering display side data";
-  auto r = qtest::runTool("inspect --json " + qtest::shellQuote(path));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  const auto md = nlohmann::json::parse(r.out)["hdr"]["masteringDisplay"];
-  for (const auto& p : md["primaries"]) {
-    const std::string colour = p["colour"];
-    EXPECT_EQ(double(p["x"]), fraction(theirs[colour + "_x"])) << colour;
-    EXPECT_EQ(double(p["y"]), fraction(theirs[colour + "_y"])) << colour;
-  }
-  EXPECT_EQ(double(md["whitePoint"]["x"]), fraction(theirs["white_point_x"]));
-  EXPECT_EQ(double(md["whitePoint"]["y"]), fraction(theirs["white_point_y"]));
-  EXPECT_EQ(double(md["maxLuminance"]), fraction(theirs["max_luminance"]));
-  EXPECT_EQ(double(md["minLuminance"]), fraction(theirs["min_luminance"]));
-  // The text report names the light level x265 was given.
-  r = qtest::runTool("inspect " + qtest::shellQuote(path));
-  EXPECT_NE(r.out.find("content light level: MaxCLL 1000 cd/m2, MaxFALL 400 cd/m2"), std::string::npos) << r.out;
-}
 
 }  // namespace
