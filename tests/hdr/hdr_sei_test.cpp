@@ -81,7 +81,11 @@ Bytes encoderUnit(const Bytes& stream, bool hevc, uint32_t payloadType) {
 
 class HdrSeiInterop : public ::testing::TestWithParam<Encoder> {};
 
-TEST_P(HdrSeiInterop, UnitsEqualTheEncodersByteForByte) {
+// For each set of values, the encoder's stream: our units equal the encoder's byte for byte, and
+// the values are read back from its stream. The encoder's own messages (values A) in its first
+// access unit are then replaced by values B, in either framing: one unit per kind afterwards, the
+// new values, every other unit kept in order.
+TEST_P(HdrSeiInterop, UnitsEqualTheEncodersAndReplaceThemInBothFramings) {
   const Encoder& e = GetParam();
   for (const Values* v : {&kValuesA, &kValuesB}) {
     const Bytes stream = qtest::readBytes(streamWith(e, *v, v == &kValuesA ? "a" : "b"));
@@ -98,12 +102,7 @@ TEST_P(HdrSeiInterop, UnitsEqualTheEncodersByteForByte) {
     ASSERT_EQ(klxutilReadHdrSei(stream.data(), static_cast<uint32_t>(stream.size()), 1, e.hevc, &read), 0);
     EXPECT_TRUE(sameMetadata(read, md)) << e.name << ": values read back";
   }
-}
 
-// The encoder's own messages in its first access unit are replaced, in either framing: one unit
-// per kind afterwards, the new values, every other unit kept in order.
-TEST_P(HdrSeiInterop, ReplacesTheEncodersMessagesInBothFramings) {
-  const Encoder& e = GetParam();
   const std::string path = streamWith(e, kValuesA, "a");
   const Bytes stream = qtest::readBytes(path);
   qtest::TempDir dir;
