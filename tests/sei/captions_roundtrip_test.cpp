@@ -1,7 +1,7 @@
 // Reading timecode and captions back: SCC -> stamp -> extract gives the same SCC file back; the
-// decoded text equals FFmpeg's ccaption decoder; the readers agree with
-// ffprobe on streams written by FFmpeg (libx264 -a53cc, MPEG-2 GOP timecode) and GStreamer; the
-// SCC reader on hand-written files.
+// decoded text equals FFmpeg's ccaption decoder; the timecode readers agree with ffprobe on
+// streams written by FFmpeg (MPEG-2 GOP timecode) and GStreamer; --keep-existing refuses captions
+// FFmpeg's libx264 wrapper wrote; the SCC reader on hand-written files.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
