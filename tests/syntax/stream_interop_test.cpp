@@ -1,10 +1,12 @@
-// The syntax layer and the framing converters on real x264/x265 streams, checked against what
-// ffmpeg reads from the same streams: trace_headers for unit headers and SEI messages, the MP4
-// muxer for the length-prefixed form of each packet.
+// The syntax layer, the framing converters and quorvane nal on real x264/x265 streams, checked
+// against what ffmpeg reads from the same streams: trace_headers for unit headers and SEI
+// messages, the MP4 muxer for the length-prefixed form of each packet.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
+#include <sstream>
 
 #include "support/ffmpeg_oracle.h"
 #include "reference_framing.h"
@@ -153,11 +155,39 @@ void expectConversionsAgreeWithReference(const uint8_t* unit, int length) {
   }
 }
 
+struct ListedUnit {
+  long offset, size, startCode, type;
+};
+
+std::vector<ListedUnit> parseNalListing(const std::string& text) {
+  std::vector<ListedUnit> units;
+  std::istringstream lines(text);
+  std::string line;
+  std::getline(lines, line);  // heading
+  while (std::getline(lines, line)) {
+    ListedUnit u;
+    if (std::sscanf(line.c_str(), "%ld %ld %ld %ld", &u.offset, &u.size, &u.startCode, &u.type) == 4) units.push_back(u);
+  }
+  return units;
+}
+
 // Walking the stream with find_nal_unit and reading each unit gives the headers and SEI
-// messages that ffmpeg's trace_headers reads.
+// messages that ffmpeg's trace_headers reads; quorvane nal lists every unit it reads, with the
+// same type, at an offset where the file holds a start code of the listed length.
 TEST_P(RealStream, UnitWalkMatchesTraceHeaders) {
   auto traced = oracle::traceUnits(path_);
   ASSERT_FALSE(traced.empty());
+  auto nal = qtest::runTool("nal " + qtest::shellQuote(path_));
+  ASSERT_EQ(nal.exitCode, 0) << nal.err;
+  const auto listed = parseNalListing(nal.out);
+  ASSERT_EQ(listed.size(), traced.size());
+  for (size_t i = 0; i < listed.size(); i++) {
+    EXPECT_EQ(listed[i].type, traced[i].nalUnitType) << "unit " << i;
+    const long at = listed[i].offset;
+    ASSERT_LE(static_cast<size_t>(at + listed[i].startCode + listed[i].size), bytes_.size());
+    EXPECT_EQ(bytes_[at + listed[i].startCode - 1], 0x01);
+    EXPECT_EQ(bytes_[at], 0x00);
+  }
   h264_stream_t* h = h264_new();
   ASSERT_NE(h, nullptr);
   std::vector<oracle::TracedUnit> ours;
