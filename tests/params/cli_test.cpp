@@ -64,7 +64,7 @@ TEST(ParamsCommand, SummaryAndIdsAgreeWithFfmpeg) {
 
 // The refusals of dvcc, one row per message, run in the scratch directory so that dvcc's relative
 // names are its files. Those of params and hvcc: CommandJson.BadInputGivesOneLineAndAJsonError and
-// Containers.RefusalsSayWhatWasFound (tests/media), HvccBoxSize (hvcc --read).
+// Containers.RefusalsSayWhatWasFound (tests/media), HvccBoxSize (hvcc --read, hevc_streams_test.cpp).
 TEST(ParamsCommands, RefuseBadInputWithOneLine) {
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("short.bin"), ptest::Bytes(23, 0));
