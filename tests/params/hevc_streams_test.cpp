@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/mp4_box.h"
@@ -87,6 +88,14 @@ Bytes boxOf(const Bytes& record) {
   return b;
 }
 
+// The elements our lister reports for a record.
+template <class Record>
+ptest::ElementValues listed(void (*list)(const Record*, klxutilParamElementSink, void*), const Record* record) {
+  ptest::ElementCollector ours;
+  list(record, &ptest::ElementCollector::sink, &ours);
+  return ours.elements;
+}
+
 class HevcStreams : public ::testing::TestWithParam<HevcStream> {};
 
 TEST_P(HevcStreams, MatchFfmpegTraceAndRoundTrip) {
@@ -119,23 +128,17 @@ TEST_P(HevcStreams, MatchFfmpegTraceAndRoundTrip) {
   EXPECT_EQ(summary.general_profile_idc, static_cast<uint32_t>(sps->ptl.general_profile_idc));
   EXPECT_EQ(summary.general_level_idc, static_cast<uint32_t>(sps->ptl.general_level_idc));
 
-  struct Check {
-    const char* kind;
-    void (*list)(const void*, klxutilParamElementSink, void*);
-    const void* record;
-    int minimumCompared;
-  } checks[] = {
-      {"Video Parameter Set", [](const void* r, klxutilParamElementSink k, void* u) { klxutilList_HEVC_VPS(static_cast<const HEVC_VPS_DECODED*>(r), k, u); }, vps.get(), 15},
-      {"Sequence Parameter Set", [](const void* r, klxutilParamElementSink k, void* u) { klxutilList_HEVC_SPS(static_cast<const HEVC_SPS_DECODED*>(r), k, u); }, sps.get(), 35},
-      {"Picture Parameter Set", [](const void* r, klxutilParamElementSink k, void* u) { klxutilList_HEVC_PPS(static_cast<const HEVC_PPS_DECODED*>(r), k, u); }, pps.get(), 25},
+  const std::pair<const char*, ptest::ElementValues> ourSets[] = {
+      {"Video Parameter Set", listed(klxutilList_HEVC_VPS, vps.get())},
+      {"Sequence Parameter Set", listed(klxutilList_HEVC_SPS, sps.get())},
+      {"Picture Parameter Set", listed(klxutilList_HEVC_PPS, pps.get())},
   };
-  for (const auto& c : checks) {
-    const ptest::TracedUnit* theirs = ptest::firstOfKind(traced, c.kind);
-    ASSERT_NE(theirs, nullptr) << c.kind;
-    ptest::ElementCollector ours;
-    c.list(c.record, &ptest::ElementCollector::sink, &ours);
-    int compared = ptest::compareElements(ours.elements, theirs->elements, std::string(param.name) + " " + c.kind);
-    EXPECT_GE(compared, c.minimumCompared) << param.name << " " << c.kind;
+  const int minimumCompared[] = {15, 35, 25};
+  for (size_t k = 0; k < 3; ++k) {
+    const ptest::TracedUnit* theirs = ptest::firstOfKind(traced, ourSets[k].first);
+    ASSERT_NE(theirs, nullptr) << ourSets[k].first;
+    const std::string context = std::string(param.name) + " " + ourSets[k].first;
+    EXPECT_GE(ptest::compareElements(ourSets[k].second, theirs->elements, context), minimumCompared[k]) << context;
   }
 
   // hvcC: ours, header filled from the parsed parameter sets, arrays from the stream's own units.
@@ -187,10 +190,7 @@ TEST_P(HevcStreams, MatchFfmpegTraceAndRoundTrip) {
   std::memset(static_cast<void*>(stale.get()), 0xA5, sizeof *stale);
   zr_bitstream again = over(*spsNal);
   ASSERT_GT(klxutilRead_HEVC_SPS(&again, stale.get(), nullptr, 0), 0u);
-  ptest::ElementCollector clean, dirty;
-  klxutilList_HEVC_SPS(sps.get(), &ptest::ElementCollector::sink, &clean);
-  klxutilList_HEVC_SPS(stale.get(), &ptest::ElementCollector::sink, &dirty);
-  EXPECT_EQ(clean.elements, dirty.elements) << param.name;
+  EXPECT_EQ(listed(klxutilList_HEVC_SPS, sps.get()), listed(klxutilList_HEVC_SPS, stale.get())) << param.name;
   n = klxutilWrite_HEVC_SPS(stale.get(), out, 0);
   EXPECT_EQ(Bytes(out, out + n), spsWritten) << param.name << " SPS read over stale bytes";
 
@@ -642,9 +642,7 @@ TEST(HevcWriters, RareSyntaxReadsTheSameInFfmpeg) {
   for (const char* name : {"used_by_curr_pic_flag", "use_delta_flag", "lt_ref_pic_poc_lsb_sps",
                            "pcm_sample_bit_depth_luma_minus1", "scaling_list_delta_coeff", "implicit_rdpcm_enabled_flag"})
     EXPECT_TRUE(theirs->elements.count(name)) << "ffmpeg did not report " << name;
-  ptest::ElementCollector ours;
-  klxutilList_HEVC_SPS(back.get(), &ptest::ElementCollector::sink, &ours);
-  EXPECT_GE(ptest::compareElements(ours.elements, theirs->elements, "rare SPS"), 70);
+  EXPECT_GE(ptest::compareElements(listed(klxutilList_HEVC_SPS, back.get()), theirs->elements, "rare SPS"), 70);
 }
 
 }  // namespace
