@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -113,36 +114,22 @@ void putBe32(Bytes& b, size_t at, uint32_t v) {
   for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (24 - 8 * i));
 }
 
-// Offset of the first box of `type` among the children in [begin, end), or npos.
-size_t findBox(const Bytes& b, size_t begin, size_t end, const char* type) {
-  for (size_t at = begin; at + 8 <= end;) {
-    uint32_t size = be32(b, at);
-    if (size < 8 || at + size > end) return std::string::npos;
-    if (!std::memcmp(&b[at + 4], type, 4)) return at;
-    at += size;
-  }
-  return std::string::npos;
-}
-
-// Inserts `box` at the end of the hvc1 sample entry, growing every enclosing box. Needs the
-// file's moov after its mdat (ffmpeg's default), so no chunk offset moves.
+// Inserts `box` at the end of the hvc1 sample entry, growing every enclosing box: each found as
+// the first occurrence of its type behind the one before (the box path moov/trak/mdia/minf/stbl/
+// stsd/hvc1 of ffmpeg's one-track file). The moov must come after the mdat (ffmpeg's default), so
+// that no chunk offset moves.
 bool insertIntoSampleEntry(Bytes& mp4, const Bytes& box) {
-  const char* path[] = {"moov", "trak", "mdia", "minf", "stbl", "stsd"};
   std::vector<size_t> parents;
-  size_t begin = 0, end = mp4.size();
-  for (const char* type : path) {
-    size_t at = findBox(mp4, begin, end, type);
-    if (at == std::string::npos) return false;
-    parents.push_back(at);
-    begin = at + 8 + (std::strcmp(type, "stsd") == 0 ? 4 + 4 : 0);  // stsd: version/flags, count
-    end = at + be32(mp4, at);
+  size_t from = 0;
+  for (const char* type : {"mdat", "moov", "trak", "mdia", "minf", "stbl", "stsd", "hvc1"}) {
+    const auto at = std::search(mp4.begin() + long(from), mp4.end(), type, type + 4);
+    if (at < mp4.begin() + 4 || at == mp4.end()) return false;
+    from = size_t(at - mp4.begin()) + 4;
+    parents.push_back(from - 8);
   }
-  size_t entry = findBox(mp4, begin, end, "hvc1");
-  if (entry == std::string::npos) return false;
-  parents.push_back(entry);
-  if (findBox(mp4, 0, mp4.size(), "mdat") > parents[0]) return false;
-  size_t insertAt = entry + be32(mp4, entry);
-  mp4.insert(mp4.begin() + static_cast<long>(insertAt), box.begin(), box.end());
+  parents.erase(parents.begin());  // the mdat only had to come first
+  const size_t entryEnd = parents.back() + be32(mp4, parents.back());
+  mp4.insert(mp4.begin() + long(entryEnd), box.begin(), box.end());
   for (size_t at : parents) putBe32(mp4, at, be32(mp4, at) + static_cast<uint32_t>(box.size()));
   return true;
 }
