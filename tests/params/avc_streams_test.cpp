@@ -8,7 +8,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <random>
 
 #include "support/param_streams.h"
 #include "streamutil/avc_params.h"

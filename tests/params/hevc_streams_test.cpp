@@ -215,6 +215,12 @@ const StreamUnits& mainUnits() {
   return units;
 }
 
+// Exactly one report, starting with `prefix`.
+void expectOneReport(const qtest::LogCapture& log, const std::string& prefix) {
+  ASSERT_EQ(log.lines().size(), 1u) << prefix;
+  EXPECT_EQ(log.lines()[0].text.rfind(prefix, 0), 0u) << log.lines()[0].text;
+}
+
 TEST(HvccWriter, HeaderlessAndOddLengths) {
   StreamUnits u = mainUnits();
   Bytes noHeader = writeRecord(nullptr, u, static_cast<int32_t>(u.sps.size()));
@@ -251,8 +257,7 @@ TEST(HvccReader, DocumentedResults) {
     zr_bitstream t = over(truncated);
     auto pps = std::make_unique<HEVC_PPS_DECODED>();
     EXPECT_EQ(klxutilRead_HEVC_CR(&t, &h, nullptr, nullptr, pps.get()), 0xFFFFFFFFu);
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_EQ(log.lines()[0].text.rfind("Hevc read is past end of bitstream klxvidutil ", 0), 0u);
+    expectOneReport(log, "Hevc read is past end of bitstream klxvidutil ");
   }
   // Wrong reserved bits twice: failure after two reports.
   Bytes bad = good;
@@ -405,16 +410,6 @@ TEST(HvccBoxSize, HvccReadNamesTheFileAndRefusesABoxLargerThanTheFileOrSmallerTh
   }
 }
 
-using ptest::escapesIn;
-
-bool startsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
-
-// Exactly one report, starting with `prefix`.
-void expectOneReport(const qtest::LogCapture& log, const std::string& prefix) {
-  ASSERT_EQ(log.lines().size(), 1u) << prefix;
-  EXPECT_TRUE(startsWith(log.lines()[0].text, prefix)) << log.lines()[0].text;
-}
-
 TEST(HevcReaders, WrongUnitTypeIsRejectedWithItsMessage) {
   StreamUnits u = mainUnits();
   ASSERT_FALSE(u.sps.empty());
@@ -489,7 +484,7 @@ TEST(HevcVps, WriterForcesItsFields) {
   Bytes written(out, out + n);
   zr_bitstream r = over(written);
   qtest::LogCapture log;
-  EXPECT_EQ(klxutilRead_HEVC_VPS(&r, back.get(), nullptr, 0), written.size() - escapesIn(written));
+  EXPECT_EQ(klxutilRead_HEVC_VPS(&r, back.get(), nullptr, 0), written.size() - ptest::escapesIn(written));
   EXPECT_TRUE(log.lines().empty());
   EXPECT_EQ(back->vps_num_layer_sets_minus1, 2);
   EXPECT_EQ(back->vps_time_scale, 60000u);
@@ -507,7 +502,7 @@ TEST(HevcSps, SixtyFourShortTermSetsRoundTrip) {
   Bytes written(out, out + klxutilWrite_HEVC_SPS(sps.get(), out, 0));
   auto back = std::make_unique<HEVC_SPS_DECODED>();
   zr_bitstream r = over(written);
-  EXPECT_EQ(klxutilRead_HEVC_SPS(&r, back.get(), nullptr, 0), written.size() - escapesIn(written));
+  EXPECT_EQ(klxutilRead_HEVC_SPS(&r, back.get(), nullptr, 0), written.size() - ptest::escapesIn(written));
   EXPECT_EQ(back->num_short_term_ref_pic_sets, 64);
 }
 
