@@ -1,15 +1,17 @@
 // H.264 parameter sets of real x264 streams against ffmpeg's trace_headers, read-then-write
-// round trips, and the reader quirks on hand-made variations of real units.
+// round trips, and the reader quirks on hand-made variations of real units (hostile input:
+// fuzz_avc_sps, fuzz_avc_pps); the SPSs of a stream by id: which one a picture finds, and what an
+// unreadable SPS or a unit of another kind does to the set (nothing).
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <random>
 
 #include "support/param_streams.h"
 #include "streamutil/avc_params.h"
+#include "streamutil/avc_sps_set.h"
 #include "support/test_support.h"
 
 namespace {
@@ -163,10 +165,134 @@ TEST_P(AvcStreams, MatchFfmpegTraceAndRoundTrip) {
     zr_bitstream o = over(out);
     out.resize(w.write(&o));
     EXPECT_EQ(out, w.original) << param.name << " " << w.what;
+    // A size of 8 bytes (units longer than that): those 8 written, nothing behind them, the
+    // position says more was needed.
+    if (w.original.size() <= 8) continue;
+    Bytes small(16, 0x77);
+    zr_bitstream cut{small.data(), 8, 64, 0};
+    EXPECT_GT(w.write(&cut), 8u) << param.name << " " << w.what;
+    EXPECT_EQ(Bytes(small.begin(), small.begin() + 8), Bytes(w.original.begin(), w.original.begin() + 8));
+    EXPECT_EQ(Bytes(small.begin() + 8, small.end()), Bytes(8, 0x77)) << "nothing written beyond the size";
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(X264, AvcStreams, ::testing::ValuesIn(kStreams),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// The first unit of `type` in the stream file (empty when there is none).
+Bytes firstUnitIn(const std::string& path, int type) {
+  const auto units = ptest::splitAnnexB(qtest::readBytes(path));
+  const Bytes* unit = ptest::firstAvcUnit(units, type);
+  return unit ? *unit : Bytes{};
+}
+
+// The SPS and PPS of the high_hrd stream.
+const Bytes& highUnit(int type) {
+  static const std::string path = ptest::x264Stream(kStreams[2].name, kStreams[2].pixelFormat, kStreams[2].options, kStreams[2].size);
+  static const Bytes sps = firstUnitIn(path, 7), pps = firstUnitIn(path, 8);
+  return type == 7 ? sps : pps;
+}
+
+template <class Record>
+std::unique_ptr<Record> readUnit(Bytes unit, uint32_t* result = nullptr) {
+  auto rec = std::make_unique<Record>();
+  zr_bitstream s = over(unit);
+  uint32_t r;
+  if constexpr (std::is_same_v<Record, SPS_DECODED>)
+    r = klxutilRead_SPS(&s, rec.get());
+  else
+    r = klxutilRead_PPS(&s, rec.get());
+  if (result) *result = r;
+  return rec;
+}
+
+TEST(AvcSps, ProfilesOutsideTheHighListSkipTheChromaFields) {
+  // The same body under different profile_idc: listed profiles read chroma_format_idc and bit
+  // depths; 134, 135, 138, 139 (and Main) do not, so the rest of the unit is read differently.
+  Bytes high = highUnit(7);
+  ASSERT_EQ(high[1], 100);
+  auto asHigh = readUnit<SPS_DECODED>(high);
+  struct Case {
+    uint8_t profile;
+    bool highBranch;
+  } cases[] = {{100, true}, {244, true}, {44, true}, {77, false}, {134, false}, {135, false}, {138, false}, {139, false}};
+  for (const auto& c : cases) {
+    Bytes unit = high;
+    unit[1] = c.profile;
+    auto sps = readUnit<SPS_DECODED>(unit);
+    EXPECT_EQ(sps->profile_idc, c.profile);
+    if (c.highBranch) {
+      EXPECT_EQ(sps->pic_width_in_mbs_minus1, asHigh->pic_width_in_mbs_minus1) << int(c.profile);
+      EXPECT_EQ(sps->vui.time_scale, asHigh->vui.time_scale) << int(c.profile);
+    } else {
+      EXPECT_EQ(sps->chroma_format_idc, 1) << "inferred, not read";
+      EXPECT_EQ(sps->bit_depth_luma_minus8, 0);
+      // chroma_format_idc "010" is taken as log2_max_frame_num_minus4 = 1.
+      EXPECT_EQ(sps->log2_max_frame_num_minus4, 1) << int(c.profile);
+    }
+  }
+}
+
+// Inserting 00 00 <escape> where 00 00 alone would do changes nothing the PPS reader reads: it
+// takes 03 and (kept) 0C as emulation prevention. (The SPS reader's standard removal of 03 alone:
+// fuzz_avc_sps, whose units read back only when it agrees with ITU-T H.264 7.4.1.)
+TEST(AvcReaders, PpsEscapeBytesAreDroppedBeforeParsing) {
+  for (uint8_t escape : {0x03, 0x0C}) {
+    Bytes plain = highUnit(8), escaped = highUnit(8);
+    ASSERT_GE(plain.size(), 6u);
+    // Place the zeros after byte 3 so the scan (which starts at byte 3) sees them.
+    plain.insert(plain.begin() + 4, {0x00, 0x00});
+    escaped.insert(escaped.begin() + 4, {0x00, 0x00, escape});
+    uint32_t plainResult = 0, escapedResult = 0;
+    auto a = readUnit<PPS_DECODED>(plain, &plainResult);
+    auto b = readUnit<PPS_DECODED>(escaped, &escapedResult);
+    EXPECT_EQ(std::memcmp(a.get(), b.get(), sizeof(PPS_DECODED)), 0) << int(escape);
+    EXPECT_EQ(plainResult, escapedResult) << int(escape);
+  }
+}
+
+TEST(AvcReaders, NullRecordOrEmptyStreamReturnZero) {
+  Bytes unit = highUnit(7);
+  zr_bitstream s = over(unit);
+  EXPECT_EQ(klxutilRead_SPS(&s, nullptr), 0u);
+  EXPECT_EQ(klxutilRead_PPS(&s, nullptr), 0u);
+  zr_bitstream empty{unit.data(), 0, 64, 0};
+  auto sps = std::make_unique<SPS_DECODED>();
+  EXPECT_EQ(klxutilRead_SPS(&empty, sps.get()), 0u);
+  EXPECT_EQ(empty.position, 0u);
+}
+
+TEST(AvcSpsSet, APictureFindsTheSpsOfItsIdAndBadUnitsChangeNothing) {
+  const Bytes sps0 = highUnit(7);
+  const Bytes sps3 = firstUnitIn(ptest::x264Stream("sps-set-3.264", "yuv420p", "-profile:v main -x264-params sps-id=3", "176x96"), 7);
+  ASSERT_FALSE(sps0.empty());
+  ASSERT_FALSE(sps3.empty());
+  auto set = std::make_unique<KLXUTIL_AVC_SPS_SET>();
+  ASSERT_EQ(klxutilAvcSpsSetInit(set.get()), 0);
+  EXPECT_EQ(klxutilAvcSpsSetFind(set.get(), -1), nullptr);
+  EXPECT_EQ(klxutilAvcSpsSetLearn(set.get(), sps0.data(), uint32_t(sps0.size())), 0);
+  EXPECT_EQ(klxutilAvcSpsSetLearn(set.get(), sps3.data(), uint32_t(sps3.size())), 0);
+  const Bytes pps = {0x68, 0xEB, 0xE3, 0xCB, 0x22, 0xC0};
+  const Bytes truncated0(sps0.begin(), sps0.begin() + 4);
+  struct Case {
+    const char* what;
+    const Bytes& unit;
+    int learnt;
+  };
+  const Case cases[] = {{"a PPS", pps, 1}, {"an SPS cut short", truncated0, -1}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    EXPECT_EQ(klxutilAvcSpsSetLearn(set.get(), c.unit.data(), uint32_t(c.unit.size())), c.learnt);
+    const SPS_DECODED* first = klxutilAvcSpsSetFind(set.get(), 0);
+    const SPS_DECODED* last = klxutilAvcSpsSetFind(set.get(), -1);
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(last, nullptr);
+    EXPECT_EQ(first->profile_idc, 100);
+    EXPECT_EQ(last->seq_parameter_set_id, 3);  // an id not known: the SPS learnt last
+    EXPECT_EQ(last->profile_idc, 77);
+    EXPECT_EQ(klxutilAvcSpsSetFind(set.get(), 1), nullptr);
+    EXPECT_EQ(klxutilAvcSpsSetFind(set.get(), 32), nullptr);
+  }
+}
 
 }  // namespace

@@ -1,4 +1,5 @@
-// quorvane params: sizes and profiles agree with ffprobe; dvcc's refusals; params, hvcc and dvcc --help.
+// quorvane params: sizes, profiles and set ids agree with ffprobe and trace_headers; dvcc's refusals;
+// params, hvcc and dvcc --help.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -9,43 +10,61 @@
 
 namespace {
 
-std::string ffprobeField(const std::string& path, const std::string& field) {
-  auto r = qtest::runCommand("ffprobe -v error -select_streams v:0 -show_entries stream=" + field +
-                             " -of default=nw=1:nk=1 " + qtest::shellQuote(path));
-  std::string out = r.out;
-  while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
-  return out;
-}
-
-TEST(ParamsCommand, SummaryAgreesWithFfprobe) {
-  const std::string paths[] = {
-      ptest::x265Stream("odd_size_crop", "yuv420p", "", "100x58"),
-      ptest::x265Stream("main10", "yuv420p10le", "", "64x64"),
-      ptest::x264Stream("colour_sar_crop", "yuv420p",
-                        "-profile:v high -x264-params colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc:range=pc:sar=5/7:chromaloc=1:overscan=show",
-                        "100x58"),
-      ptest::x264Stream("high422", "yuv422p10le", "-profile:v high422", "64x64"),
+// params --json's summary and the text's size and rate agree with ffprobe; each set is headed with
+// the id trace_headers reads from the unit (x264's sps-id=31 numbers both SPS and PPS 31, so that
+// the id cannot be taken for the index 0).
+TEST(ParamsCommand, SummaryAndIdsAgreeWithFfmpeg) {
+  struct Stream {
+    std::string path;
+    const char* spsId;  // trace_headers' names of the ids
+    const char* ppsId;
   };
-  for (const auto& path : paths) {
+  const Stream streams[] = {
+      {ptest::x265Stream("odd_size_crop", "yuv420p", "", "100x58"), "sps_seq_parameter_set_id", "pps_pic_parameter_set_id"},
+      {ptest::x265Stream("main10", "yuv420p10le", "", "64x64"), "sps_seq_parameter_set_id", "pps_pic_parameter_set_id"},
+      {ptest::x264Stream("colour_sar_crop", "yuv420p",
+                         "-profile:v high -x264-params colorprim=bt2020:transfer=smpte2084:colormatrix=bt2020nc:range=pc:sar=5/7:chromaloc=1:overscan=show",
+                         "100x58"),
+       "seq_parameter_set_id", "pic_parameter_set_id"},
+      {ptest::x264Stream("high422", "yuv422p10le", "-profile:v high422", "64x64"), "seq_parameter_set_id", "pic_parameter_set_id"},
+      {ptest::x264Stream("sps_id_31", "yuv420p", "-x264-params sps-id=31", "160x96"), "seq_parameter_set_id",
+       "pic_parameter_set_id"},
+  };
+  bool saw31 = false;
+  for (const auto& [path, spsId, ppsId] : streams) {
+    SCOPED_TRACE(path);
+    auto probe = qtest::runCommand("ffprobe -v error -select_streams v:0 -show_entries "
+                                   "stream=width,height,profile,pix_fmt,r_frame_rate -of json " + qtest::shellQuote(path));
+    ASSERT_EQ(probe.exitCode, 0) << probe.err;
+    const auto theirs = nlohmann::json::parse(probe.out).at("streams").at(0);
     auto r = qtest::runTool("params --json " + qtest::shellQuote(path));
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const auto summary = nlohmann::json::parse(r.out).at("summary");
-    EXPECT_EQ(std::to_string(summary.at("width").get<int>()), ffprobeField(path, "width")) << path;
-    EXPECT_EQ(std::to_string(summary.at("height").get<int>()), ffprobeField(path, "height")) << path;
-    EXPECT_EQ(summary.at("profile"), ffprobeField(path, "profile")) << path;
-    std::string pixFmt = ffprobeField(path, "pix_fmt");
+    EXPECT_EQ(summary.at("width"), theirs.at("width"));
+    EXPECT_EQ(summary.at("height"), theirs.at("height"));
+    EXPECT_EQ(summary.at("profile"), theirs.at("profile"));
+    const std::string pixFmt = theirs.at("pix_fmt");
     EXPECT_EQ(pixFmt.find("10") != std::string::npos, summary.at("bitDepthLuma") == 10) << pixFmt;
     auto text = qtest::runTool("params " + qtest::shellQuote(path));
     EXPECT_EQ(text.exitCode, 0);
-    EXPECT_NE(text.out.find("x" + ffprobeField(path, "height") + ","), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("x" + std::to_string(theirs.at("height").get<int>()) + ","), std::string::npos) << text.out;
     // The rate as ffprobe reduces it (x264's VUI gives 50/2 for 25 frames per second).
-    EXPECT_NE(text.out.find(" fps (" + ffprobeField(path, "r_frame_rate") + ")"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find(" fps (" + theirs.at("r_frame_rate").get<std::string>() + ")"), std::string::npos) << text.out;
+    const auto traced = ptest::traceHeaders(path);
+    const ptest::TracedUnit* sps = ptest::firstOfKind(traced, "Sequence Parameter Set");
+    const ptest::TracedUnit* pps = ptest::firstOfKind(traced, "Picture Parameter Set");
+    ASSERT_TRUE(sps && pps && sps->elements.count(spsId) && pps->elements.count(ppsId));
+    const int64_t id = sps->elements.at(spsId).at(0);
+    saw31 = saw31 || id == 31;
+    EXPECT_NE(text.out.find("SPS #0 (id " + std::to_string(id) + ", "), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("PPS #0 (id " + std::to_string(pps->elements.at(ppsId).at(0)) + ", "), std::string::npos) << text.out;
   }
+  EXPECT_TRUE(saw31) << "x264 did not number its SPS 31";
 }
 
 // The refusals of dvcc, one row per message, run in the scratch directory so that dvcc's relative
 // names are its files. Those of params and hvcc: CommandJson.BadInputGivesOneLineAndAJsonError and
-// Containers.RefusalsSayWhatWasFound (tests/media), HvccBoxSize (hvcc --read).
+// Containers.RefusalsSayWhatWasFound (tests/media), HvccBoxSize (hvcc --read, hevc_streams_test.cpp).
 TEST(ParamsCommands, RefuseBadInputWithOneLine) {
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("short.bin"), ptest::Bytes(23, 0));

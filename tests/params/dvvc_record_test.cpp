@@ -1,15 +1,23 @@
 // The dvvC reader against the writer: every bit lands in exactly one field and is written back
 // where it was, random records read at any bit offset write back unchanged, short input is
-// refused; and the dvcc command (its refusals: cli_test.cpp).
+// refused. The dvcc command (its refusals: cli_test.cpp): its box, put into the sample entry of an
+// MP4 that ffmpeg made, is read by ffprobe as Dolby Vision configuration side data with the values
+// given on the command line, and by dvcc --read as the same values; the box ffmpeg writes when it
+// remuxes that file holds the same bytes, and our reader reads it into a record that writes them
+// again.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "streamutil/hevc_config_record.h"
+#include "support/mp4_box.h"
 #include "support/test_support.h"
 
 namespace {
@@ -99,34 +107,104 @@ TEST(DvvcReader, ReadsAtAnUnalignedPosition) {
   }
 }
 
-TEST(DvccCommand, WritesABoxThatReadsBackAsJson) {
-  qtest::TempDir dir;
+uint32_t be32(const Bytes& b, size_t at) {
+  return uint32_t(b[at]) << 24 | uint32_t(b[at + 1]) << 16 | uint32_t(b[at + 2]) << 8 | b[at + 3];
+}
+void putBe32(Bytes& b, size_t at, uint32_t v) {
+  for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (24 - 8 * i));
+}
+
+// Inserts `box` at the end of the hvc1 sample entry, growing every enclosing box: each found as
+// the first occurrence of its type behind the one before (the box path moov/trak/mdia/minf/stbl/
+// stsd/hvc1 of ffmpeg's one-track file). The moov must come after the mdat (ffmpeg's default), so
+// that no chunk offset moves.
+bool insertIntoSampleEntry(Bytes& mp4, const Bytes& box) {
+  std::vector<size_t> parents;
+  size_t from = 0;
+  for (const char* type : {"mdat", "moov", "trak", "mdia", "minf", "stbl", "stsd", "hvc1"}) {
+    const auto at = std::search(mp4.begin() + long(from), mp4.end(), type, type + 4);
+    if (at < mp4.begin() + 4 || at == mp4.end()) return false;
+    from = size_t(at - mp4.begin()) + 4;
+    parents.push_back(from - 8);
+  }
+  parents.erase(parents.begin());  // the mdat only had to come first
+  const size_t entryEnd = parents.back() + be32(mp4, parents.back());
+  mp4.insert(mp4.begin() + long(entryEnd), box.begin(), box.end());
+  for (size_t at : parents) putBe32(mp4, at, be32(mp4, at) + static_cast<uint32_t>(box.size()));
+  return true;
+}
+
+TEST(DvccCommand, FfprobeReadsTheBoxAsWrittenAndReadBack) {
+  if (!qtest::haveProgram("ffprobe")) GTEST_SKIP() << "ffprobe missing";
+  std::string source = qtest::encodedStream(
+      "dvvc_base.mp4", "-f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 2 -c:v libx265 -tag:v hvc1 "
+                       "-x265-params log-level=none -f mp4");
+  ASSERT_FALSE(source.empty());
   struct Case {
     const char* options;
     int profile, level, rpu, el, bl, compatibility;
   } const kCases[] = {
+      {"--profile 8 --level 6 --compatibility 1", 8, 6, 1, 0, 1, 1},
       {"--profile 5 --level 9", 5, 9, 1, 0, 1, 0},  // the defaults
-      {"--profile 127 --level 63 --rpu 0 --el 1 --bl 0 --compatibility 15", 127, 63, 0, 1, 0, 15},
+      {"--profile 8 --level 13 --compatibility 4", 8, 13, 1, 0, 1, 4},
+      {"--profile 7 --level 6 --el 1 --compatibility 6", 7, 6, 1, 1, 1, 6},
+      {"--profile 127 --level 63 --rpu 0 --el 1 --bl 0 --compatibility 15", 127, 63, 0, 1, 0, 15},  // the largest
   };
+  // ffprobe's name and dvcc --json's name of each field.
+  const std::pair<const char*, const char*> kFields[] = {
+      {"dv_version_major", "versionMajor"}, {"dv_profile", "profile"},   {"dv_level", "level"},
+      {"rpu_present_flag", "rpuPresent"},   {"el_present_flag", "elPresent"}, {"bl_present_flag", "blPresent"},
+      {"dv_bl_signal_compatibility_id", "blSignalCompatibilityId"},
+  };
+  qtest::TempDir dir;
   for (const auto& c : kCases) {
-    std::string box = dir.file("dv.bin");
-    auto w = qtest::runTool(std::string("dvcc -y -o ") + qtest::shellQuote(box) + " " + c.options);
+    SCOPED_TRACE(c.options);
+    const std::string boxPath = dir.file("dv.bin");
+    const auto w = qtest::runTool("dvcc -y -o " + qtest::shellQuote(boxPath) + " " + c.options);
     ASSERT_EQ(w.exitCode, 0) << w.err;
-    Bytes bytes = qtest::readBytes(box);
-    ASSERT_EQ(bytes.size(), 32u);
-    EXPECT_EQ(std::memcmp(bytes.data(), "\0\0\0\x20" "dvvC", 8), 0);
-    auto r = qtest::runTool("dvcc --json --read " + qtest::shellQuote(box));
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    auto j = nlohmann::json::parse(r.out);
-    EXPECT_EQ(j["boxType"], "dvvC");
-    EXPECT_EQ(j["versionMajor"], 1);
-    EXPECT_EQ(j["profile"], c.profile) << c.options;
-    EXPECT_EQ(j["level"], c.level);
-    EXPECT_EQ(j["rpuPresent"], c.rpu);
-    EXPECT_EQ(j["elPresent"], c.el);
-    EXPECT_EQ(j["blPresent"], c.bl);
-    EXPECT_EQ(j["blSignalCompatibilityId"], c.compatibility);
-    EXPECT_EQ(j["reservedWords"].size(), 4u);
+    Bytes box = qtest::readBytes(boxPath);
+    ASSERT_EQ(box.size(), 32u);
+    EXPECT_EQ(std::memcmp(box.data(), "\0\0\0\x20" "dvvC", 8), 0);
+    Bytes mp4 = qtest::readBytes(source);
+    ASSERT_TRUE(insertIntoSampleEntry(mp4, box));
+    std::string path = dir.file("dv.mp4");
+    qtest::writeBytes(path, mp4);
+    auto probe = qtest::runCommand("ffprobe -v error -select_streams v:0 -show_streams -of json " + qtest::shellQuote(path));
+    ASSERT_EQ(probe.exitCode, 0) << probe.err;
+    auto streams = nlohmann::json::parse(probe.out)["streams"];
+    ASSERT_EQ(streams.size(), 1u);
+    const nlohmann::json* dovi = nullptr;
+    for (const auto& side : streams[0]["side_data_list"])
+      if (side.contains("dv_profile")) dovi = &side;
+    ASSERT_NE(dovi, nullptr) << probe.out;
+    // Each value as given, in ffprobe's side data and in what dvcc --read makes of the box.
+    auto read = qtest::runTool("dvcc --json --read " + qtest::shellQuote(boxPath));
+    ASSERT_EQ(read.exitCode, 0) << read.err;
+    const auto ours = nlohmann::json::parse(read.out);
+    EXPECT_EQ(ours["boxType"], "dvvC");
+    EXPECT_EQ(ours["reservedWords"].size(), 4u);
+    const int given[] = {1, c.profile, c.level, c.rpu, c.el, c.bl, c.compatibility};
+    for (size_t f = 0; f < std::size(kFields); ++f) {
+      EXPECT_EQ((*dovi)[kFields[f].first], given[f]) << kFields[f].first;
+      EXPECT_EQ(ours[kFields[f].second], given[f]) << kFields[f].second;
+    }
+
+    // ffmpeg remuxing the file writes its own configuration box from that side data: the same
+    // 24 bytes as ours, which our reader reads into a record that writes them again.
+    std::string remuxed = dir.file("re.mp4");
+    auto remux = qtest::runCommand("ffmpeg -y -v error -i " + qtest::shellQuote(path) + " -c copy -strict unofficial " +
+                                   qtest::shellQuote(remuxed));
+    ASSERT_EQ(remux.exitCode, 0) << remux.err;
+    const Bytes file = qtest::readBytes(remuxed);
+    Bytes theirs;
+    for (const char* type : {"dvcC", "dvvC", "dvwC"})
+      if (theirs.empty()) theirs = qtest::boxIn(file, type);
+    ASSERT_EQ(theirs.size(), 32u) << "ffmpeg wrote no Dolby Vision configuration box";
+    EXPECT_EQ(Bytes(theirs.begin() + 8, theirs.end()), Bytes(box.begin() + 8, box.end()));
+    zr_bitstream theirIn{theirs.data(), 32, 256, 64};
+    DOVI_DECODER_CONFIGURATION_RECORD fromFfmpeg{};
+    ASSERT_EQ(klxutilRead_DVVC_CR(&theirIn, &fromFfmpeg), 24u);
+    EXPECT_EQ(rewrite(fromFfmpeg), Bytes(box.begin() + 8, box.end()));
   }
 }
 

@@ -127,12 +127,23 @@ const std::vector<uint8_t>* firstUnit(const Stream& s, int type) {
 }
 
 // ---- reading and writing a unit with the library; true when the unit is accepted
-bool readAndWrite(Codec codec, int type, std::vector<uint8_t> unit, bool& writes) {
+template <class Record>
+bool hevcReadAndWrite(uint32_t (*read)(zr_bitstream*, Record*, HEVC_DECODED*, uint64_t),
+                      int32_t (*write)(Record*, uint8_t*, size_t), std::vector<uint8_t>& unit,
+                      std::vector<uint8_t>& out, bool& writes) {
   zr_bitstream in = ptest::over(unit);
+  auto record = std::make_unique<Record>();
+  const uint32_t r = read(&in, record.get(), nullptr, unit.size() * 8);
+  if (r == 0 || r == kFailed) return false;
+  writes = write(record.get(), out.data(), out.size()) > 0;
+  return true;
+}
+
+bool readAndWrite(Codec codec, int type, std::vector<uint8_t> unit, bool& writes) {
   std::vector<uint8_t> out(4096);
   writes = false;
   if (codec == Codec::kH264) {
-    zr_bitstream w = ptest::over(out);
+    zr_bitstream in = ptest::over(unit), w = ptest::over(out);
     if (type == 7) {
       SPS_DECODED sps{};
       if (klxutilRead_SPS(&in, &sps) == 0) return false;
@@ -144,21 +155,9 @@ bool readAndWrite(Codec codec, int type, std::vector<uint8_t> unit, bool& writes
     }
     return true;
   }
-  auto accepted = [](uint32_t r) { return r != 0 && r != kFailed; };
-  if (type == 32) {
-    auto vps = std::make_unique<HEVC_VPS_DECODED>();
-    if (!accepted(klxutilRead_HEVC_VPS(&in, vps.get(), nullptr, unit.size() * 8))) return false;
-    writes = klxutilWriteChecked_HEVC_VPS(vps.get(), out.data(), out.size()) > 0;
-  } else if (type == 33) {
-    auto sps = std::make_unique<HEVC_SPS_DECODED>();
-    if (!accepted(klxutilRead_HEVC_SPS(&in, sps.get(), nullptr, unit.size() * 8))) return false;
-    writes = klxutilWriteChecked_HEVC_SPS(sps.get(), out.data(), out.size()) > 0;
-  } else {
-    auto pps = std::make_unique<HEVC_PPS_DECODED>();
-    if (!accepted(klxutilRead_HEVC_PPS(&in, pps.get(), nullptr, unit.size() * 8))) return false;
-    writes = klxutilWriteChecked_HEVC_PPS(pps.get(), out.data(), out.size()) > 0;
-  }
-  return true;
+  if (type == 32) return hevcReadAndWrite(klxutilRead_HEVC_VPS, klxutilWriteChecked_HEVC_VPS, unit, out, writes);
+  if (type == 33) return hevcReadAndWrite(klxutilRead_HEVC_SPS, klxutilWriteChecked_HEVC_SPS, unit, out, writes);
+  return hevcReadAndWrite(klxutilRead_HEVC_PPS, klxutilWriteChecked_HEVC_PPS, unit, out, writes);
 }
 
 struct RangeCase {

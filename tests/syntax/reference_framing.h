@@ -37,54 +37,44 @@ inline std::ostream& operator<<(std::ostream& os, const Found& f) {
   return os << "{result " << f.result << ", start " << f.start << ", end " << f.end << "}";
 }
 
-inline Found findNalUnit(const uint8_t* buf, int size) {
+// The scan both searches share: the first position (tested while i + 4 < size) where codeAt
+// gives a start code's length, then the first position from the unit's start (tested while
+// j + 3 < size) where endsAt holds. A unit with no end runs to the end of the buffer, reported
+// as its length or, for the four-byte-only search, as -1.
+template <class CodeAt, class EndsAt>
+Found scan(const uint8_t* buf, int size, CodeAt codeAt, EndsAt endsAt, bool unterminatedIsLength) {
   Bytes b{buf, size};
   if (size < 4) return {size, 0, size};
   int i = 0;
-  int start;
-  for (;;) {
-    if (b.is3(i)) {
-      start = i + 3;
-      break;
-    }
-    if (b.is4(i)) {
-      start = i + 4;
-      break;
-    }
+  while (codeAt(b, i) == 0) {
     i++;
     if (!(i + 4 < size)) return {0, 0, 0};
   }
+  int start = i + codeAt(b, i);
   if (start >= size) return {size, 0, size};
   int j = start;
-  bool found = b.is3(j) || b.is4(j);
+  bool found = endsAt(b, j);
   while (!found) {
     j++;
     if (!(j + 3 < size)) break;
-    found = b.is3(j) || b.is4(j);
+    found = endsAt(b, j);
   }
   if (found) return {j - start, start, j};
-  return {size - start, start, size};
+  return {unterminatedIsLength ? size - start : -1, start, size};
 }
 
+// 00 00 01 or 00 00 00 01 starts a unit and ends the one before it.
+inline Found findNalUnit(const uint8_t* buf, int size) {
+  return scan(
+      buf, size, [](const Bytes& b, int64_t i) { return b.is3(i) ? 3 : b.is4(i) ? 4 : 0; },
+      [](const Bytes& b, int64_t j) { return b.is3(j) || b.is4(j); }, true);
+}
+
+// Only 00 00 00 01 starts a unit; 00 00 00 ends it.
 inline Found findNalUnit4Only(const uint8_t* buf, int size) {
-  Bytes b{buf, size};
-  if (size < 4) return {size, 0, size};
-  int i = 0;
-  while (!b.is4(i)) {
-    i++;
-    if (!(i + 4 < size)) return {0, 0, 0};
-  }
-  int start = i + 4;
-  if (start >= size) return {size, 0, size};
-  int j = start;
-  bool found = b.isZero3(j);
-  while (!found) {
-    j++;
-    if (!(j + 3 < size)) break;
-    found = b.isZero3(j);
-  }
-  if (found) return {j - start, start, j};
-  return {-1, start, size};
+  return scan(
+      buf, size, [](const Bytes& b, int64_t i) { return b.is4(i) ? 4 : 0; },
+      [](const Bytes& b, int64_t j) { return b.isZero3(j); }, false);
 }
 
 struct Converted {

@@ -1,10 +1,13 @@
-// The syntax layer and the framing converters on real x264/x265 streams, checked against what
-// ffmpeg reads from the same streams: trace_headers for unit headers and SEI messages, the MP4
-// muxer for the length-prefixed form of each packet.
+// The syntax layer, the framing converters and quorvane nal on real x264/x265 streams, checked
+// against what ffmpeg reads from the same streams: trace_headers for unit headers and SEI
+// messages, the MP4 muxer for the length-prefixed form of each packet. Last, the one-line
+// refusals of nal, reframe and inspect.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
+#include <sstream>
 
 #include "support/ffmpeg_oracle.h"
 #include "reference_framing.h"
@@ -70,7 +73,7 @@ void expectLookupsFindUnitsOf(Bytes sample, const std::vector<Bytes>& units, boo
 // Per packet: Annex B -> length-prefixed equals ffmpeg's MP4 sample, with exactly one spare byte
 // per three-byte start code; back to Annex B gives the packet with only its three-byte start
 // codes widened; and the unit lookups find ffmpeg's units. (The unchecked form, and the checked
-// form refusing one byte less, against the reference: framing_random_test.cpp.)
+// form refusing one byte less, against the reference: framing_edge_test.cpp.)
 TEST_P(RealStream, FramingAndLookupMatchMp4Samples) {
   qtest::TempDir scratch;
   auto packets = oracle::packetRanges(path_);
@@ -153,11 +156,39 @@ void expectConversionsAgreeWithReference(const uint8_t* unit, int length) {
   }
 }
 
+struct ListedUnit {
+  long offset, size, startCode, type;
+};
+
+std::vector<ListedUnit> parseNalListing(const std::string& text) {
+  std::vector<ListedUnit> units;
+  std::istringstream lines(text);
+  std::string line;
+  std::getline(lines, line);  // heading
+  while (std::getline(lines, line)) {
+    ListedUnit u;
+    if (std::sscanf(line.c_str(), "%ld %ld %ld %ld", &u.offset, &u.size, &u.startCode, &u.type) == 4) units.push_back(u);
+  }
+  return units;
+}
+
 // Walking the stream with find_nal_unit and reading each unit gives the headers and SEI
-// messages that ffmpeg's trace_headers reads.
+// messages that ffmpeg's trace_headers reads; quorvane nal lists every unit it reads, with the
+// same type, at an offset where the file holds a start code of the listed length.
 TEST_P(RealStream, UnitWalkMatchesTraceHeaders) {
   auto traced = oracle::traceUnits(path_);
   ASSERT_FALSE(traced.empty());
+  auto nal = qtest::runTool("nal " + qtest::shellQuote(path_));
+  ASSERT_EQ(nal.exitCode, 0) << nal.err;
+  const auto listed = parseNalListing(nal.out);
+  ASSERT_EQ(listed.size(), traced.size());
+  for (size_t i = 0; i < listed.size(); i++) {
+    EXPECT_EQ(listed[i].type, traced[i].nalUnitType) << "unit " << i;
+    const long at = listed[i].offset;
+    ASSERT_LE(static_cast<size_t>(at + listed[i].startCode + listed[i].size), bytes_.size());
+    EXPECT_EQ(bytes_[at + listed[i].startCode - 1], 0x01);
+    EXPECT_EQ(bytes_[at], 0x00);
+  }
   h264_stream_t* h = h264_new();
   ASSERT_NE(h, nullptr);
   std::vector<oracle::TracedUnit> ours;
@@ -222,5 +253,35 @@ INSTANTIATE_TEST_SUITE_P(X264AndX265, RealStream, ::testing::ValuesIn(kStreams),
                            std::replace_if(name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
                            return name;
                          });
+
+
+// reframe's conversions: RealStream.FramingAndLookupMatchMp4Samples (the library against ffmpeg's MP4
+// samples), Containers.StandardInputAndOutput (--to length then --to annexb decode unchanged) and
+// CommandJson; inspect's codec and frame counts: Containers.ReadOnlyCommandsAgreeWithFfprobe and
+// FieldPictures (tests/media). The one-line messages these commands share with the other stream
+// commands are CommandJson.BadInputGivesOneLineAndAJsonError's rows.
+TEST(Cli, BadInputFailsWithOneLine) {
+  qtest::TempDir dir;
+  qtest::writeBytes(dir.file("noise.bin"), Bytes{0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0x11});
+  qtest::writeBytes(dir.file("cut.len"), Bytes{0x00, 0x00, 0x00, 0x02, 0x09, 0xF0, 0x00, 0x00, 0x00, 0x09, 0x41});
+  qtest::writeBytes(dir.file("empty"), Bytes{});
+  struct Case {
+    std::string args;
+    int exitCode;
+    std::string message;
+  } cases[] = {
+      {"nal", 2, "quorvane nal: expected one FILE (see quorvane nal --help)\n"},
+      {"nal " + dir.file("noise.bin"), 1, "quorvane nal: " + dir.file("noise.bin") + ": no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)\n"},
+      {"reframe --to annexb " + dir.file("cut.len") + " " + dir.file("o"), 1, "quorvane reframe: " + dir.file("cut.len") + ": no H.264, HEVC or MPEG-2 video found (neither an elementary stream nor a known container)\n"},
+      {"inspect " + dir.path(), 1, "quorvane inspect: " + dir.path() + " is a directory\n"},
+      {"nal " + dir.file("empty"), 1, "quorvane nal: " + dir.file("empty") + " is empty\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args);
+    auto r = qtest::runTool(c.args);
+    EXPECT_EQ(r.exitCode, c.exitCode);
+    EXPECT_EQ(r.err, c.message);
+  }
+}
 
 }  // namespace
