@@ -17,19 +17,6 @@ namespace {
 using qtest::shellQuote;
 using Bytes = std::vector<uint8_t>;
 
-// Offsets of the access unit delimiters (x265 aud=1: one in front of every access unit).
-std::vector<size_t> accessUnitStarts(const Bytes& d) {
-  std::vector<size_t> starts;
-  for (size_t i = 0; i + 4 < d.size(); ++i)
-    if (d[i] == 0 && d[i + 1] == 0 && d[i + 2] == 1 && ((d[i + 3] >> 1) & 0x3F) == 35) starts.push_back(i > 0 && d[i - 1] == 0 ? i - 1 : i);
-  return starts;
-}
-int firstSliceType(const Bytes& d, size_t from) {  // of the first VCL unit (types 0..31) after `from`
-  for (size_t i = from + 5; i + 4 < d.size(); ++i)
-    if (d[i] == 0 && d[i + 1] == 0 && d[i + 2] == 1 && ((d[i + 3] >> 1) & 0x3F) < 32) return (d[i + 3] >> 1) & 0x3F;
-  return -1;
-}
-
 using HevcCraStart = mtest::FfmpegTest;
 
 TEST_F(HevcCraStart, StampNumbersThePicturesADecoderShows) {
@@ -37,10 +24,14 @@ TEST_F(HevcCraStart, StampNumbersThePicturesADecoderShows) {
       "cra_open_gop.hevc", "-f lavfi -i testsrc2=size=160x96:rate=25 -frames:v 30 -c:v libx265 -x265-params "
                            "log-level=error:bframes=4:b-pyramid=1:open-gop=1:keyint=12:min-keyint=12:aud=1 -f hevc");
   const Bytes stream = qtest::readBytes(whole);
-  const auto starts = accessUnitStarts(stream);
-  size_t cra = 0;
-  for (size_t s : starts)
-    if (!cra && s > 0 && firstSliceType(stream, s) == 21) cra = s;  // the first CRA (type 21), with RASL pictures
+  // x265 aud=1 puts an access unit delimiter (type 35) in front of every access unit: the first
+  // CRA (type 21, with RASL pictures) after the stream's start is cut at its delimiter.
+  size_t cra = 0, delimiter = 0;
+  qtest::forEachAnnexBUnit(stream, [&](size_t at, const uint8_t* unit, uint32_t) {
+    const int type = (unit[0] >> 1) & 0x3F;
+    if (type == 35) delimiter = at;
+    if (type == 21 && !cra && delimiter > 0) cra = delimiter;
+  });
   ASSERT_GT(cra, 0u);
   const Bytes tail(stream.begin() + static_cast<long>(cra), stream.end());
   Bytes spliced = stream;
