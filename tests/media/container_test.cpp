@@ -7,8 +7,11 @@
 #include <cstdio>
 #include <cstring>
 #include <random>
+#include <regex>
 
 #include "media_support.h"
+#include "platform/tcxlat.h"
+#include "support/edit_support.h"
 #include "support/ffmpeg_oracle.h"
 #include "support/test_support.h"
 #include "support/tool_runs.h"
@@ -21,25 +24,30 @@ using Containers = mtest::FfmpegTest;
 
 int lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
 
-// inspect, params, nal and hvcc read the video track the way ffprobe does.
-TEST_F(Containers, ReadOnlyCommandsAgreeWithFfprobe) {
+// Each clip: inspect, params, nal and hvcc read the video track the way ffprobe does; an editing
+// pass into the same container kind changes neither pictures, audio nor timing; stamp (each codec
+// in MP4, Matroska and MPEG-TS, 1 s at 25 pictures per second) writes timecodes that ffprobe reads
+// back. One decode of the clip serves every comparison.
+TEST_F(Containers, ReadAsFfprobeReadsAndEditedWithoutChange) {
   for (const auto& clip : mtest::kClips) {
     SCOPED_TRACE(clip.name);
-    const std::string path = mtest::clipPath(clip), quoted = shellQuote(path);
+    const std::string path = mtest::clipPath(clip), quoted = shellQuote(path), extension = std::strrchr(clip.name, '.');
+    const int packets = mtest::videoPackets(path), width = mtest::videoWidth(path);
+    const std::string pictures = mtest::videoFrameMd5(path), audio = mtest::audioMd5(path);
     auto inspect = mtest::runJson("inspect " + quoted);
     ASSERT_TRUE(inspect.is_object());
     EXPECT_EQ(inspect["container"], clip.container);
     EXPECT_EQ(inspect["codec"], clip.codec);
-    EXPECT_EQ(inspect["frames"], mtest::videoPackets(path));
-    EXPECT_EQ(inspect["pictures"].size(), size_t(mtest::videoPackets(path)));
-    EXPECT_EQ(inspect["parameterSets"]["summary"]["width"], mtest::videoWidth(path));
+    EXPECT_EQ(inspect["frames"], packets);
+    EXPECT_EQ(inspect["pictures"].size(), size_t(packets));
+    EXPECT_EQ(inspect["parameterSets"]["summary"]["width"], width);
     // Display order is a permutation of the decode order.
     std::vector<int> displays;
     for (const auto& p : inspect["pictures"]) displays.push_back(p["display"]);
     for (size_t i = 0; i < displays.size(); ++i) EXPECT_EQ(displays[i], int(i));
 
     auto params = mtest::runJson("params " + quoted);
-    EXPECT_EQ(params["summary"]["width"], mtest::videoWidth(path));
+    EXPECT_EQ(params["summary"]["width"], width);
     auto nal = mtest::runJson("nal " + quoted);
     EXPECT_EQ(nal["count"], nal["units"].size());
     EXPECT_EQ(nal["count"], inspect["units"]);
@@ -60,28 +68,18 @@ TEST_F(Containers, ReadOnlyCommandsAgreeWithFfprobe) {
       EXPECT_EQ(adts.exitCode, 1);
       EXPECT_EQ(lines(adts.err), 1) << adts.err;
     }
-  }
-}
 
-// An editing pass into the same container kind changes neither pictures, audio nor timing; stamp
-// (each codec in MP4, Matroska and MPEG-TS, 1 s at 25 pictures per second) writes timecodes that
-// ffprobe reads back.
-TEST_F(Containers, ReframeAndStampKeepPicturesAudioAndTiming) {
-  for (const auto& clip : mtest::kClips) {
-    SCOPED_TRACE(clip.name);
-    const std::string path = mtest::clipPath(clip), extension = std::strrchr(clip.name, '.');
-    qtest::TempDir dir;
     const std::string out = dir.file("out" + extension), stamped = dir.file("stamped" + extension);
-    const auto summary = mtest::runJson("reframe " + shellQuote(path) + " " + shellQuote(out));
+    const auto summary = mtest::runJson("reframe " + quoted + " " + shellQuote(out));
     ASSERT_FALSE(summary.is_null());
     // The byte counts are the video track's on both sides: its samples pass unchanged.
     EXPECT_EQ(summary["inBytes"], summary["outBytes"]);
-    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(path));
-    EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(path));
+    EXPECT_EQ(mtest::videoFrameMd5(out), pictures);
+    EXPECT_EQ(mtest::audioMd5(out), audio);
     EXPECT_EQ(mtest::videoPts(out), mtest::videoPts(path));
     EXPECT_EQ(mtest::runJson("inspect " + shellQuote(out))["container"], clip.container);
     if (extension == ".mov" || extension == ".mxf") continue;
-    const auto stamp = mtest::runJson("stamp " + shellQuote(path) + " " + shellQuote(stamped) + " --tc 01:00:00:00 --rate 25");
+    const auto stamp = mtest::runJson("stamp " + quoted + " " + shellQuote(stamped) + " --tc 01:00:00:00 --rate 25");
     ASSERT_FALSE(stamp.is_discarded());
     EXPECT_EQ(stamp["codec"], clip.codec);
     EXPECT_EQ(stamp["output"], clip.container);
@@ -90,48 +88,54 @@ TEST_F(Containers, ReframeAndStampKeepPicturesAudioAndTiming) {
     EXPECT_EQ(timecodes.front(), "01:00:00:00");
     EXPECT_EQ(timecodes.back(), "01:00:00:24");
     EXPECT_EQ(stamp["last"], "01:00:00:24");
-    EXPECT_EQ(mtest::videoFrameMd5(stamped), mtest::videoFrameMd5(path));
-    EXPECT_EQ(mtest::audioMd5(stamped), mtest::audioMd5(path));
+    EXPECT_EQ(mtest::videoFrameMd5(stamped), pictures);
+    EXPECT_EQ(mtest::audioMd5(stamped), audio);
   }
 }
 
 // Into another container, or out to an elementary stream: the same pictures. An elementary stream
-// into a container (timestamps from the display order) decodes the same too.
-TEST_F(Containers, ReframeAcrossKinds) {
+// into a container (timestamps from the display order) decodes the same too. Into another kind of
+// container the timeline starts where ffmpeg -c copy starts it: an MPEG-TS clock that begins at
+// 1.4 s does not become 1.4 s of nothing at the head of an MP4 or a Matroska file. '-' is standard
+// input and output for elementary streams and MPEG-TS; the summary then goes to stderr.
+TEST_F(Containers, ReframeAcrossKindsAndThroughPipes) {
   qtest::TempDir dir;
   const std::string hevcMp4 = mtest::clipPath(mtest::kClips[5]), elementary = dir.file("e.hevc");
-  qtest::runToolOk("reframe " + shellQuote(hevcMp4) + " " + shellQuote(elementary));
-  struct Case {
-    std::string in;
-    const char* out;
-  } cases[] = {{mtest::clipPath(mtest::kClips[0]), "x.ts"}, {mtest::clipPath(mtest::kClips[3]), "x.mp4"},
-               {mtest::clipPath(mtest::kClips[7]), "y.mp4"}, {mtest::clipPath(mtest::kClips[0]), "x.mkv"},
-               {mtest::clipPath(mtest::kClips[0]), "x.h264"}, {hevcMp4, "x.hevc"},
-               {mtest::clipPath(mtest::kClips[8]), "y.hevc"}, {elementary, "e.mp4"},
-               {elementary, "e.mkv"}, {elementary, "e.ts"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.in + " -> " + c.out);
-    qtest::runToolOk("reframe " + shellQuote(c.in) + " " + shellQuote(dir.file(c.out)));
-    EXPECT_EQ(mtest::videoFrameMd5(dir.file(c.out)), mtest::videoFrameMd5(c.in == elementary ? hevcMp4 : c.in));
-  }
-}
-
-// Into another kind of container the timeline starts where ffmpeg -c copy starts it: an MPEG-TS
-// clock that begins at 1.4 s does not become 1.4 s of nothing at the head of an MP4.
-TEST_F(Containers, IntoAnotherKindTheTimesAreFfmpegs) {
   const std::string ts = mtest::clipPath(mtest::kClips[3]);
+  qtest::runToolOk("reframe " + shellQuote(hevcMp4) + " " + shellQuote(elementary));
   auto times = [](const std::string& path) {
     return qtest::runCommand("ffprobe -v error -show_entries stream=start_time,duration:format=start_time,duration -of csv=p=0 " +
                              shellQuote(path)).out;
   };
-  for (const char* out : {"x.mp4", "x.mkv"}) {
-    SCOPED_TRACE(out);
-    qtest::TempDir dir;
-    ASSERT_EQ(qtest::runTool("reframe " + shellQuote(ts) + " " + shellQuote(dir.file(out))).exitCode, 0);
-    const std::string theirs = dir.file(std::string("ffmpeg-") + out);
-    ASSERT_EQ(qtest::runCommand("ffmpeg -v error -i " + shellQuote(ts) + " -c copy " + shellQuote(theirs)).exitCode, 0);
-    EXPECT_EQ(times(dir.file(out)), times(theirs));
+  struct Case {
+    std::string in;
+    const char* out;
+    bool timesAsFfmpegCopies;
+  } cases[] = {{mtest::clipPath(mtest::kClips[0]), "x.ts", false}, {ts, "x.mp4", true}, {ts, "x.mkv", true},
+               {mtest::clipPath(mtest::kClips[7]), "y.mp4", false}, {mtest::clipPath(mtest::kClips[0]), "x.mkv", false},
+               {mtest::clipPath(mtest::kClips[0]), "x.h264", false}, {hevcMp4, "x.hevc", false},
+               {mtest::clipPath(mtest::kClips[8]), "y.hevc", false}, {elementary, "e.mp4", false},
+               {elementary, "e.mkv", false}, {elementary, "e.ts", false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.in + " -> " + c.out);
+    const std::string out = dir.file((c.timesAsFfmpegCopies ? "ts-" : "") + std::string(c.out));
+    qtest::runToolOk("reframe " + shellQuote(c.in) + " " + shellQuote(out));
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(c.in == elementary ? hevcMp4 : c.in));
+    if (!c.timesAsFfmpegCopies) continue;
+    const std::string theirs = dir.file(std::string("ffmpeg-") + c.out);
+    ASSERT_EQ(qtest::runCommand("ffmpeg -v error -i " + shellQuote(c.in) + " -c copy " + shellQuote(theirs)).exitCode, 0);
+    EXPECT_EQ(times(out), times(theirs));
   }
+  const std::string hevcTs = mtest::clipPath(mtest::kClips[8]);
+  auto piped = qtest::runCommand("cat " + shellQuote(dir.file("y.hevc")) + " | " + shellQuote(QUORVANE_TOOL) +
+                                 " reframe --to length - - | " + shellQuote(QUORVANE_TOOL) + " reframe --to annexb - - > " +
+                                 shellQuote(dir.file("piped.hevc")));
+  ASSERT_EQ(piped.exitCode, 0) << piped.err;
+  EXPECT_EQ(lines(piped.err), 2) << "one summary line per reframe, on stderr";
+  EXPECT_EQ(mtest::videoFrameMd5(dir.file("piped.hevc")), mtest::videoFrameMd5(hevcTs));
+  auto tsOut = qtest::runCommand(shellQuote(QUORVANE_TOOL) + " reframe " + shellQuote(hevcTs) + " - > " + shellQuote(dir.file("c.ts")));
+  ASSERT_EQ(tsOut.exitCode, 0) << tsOut.err;
+  EXPECT_EQ(mtest::audioMd5(dir.file("c.ts")), mtest::audioMd5(hevcTs));
 }
 
 // What cannot be done is said in one line that names what was found and what would work.
@@ -202,23 +206,6 @@ TEST_F(Containers, DamagedFilesGiveAnAnswerOrOneLine) {
       std::remove(out.c_str());
     }
   }
-}
-
-// '-' is standard input and output for elementary streams and MPEG-TS; the summary then goes
-// to stderr.
-TEST_F(Containers, StandardInputAndOutput) {
-  qtest::TempDir dir;
-  const std::string ts = mtest::clipPath(mtest::kClips[8]);
-  qtest::runToolOk("reframe " + shellQuote(ts) + " " + shellQuote(dir.file("a.hevc")));
-  auto piped = qtest::runCommand("cat " + shellQuote(dir.file("a.hevc")) + " | " + shellQuote(QUORVANE_TOOL) +
-                                 " reframe --to length - - | " + shellQuote(QUORVANE_TOOL) + " reframe --to annexb - - > " +
-                                 shellQuote(dir.file("b.hevc")));
-  ASSERT_EQ(piped.exitCode, 0) << piped.err;
-  EXPECT_EQ(lines(piped.err), 2) << "one summary line per reframe, on stderr";
-  EXPECT_EQ(mtest::videoFrameMd5(dir.file("b.hevc")), mtest::videoFrameMd5(ts));
-  auto tsOut = qtest::runCommand(shellQuote(QUORVANE_TOOL) + " reframe " + shellQuote(ts) + " - > " + shellQuote(dir.file("c.ts")));
-  ASSERT_EQ(tsOut.exitCode, 0) << tsOut.err;
-  EXPECT_EQ(mtest::audioMd5(dir.file("c.ts")), mtest::audioMd5(ts));
 }
 
 std::string firstVideoPacketFlags(const std::string& path) {
@@ -342,6 +329,90 @@ TEST(PipeMp4, MoovAfterTheMediaIsRefusedUnlessSmallOrFaststart) {
     EXPECT_EQ(a.at("frames"), 30);
     a.erase("file"), b.erase("file");
     EXPECT_EQ(a, b);
+  }
+}
+
+// MPEG-2 video in MPEG-TS (AAC) and MXF (PCM) made by ffmpeg, through stamp and captions
+// extract: ffprobe reads the stamped GOP timecodes, the decoded pictures and the audio bits stay
+// the same, the caption pairs come back at their timecodes, and the decoded text equals FFmpeg's
+// subcc text; captions extract reads H.264 captions that FFmpeg's own writer (-a53cc) put in a TS.
+constexpr const char* kMpeg2Source =
+    "-f lavfi -i testsrc2=size=192x108:rate=30000/1001 -f lavfi -i sine=frequency=440:sample_rate=48000 -t 2 "
+    "-c:v mpeg2video -g 12 -bf 2 -timecode 01:00:00:00 ";
+
+// Pop-on "Hello" shown from 10:00:00;10 to 10:00:01;10, then "two" until 10:00:01;25.
+constexpr const char* kScc =
+    "Scenarist_SCC V1.0\n\n"
+    "10:00:00;10\t9420 9420 94ae 94ae 9452 9452 c8e5 ecec ef80 942f 942f\n\n"
+    "10:00:01;10\t9420 9420 94ae 94ae 94d0 94d0 f4f7 ef80 942c 942c 942f 942f\n\n"
+    "10:00:01;25\t942c 942c\n";
+
+// FFmpeg's subcc reading as SRT, its styling tags taken off.
+std::string ffmpegSrt(const std::string& path) {
+  return std::regex_replace(qtest::runCommand("ffmpeg -v error -f lavfi -i " + shellQuote("movie=" + path + "[out0+subcc]") +
+                                    " -map 0:s -f srt -").out, std::regex("<[^>]*>|\\{[^}]*\\}|\r"), "");
+}
+
+TEST_F(Containers, Mpeg2StampAndCaptionsRoundTrip) {
+  struct Case {
+    const char* name;  // cache file; its extension names the container
+    const char* args;
+    const char* container;
+    const char* containerTimecode;  // the container's own timecode tag after the stamp
+  } cases[] = {
+      {"m2_aac.ts", "-c:a aac -f mpegts", "MPEG-TS", ""},
+      {"m2_pcm.mxf", "-c:a pcm_s16le -f mxf", "MXF", "TAG:timecode=10:00:00;00\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string in = qtest::encodedStream(c.name, std::string(kMpeg2Source) + c.args);
+    ASSERT_FALSE(in.empty());
+    qtest::TempDir dir;
+    const std::string out = dir.file(std::string("out") + std::strrchr(c.name, '.')), scc = dir.file("cc.scc");
+    qtest::writeText(scc, kScc);
+    const auto summary = mtest::runJson("stamp " + shellQuote(in) + " " + shellQuote(out) + " --tc '10:00:00;00' --captions " + shellQuote(scc));
+    ASSERT_FALSE(summary.is_discarded());
+    EXPECT_EQ(summary["codec"], "mpeg2");
+    EXPECT_EQ(summary["output"], c.container);
+    EXPECT_EQ(summary["timecodeType"], "29.97 drop-frame");
+    EXPECT_EQ(summary["last"], "10:00:01;29");
+
+    // Each GOP header holds its first picture's timecode: as far from the start as FFmpeg's
+    // own (non-drop) time_codes in the input are from theirs.
+    const auto theirs = oracle::allTimecodes(in, false), ours = oracle::allTimecodes(out, false);
+    ASSERT_GE(theirs.size(), 4u);
+    EXPECT_EQ(summary["gopHeaders"], theirs.size());
+    qtest::expectGopTimecodesFollow(ours, theirs, "10:00:00;00", TC_DF2997, TC_NDF30);
+    EXPECT_EQ(qtest::runCommand("ffprobe -v error -show_format " + shellQuote(out) + " | grep TAG:timecode").out, c.containerTimecode);
+    EXPECT_EQ(mtest::videoFrameMd5(out), mtest::videoFrameMd5(in));
+    EXPECT_EQ(mtest::audioMd5(out), mtest::audioMd5(in));
+
+    // The pairs come back at their timecodes; the text is FFmpeg's.
+    qtest::extractOk(out, dir.file("back.scc"));
+    EXPECT_EQ(qtest::sccPairs(qtest::readText(dir.file("back.scc")), TC_DF2997), qtest::sccPairs(kScc, TC_DF2997));
+    auto r = qtest::extractOk(out, "-");
+    EXPECT_NE(r.out.find("Hello"), std::string::npos);
+    EXPECT_EQ(r.out, ffmpegSrt(out));
+
+    // Stamping the stamped file again replaces the captions rather than adding to them.
+    const std::string again = dir.file(std::string("again") + std::strrchr(c.name, '.'));
+    const auto second = mtest::runJson("stamp " + shellQuote(out) + " " + shellQuote(again) + " --tc '10:00:00;00' --captions " + shellQuote(scc));
+    EXPECT_EQ(second["replacedCaptions"], 60);
+    EXPECT_EQ(qtest::extractOk(again, "-").out, ffmpegSrt(out));
+    if (std::string(c.container) != "MPEG-TS") continue;
+
+    // FFmpeg's decoder carries the stamped MPEG-2 captions over to libx264, which writes them as
+    // its own cc_data SEI (-a53cc): captions extract on that TS gives FFmpeg's text and times.
+    const std::string avc = dir.file("avc.ts");
+    r = qtest::runCommand("ffmpeg -v error -i " + shellQuote(out) + " -c:v libx264 -a53cc 1 -bf 2 -c:a copy -f mpegts " +
+                          shellQuote(avc));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    r = qtest::extractOk(avc, "-");
+    EXPECT_NE(r.out.find("Hello"), std::string::npos);
+    EXPECT_EQ(r.out, ffmpegSrt(avc));
+    const auto json = mtest::runJson("captions extract " + shellQuote(avc));
+    EXPECT_EQ(json["codec"], "h264");
+    EXPECT_EQ(json["cues"].size(), 2u);
   }
 }
 
