@@ -64,12 +64,8 @@ TEST(Project, SavedFileHasTheDocumentedShapeAndLoadsBack) {
 
   CZRProjectToXML p;
   ASSERT_TRUE(p.LoadXMLFile(path.c_str()));
+  // The paths, texts and settings read back are ProjectRoundTrip.RandomFilesAndSettingsComeBackByteForByte's.
   EXPECT_EQ(get(p, &CZRProjectToXML::GetXMLName), path);
-  EXPECT_EQ(clipPath(p), dir.file("clips.txt"));  // present at its stored path: used unchanged
-  EXPECT_EQ(edlPath(p), dir.file("cut.edl"));
-  EXPECT_EQ(p.GetDataLength(true), kClipText.size());
-  EXPECT_EQ(p.GetDataLength(false), kEdlText.size());
-  EXPECT_EQ(p.GetConfigCount(), 2);  // values: ProjectRoundTrip.RandomFilesAndSettingsComeBackByteForByte
 
   // Missing settings and short buffers leave the outputs alone.
   EXPECT_EQ(p.GetConfigDWORD("NoSuchSetting"), 0u);
@@ -95,7 +91,6 @@ TEST(Project, RecreationFollowsTheElementsPresent) {
       {"empty data makes no file", "<ClipList FileName=\"%D/a.txt\" Data=\"\" />", {}, {"a.txt"}},
       {"no data makes no file", "<ClipList FileName=\"%D/a.txt\" /><EdlList EdlName=\"%D/b.edl\" Data=\"B\" />",
        {{"b.edl", "B"}}, {"a.txt"}},
-      {"Windows path", "<ClipList FileName=\"C:\\old\\win.txt\" Data=\"W\" />", {{"win.txt", "W"}}, {}},
       {"a climbing path lands in the project dir", "<ClipList FileName=\"%D/../../escape.txt\" Data=\"E\" />",
        {{"escape.txt", "E"}}, {}},
   };
@@ -211,6 +206,8 @@ TEST(ProjectRoundTrip, RandomFilesAndSettingsComeBackByteForByte) {
     EXPECT_EQ(edlPath(back), filesDir.file("cut.edl"));
     EXPECT_EQ(readBytes(filesDir.file("clips.txt")), clipListThere ? otherList : clip);
     EXPECT_EQ(readBytes(filesDir.file("cut.edl")), edl);
+    EXPECT_EQ(back.GetDataLength(true), clip.size());  // the embedded texts, whichever file is used
+    EXPECT_EQ(back.GetDataLength(false), edl.size());
     if (originalsStay) {
       EXPECT_FALSE(fs::exists(moved.file("clips.txt")) || fs::exists(moved.file("cut.edl")));
     }
