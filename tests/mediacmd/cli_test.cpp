@@ -170,11 +170,13 @@ TEST(CommandJson, EveryOutputParsesWithStandardParsers) {
       "meta list --json", "project show --json /nonexistent.xml", "project create --json /nonexistent-dir/p.xml",
       "names --file-type 203 --codec hvc1 --json", "names --codec zzzz --json",
   };
+  // One run of the tool per line; both parsers read the same saved output.
   for (const char* args : kArgs) {
-    const std::string run = env + qtest::shellQuote(QUORVANE_TOOL) + " " + args;
-    const auto python = qtest::runCommand(run + " | python3 -c 'import json,sys; json.load(sys.stdin)'");
+    const std::string out = qtest::shellQuote(dir.file("out.json"));
+    qtest::runCommand(env + qtest::shellQuote(QUORVANE_TOOL) + " " + args + " > " + out);
+    const auto python = qtest::runCommand("python3 -c 'import json,sys; json.load(sys.stdin)' < " + out);
     EXPECT_EQ(python.exitCode, 0) << args << "\n" << python.err;
-    const auto jq = qtest::runCommand(run + " | jq -e 'type == \"object\" or type == \"array\"'");
+    const auto jq = qtest::runCommand("jq -e 'type == \"object\" or type == \"array\"' < " + out);
     EXPECT_EQ(jq.exitCode, 0) << args << "\n" << jq.err;
   }
 }
@@ -183,13 +185,19 @@ TEST(CommandJson, VersionHelpAndVerbose) {
   const auto version = qtest::runTool("--version");
   EXPECT_EQ(version.exitCode, 0);
   EXPECT_EQ(version.out.rfind("quorvane ", 0), 0u) << version.out;
+  const auto listing = qtest::runTool("--help");
+  EXPECT_EQ(listing.exitCode, 0);
   for (const char* command : {"tc", "cmd", "format", "config", "meta", "project", "names"}) {
+    EXPECT_NE(listing.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
     const auto help = qtest::runTool(std::string("help ") + command);
     EXPECT_EQ(help.exitCode, 0) << command;
     EXPECT_EQ(help.out, qtest::runTool(std::string(command) + " --help").out) << command;
     EXPECT_NE(help.out.find(std::string("usage: quorvane ") + command), std::string::npos) << command;
   }
   EXPECT_EQ(qtest::runTool("help nosuch").exitCode, 2);
+  const auto unknown = qtest::runTool("frobnicate");
+  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_EQ(unknown.err, "quorvane: unknown command 'frobnicate' (see quorvane --help)\n");
   // A reader failure adds the library's own line under -v (without -v the command's line comes
   // alone: MediaCmdCli.OutputsAndRefusals).
   qtest::TempDir dir;

@@ -85,13 +85,4 @@ TEST(Memory, AllocIsZeroedAndZeroSizeIsNull) {
   ZRFree(nullptr);
 }
 
-TEST(Tool, HelpListsCommandsAndUnknownCommandFails) {
-  auto help = qtest::runTool("--help");
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.out.find("tc "), std::string::npos);
-  auto bad = qtest::runTool("frobnicate");
-  EXPECT_EQ(bad.exitCode, 2);
-  EXPECT_EQ(bad.err, "quorvane: unknown command 'frobnicate' (see quorvane --help)\n");
-}
-
 }  // namespace
