@@ -197,7 +197,7 @@ TEST(CaptionInsert, GoesInFrontOfTheFirstPictureInBothFramings) {
 
 // MPEG-2 access units edited in place by the library: caption room refused exactly (the
 // replacement itself is read back through stamp and captions extract in Mpeg2Stamp and
-// tests/media/mpeg2_container_test.cpp), GOP time_code from a frame count, picture timecodes
+// tests/media/container_test.cpp), GOP time_code from a frame count, picture timecodes
 // counted on by temporal_reference against a plain frame counter.
 // sequence header, GOP header (01:02:03:04, closed), picture header, one slice.
 std::vector<uint8_t> accessUnit() {
