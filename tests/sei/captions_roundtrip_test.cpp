@@ -180,6 +180,30 @@ TEST(CaptionsRoundTrip, KeepExistingRefusesCaptionsWrittenByFfmpeg) {
   EXPECT_FALSE(std::filesystem::exists(dir.file("kept.264")));
 }
 
+// cc_data() triplets whose cc_valid bit is clear carry no caption bytes (ATSC A/53 Part 4,
+// CEA-708 4.4): with the bit cleared in every caption SEI of a stamped stream, extract finds
+// no caption, although the SEI are all still there.
+TEST(CaptionsTool, TripletsNotMarkedValidCarryNothing) {
+  qtest::TempDir dir;
+  qtest::writeText(dir.file("in.scc"), kCaptions);
+  qtest::stampOk(avcStream(), dir.file("s.264"), "--tc '01:00:00;00' --captions " + shellQuote(dir.file("in.scc")));
+  std::string stream = qtest::readText(dir.file("s.264"));
+  // user_data_type_code 3, then cc_count in the low five bits, em_data, and the triplets.
+  const std::string ga94("GA94\x03", 5);
+  size_t cleared = 0;
+  for (size_t at = stream.find(ga94); at != std::string::npos; at = stream.find(ga94, at + 1)) {
+    const size_t count = uint8_t(stream[at + 5]) & 0x1F;
+    for (size_t k = 0; k < count; ++k) {
+      char& flags = stream[at + 7 + 3 * k];
+      if (flags & 0x04) ++cleared;
+      flags = char(flags & ~0x04);
+    }
+  }
+  EXPECT_EQ(cleared, 2u * 160) << "two valid triplets a picture";
+  qtest::writeText(dir.file("invalid.264"), stream);
+  EXPECT_EQ(srtTexts(qtest::extractOk(dir.file("invalid.264"), "-").out), std::vector<std::string>{});
+}
+
 // Timecode written by other tools: GStreamer's h264parse (pic_timing from timecodestamper) and
 // FFmpeg's MPEG-2 encoder (GOP time_code); inspect shows what ffprobe shows.
 TEST(TimecodeReaders, AgreeWithFfprobeOnOtherWriters) {
