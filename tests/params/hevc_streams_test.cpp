@@ -11,6 +11,7 @@
 // bytes are not the file's). Last, the parameter-set readers' and writers' messages, limits and
 // forced values on variations of main_hrd's units, and syntax x265 never writes, read by ffmpeg.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -88,6 +89,34 @@ Bytes boxOf(const Bytes& record) {
   return b;
 }
 
+// The header of an HEVCDecoderConfigurationRecord decoded straight from its bytes, by the layout
+// of ISO/IEC 14496-15 8.3.3.1.2, under the names hvcc --read --json prints.
+std::vector<std::pair<std::string, uint64_t>> hvccHeaderOf(const uint8_t* r) {
+  auto bytes = [&](int from, int count) {
+    uint64_t v = 0;
+    for (int i = 0; i < count; ++i) v = v << 8 | r[from + i];
+    return v;
+  };
+  return {{"configurationVersion", r[0]},
+          {"general_profile_space", r[1] >> 6},
+          {"general_tier_flag", r[1] >> 5 & 1},
+          {"general_profile_idc", r[1] & 31},
+          {"general_profile_compatibility_flags", bytes(2, 4)},
+          {"general_constraint_indicator_flags", bytes(6, 6)},
+          {"general_level_idc", r[12]},
+          {"min_spatial_segmentation_idc", bytes(13, 2) & 0xFFF},
+          {"parallelismType", r[15] & 3},
+          {"chromaFormat", r[16] & 3},
+          {"bitDepthLumaMinus8", r[17] & 7},
+          {"bitDepthChromaMinus8", r[18] & 7},
+          {"avgFrameRate", bytes(19, 2)},
+          {"constantFrameRate", r[21] >> 6},
+          {"numTemporalLayers", r[21] >> 3 & 7},
+          {"temporalIdNested", r[21] >> 2 & 1},
+          {"lengthSizeMinusOne", r[21] & 3},
+          {"numOfArrays", r[22]}};
+}
+
 // The elements our lister reports for a record.
 template <class Record>
 ptest::ElementValues listed(void (*list)(const Record*, klxutilParamElementSink, void*), const Record* record) {
@@ -161,6 +190,22 @@ TEST_P(HevcStreams, MatchFfmpegTraceAndRoundTrip) {
   qtest::TempDir dir;
   ASSERT_EQ(qtest::runTool("hvcc " + qtest::shellQuote(u.path) + " -o " + qtest::shellQuote(dir.file("h.bin"))).exitCode, 0);
   EXPECT_EQ(qtest::readBytes(dir.file("h.bin")), boxOf(ours)) << "the hvcc command's box holds the same record";
+  // hvcc --read --json on ffmpeg's box names each header field as the record's bytes hold it.
+  // The fields x265 and ffmpeg leave at 0 or at equal values get distinct ones first
+  // (min_spatial_segmentation_idc 90, parallelismType 1, avgFrameRate 4660,
+  // constantFrameRate 2, lengthSizeMinusOne 1), so that no two fields can be mistaken.
+  Bytes edited = box;
+  uint8_t* r = edited.data() + 8;
+  const std::pair<int, uint8_t> distinct[] = {{13, 0xF0}, {14, 0x5A}, {15, 0xFD}, {19, 0x12}, {20, 0x34}};
+  for (const auto& [at, value] : distinct) r[at] = value;
+  r[21] = static_cast<uint8_t>(0x80 | (r[21] & 0x3C) | 1);
+  qtest::writeBytes(dir.file("ffmpeg.bin"), edited);
+  const auto read = qtest::runTool("hvcc --read " + qtest::shellQuote(dir.file("ffmpeg.bin")) + " --json");
+  ASSERT_EQ(read.exitCode, 0) << read.err;
+  const auto printed = nlohmann::json::parse(read.out).at("header");
+  const auto fields = hvccHeaderOf(r);
+  EXPECT_EQ(printed.size(), fields.size());
+  for (const auto& [name, value] : fields) EXPECT_EQ(printed.value(name, ~uint64_t{0}), value) << name;
 
   // ffmpeg's box read back gives the same records as the stream's own units.
   HEVC_DECODED readHeader{};
