@@ -122,7 +122,7 @@ TEST_P(AvccFromFfmpeg, RecordEqualsTheMp4BoxAndReadsBack) {
   if (high) {  // a size word ending the box before the High-profile fields: the bytes behind it are not read
     Bytes shorterWord = box;
     const uint32_t declared = static_cast<uint32_t>(box.size() - 4);
-    for (int i = 0; i < 4; ++i) shorterWord[i] = static_cast<uint8_t>(declared >> (24 - 8 * i));
+    qtest::putBe32(shorterWord, 0, declared);
     AVCC_HIGH_PROFILE_FIELDS none{};
     EXPECT_EQ(readBox(shorterWord, &none), 0);
     EXPECT_EQ(none.present, 0);

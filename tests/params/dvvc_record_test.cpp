@@ -107,13 +107,6 @@ TEST(DvvcReader, ReadsAtAnUnalignedPosition) {
   }
 }
 
-uint32_t be32(const Bytes& b, size_t at) {
-  return uint32_t(b[at]) << 24 | uint32_t(b[at + 1]) << 16 | uint32_t(b[at + 2]) << 8 | b[at + 3];
-}
-void putBe32(Bytes& b, size_t at, uint32_t v) {
-  for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (24 - 8 * i));
-}
-
 // Inserts `box` at the end of the hvc1 sample entry, growing every enclosing box: each found as
 // the first occurrence of its type behind the one before (the box path moov/trak/mdia/minf/stbl/
 // stsd/hvc1 of ffmpeg's one-track file). The moov must come after the mdat (ffmpeg's default), so
@@ -128,9 +121,9 @@ bool insertIntoSampleEntry(Bytes& mp4, const Bytes& box) {
     parents.push_back(from - 8);
   }
   parents.erase(parents.begin());  // the mdat only had to come first
-  const size_t entryEnd = parents.back() + be32(mp4, parents.back());
+  const size_t entryEnd = parents.back() + qtest::be32(mp4, parents.back());
   mp4.insert(mp4.begin() + long(entryEnd), box.begin(), box.end());
-  for (size_t at : parents) putBe32(mp4, at, be32(mp4, at) + static_cast<uint32_t>(box.size()));
+  for (size_t at : parents) qtest::putBe32(mp4, at, qtest::be32(mp4, at) + static_cast<uint32_t>(box.size()));
   return true;
 }
 

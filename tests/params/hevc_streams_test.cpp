@@ -83,7 +83,7 @@ Bytes writeRecord(HEVC_DECODED* header, const StreamUnits& u, int32_t spsLength)
 Bytes boxOf(const Bytes& record) {
   const size_t size = record.size() + 8;
   Bytes b(size);
-  for (int i = 0; i < 4; ++i) b[i] = static_cast<uint8_t>(size >> (24 - 8 * i));
+  qtest::putBe32(b, 0, static_cast<uint32_t>(size));
   std::memcpy(&b[4], "hvcC", 4);
   std::copy(record.begin(), record.end(), b.begin() + 8);
   return b;
@@ -397,7 +397,7 @@ TEST(HvccReader, ReportsAUnitThatDoesNotReadToItsLength) {
 }
 
 Bytes withSizeWord(Bytes box, uint32_t size) {
-  for (int i = 0; i < 4; ++i) box[size_t(i)] = uint8_t(size >> (24 - 8 * i));
+  qtest::putBe32(box, 0, size);
   return box;
 }
 

@@ -12,12 +12,22 @@
 
 namespace qtest {
 
+// A box's size word (big-endian) at `at`.
+inline uint32_t be32(const std::vector<uint8_t>& b, size_t at) {
+  return uint32_t{b[at]} << 24 | uint32_t{b[at + 1]} << 16 | uint32_t{b[at + 2]} << 8 | b[at + 3];
+}
+
+// Writes a box's size word (big-endian) at `at`.
+inline void putBe32(std::vector<uint8_t>& b, size_t at, uint32_t value) {
+  for (size_t i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
+}
+
 // The first whole box (size word, type, body) of `type` in the file, found byte by byte and kept
 // only when its size word fits the file; empty when there is none.
 inline std::vector<uint8_t> boxIn(const std::vector<uint8_t>& file, const char* type) {
   for (size_t i = 4; i + 4 <= file.size(); ++i) {
     if (std::memcmp(&file[i], type, 4) != 0) continue;
-    const size_t size = size_t{file[i - 4]} << 24 | size_t{file[i - 3]} << 16 | size_t{file[i - 2]} << 8 | file[i - 1];
+    const size_t size = be32(file, i - 4);
     if (size >= 8 && i - 4 + size <= file.size()) return {file.begin() + long(i - 4), file.begin() + long(i - 4 + size)};
   }
   return {};
