@@ -162,7 +162,7 @@ TEST(CaptionsRoundTrip, SccComesBackPairForPairAndTextMatchesFfmpeg) {
 // A stream whose captions FFmpeg's libx264 wrapper wrote (-a53cc, from a stamped stream) and
 // which carries no timecode: --keep-existing refuses for the captions and writes nothing. (That
 // our reader gives FFmpeg's text and times for such captions is checked on an MPEG-TS in
-// Mpeg2Containers.StampAndCaptionsRoundTrip.)
+// Containers.Mpeg2StampAndCaptionsRoundTrip.)
 TEST(CaptionsRoundTrip, KeepExistingRefusesCaptionsWrittenByFfmpeg) {
   if (!qtest::haveProgram("ffmpeg")) GTEST_SKIP();
   qtest::TempDir dir;

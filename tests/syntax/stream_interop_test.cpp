@@ -255,11 +255,12 @@ INSTANTIATE_TEST_SUITE_P(X264AndX265, RealStream, ::testing::ValuesIn(kStreams),
                          });
 
 
-// reframe's conversions: RealStream.FramingAndLookupMatchMp4Samples (the library against ffmpeg's MP4
-// samples), Containers.StandardInputAndOutput (--to length then --to annexb decode unchanged) and
-// CommandJson; inspect's codec and frame counts: Containers.ReadOnlyCommandsAgreeWithFfprobe and
-// FieldPictures (tests/media). The one-line messages these commands share with the other stream
-// commands are CommandJson.BadInputGivesOneLineAndAJsonError's rows.
+// reframe's conversions: RealStream.FramingAndLookupMatchMp4Samples (the library against
+// ffmpeg's MP4 samples), Containers.ReframeAcrossKindsAndThroughPipes (--to length then
+// --to annexb decode unchanged) and CommandJson; inspect's codec and frame counts:
+// Containers.ReadAsFfprobeReadsAndEditedWithoutChange and InspectFields (tests/media). The
+// one-line messages these commands share with the other stream commands are
+// CommandJson.BadInputGivesOneLineAndAJsonError's rows.
 TEST(Cli, BadInputFailsWithOneLine) {
   qtest::TempDir dir;
   qtest::writeBytes(dir.file("noise.bin"), Bytes{0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0x11});
